@@ -1,0 +1,83 @@
+# How this project makes its targets: one place for language level, warnings, visibility and
+# sanitizers.
+
+find_package(Threads REQUIRED)
+
+# Warnings, language level and sanitizers of every target of this project.
+function(kestrin_configure target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+    -Wold-style-cast -Woverloaded-virtual -Wcast-align -Wunused -Wnull-dereference
+    -Wdouble-promotion -Wformat=2 -Wimplicit-fallthrough)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # g++ 12 takes the standard library's own "text" + string for an overlapping copy, and the
+    # inside of an absent std::optional for a variable that is read before it is set.
+    target_compile_options(${target} PRIVATE -Wno-restrict -Wno-maybe-uninitialized)
+    # Nobody replaces single functions of these libraries, so calls within one need no detour and
+    # may be inlined, as clang does by itself.
+    target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  endif()
+  if(KESTRIN_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(KESTRIN_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${KESTRIN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC -fsanitize=${KESTRIN_SANITIZE})
+  endif()
+endfunction()
+
+# kestrin_add_library(NAME [STATIC] SOURCES ... [LINK_PUBLIC ...] [LINK_PRIVATE ...])
+# The alias is KestrinBLESDK::NAME.
+function(kestrin_add_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "STATIC" "" "SOURCES;LINK_PUBLIC;LINK_PRIVATE")
+  set(kind "")
+  if(arg_STATIC)
+    set(kind STATIC)
+  endif()
+  add_library(${name} ${kind} ${arg_SOURCES})
+  add_library(KestrinBLESDK::${name} ALIAS ${name})
+  kestrin_configure(${name})
+  target_link_libraries(${name} PUBLIC ${arg_LINK_PUBLIC} PRIVATE ${arg_LINK_PRIVATE})
+  if(NOT KESTRIN_SANITIZE)
+    # A library that forgets to name what it needs must not build.
+    target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
+  endif()
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+endfunction()
+
+# kestrin_add_executable(NAME SOURCES ... [LINK ...])
+function(kestrin_add_executable name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+  add_executable(${name} ${arg_SOURCES})
+  kestrin_configure(${name})
+  target_link_libraries(${name} PRIVATE ${arg_LINK})
+endfunction()
+
+# kestrin_add_test(NAME SOURCES ... [LINK ...] [LABELS ...])
+# One GoogleTest executable, which is one suite of the test run. Labels: `threads` marks what the
+# ThreadSanitizer run needs.
+function(kestrin_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK;LABELS")
+  kestrin_add_executable(${name} SOURCES ${arg_SOURCES} LINK ${arg_LINK} GTest::gtest GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  # A suite that runs no test has failed: GoogleTest itself would call it a success.
+  add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT 300 LABELS "${arg_LABELS}" FAIL_REGULAR_EXPRESSION "0 tests from 0 test suites")
+endfunction()
+
+# A room that is being built up takes part as soon as it has a CMakeLists.txt.
+function(kestrin_add_room folder)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/CMakeLists.txt)
+    add_subdirectory(${folder})
+  endif()
+endfunction()
