@@ -1,0 +1,35 @@
+#include "KestrinBLESDK/platform/Clock.h"
+
+#include <cmath>
+#include <thread>
+
+namespace kestrin {
+
+Time timeFromSeconds(double seconds) noexcept {
+  static constexpr double kNanosecondsPerSecond = 1e9;
+  // A bound keeps "now + delay" from overflowing, whatever the caller asks for.
+  static constexpr double kLongest = 100.0 * 365 * 24 * 60 * 60;
+  if (!(seconds > 0)) return Time::zero();
+  return Time(std::llround(std::fmin(seconds, kLongest) * kNanosecondsPerSecond));
+}
+
+Clock::~Clock() = default;
+
+Time MonotonicClock::now() const {
+  return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+void MonotonicClock::sleepFor(Time duration) { std::this_thread::sleep_for(duration); }
+
+void MonotonicClock::wait(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock,
+                          std::optional<Time> deadline) {
+  if (deadline) {
+    wakeUp.wait_until(
+        lock, std::chrono::steady_clock::time_point(
+                  std::chrono::duration_cast<std::chrono::steady_clock::duration>(*deadline)));
+  } else {
+    wakeUp.wait(lock);
+  }
+}
+
+}  // namespace kestrin

@@ -1,0 +1,9 @@
+// Symbol visibility. The library is built with hidden visibility; what carries this mark is its
+// binary interface.
+#pragma once
+
+#if defined(_WIN32)
+#define KESTRIN_EXPORT
+#else
+#define KESTRIN_EXPORT __attribute__((visibility("default")))
+#endif

@@ -1,0 +1,188 @@
+#include "KestrinBLESDK/platform/MainRunLoop.h"
+
+#include <utility>
+
+#include "KestrinBLESDK/platform/DescriptorWaker.h"
+
+namespace kestrin {
+
+RunLoop::~RunLoop() = default;
+
+MainRunLoop::MainRunLoop(std::shared_ptr<Clock> clock) : clock_(std::move(clock)) {}
+
+// The queue goes last-armed state and all while no lock is held: a task's captures may call back.
+MainRunLoop::~MainRunLoop() {
+  waker_.reset();
+  TimerQueue pending;
+  const std::scoped_lock lock(mutex_);
+  std::swap(pending, queue_);
+}
+
+const std::shared_ptr<MainRunLoop>& MainRunLoop::main() {
+  // Never destroyed: delegates and radios of other static objects may still use it at exit.
+  static const auto* const loop = new std::shared_ptr<MainRunLoop>(std::make_shared<MainRunLoop>());
+  return *loop;
+}
+
+Time MainRunLoop::nowLocked() const {
+  if (turnTime_ && turnThread_ == std::this_thread::get_id()) return *turnTime_;
+  return clock_->now();
+}
+
+Time MainRunLoop::now() const {
+  const std::scoped_lock lock(mutex_);
+  return nowLocked();
+}
+
+RunLoop::TimerId MainRunLoop::armLocked(Time delay, Task task,
+                                        std::optional<TimerQueue::Request> request) {
+  const auto id = queue_.arm(nowLocked() + std::max(delay, Time::zero()), std::move(task), request);
+  wakeLocked();
+  return id;
+}
+
+void MainRunLoop::post(Task task) { arm(Time::zero(), std::move(task)); }
+
+RunLoop::TimerId MainRunLoop::arm(Time delay, Task task) {
+  const std::scoped_lock lock(mutex_);
+  return armLocked(delay, std::move(task), std::nullopt);
+}
+
+void MainRunLoop::cancel(TimerId timer) {
+  Task released;  // Outlives the lock: releasing a task may destroy what calls back.
+  const std::scoped_lock lock(mutex_);
+  released = queue_.cancel(timer);
+}
+
+void MainRunLoop::performSelector_withObject_afterDelay(std::shared_ptr<void> target,
+                                                        const SEL& selector,
+                                                        std::shared_ptr<void> object,
+                                                        double seconds) {
+  if (!target || selector.perform == nullptr) return;
+  const TimerQueue::Request request{target.get(), selector.name, object.get()};
+  const std::scoped_lock lock(mutex_);
+  armLocked(
+      timeFromSeconds(seconds),
+      [perform = selector.perform, target = std::move(target), object = std::move(object)] {
+        perform(target.get(), object);
+      },
+      request);
+}
+
+void MainRunLoop::cancelPreviousPerformRequestsWithTarget_selector_object(const void* target,
+                                                                          const SEL& selector,
+                                                                          const void* object) {
+  std::vector<Task> released;
+  const std::scoped_lock lock(mutex_);
+  released = queue_.cancelAll({target, selector.name, object});
+}
+
+RunLoop::Task MainRunLoop::takeDue(Time turnStart, TimerQueue::Id barrier) {
+  const std::scoped_lock lock(mutex_);
+  return queue_.takeDue(turnStart, barrier);
+}
+
+bool MainRunLoop::runOneTurn() {
+  Time start{};
+  TimerQueue::Id barrier = 0;
+  {
+    const std::scoped_lock lock(mutex_);
+    if (turnTime_) return false;
+    start = clock_->now();
+    turnTime_ = start;
+    turnThread_ = std::this_thread::get_id();
+    // What is armed from here on belongs to a later turn, so that a task that arms itself again
+    // without delay can not hold the loop.
+    barrier = queue_.nextId();
+  }
+  struct EndOfTurn {
+    MainRunLoop& loop;
+    ~EndOfTurn() {
+      const std::scoped_lock lock(loop.mutex_);
+      loop.turnTime_.reset();
+      loop.wakeLocked();
+    }
+  } const endOfTurn{*this};
+  bool ran = false;
+  for (Task task = takeDue(start, barrier); task; task = takeDue(start, barrier)) {
+    task();
+    ran = true;
+  }
+  return ran;
+}
+
+void MainRunLoop::wakeLocked() {
+  wakeUp_.notify_all();
+  if (!waker_) return;
+  const auto due = queue_.nextDue();
+  if (due && *due <= clock_->now()) {
+    waker_->setReadable();
+  } else {
+    waker_->setDue(clock_->passesByItself() ? due : std::nullopt);
+  }
+}
+
+MainRunLoop::Wake MainRunLoop::waitForWork(std::optional<Time> deadline) {
+  std::unique_lock lock(mutex_);
+  while (true) {
+    if (std::exchange(stopRequested_, false)) return Wake::stopped;
+    const auto due = queue_.nextDue();
+    const Time now = clock_->now();
+    if (due && *due <= now) return Wake::due;
+    if (deadline && *deadline <= now) return Wake::deadline;
+    const auto next = due && deadline ? std::min(*due, *deadline) : (due ? due : deadline);
+    if (!next && !clock_->passesByItself()) return Wake::never;
+    clock_->wait(wakeUp_, lock, next);
+  }
+}
+
+bool MainRunLoop::turnsUntil(std::optional<Time> deadline, const std::function<bool()>& done) {
+  {
+    const std::scoped_lock lock(mutex_);
+    if (turnTime_) return false;  // From inside a task: it would wait for itself.
+  }
+  while (true) {
+    if (done && done()) return true;
+    switch (waitForWork(deadline)) {
+      case Wake::due:
+        runOneTurn();
+        break;
+      case Wake::stopped:
+      case Wake::deadline:
+      case Wake::never:
+        return false;
+    }
+  }
+}
+
+void MainRunLoop::run() { turnsUntil(std::nullopt, {}); }
+
+void MainRunLoop::runUntil(Time deadline) { turnsUntil(deadline, {}); }
+
+bool MainRunLoop::runUntil(Time deadline, const std::function<bool()>& done) {
+  return turnsUntil(deadline, done);
+}
+
+void MainRunLoop::stop() {
+  const std::scoped_lock lock(mutex_);
+  stopRequested_ = true;
+  wakeUp_.notify_all();
+}
+
+void MainRunLoop::sleepFor(Time duration) {
+  if (duration <= Time::zero()) return;
+  clock_->sleepFor(duration);
+  const std::scoped_lock lock(mutex_);
+  if (turnTime_ && turnThread_ == std::this_thread::get_id()) turnTime_ = clock_->now();
+}
+
+int MainRunLoop::fileDescriptor() {
+  const std::scoped_lock lock(mutex_);
+  if (!waker_) {
+    waker_ = DescriptorWaker::create();
+    wakeLocked();
+  }
+  return waker_ ? waker_->readable() : -1;
+}
+
+}  // namespace kestrin

@@ -1,0 +1,90 @@
+// The run loop that the whole library runs on, with real or virtual time.
+//
+// An application turns it with one of the `run` operations, or lets its own event loop host it: the
+// descriptor is readable whenever a turn has something to do, and `runOneTurn` does it.
+//
+// Threads: one thread turns a loop; `post`, `arm`, `cancel`, the delayed requests, `now` and `stop`
+// may be called from any thread. No lock is held while a task runs.
+// Lifetime: destroy it on the thread that turned it, not from inside a task. What is pending is
+// dropped.
+// Errors: a task that throws ends the turn; the exception leaves the `run` operation, and the rest
+// stays pending. `fileDescriptor` answers -1 when the system has no descriptors left.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "KestrinBLESDK/platform/Clock.h"
+#include "KestrinBLESDK/platform/Export.h"
+#include "KestrinBLESDK/platform/RunLoop.h"
+#include "KestrinBLESDK/platform/TimerQueue.h"
+
+namespace kestrin {
+
+class DescriptorWaker;
+
+class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
+ public:
+  explicit MainRunLoop(std::shared_ptr<Clock> clock = std::make_shared<MonotonicClock>());
+  ~MainRunLoop() override;
+  MainRunLoop(const MainRunLoop&) = delete;
+  MainRunLoop& operator=(const MainRunLoop&) = delete;
+
+  /// The process's main run loop, in real time. It lives for the life of the process.
+  static const std::shared_ptr<MainRunLoop>& main();
+
+  [[nodiscard]] Time now() const override;
+  void post(Task task) override;
+  TimerId arm(Time delay, Task task) override;
+  void cancel(TimerId timer) override;
+  void performSelector_withObject_afterDelay(std::shared_ptr<void> target, const SEL& selector,
+                                             std::shared_ptr<void> object, double seconds) override;
+  void cancelPreviousPerformRequestsWithTarget_selector_object(const void* target,
+                                                               const SEL& selector,
+                                                               const void* object) override;
+
+  /// Runs everything that was due when the turn began and waits for nothing. Answers whether
+  /// anything ran. From inside a task it runs nothing and answers false.
+  bool runOneTurn();
+  /// Turns until `stop`. With virtual time also until nothing is pending.
+  void run();
+  /// Turns until the loop's time is `deadline`, or `stop`; then everything due by then has run.
+  void runUntil(Time deadline);
+  /// `runUntil` a span from now.
+  void runFor(Time duration) { runUntil(now() + duration); }
+  /// Turns until `done` answers true, asked before each turn; answers false when `deadline` or
+  /// `stop` came first.
+  bool runUntil(Time deadline, const std::function<bool()>& done);
+  /// Ends the running `run` operation after the current turn, or the next one at once.
+  void stop();
+  /// Blocks the calling thread. On the loop's own thread the frozen time moves on by as much, so
+  /// that what is armed later in the same turn counts from then; no event runs meanwhile.
+  void sleepFor(Time duration);
+  /// A descriptor that is readable whenever `runOneTurn` has something to do; owned by the loop.
+  /// With virtual time, which nothing but a `run` operation moves on, it tells of due work only.
+  int fileDescriptor();
+
+ private:
+  enum class Wake { due, stopped, deadline, never };
+
+  [[nodiscard]] Time nowLocked() const;
+  TimerId armLocked(Time delay, Task task, std::optional<TimerQueue::Request> request);
+  void wakeLocked();
+  Wake waitForWork(std::optional<Time> deadline);
+  Task takeDue(Time turnStart, TimerQueue::Id barrier);
+  bool turnsUntil(std::optional<Time> deadline, const std::function<bool()>& done);
+
+  const std::shared_ptr<Clock> clock_;
+  mutable std::mutex mutex_;
+  std::condition_variable wakeUp_;
+  TimerQueue queue_;
+  std::optional<Time> turnTime_;  // The frozen time, while a turn runs.
+  std::thread::id turnThread_;
+  bool stopRequested_ = false;
+  std::unique_ptr<DescriptorWaker> waker_;  // Made when the descriptor is first asked for.
+};
+
+}  // namespace kestrin

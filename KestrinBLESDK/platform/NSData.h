@@ -1,0 +1,95 @@
+// Byte buffers: `NSData` is immutable and cheap to copy (copies share the bytes), `NSMutableData`
+// grows and is owned by one holder. Frames, slices and notified values cross every interface as
+// `NSData`.
+//
+// Threads: an `NSData` may be read and copied from any thread at once. An `NSMutableData` belongs
+// to one thread at a time.
+// Lifetime: `bytes()` stays valid as long as any copy of that `NSData` lives; for `NSMutableData`
+// until the next change.
+// Errors: none. Running out of memory ends the program, as everywhere in this library.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "KestrinBLESDK/platform/Export.h"
+
+namespace kestrin {
+
+class NSMutableData;
+
+/// A range of bytes: `location` is the first byte's index, `length` the number of bytes.
+struct NSRange {
+  std::size_t location = 0;
+  std::size_t length = 0;
+};
+
+class KESTRIN_EXPORT NSData {
+ public:
+  /// An empty buffer.
+  NSData() noexcept = default;
+  NSData(std::initializer_list<std::uint8_t> bytes);
+  explicit NSData(std::span<const std::uint8_t> bytes);
+
+  /// `dataWithBytes:length:` A buffer holding a copy of `length` bytes at `bytes`.
+  static NSData dataWithBytes_length(const void* bytes, std::size_t length);
+  /// `dataWithData:` The same bytes; nothing is copied, since they can not change.
+  static NSData dataWithData(const NSData& data) noexcept { return data; }
+
+  /// `length` The number of bytes.
+  [[nodiscard]] std::size_t length() const noexcept { return length_; }
+  /// `bytes` The first byte; null when empty.
+  [[nodiscard]] const std::uint8_t* bytes() const noexcept { return bytes_.get(); }
+  /// `subdataWithRange:` A copy of the part of `range` that lies within this buffer.
+  [[nodiscard]] NSData subdataWithRange(NSRange range) const;
+  /// `copy` This buffer itself: immutable bytes are shared.
+  [[nodiscard]] NSData copy() const noexcept { return *this; }
+  /// `mutableCopy` A growable buffer holding a copy of the bytes.
+  [[nodiscard]] NSMutableData mutableCopy() const;
+  /// `description` The bytes as the log shows them: lower-case hex in groups of four bytes, whole
+  /// and never shortened, for example `<bb000300 01b17e65 97>`; `<>` when empty.
+  [[nodiscard]] std::string description() const;
+
+  [[nodiscard]] std::span<const std::uint8_t> span() const noexcept {
+    return {bytes_.get(), length_};
+  }
+  [[nodiscard]] const std::uint8_t* begin() const noexcept { return bytes_.get(); }
+  [[nodiscard]] const std::uint8_t* end() const noexcept { return bytes_.get() + length_; }
+  friend KESTRIN_EXPORT bool operator==(const NSData& a, const NSData& b) noexcept;
+
+ private:
+  std::shared_ptr<const std::uint8_t[]> bytes_;
+  std::size_t length_ = 0;
+};
+
+class KESTRIN_EXPORT NSMutableData {
+ public:
+  NSMutableData() noexcept = default;
+  explicit NSMutableData(std::span<const std::uint8_t> bytes)
+      : bytes_(bytes.begin(), bytes.end()) {}
+
+  /// `length` The number of bytes.
+  [[nodiscard]] std::size_t length() const noexcept { return bytes_.size(); }
+  /// `bytes` The first byte; valid until the buffer is changed next.
+  [[nodiscard]] const std::uint8_t* bytes() const noexcept { return bytes_.data(); }
+  /// `appendData:` Adds the bytes at the end.
+  void appendData(const NSData& data) { bytes_.insert(bytes_.end(), data.begin(), data.end()); }
+  /// `setLength:` Cuts the buffer to `length` bytes, or grows it with zero bytes.
+  void setLength(std::size_t length) { bytes_.resize(length); }
+  /// `copy` An immutable buffer holding a copy of the bytes.
+  [[nodiscard]] NSData copy() const { return NSData(span()); }
+  [[nodiscard]] std::span<const std::uint8_t> span() const noexcept { return bytes_; }
+
+ private:
+  std::vector<std::uint8_t> bytes_;
+};
+
+/// The bytes as the log shows them, see `NSData::description`.
+KESTRIN_EXPORT std::string descriptionOfBytes(std::span<const std::uint8_t> bytes);
+
+}  // namespace kestrin

@@ -1,0 +1,26 @@
+// Blocking the calling thread, which is the write path's only flow control.
+//
+// Threads: from any thread. Lifetime: shared. Errors: none.
+#pragma once
+
+#include <memory>
+
+#include "KestrinBLESDK/platform/Export.h"
+
+namespace kestrin {
+
+class MainRunLoop;
+
+class KESTRIN_EXPORT NSThread {
+ public:
+  virtual ~NSThread();
+  /// `sleepForTimeInterval:` Blocks the calling thread for `seconds`; not at all when that is no
+  /// positive number.
+  virtual void sleepForTimeInterval(double seconds) = 0;
+};
+
+/// Sleeps by the loop's clock, so that virtual time passes too, and lets the loop's frozen time
+/// move on when its own thread sleeps. The loop is held weakly; without it nothing sleeps.
+KESTRIN_EXPORT std::shared_ptr<NSThread> sleepOn(std::weak_ptr<MainRunLoop> loop);
+
+}  // namespace kestrin

@@ -1,0 +1,72 @@
+// The one queue of timers: what is due when, in order of due time, ties in order of arming. It
+// knows no clock and no thread; `MainRunLoop` asks it under a lock.
+//
+// Threads: one at a time.
+// Lifetime: owns the tasks; a task that leaves the queue is handed to the caller, so that it is run
+// and released without the caller's lock.
+// Errors: none.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "KestrinBLESDK/platform/Clock.h"
+#include "KestrinBLESDK/platform/Export.h"
+
+namespace kestrin {
+
+class KESTRIN_EXPORT TimerQueue {
+ public:
+  using Task = std::function<void()>;
+  using Id = std::uint64_t;
+
+  /// What a delayed request is cancelled by.
+  struct Request {
+    const void* target = nullptr;
+    std::string_view selector;
+    const void* object = nullptr;
+    friend bool operator==(const Request&, const Request&) = default;
+  };
+
+  /// Adds a task; ids count up in order of arming.
+  Id arm(Time due, Task task, std::optional<Request> request = std::nullopt);
+  /// Removes a timer and hands its task over; empty when it is not pending.
+  Task cancel(Id id);
+  /// Removes every timer armed for `request` and hands the tasks over.
+  std::vector<Task> cancelAll(const Request& request);
+  /// When the first timer is due; absent when none is pending.
+  [[nodiscard]] std::optional<Time> nextDue() const;
+  /// Removes the first timer that is due at `now` and was armed before `barrier`; empty when there
+  /// is none.
+  Task takeDue(Time now, Id barrier);
+  /// The id that the next armed timer gets.
+  [[nodiscard]] Id nextId() const noexcept { return nextId_; }
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+
+ private:
+  struct Entry {
+    Task task;
+    std::optional<Request> request;
+  };
+  struct RequestHash {
+    std::size_t operator()(const Request& request) const noexcept;
+  };
+  using Place = std::pair<Time, Id>;
+  using Entries = std::map<Place, Entry>;
+
+  Task take(Entries::iterator entry);
+  void forget(const Request& request, const Place& place);
+
+  Id nextId_ = 1;
+  Entries entries_;
+  std::unordered_map<Id, Time> dueById_;
+  std::unordered_multimap<Request, Place, RequestHash> places_;
+};
+
+}  // namespace kestrin

@@ -1,0 +1,52 @@
+// Where the fields of an RCP frame lie, and the update step of its CRC. Knows nothing else.
+//
+//   offset  size  field
+//   0       1     preamble, 0xBB
+//   1       1     message type
+//   2       1     code
+//   3       2     payload length L, high byte first
+//   5       L     payload
+//   5+L     1     end mark, 0x7E
+//   6+L     2     CRC over offsets 1 to 5+L, high byte first
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace kestrin::rcp {
+
+inline constexpr std::uint8_t kPreamble = 0xBB;
+inline constexpr std::uint8_t kEndMark = 0x7E;
+/// A received message type must have one of these bits set; the host's own commands have none.
+inline constexpr std::uint8_t kReceivedTypeMask = 0x03;
+/// Preamble, type, code and the two length bytes.
+inline constexpr std::uint16_t kHeaderLength = 5;
+/// End mark and CRC.
+inline constexpr std::uint16_t kTrailerLength = 3;
+/// The first payload length that a receiver rejects.
+inline constexpr std::uint16_t kRejectedPayloadLength = 0x3FE;
+/// What the CRC starts from, before the message type.
+inline constexpr std::uint16_t kCrcInitial = 0xFFFF;
+
+/// The running CRC `accumulator`, moved on by one byte: the same as eight steps of polynomial
+/// 0x1021, most significant bit first, by shifts instead of a table.
+constexpr std::uint16_t crcStep(std::uint8_t byte, std::uint16_t accumulator) noexcept {
+  // Unsigned int throughout: the shifts to the left must be cut back to 16 bits, never sign-extend.
+  unsigned acc = accumulator;
+  acc = (acc >> 8 | acc << 8) & 0xFFFFU;
+  acc ^= byte;
+  acc ^= (acc & 0x00FFU) >> 4;
+  acc ^= acc << 12 & 0xFFFFU;
+  acc ^= (acc & 0x00FFU) << 5;
+  return static_cast<std::uint16_t>(acc);
+}
+
+/// The running CRC moved on by every byte in order.
+constexpr std::uint16_t crcOver(std::span<const std::uint8_t> bytes,
+                                std::uint16_t accumulator = kCrcInitial) noexcept {
+  for (const std::uint8_t byte : bytes) accumulator = crcStep(byte, accumulator);
+  return accumulator;
+}
+
+}  // namespace kestrin::rcp
