@@ -1,0 +1,189 @@
+// Unusual turns that the manager's life may take: delegates and log sinks that drop things, several
+// managers, a run loop that ends.
+#include "link/LinkTest.h"
+
+namespace kestrin::test {
+namespace {
+
+const NSData kFrame{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
+
+class Robustness : public LinkTest {};
+
+TEST_F(Robustness, ARecursiveScanFromItsOwnCallbackEndsWithTheOuterOne) {
+  int depth = 0;
+  delegate->onScanBleStatus = [&] {
+    if (++depth == 1) manager->scanBLE();
+  };
+  EXPECT_TRUE(manager->scanBLE());
+  EXPECT_EQ(platform.take(), R"(
+delegate scanBleStatus 0
+delegate scanBleStatus 0
+central#1 initWithDelegate manager#1 queue (absent)
+central#1 scanForPeripheralsWithServices (absent) options (absent)
+central#1 stopScan
+central#2 initWithDelegate manager#1 queue (absent)
+central#1 released
+central#2 scanForPeripheralsWithServices (absent) options (absent)
+)");
+}
+
+TEST_F(Robustness, ConnectingInsideTheDiscoveryCallbackStopsTheScanAtOnce) {
+  const auto reader = platform.peripheral("TQM_HOLV-1");
+  scan();
+  platform.take();
+  delegate->onScanningBleDeive = [&] { manager->connectBLE(reader); };
+  platform.didDiscover(reader);
+  EXPECT_EQ(platform.take(), R"(
+* central#1 didDiscoverPeripheral "TQM_HOLV-1"
+log "DiscoverPeripheral  TQM_HOLV-1"
+delegate scanningBleDeive "TQM_HOLV-1"
+central#1 stopScan
+peripheral "TQM_HOLV-1" setDelegate manager#1
+central#1 connectPeripheral "TQM_HOLV-1" options (absent)
+)");
+}
+
+TEST_F(Robustness, SendingInsideThePluggedReportGoesOut) {
+  plugIn(standardReader());
+  receiver->onPlugChangedStatus = [&] { EXPECT_TRUE(manager->send(NSData{0xAA})); };
+  Peer::p_pluggedEvent(*manager);
+  EXPECT_EQ(platform.take(), R"(
+receiver plugChangedStatus true
+peripheral "TQM_HOLV-1" writeValue <aa> to BA821001-3B5B-4654-85FE-E998B123ADEA type 0
+log "[TX BLE] <aa>"
+)");
+}
+
+TEST_F(Robustness, AReceiverThatDropsItselfIsToldNoMore) {
+  plugIn(standardReader());
+  receiver->onPlugChangedStatus = [&] { receiver.reset(); };
+  manager->close();
+  manager->close();
+  EXPECT_EQ(platform.transcript().takeThoseThatBegin("receiver"), R"(
+receiver plugChangedStatus false
+receiver gone
+)");
+}
+
+TEST_F(Robustness, ADelegateThatDropsItselfIsToldNoMoreOfTheSameScan) {
+  delegate->onScanBleStatus = [&] { delegate.reset(); };
+  manager->scanBLE();
+  platform.didDiscover(platform.peripheral("TQM_HOLV-1"));
+  EXPECT_EQ(platform.transcript().takeThoseThatBegin("delegate"), R"(
+delegate scanBleStatus 0
+delegate gone
+)");
+}
+
+TEST_F(Robustness, AManagerThatIsDroppedInItsScanCallbackStillScansAndThenEnds) {
+  delegate->onScanBleStatus = [&] { manager.reset(); };
+  const std::weak_ptr<KestrinBleMgr> alive = manager;
+  manager->scanBLE();
+  EXPECT_TRUE(alive.expired());
+  EXPECT_EQ(platform.take(), R"(
+delegate scanBleStatus 0
+central#1 initWithDelegate manager#1 queue (absent)
+central#1 scanForPeripheralsWithServices (absent) options (absent)
+central#1 released
+)");
+}
+
+TEST_F(Robustness, ADroppedManagerHearsNothingMore) {
+  const Reader reader = standardReader();
+  plugIn(reader);
+  const auto central = platform.central();
+  manager.reset();
+  platform.take();
+  platform.didConnect(reader.peripheral);
+  platform.didUpdateValue(reader.peripheral, reader.rx, kFrame);
+  EXPECT_EQ(platform.take(), R"(
+* central#1 didConnectPeripheral "TQM_HOLV-1" to nobody
+* "TQM_HOLV-1" didUpdateValueForCharacteristic BA821002-3B5B-4654-85FE-E998B123ADEA <bb010300 01b17e20 37> to nobody
+)");
+}
+
+TEST_F(Robustness, TwoManagersOnOnePlatformDoNotDisturbEachOther) {
+  const auto second = platform.makeManager();
+  const auto secondDelegate = std::make_shared<RecordingDelegate>(platform, "second delegate");
+  second->setDelegate(secondDelegate);
+  const Reader reader = standardReader();
+  plugIn(reader);
+  second->scanBLE();
+  platform.didUpdateState(5);
+  platform.didDiscover(reader.peripheral);
+  EXPECT_EQ(platform.take(), R"(
+second delegate scanBleStatus 0
+central#2 initWithDelegate manager#2 queue (absent)
+central#2 scanForPeripheralsWithServices (absent) options (absent)
+* central#2 didUpdateState 5
+log " CBManager is powered on"
+log "start San"
+central#2 scanForPeripheralsWithServices (absent) options (absent)
+* central#2 didDiscoverPeripheral "TQM_HOLV-1"
+log "DiscoverPeripheral  TQM_HOLV-1"
+second delegate scanningBleDeive "TQM_HOLV-1"
+)");
+  EXPECT_TRUE(manager->open());
+  EXPECT_FALSE(second->open());
+  EXPECT_EQ(second->pripheral(), manager->pripheral());
+  second->connectBLE(reader.peripheral);
+  EXPECT_EQ(reader.peripheral->delegate(), Peer::asPeripheralDelegate(second));
+}
+
+TEST_F(Robustness, WithoutItsRunLoopAManagerArmsNothingAndAnswersEverything) {
+  const Reader reader = standardReader();
+  connect(reader.peripheral);
+  platform.didDiscoverServices(reader.peripheral, {reader.service});
+  reader.service->shownCharacteristics = {reader.rx, reader.tx};
+  platform.dropRunLoop();
+  platform.take();
+  Peer::peripheral_didDiscoverCharacteristicsForService_error(*manager, reader.peripheral,
+                                                              reader.service, std::nullopt);
+  platform.enterBackground();
+  EXPECT_TRUE(manager->open());
+  EXPECT_TRUE(manager->send(NSData(std::vector<std::uint8_t>(20, 0x11))));
+  manager->close();
+  EXPECT_TRUE(manager->scanBLE());
+  EXPECT_EQ(platform.take(), R"(
+log "Found RX characteristic"
+peripheral "TQM_HOLV-1" setNotifyValue true for BA821002-3B5B-4654-85FE-E998B123ADEA
+log "Found TX characteristic"
+log "Found TX - didDiscoverCharacteristicsForService"
+* post UIApplicationDidEnterBackgroundNotification
+peripheral "TQM_HOLV-1" writeValue <11111111 11111111 11111111 11111111 11111111> to BA821001-3B5B-4654-85FE-E998B123ADEA type 0
+log "[TX BLE] <11111111 11111111 11111111 11111111 11111111>"
+sleep 0.05
+peripheral "TQM_HOLV-1" writeValue <> to BA821001-3B5B-4654-85FE-E998B123ADEA type 0
+log "[TX BLE] <>"
+central#1 cancelPeripheralConnection "TQM_HOLV-1"
+central#1 stopScan
+receiver plugChangedStatus false
+delegate scanBleStatus 0
+central#1 cancelPeripheralConnection "TQM_HOLV-1"
+central#1 stopScan
+central#2 initWithDelegate manager#1 queue (absent)
+central#1 released
+central#2 scanForPeripheralsWithServices (absent) options (absent)
+)");
+}
+
+TEST_F(Robustness, ARunLoopThatEndsLetsGoOfTheManagersThatItsRequestsKept) {
+  linkUp(standardReader());
+  const std::weak_ptr<KestrinBleMgr> pending = manager;
+  manager.reset();
+  EXPECT_FALSE(pending.expired());
+  platform.dropRunLoop();
+  EXPECT_TRUE(pending.expired());
+}
+
+TEST_F(Robustness, TheConnectionQueryOutlivesALogSinkThatDropsTheManager) {
+  useManagerWithMemoryOfItsOwn();
+  connect(platform.peripheral("TQM_HOLV-1"));
+  const std::weak_ptr<KestrinBleMgr> alive = manager;
+  platform.onLog = [&](const std::string&) { manager.reset(); };
+  EXPECT_TRUE(Peer::p_isConnectedBLE(*manager));
+  EXPECT_TRUE(alive.expired());
+}
+
+}  // namespace
+}  // namespace kestrin::test

@@ -1,0 +1,75 @@
+// Time and the real clock.
+#include "KestrinBLESDK/platform/Clock.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace kestrin::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Limits = std::numeric_limits<double>;
+
+constexpr Time kHundredYears = std::chrono::hours(24) * 365 * 100;
+
+TEST(TimeFromSeconds, CountsNanoseconds) {
+  EXPECT_EQ(timeFromSeconds(0.5), 500ms);
+  EXPECT_EQ(timeFromSeconds(2.0), 2s);
+  EXPECT_EQ(timeFromSeconds(0.05), 50ms);
+  EXPECT_EQ(timeFromSeconds(1e-9), 1ns);
+}
+
+TEST(TimeFromSeconds, RoundsToTheNearestNanosecond) {
+  EXPECT_EQ(timeFromSeconds(1.4e-9), 1ns);
+  EXPECT_EQ(timeFromSeconds(1.6e-9), 2ns);
+  EXPECT_EQ(timeFromSeconds(1e-12), 0ns);
+  EXPECT_EQ(timeFromSeconds(0.1), 100ms);
+}
+
+TEST(TimeFromSeconds, IsZeroForWhatIsNoPositiveNumber) {
+  EXPECT_EQ(timeFromSeconds(0.0), 0ns);
+  EXPECT_EQ(timeFromSeconds(-0.0), 0ns);
+  EXPECT_EQ(timeFromSeconds(-1.0), 0ns);
+  EXPECT_EQ(timeFromSeconds(Limits::lowest()), 0ns);
+  EXPECT_EQ(timeFromSeconds(-Limits::infinity()), 0ns);
+  EXPECT_EQ(timeFromSeconds(Limits::quiet_NaN()), 0ns);
+  EXPECT_EQ(timeFromSeconds(Limits::denorm_min()), 0ns);
+}
+
+TEST(TimeFromSeconds, IsAHundredYearsForWhatIsTooLongToCount) {
+  EXPECT_EQ(timeFromSeconds(Limits::infinity()), kHundredYears);
+  EXPECT_EQ(timeFromSeconds(Limits::max()), kHundredYears);
+  EXPECT_EQ(timeFromSeconds(1e12), kHundredYears);
+}
+
+TEST(MonotonicClockTime, NeverGoesBackAndPassesByItself) {
+  const MonotonicClock clock;
+  EXPECT_TRUE(clock.passesByItself());
+  Time before = clock.now();
+  for (int i = 0; i < 1000; ++i) {
+    const Time after = clock.now();
+    ASSERT_GE(after, before);
+    before = after;
+  }
+}
+
+TEST(MonotonicClockTime, HasPassedAfterASleep) {
+  MonotonicClock clock;
+  const Time before = clock.now();
+  clock.sleepFor(1ms);
+  EXPECT_GE(clock.now() - before, 1ms);
+}
+
+TEST(MonotonicClockTime, EndsAWaitWhoseDeadlineIsOver) {
+  MonotonicClock clock;
+  std::mutex mutex;
+  std::condition_variable never;
+  std::unique_lock lock(mutex);
+  clock.wait(never, lock, clock.now() - 1s);
+  EXPECT_TRUE(lock.owns_lock());
+}
+
+}  // namespace
+}  // namespace kestrin::test

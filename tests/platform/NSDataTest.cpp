@@ -1,0 +1,134 @@
+// Byte buffers.
+#include "KestrinBLESDK/platform/NSData.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <utility>
+
+namespace kestrin::test {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+constexpr std::size_t kEverything = std::numeric_limits<std::size_t>::max();
+
+Bytes bytesOf(const NSData& data) { return Bytes(data.begin(), data.end()); }
+
+TEST(NSDataBytes, AreNoneAtFirst) {
+  EXPECT_EQ(NSData().length(), 0U);
+  EXPECT_EQ(NSData().bytes(), nullptr);
+  EXPECT_EQ(NSData(Bytes{}), NSData());
+}
+
+TEST(NSDataBytes, AreCopiedFromWhatTheyAreMadeOf) {
+  Bytes source = {1, 2, 3};
+  const NSData fromSpan(source);
+  const NSData fromPointer = NSData::dataWithBytes_length(source.data(), 2);
+  source.assign(3, 9);
+  EXPECT_EQ(fromSpan, (NSData{1, 2, 3}));
+  EXPECT_EQ(fromPointer, (NSData{1, 2}));
+}
+
+TEST(NSDataBytes, AreNoneOfAnAbsentSource) {
+  EXPECT_EQ(NSData::dataWithBytes_length(nullptr, 5), NSData());
+  EXPECT_EQ(NSData::dataWithBytes_length("x", 0), NSData());
+}
+
+TEST(NSDataBytes, AreSharedByCopies) {
+  const NSData data = {1, 2, 3};
+  const NSData copied = data;
+  EXPECT_EQ(copied.bytes(), data.bytes());
+  EXPECT_EQ(data.copy().bytes(), data.bytes());
+  EXPECT_EQ(NSData::dataWithData(data).bytes(), data.bytes());
+}
+
+TEST(NSDataBytes, OutliveEveryCopyButTheLast) {
+  NSData last;
+  {
+    const NSData data(Bytes(1000, 0x5A));
+    last = data;
+  }
+  EXPECT_EQ(bytesOf(last), Bytes(1000, 0x5A));
+}
+
+TEST(NSDataBytes, MakeBuffersEqualByContentAndLength) {
+  EXPECT_EQ((NSData{1, 2}), (NSData{1, 2}));
+  EXPECT_NE((NSData{1, 2}), (NSData{1, 3}));
+  EXPECT_NE((NSData{1, 2}), (NSData{1, 2, 0}));
+}
+
+TEST(NSDataSubdata, IsTheRangesPart) {
+  const NSData data = {0, 1, 2, 3, 4};
+  EXPECT_EQ(data.subdataWithRange({1, 3}), (NSData{1, 2, 3}));
+  EXPECT_EQ(data.subdataWithRange({0, 5}), data);
+  EXPECT_EQ(data.subdataWithRange({2, 0}), NSData());
+}
+
+TEST(NSDataSubdata, IsOnlyWhatLiesWithinTheBuffer) {
+  const NSData data = {0, 1, 2, 3, 4};
+  EXPECT_EQ(data.subdataWithRange({3, 10}), (NSData{3, 4}));
+  EXPECT_EQ(data.subdataWithRange({5, 1}), NSData());
+  EXPECT_EQ(data.subdataWithRange({6, 1}), NSData());
+  EXPECT_EQ(data.subdataWithRange({1, kEverything}), (NSData{1, 2, 3, 4}));
+  EXPECT_EQ(data.subdataWithRange({kEverything, kEverything}), NSData());
+}
+
+TEST(NSDataSubdata, IsACopy) {
+  const NSData data = {0, 1, 2};
+  EXPECT_NE(data.subdataWithRange({0, 3}).bytes(), data.bytes());
+}
+
+TEST(NSDataDescription, GroupsFourBytes) {
+  EXPECT_EQ((NSData{0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97}).description(),
+            "<bb000300 01b17e65 97>");
+}
+
+TEST(NSDataDescription, HasNoSpaceBehindAFullGroup) {
+  EXPECT_EQ((NSData{0x0A, 0xFF, 0x10, 0x01}).description(), "<0aff1001>");
+  EXPECT_EQ((NSData{1, 2, 3, 4, 5, 6, 7, 8}).description(), "<01020304 05060708>");
+  EXPECT_EQ((NSData{1, 2, 3, 4, 5}).description(), "<01020304 05>");
+}
+
+TEST(NSDataDescription, IsAPairOfBracketsWithoutBytes) { EXPECT_EQ(NSData().description(), "<>"); }
+
+TEST(NSDataDescription, IsNeverShortened) {
+  const std::string text = NSData(Bytes(4096, 0xAB)).description();
+  EXPECT_EQ(text.size(), 2U + 2 * 4096 + 4096 / 4 - 1);
+  EXPECT_TRUE(text.ends_with("abababab>"));
+}
+
+TEST(NSMutableDataBytes, GrowByWhatIsAppended) {
+  NSMutableData data;
+  EXPECT_EQ(data.length(), 0U);
+  data.appendData(NSData{1, 2});
+  data.appendData(NSData());
+  data.appendData(NSData{3});
+  EXPECT_EQ(data.copy(), (NSData{1, 2, 3}));
+}
+
+TEST(NSMutableDataBytes, AreCutOrFilledWithZeroByTheLength) {
+  NSMutableData data(Bytes{1, 2, 3});
+  data.setLength(2);
+  EXPECT_EQ(data.copy(), (NSData{1, 2}));
+  data.setLength(4);
+  EXPECT_EQ(data.copy(), (NSData{1, 2, 0, 0}));
+  data.setLength(0);
+  EXPECT_EQ(data.copy(), NSData());
+}
+
+TEST(NSMutableDataBytes, AreSharedWithNobody) {
+  const NSData original = {1, 2, 3};
+  NSMutableData changed = original.mutableCopy();
+  const NSData before = changed.copy();
+  changed.setLength(1);
+  EXPECT_EQ(original, (NSData{1, 2, 3}));
+  EXPECT_EQ(before, (NSData{1, 2, 3}));
+  EXPECT_EQ(changed.copy(), NSData{1});
+}
+
+TEST(NSMutableDataDescription, IsThatOfTheBytes) {
+  EXPECT_EQ(descriptionOfBytes(NSMutableData(Bytes{1, 2, 3, 4, 5}).span()), "<01020304 05>");
+}
+
+}  // namespace
+}  // namespace kestrin::test
