@@ -1,0 +1,132 @@
+#include "Bus.h"
+
+#include <utility>
+
+namespace kestrin::bluez {
+namespace {
+
+constexpr char kDisconnected[] = "org.freedesktop.DBus.Error.Disconnected";
+constexpr int kMessagesPerRound = 64;
+
+}  // namespace
+
+Bus::Bus(BusThread& thread, std::function<void()> lost) : thread_(thread), lost_(std::move(lost)) {}
+
+Bus::~Bus() { close(); }
+
+std::optional<CallError> Bus::open(const std::optional<std::string>& address) {
+  try {
+    connection_ = address ? sdbus::createSessionBusConnectionWithAddress(*address)
+                          : sdbus::createSystemBusConnection();
+    return std::nullopt;
+  } catch (const sdbus::Error& error) {
+    return CallError{error.getName(), error.getMessage()};
+  }
+}
+
+void Bus::close() {
+  *alive_ = false;
+  alive_ = std::make_shared<bool>(true);
+  pending_.clear();
+  answered_.clear();
+  connection_.reset();
+  broken_ = false;
+}
+
+bool Bus::subscribe(const std::string& match, SignalHandler handler) {
+  if (!connection_) return false;
+  try {
+    connection_->addMatch(match, std::move(handler), sdbus::floating_slot);
+    return true;
+  } catch (const sdbus::Error&) {
+    return false;
+  }
+}
+
+void Bus::call(const Call& call, Reply reply) {
+  const auto number = nextNumber_++;
+  Pending& pending = pending_[number];
+  pending.reply = std::move(reply);
+  if (!connection_ || broken_) {
+    answerLater(number, {kDisconnected, "there is no connection to the message bus"});
+    return;
+  }
+  try {
+    pending.proxy = sdbus::createProxy(*connection_, call.destination, call.path);
+    auto message = pending.proxy->createMethodCall(call.interface, call.method);
+    if (call.arguments) call.arguments(message);
+    pending.proxy->callMethod(
+        message,
+        [this, number](sdbus::MethodReply& answer, const sdbus::Error* error) {
+          this->answer(number,
+                       error != nullptr
+                           ? std::optional(CallError{error->getName(), error->getMessage()})
+                           : std::nullopt,
+                       answer);
+        },
+        call.limit);
+  } catch (const sdbus::Error& error) {
+    answerLater(number, {error.getName(), error.getMessage()});
+  }
+}
+
+void Bus::answer(std::uint64_t number, const std::optional<CallError>& error,
+                 sdbus::MethodReply& reply) {
+  const auto found = pending_.find(number);
+  if (found == pending_.end()) return;
+  Pending pending = std::move(found->second);
+  pending_.erase(found);
+  if (pending.proxy) answered_.push_back(std::move(pending.proxy));
+  if (pending.reply) pending.reply(error, reply);
+}
+
+void Bus::answerLater(std::uint64_t number, CallError error) {
+  thread_.post([this, number, error = std::move(error), alive = std::weak_ptr(alive_)] {
+    const auto stillOpen = alive.lock();
+    if (!stillOpen || !*stillOpen) return;
+    sdbus::MethodReply none;
+    answer(number, error, none);
+    answered_.clear();
+  });
+}
+
+std::optional<PollSource::Wait> Bus::wait() noexcept {
+  if (!connection_) return std::nullopt;
+  try {
+    const auto poll = connection_->getEventLoopPollData();
+    Wait wait{.descriptor = poll.fd, .events = poll.events, .limit = std::nullopt};
+    if (const auto limit = poll.getRelativeTimeout()) wait.limit = std::max<Time>(*limit, {});
+    return wait;
+  } catch (const sdbus::Error&) {
+    broken_ = true;
+    return Wait{.descriptor = -1, .events = 0, .limit = Time::zero()};
+  }
+}
+
+void Bus::process() noexcept {
+  if (!connection_) return;
+  try {
+    // What is left after that many is taken in the next round; tasks must not starve.
+    for (int count = 0; !broken_ && count < kMessagesPerRound; ++count) {
+      if (!connection_->processPendingRequest()) break;
+    }
+  } catch (const sdbus::Error&) {
+    broken_ = true;
+  }
+  answered_.clear();
+  if (broken_) loseConnection();
+}
+
+void Bus::loseConnection() {
+  auto unanswered = std::exchange(pending_, {});
+  close();
+  sdbus::MethodReply none;
+  for (auto& [number, pending] : unanswered) {
+    if (pending.reply) {
+      pending.reply(CallError{kDisconnected, "the connection to the message bus was lost"}, none);
+    }
+  }
+  lost_();
+}
+
+}  // namespace kestrin::bluez

@@ -1,0 +1,225 @@
+#include "Link.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Conversions.h"
+#include "LinkEvents.h"
+#include "RadioCore.h"
+
+namespace kestrin::bluez {
+namespace {
+
+constexpr char kDeviceInterface[] = "org.bluez.Device1";
+// The daemon itself gives an attempt up after 42 s at most; its answer is worth waiting for, since
+// a second call before it is refused.
+constexpr Time kConnectLimit = std::chrono::seconds(60);
+// Codes of CBErrorDomain.
+constexpr std::int64_t kNotConnected = 3;
+constexpr std::int64_t kPeripheralDisconnected = 7;
+
+}  // namespace
+
+Link::Link(RadioCore& core, LinkAddress address, std::shared_ptr<Peripheral> peripheral)
+    : core_(core), address_(std::move(address)), peripheral_(std::move(peripheral)) {}
+
+bool Link::isHeldBy(std::uint64_t central) const {
+  return std::any_of(holders_.begin(), holders_.end(),
+                     [&](const LinkHolder& holder) { return holder.central == central; });
+}
+
+void Link::addHolder(LinkHolder holder) {
+  if (isHeldBy(holder.central)) return;
+  holders_.push_back(std::move(holder));
+  if (phase_ == Phase::up) postConnected(holders_.back(), address_, peripheral_);
+  if (holders_.size() == 1) attempt();
+}
+
+void Link::letGo(std::uint64_t central) {
+  const auto found = std::find_if(holders_.begin(), holders_.end(), [&](const LinkHolder& holder) {
+    return holder.central == central;
+  });
+  if (found == holders_.end() || phase_ == Phase::ended) return;
+  const LinkHolder holder = *found;
+  holders_.erase(found);
+  if (!holders_.empty()) {
+    postDisconnected(holder, number(), peripheral_, std::nullopt);
+    return;
+  }
+  const auto keep = shared_from_this();
+  const bool daemonHasIt = phase_ == Phase::up || phase_ == Phase::calling;
+  become(Phase::ended);
+  if (gatt_) gatt_->close({CBErrorDomain, kNotConnected, "the link was given up"});
+  auto report = [holder, number = number(), peripheral = peripheral_] {
+    postDisconnected(holder, number, peripheral, std::nullopt);
+  };
+  core_.linkEnded(*this);
+  if (daemonHasIt) {
+    core_.disconnect(device(), std::move(report));
+  } else {
+    report();
+  }
+}
+
+void Link::letGoOfAll() {
+  const auto keep = shared_from_this();
+  for (const auto& holder : std::vector<LinkHolder>(holders_)) letGo(holder.central);
+}
+
+void Link::become(Phase phase) {
+  core_.thread().cancel(retry_);
+  if (phase_ == Phase::searching && phase != Phase::searching) core_.endSearch(*this);
+  phase_ = phase;
+}
+
+void Link::resume() {
+  if (phase_ == Phase::waiting || phase_ == Phase::searching) attempt();
+}
+
+void Link::attempt() {
+  if (!core_.isPowered(device()) || core_.isDisconnecting(device())) {
+    become(Phase::waiting);
+    return;
+  }
+  if (core_.daemon().tree().device(device()) != nullptr) {
+    callConnect();
+    return;
+  }
+  if (phase_ == Phase::searching) return;
+  become(Phase::searching);
+  core_.beginSearch(*this);
+}
+
+void Link::callConnect() {
+  // The session that found the device ends only after the attempt has begun: a device that nobody
+  // uses is forgotten by the daemon.
+  const bool searched = phase_ == Phase::searching;
+  core_.daemon().call(device(), kDeviceInterface, "Connect", kConnectLimit, {},
+                      [weak = weak_from_this(), attempt = ++attempt_](
+                          const std::optional<CallError>& error, sdbus::MethodReply&) {
+                        const auto self = weak.lock();
+                        if (self && attempt == self->attempt_) self->connectAnswered(error);
+                      });
+  if (searched) core_.endSearch(*this);
+  core_.thread().cancel(retry_);
+  phase_ = Phase::calling;
+}
+
+void Link::connectAnswered(const std::optional<CallError>& error) {
+  if (phase_ != Phase::calling) return;
+  if (!error || isDaemonError(*error, "AlreadyConnected")) {
+    goUp();
+    return;
+  }
+  if (isRefusal(*error)) core_.refused(device());
+  if (core_.isPowered(device())) {
+    pause();
+  } else {
+    become(Phase::waiting);
+  }
+}
+
+void Link::pause() {
+  become(Phase::pausing);
+  retry_ = core_.thread().arm(pause_.next(), [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->retry_.reset();
+    self->attempt();
+  });
+}
+
+void Link::adapterOff() {
+  pause_.reset();
+  if (phase_ == Phase::searching || phase_ == Phase::pausing) become(Phase::waiting);
+  if (phase_ == Phase::up) lose("the adapter was switched off");
+}
+
+void Link::daemonGone() {
+  pause_.reset();
+  ++attempt_;
+  if (phase_ == Phase::up) {
+    lose("the Bluetooth daemon has gone");
+  } else if (phase_ != Phase::ended) {
+    become(Phase::waiting);
+  }
+}
+
+void Link::deviceChanged(const DeviceChange& change) {
+  const bool evidence = change.connected == true || change.servicesResolved == true;
+  switch (phase_) {
+    case Phase::calling:
+      if (evidence) goUp();
+      break;
+    case Phase::searching:
+      attempt();
+      break;
+    case Phase::pausing:
+      if (change.connected == true) attempt();
+      break;
+    case Phase::up:
+      if (change.connected == false) {
+        lose("the link was lost");
+      } else if (change.servicesResolved == true) {
+        resolve();
+      }
+      break;
+    case Phase::waiting:
+    case Phase::ended:
+      break;
+  }
+}
+
+void Link::deviceRemoved() {
+  if (phase_ == Phase::up) lose("the Bluetooth daemon has dropped the device");
+}
+
+void Link::serviceAdded() {
+  if (phase_ == Phase::calling) goUp();
+}
+
+void Link::serviceRemoved() {
+  if (phase_ == Phase::up && gatt_->isResolved()) lose("the device's services have gone");
+}
+
+void Link::goUp() {
+  become(Phase::up);
+  pause_.reset();
+  const auto weak = weak_from_this();
+  gatt_ = std::make_shared<LinkGatt>(core_.sharedThread(), core_.daemon(),
+                                     LinkGatt::Setup{.address = address_,
+                                                     .peripheral = peripheral_,
+                                                     .loop = holders_.front().loop,
+                                                     .hungUp = [weak] {
+                                                       if (const auto self = weak.lock())
+                                                         self->lose("the link was lost");
+                                                     }});
+  for (const auto& holder : holders_) postConnected(holder, address_, peripheral_);
+  const auto* device = core_.daemon().tree().device(this->device());
+  if (device != nullptr && device->servicesResolved) resolve();
+}
+
+// What the daemon lists after it has said that all is found is complete; the signals that announce
+// the objects may still be on their way.
+void Link::resolve() {
+  if (std::exchange(resolving_, true)) return;
+  core_.daemon().refreshServices(device(), [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (self && self->phase_ == Phase::up) self->gatt_->setResolved();
+  });
+}
+
+void Link::lose(const std::string& why) {
+  if (phase_ != Phase::up) return;
+  const auto keep = shared_from_this();
+  const NSError error{CBErrorDomain, kPeripheralDisconnected, why};
+  become(Phase::ended);
+  gatt_->close(error);
+  for (const auto& holder : holders_) postDisconnected(holder, number(), peripheral_, error);
+  core_.linkEnded(*this);
+  // A peer that fell silent stays connected for the daemon, and would for the next attempt.
+  const auto* object = core_.daemon().tree().device(device());
+  if (object != nullptr && object->connected) core_.disconnect(device(), {});
+}
+
+}  // namespace kestrin::bluez

@@ -1,0 +1,276 @@
+// The queue of a link's requests: reads, writes and subscriptions. The other operations of
+// `LinkGatt` are in LinkGatt.cpp.
+//
+// Threads: the radio's own thread. Lifetime: as the link's. Errors: see LinkGatt.h.
+#include <utility>
+
+#include "Conversions.h"
+#include "LinkGatt.h"
+#include "Posting.h"
+
+namespace kestrin::bluez {
+namespace {
+
+constexpr char kCharacteristicInterface[] = "org.bluez.GattCharacteristic1";
+// A peer may take 30 s to answer an attribute request (Bluetooth Core, Vol 3, Part F, 3.3.3), and a
+// second one may stand before this.
+constexpr Time kRequestLimit = std::chrono::seconds(65);
+
+using Options = std::map<std::string, sdbus::Variant>;
+
+void writeNoOptions(sdbus::MethodCall& call) { call << Options{}; }
+
+/// Whether values may still come by signal when the daemon gives no descriptor.
+bool mayFallBack(const CallError& error) {
+  return isDaemonError(error, "NotSupported") || isDaemonError(error, "NotPermitted") ||
+         isDaemonError(error, "InProgress") ||
+         error.name == "org.freedesktop.DBus.Error.UnknownMethod";
+}
+
+}  // namespace
+
+void LinkGatt::read(const std::shared_ptr<Characteristic>& characteristic) {
+  enqueue({.kind = Kind::read, .characteristic = characteristic, .value = {}});
+}
+
+void LinkGatt::setNotify(bool enabled, const std::shared_ptr<Characteristic>& characteristic) {
+  enqueue({.kind = enabled ? Kind::subscribe : Kind::unsubscribe,
+           .characteristic = characteristic,
+           .value = {}});
+}
+
+void LinkGatt::write(const NSData& value, const std::shared_ptr<Characteristic>& characteristic,
+                     CBCharacteristicWriteType type) {
+  enqueue({.kind = Kind::write, .characteristic = characteristic, .value = value, .type = type});
+}
+
+void LinkGatt::enqueue(Request request) {
+  if (closed_) return;
+  requests_.push_back(std::move(request));
+  startNext();
+}
+
+void LinkGatt::startNext() {
+  while (!running_ && !requests_.empty() && !closed_) {
+    running_ = std::move(requests_.front());
+    requests_.pop_front();
+    start(Request(*running_));
+  }
+}
+
+void LinkGatt::finished() {
+  running_.reset();
+  startNext();
+}
+
+void LinkGatt::start(const Request& request) {
+  switch (request.kind) {
+    case Kind::read:
+      startRead(request);
+      break;
+    case Kind::subscribe:
+    case Kind::takeOver:
+      subscribe(request);
+      break;
+    case Kind::unsubscribe:
+      unsubscribe(request.characteristic);
+      break;
+    case Kind::write:
+      startWrite(request);
+      break;
+  }
+}
+
+void LinkGatt::call(const std::shared_ptr<Characteristic>& characteristic,
+                    const std::string& method, std::function<void(sdbus::MethodCall&)> arguments,
+                    Answer answer) {
+  daemon_.call(characteristic->path(), kCharacteristicInterface, method, kRequestLimit,
+               std::move(arguments),
+               [weak = weak_from_this(), answer = std::move(answer)](
+                   const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+                 const auto self = weak.lock();
+                 if (self && !self->closed_) answer(*self, error, reply);
+               });
+}
+
+void LinkGatt::startRead(const Request& request) {
+  call(request.characteristic, "ReadValue", writeNoOptions,
+       [characteristic = request.characteristic](
+           LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+         self.finishRead(characteristic, error, reply);
+         self.finished();
+       });
+}
+
+// The daemon also signals a value that was read, before it answers the read. Where notified values
+// come as signals too, those that came meanwhile were held back: the last one that equals the
+// answer is the read's own.
+void LinkGatt::finishRead(const std::shared_ptr<Characteristic>& characteristic,
+                          const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+  const auto bytes = error ? std::nullopt : readMessage<std::vector<std::uint8_t>>(reply);
+  const std::optional<NSData> value =
+      bytes ? std::optional(NSData(std::get<0>(*bytes))) : std::nullopt;
+  auto notified = std::exchange(heldBack_, {});
+  if (value) {
+    const auto own = std::find(notified.rbegin(), notified.rend(), *value);
+    if (own != notified.rend()) notified.erase(std::next(own).base());
+  }
+  for (const auto& one : notified) postValue(characteristic, one);
+  if (value) {
+    postValue(characteristic, *value);
+  } else {
+    postReadError(characteristic,
+                  errorOf(error.value_or(CallError{"", "the daemon answered without a value"})));
+  }
+}
+
+void LinkGatt::valueChanged(const std::string& path, const std::vector<std::uint8_t>& value) {
+  const auto found = subscriptions_.find(path);
+  if (found == subscriptions_.end() || found->second.stream) return;
+  if (running_ && running_->kind == Kind::read && running_->characteristic->path() == path) {
+    heldBack_.emplace_back(value);
+  } else {
+    postValue(found->second.characteristic, NSData(value));
+  }
+}
+
+void LinkGatt::startWrite(const Request& request) {
+  const bool withResponse =
+      request.type == CBCharacteristicWriteType::CBCharacteristicWriteWithResponse;
+  call(
+      request.characteristic, "WriteValue",
+      [value = request.value, withResponse](sdbus::MethodCall& call) {
+        const std::string type = withResponse ? "request" : "command";
+        call << std::vector<std::uint8_t>(value.begin(), value.end())
+             << Options{{"type", sdbus::Variant(type)}};
+      },
+      [](LinkGatt& self, const std::optional<CallError>&, sdbus::MethodReply&) {
+        self.finished();
+      });
+}
+
+void LinkGatt::subscribe(const Request& request) {
+  if (subscriptions_.contains(request.characteristic->path())) {
+    answerSubscribe(request, std::nullopt);
+    running_.reset();
+    return;
+  }
+  call(request.characteristic, "AcquireNotify", writeNoOptions,
+       [request](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+         self.acquired(request, error, reply);
+       });
+}
+
+void LinkGatt::answerSubscribe(const Request& request, const std::optional<NSError>& error) {
+  if (request.kind == Kind::subscribe) postState(request.characteristic, error);
+}
+
+void LinkGatt::acquired(const Request& request, const std::optional<CallError>& error,
+                        sdbus::MethodReply& reply) {
+  if (error && mayFallBack(*error)) {
+    subscribeBySignal(request, isDaemonError(*error, "InProgress"));
+    return;
+  }
+  auto descriptor = error ? std::nullopt : readMessage<sdbus::UnixFd, std::uint16_t>(reply);
+  if (descriptor && std::get<0>(*descriptor).isValid()) {
+    openStream(request, std::get<0>(*descriptor).release());
+  } else {
+    answerSubscribe(
+        request,
+        errorOf(error.value_or(CallError{"", "the daemon answered without a descriptor"})));
+  }
+  finished();
+}
+
+void LinkGatt::openStream(const Request& request, int descriptor) {
+  const auto& characteristic = request.characteristic;
+  const auto number = nextSubscription_++;
+  const auto inbox = std::make_shared<ValueInbox>();
+  auto deliver = [inbox, characteristic, loop = setup_.loop, peripheral = setup_.peripheral] {
+    postTo(loop, [inbox, characteristic, peripheral] {
+      for (const auto& one : inbox->take()) peripheral->deliverValue(characteristic, one);
+    });
+  };
+  auto arrived = [inbox, deliver](NSData value) {
+    if (inbox->add(std::move(value))) deliver();
+  };
+  auto hungUp = [thread = thread_, weak = weak_from_this(), path = characteristic->path(), number] {
+    const auto running = thread.lock();
+    if (!running) return;
+    running->post([weak, path, number] {
+      if (const auto self = weak.lock()) self->streamEnded(path, number);
+    });
+  };
+  auto stream = NotificationStream::start(descriptor, {std::move(arrived), std::move(hungUp)});
+  if (!stream) {
+    answerSubscribe(request, NSError{CBErrorDomain, 0, "the system has no thread to spare"});
+    return;
+  }
+  subscriptions_[characteristic->path()] = {
+      .characteristic = characteristic, .stream = std::move(stream), .number = number};
+  answerSubscribe(request, std::nullopt);
+  if (inbox->open()) deliver();
+}
+
+void LinkGatt::streamEnded(const std::string& path, std::uint64_t number) {
+  const auto found = subscriptions_.find(path);
+  if (!closed_ && found != subscriptions_.end() && found->second.number == number) {
+    setup_.hungUp();
+  }
+}
+
+// The daemon signals each value once for every program that has asked for signals, and everybody
+// hears all of them. Where another program has asked already, asking too would double every value.
+void LinkGatt::subscribeBySignal(const Request& request, bool othersDo) {
+  const std::string& path = request.characteristic->path();
+  const auto* object = daemon_.tree().characteristic(path);
+  const bool isShared = othersDo && object != nullptr && object->notifying;
+  // From here on signals are notified values: one may stand right before the answer.
+  subscriptions_[path] = {.characteristic = request.characteristic,
+                          .stream = nullptr,
+                          .number = nextSubscription_++,
+                          .isShared = isShared};
+  if (isShared) {
+    answerSubscribe(request, std::nullopt);
+    finished();
+    return;
+  }
+  call(request.characteristic, "StartNotify", {},
+       [request](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply&) {
+         if (error) self.subscriptions_.erase(request.characteristic->path());
+         self.answerSubscribe(request, error ? std::optional(errorOf(*error)) : std::nullopt);
+         self.finished();
+       });
+}
+
+void LinkGatt::characteristicChanged(const std::string& path) {
+  const auto found = subscriptions_.find(path);
+  const auto* object = daemon_.tree().characteristic(path);
+  if (found == subscriptions_.end() || !found->second.isShared) return;
+  if (object == nullptr || object->notifying) return;
+  // The other program has given up its subscription.
+  const auto characteristic = found->second.characteristic;
+  subscriptions_.erase(found);
+  enqueue({.kind = Kind::takeOver, .characteristic = characteristic, .value = {}});
+}
+
+void LinkGatt::unsubscribe(const std::shared_ptr<Characteristic>& characteristic) {
+  const auto found = subscriptions_.find(characteristic->path());
+  const bool bySignal =
+      found != subscriptions_.end() && !found->second.stream && !found->second.isShared;
+  if (found != subscriptions_.end()) subscriptions_.erase(found);
+  if (!bySignal) {
+    // The daemon ends a subscription when its descriptor is closed; another program's stays.
+    postState(characteristic, std::nullopt);
+    running_.reset();
+    return;
+  }
+  call(
+      characteristic, "StopNotify", {},
+      [characteristic](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply&) {
+        self.postState(characteristic, error ? std::optional(errorOf(*error)) : std::nullopt);
+        self.finished();
+      });
+}
+
+}  // namespace kestrin::bluez

@@ -1,0 +1,100 @@
+// Everything a session knows and does, on its own thread: it hears the daemon and tells the central
+// managers, the links and the discovery sessions.
+//
+// Threads: the radio's own thread, except for the constructor.
+// Lifetime: started, run and stopped by its session's thread.
+// Errors: none; what the daemon refuses is told by states and events.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Centrals.h"
+#include "Daemon.h"
+#include "Discovery.h"
+#include "Link.h"
+
+namespace kestrin::bluez {
+
+class RadioCore final : public DaemonListener {
+ public:
+  RadioCore(const std::shared_ptr<BusThread>& thread, const std::string& bus,
+            const std::optional<std::string>& busAddress);
+
+  void start() { daemon_.start(); }
+  void stop();
+  /// Lets go of every link and ends the thread when the bus has taken what there was to say.
+  void shutDown();
+
+  // What the application asks for.
+  [[nodiscard]] Centrals& centrals() noexcept { return centrals_; }
+  void removeCentral(std::uint64_t id);
+  void scan(std::uint64_t central, std::uint64_t number, const Centrals::UUIDs& services);
+  void stopScan(std::uint64_t central);
+  void connect(std::uint64_t central, const std::shared_ptr<Peripheral>& peripheral,
+               const std::weak_ptr<Session>& session);
+  void cancel(std::uint64_t central, const std::string& device);
+  /// Runs `work` with the attributes of that link, if it is up.
+  void withLink(std::uint64_t number, const std::function<void(LinkGatt&)>& work);
+
+  // What links need.
+  [[nodiscard]] BusThread& thread() noexcept { return thread_; }
+  [[nodiscard]] const std::weak_ptr<BusThread>& sharedThread() const { return sharedThread_; }
+  [[nodiscard]] Daemon& daemon() noexcept { return daemon_; }
+  [[nodiscard]] bool isPowered(const std::string& device) const;
+  [[nodiscard]] bool isDisconnecting(const std::string& device) const {
+    return disconnections_.contains(device);
+  }
+  void beginSearch(const Link& link);
+  void endSearch(const Link& link);
+  void refused(const std::string& device);
+  void linkEnded(const Link& link);
+  /// Has the daemon disconnect a device; `report` is called once, at the first evidence of that.
+  void disconnect(const std::string& device, std::function<void()> report);
+
+  // What the daemon says.
+  void daemonChanged() override;
+  void adapterChanged(const std::string& path) override;
+  void deviceChanged(const std::string& path, const DeviceChange& change) override;
+  void deviceRemoved(const std::string& path) override;
+  void serviceAdded(const std::string& device) override;
+  void serviceRemoved(const std::string& device) override;
+  void valueChanged(const std::string& characteristic,
+                    const std::vector<std::uint8_t>& value) override;
+  void characteristicChanged(const std::string& characteristic) override;
+
+ private:
+  struct Disconnection {
+    std::uint64_t number = 0;
+    std::function<void()> report;
+  };
+
+  Discovery& discovery(const std::string& adapter);
+  void updateScans();
+  void sweep(const std::string& adapter);
+  void updateName(const std::string& device, const DeviceChange& change);
+  [[nodiscard]] std::shared_ptr<Link> link(const std::string& device) const;
+  /// The link of the device that a characteristic belongs to, when it is up.
+  [[nodiscard]] std::shared_ptr<LinkGatt> gattOf(const std::string& characteristic) const;
+  void disconnected(const std::string& device);
+  void endDisconnection(const std::string& device);
+  void leaveBus();
+  void forEachLink(const std::function<void(Link&)>& action);
+
+  BusThread& thread_;
+  const std::weak_ptr<BusThread> sharedThread_;
+  Daemon daemon_;
+  Centrals centrals_;
+  std::map<std::string, std::shared_ptr<Discovery>> discoveries_;  // By adapter.
+  std::map<std::string, std::shared_ptr<Link>> links_;             // By device.
+  std::map<std::string, Disconnection> disconnections_;            // By device.
+  std::map<std::string, std::optional<std::string>> names_;        // As advertised, by device.
+  std::uint64_t nextNumber_ = 1;
+};
+
+}  // namespace kestrin::bluez

@@ -1,0 +1,93 @@
+#include "radios/bluez/PrivateBus.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace kestrin::bluez::test {
+namespace {
+
+std::string configuration(const std::string& folder, PrivateBus::Policy policy) {
+  std::string text =
+      "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+      " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+      "<busconfig><type>session</type><listen>unix:path=" +
+      folder +
+      "/bus</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+      "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/><allow own=\"*\"/>"
+      "</policy>";
+  if (policy == PrivateBus::Policy::daemonRefused) {
+    text += "<policy context=\"mandatory\"><deny send_destination=\"org.bluez\"/></policy>";
+  }
+  return text + "</busconfig>\n";
+}
+
+}  // namespace
+
+PrivateBus::PrivateBus(Policy policy) {
+  std::array<char, 32> name{"/tmp/kestrin-bus-XXXXXX"};
+  if (::mkdtemp(name.data()) == nullptr) {
+    ADD_FAILURE() << "no folder for a bus in /tmp: " << std::strerror(errno);
+    return;
+  }
+  folder_ = name.data();
+  std::ofstream(folder_ + "/bus.conf") << configuration(folder_, policy);
+  start();
+}
+
+PrivateBus::~PrivateBus() {
+  kill();
+  std::error_code ignored;
+  if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
+}
+
+void PrivateBus::start() {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  const std::string config = "--config-file=" + folder_ + "/bus.conf";
+  std::array<std::string, 4> words{"dbus-daemon", config, "--nofork", "--print-address=1"};
+  std::array<char*, 5> arguments{words[0].data(), words[1].data(), words[2].data(),
+                                 words[3].data(), nullptr};
+  const int error =
+      ::posix_spawnp(&process_, words[0].c_str(), &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(ends[1]);
+  std::string line;
+  char character = 0;
+  while (error == 0 && ::read(ends[0], &character, 1) == 1 && character != '\n') line += character;
+  ::close(ends[0]);
+  if (error != 0) process_ = -1;
+  EXPECT_FALSE(line.empty()) << "dbus-daemon does not start (" << std::strerror(error)
+                             << "): install the Debian package dbus";
+  address_ = line;
+}
+
+void PrivateBus::kill() {
+  if (process_ <= 0) return;
+  ::kill(process_, SIGKILL);
+  ::waitpid(process_, nullptr, 0);
+  process_ = -1;
+}
+
+void PrivateBus::restart() {
+  kill();
+  std::filesystem::remove(folder_ + "/bus");
+  const std::string before = address_;
+  start();
+  // The printed address also carries the bus's own number, which is new.
+  address_ = before;
+}
+
+}  // namespace kestrin::bluez::test
