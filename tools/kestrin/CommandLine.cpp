@@ -1,0 +1,254 @@
+#include "tools/kestrin/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <charconv>
+#include <cmath>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tools/kestrin/Commands.h"
+#include "tools/kestrin/Console.h"
+#include "tools/kestrin/InterruptSignals.h"
+#include "tools/kestrin/RadioEnvironment.h"
+
+namespace kestrin::app {
+namespace {
+
+constexpr char kHidden[] = "";  // CLI11's name for the group that the help leaves out.
+
+struct Requests {
+  DemoRequest demo;
+  RadioRequest radio;
+  ScanRequest scan;
+  MonitorRequest monitor;
+  SendRequest send;
+  std::vector<std::string> frames;
+  FrameRequest frame;
+  std::string recording;
+};
+
+/// Accepts a span of time: zero or more seconds, a hundred years at most.
+std::string checkSeconds(const std::string& text) {
+  constexpr double kMost = 3.0e9;
+  double seconds = -1;
+  const char* const end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, seconds);
+  const bool number = result.ec == std::errc() && result.ptr == end;
+  if (number && std::isfinite(seconds) && seconds >= 0 && seconds <= kMost) return "";
+  return "'" + printable(text) + "' is no number of seconds, as in 2 or 0.5";
+}
+
+std::string checkRadio(const std::string& text) {
+  if (text == "bluez" || text == "simulated") return "";
+  return "'" + printable(text) + "' is no radio; there are bluez and simulated";
+}
+
+void addRadioOptions(CLI::App& command, RadioRequest& radio) {
+  const auto chosen = [&radio](const std::string& name) {
+    radio.kind = name == "simulated" ? RadioKind::simulated : RadioKind::bluez;
+  };
+  command
+      .add_option_function<std::string>(
+          "--radio", chosen,
+          "bluez: the real one, over the system's Bluetooth daemon (default); simulated: virtual "
+          "readers in this process")
+      ->check(checkRadio)
+      ->type_name("bluez|simulated");
+  command.add_option("--adapter", radio.adapter, "The adapter of the real radio, as in hci0")
+      ->type_name("NAME");
+  command.add_flag("--log", radio.log, "Show the library's log on standard error");
+  command.add_flag("--virtual-time", radio.virtualTime, "For tests")->group(kHidden);
+}
+
+void addSearchTimeout(CLI::App& command, double& timeout) {
+  command
+      .add_option("--timeout", timeout,
+                  "Give up when the reader is not found within this time, or found and not plugged "
+                  "in within as long again")
+      ->check(checkSeconds)
+      ->type_name("SECONDS")
+      ->capture_default_str();
+}
+
+void addDemo(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand(
+      "demo", "Do the main job on the simulated radio and print a timeline of it");
+  command->add_flag("--virtual-time", requests.demo.virtualTime,
+                    "End at once: time passes only on the timeline");
+  command->add_flag("--log", requests.demo.log, "Show the library's log on standard error");
+  command->footer("Example:\n  kestrin demo --virtual-time");
+}
+
+void addScan(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand(
+      "scan", "Print the readers in range, one line each: name, tab, identifier");
+  command
+      ->add_option("--for", requests.scan.duration, "End after this time (else when interrupted)")
+      ->check(checkSeconds)
+      ->type_name("SECONDS");
+  addRadioOptions(*command, requests.radio);
+  command->footer(
+      "The radio's state is told on standard error.\n\nExamples:\n"
+      "  kestrin scan --for 5\n  kestrin scan --radio simulated");
+}
+
+void addMonitor(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand(
+      "monitor", "Connect to a reader and print what it sends until interrupted");
+  command->add_option("NAME", requests.monitor.name, "A part of the reader's name; case counts")
+      ->required();
+  addSearchTimeout(*command, requests.monitor.timeout);
+  command->add_option("--for", requests.monitor.duration, "For tests")
+      ->check(checkSeconds)
+      ->group(kHidden);
+  addRadioOptions(*command, requests.radio);
+  command->footer(
+      "Prints READER, PLUGGED, UNPLUGGED and FRAME lines. A lost link is made again.\n\nExamples:\n"
+      "  kestrin monitor KVR-0417\n  kestrin monitor TQM --radio simulated");
+}
+
+void addSend(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand(
+      "send", "Connect to a reader, send frames and print the frames that arrive");
+  command->add_option("NAME", requests.send.name, "A part of the reader's name; case counts")
+      ->required();
+  command
+      ->add_option("FRAME", requests.frames,
+                   "Whole frames in hexadecimal, CRC included, as `kestrin frame` prints them")
+      ->required();
+  command->add_option("--for", requests.send.duration, "Listen this long after the last frame")
+      ->check(checkSeconds)
+      ->type_name("SECONDS")
+      ->capture_default_str();
+  addSearchTimeout(*command, requests.send.timeout);
+  addRadioOptions(*command, requests.radio);
+  command->footer(
+      "Prints READER, PLUGGED, SENT, FRAME and UNPLUGGED lines.\n\nExamples:\n"
+      "  kestrin send KVR-0417 BB00030001B17E6597\n"
+      "  kestrin send KVR --radio simulated \"$(kestrin frame 00 03 B1)\"");
+}
+
+void addFrame(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand("frame", "Print a whole frame, CRC included");
+  command->add_option("TYPE", requests.frame.type, "The message type, 00 for commands")->required();
+  command->add_option("CODE", requests.frame.code, "The command's code")->required();
+  command->add_option("PAYLOAD", requests.frame.payload, "The payload; none if left out");
+  command->footer("All in hexadecimal.\n\nExample:\n  kestrin frame 00 03 B1");
+}
+
+void addReplay(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand(
+      "replay", "Feed recorded arrivals to the assembler and print what comes of them");
+  command->add_option("FILE", requests.recording, "The recording, - for standard input")
+      ->required();
+  command->footer(
+      "Input: one arrival per line in hexadecimal; an empty line is an arrival of no bytes, a "
+      "line\n"
+      "that starts with # a comment. Output: LOG and FRAME lines.\n\nExamples:\n"
+      "  kestrin replay recording.txt\n"
+      "  echo 'BB 01 03 00 01 B1 7E 20 37' | kestrin replay -");
+}
+
+/// Wrong uses that only the options together show.
+bool fitTogether(const RadioRequest& radio, Console& console) {
+  if (radio.kind == RadioKind::simulated && radio.adapter) {
+    console.note("--adapter: only the real radio has adapters; leave out --radio simulated");
+    return false;
+  }
+  if (radio.kind != RadioKind::simulated && radio.virtualTime) {
+    console.note("--virtual-time: only the simulated radio has it; add --radio simulated");
+    return false;
+  }
+  return true;
+}
+
+int runOnRadio(const RadioRequest& request, Console& console,
+               const std::function<int(RadioEnvironment&)>& command) {
+  if (!fitTogether(request, console)) return kWrongUsage;
+  const BlockedInterruptSignals blocked;
+  const auto environment = makeRadioEnvironment(request, console);
+  if (!environment) return kFailure;
+  const InterruptSignals signals(environment->loop(), [&] { environment->interrupt(); });
+  return command(*environment);
+}
+
+int run(const std::string& command, Requests& requests, Console& console) {
+  if (command == "demo") return runDemo(requests.demo, console);
+  if (command == "frame") return runFrame(requests.frame, console);
+  if (command == "replay") return runReplay(requests.recording, console);
+  if (command == "send" && !readFrames(requests.frames, requests.send, console)) {
+    return kWrongUsage;
+  }
+  return runOnRadio(requests.radio, console, [&](RadioEnvironment& environment) {
+    if (command == "scan") return runScan(requests.scan, environment, console);
+    if (command == "monitor") return runMonitor(requests.monitor, environment, console);
+    return runSend(requests.send, environment, console);
+  });
+}
+
+/// Help and version are no errors; everything else is wrong usage, told in one line.
+int tellParseResult(const CLI::App& app, const CLI::ParseError& error, Console& console) {
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    std::ostringstream text;
+    app.exit(error, text, text);
+    std::string shown = text.str();
+    while (shown.ends_with('\n')) shown.pop_back();
+    console.line(shown);
+    return finishOutput(console);
+  }
+  std::string place = "kestrin";
+  for (const CLI::App* command : app.get_subcommands()) place += ' ' + command->get_name();
+  const bool top = app.get_subcommands().empty();
+  // What was not expected says more than what is missing because of it.
+  const std::vector<std::string> unexpected = app.remaining(true);
+  std::string text = error.what();
+  if (!unexpected.empty()) {
+    const bool option = unexpected.front().starts_with('-');
+    text =
+        "'" + unexpected.front() + "' is " + (top && !option ? "no command" : "not expected here");
+  } else if (top) {
+    text = "a command is missing";
+  }
+  console.note(printable(text) + " (" + place + " --help tells more)");
+  return kWrongUsage;
+}
+
+}  // namespace
+
+int runCommandLine(int argumentCount, const char* const* arguments, Console& console) {
+  Requests requests;
+  CLI::App app("Works a handheld RFID reader over Bluetooth Low Energy.", "kestrin");
+  app.set_version_flag("--version", "kestrin " KESTRIN_VERSION);
+  // Exactly one, so that a command's own arguments are never taken for a further command.
+  app.require_subcommand(1);
+  addDemo(app, requests);
+  addScan(app, requests);
+  addMonitor(app, requests);
+  addSend(app, requests);
+  addFrame(app, requests);
+  addReplay(app, requests);
+  app.footer(
+      "Examples:\n  kestrin demo\n  kestrin scan --for 5\n  kestrin monitor KVR-0417\n"
+      "  kestrin send KVR-0417 BB00030001B17E6597\n  kestrin frame 00 03 B1\n"
+      "  kestrin replay recording.txt\n\n"
+      "Without a reader at hand: add --radio simulated to scan, monitor and send.\n"
+      "Exit status: 0 done, 1 failed, 2 wrong usage.");
+  try {
+    app.parse(argumentCount, arguments);
+  } catch (const CLI::ParseError& error) {
+    return tellParseResult(app, error, console);
+  }
+  return run(app.get_subcommands().front()->get_name(), requests, console);
+}
+
+int finishOutput(Console& console) {
+  console.flush();
+  if (!console.outputError()) return kSuccess;
+  console.note("standard output: " + console.outputError()->message());
+  return kFailure;
+}
+
+}  // namespace kestrin::app

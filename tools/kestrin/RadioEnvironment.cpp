@@ -1,0 +1,76 @@
+#include "tools/kestrin/RadioEnvironment.h"
+
+#include <utility>
+
+#include "kestrin/simulated/SimulatedPlatform.h"
+#include "tools/kestrin/Console.h"
+#include "tools/kestrin/SimulatedScene.h"
+
+#ifdef KESTRIN_HAS_BLUEZ
+#include "kestrin/bluez/Bluez.h"
+#endif
+
+namespace kestrin::app {
+namespace {
+
+class SilentLog final : public NSLogSink {
+ public:
+  [[nodiscard]] bool isListening() const noexcept override { return false; }
+  void write(std::string_view /*line*/) noexcept override {}
+};
+
+class SimulatedEnvironment final : public RadioEnvironment {
+ public:
+  explicit SimulatedEnvironment(const RadioRequest& request)
+      : simulated_(sceneOptions(request.virtualTime, logSink(request.log))), scene_(simulated_) {
+    scene_.startTagReports();
+  }
+  [[nodiscard]] Platform platform() const override { return simulated_.platform(); }
+  [[nodiscard]] MainRunLoop& loop() const override { return simulated_.runLoop(); }
+
+ private:
+  simulated::SimulatedPlatform simulated_;
+  SimulatedScene scene_;
+};
+
+#ifdef KESTRIN_HAS_BLUEZ
+class BluezEnvironment final : public RadioEnvironment {
+ public:
+  explicit BluezEnvironment(const RadioRequest& request) {
+    loop_ = std::make_shared<MainRunLoop>();
+    platform_.radio = bluez::makeRadio(loop_, {.adapter = request.adapter, .busAddress = {}});
+    platform_.mainRunLoop = loop_;
+    platform_.thread = sleepOn(loop_);
+    platform_.log = logSink(request.log);
+  }
+  [[nodiscard]] Platform platform() const override { return platform_; }
+  [[nodiscard]] MainRunLoop& loop() const override { return *loop_; }
+
+ private:
+  // The loop goes first: what is pending on it may keep a manager, which keeps the radio.
+  Platform platform_;
+  std::shared_ptr<MainRunLoop> loop_;
+};
+#endif
+
+}  // namespace
+
+RadioEnvironment::~RadioEnvironment() = default;
+
+std::shared_ptr<NSLogSink> logSink(bool shown) {
+  if (shown) return std::make_shared<StandardErrorLogSink>();
+  return std::make_shared<SilentLog>();
+}
+
+std::unique_ptr<RadioEnvironment> makeRadioEnvironment(const RadioRequest& request,
+                                                       [[maybe_unused]] Console& console) {
+  if (request.kind == RadioKind::simulated) return std::make_unique<SimulatedEnvironment>(request);
+#ifdef KESTRIN_HAS_BLUEZ
+  return std::make_unique<BluezEnvironment>(request);
+#else
+  console.note("--radio bluez: this build has no such radio; the one it has is --radio simulated");
+  return nullptr;
+#endif
+}
+
+}  // namespace kestrin::app

@@ -1,0 +1,57 @@
+// The radio that a command works with, and the run loop it works on.
+//
+// Threads: one thread makes it, turns its loop and drops it.
+// Lifetime: drop everything that uses the platform before; what the radio was asked to do is handed
+// over before the drop returns.
+// Errors: a radio that this build or this machine does not have is told on the console.
+#pragma once
+
+#include <KestrinBLESDK/platform/MainRunLoop.h>
+#include <KestrinBLESDK/platform/Platform.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kestrin::app {
+
+class Console;
+
+enum class RadioKind { bluez, simulated };
+
+struct RadioRequest {
+  RadioKind kind = RadioKind::bluez;
+  /// The adapter of the real radio; absent: its own choice.
+  std::optional<std::string> adapter;
+  /// Whether the library's log goes to standard error.
+  bool log = false;
+  /// Whether the simulated radio runs in virtual time.
+  bool virtualTime = false;
+};
+
+class RadioEnvironment {
+ public:
+  RadioEnvironment() = default;
+  virtual ~RadioEnvironment();
+  RadioEnvironment(const RadioEnvironment&) = delete;
+  RadioEnvironment& operator=(const RadioEnvironment&) = delete;
+
+  [[nodiscard]] virtual Platform platform() const = 0;
+  [[nodiscard]] virtual MainRunLoop& loop() const = 0;
+
+  /// Asks the running command to come to its end; on the loop's thread.
+  void interrupt() noexcept { interrupted_ = true; }
+  [[nodiscard]] bool interrupted() const noexcept { return interrupted_; }
+
+ private:
+  bool interrupted_ = false;
+};
+
+/// The radio that was asked for; null when it can not be had, which the console has been told.
+std::unique_ptr<RadioEnvironment> makeRadioEnvironment(const RadioRequest& request,
+                                                       Console& console);
+
+/// Standard error when `shown`, else a log that nobody reads.
+std::shared_ptr<NSLogSink> logSink(bool shown);
+
+}  // namespace kestrin::app
