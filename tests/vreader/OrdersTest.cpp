@@ -1,0 +1,117 @@
+// Orders as text.
+#include "tools/vreader/Orders.h"
+
+#include "vreader/VirtualDeviceTest.h"
+
+namespace kestrin::vreader {
+namespace {
+
+class OrdersTest : public VirtualDeviceTest {
+ protected:
+  /// Why an order is refused; "done" when it is carried out.
+  std::string order(const std::string& line) {
+    const auto outcome = orders.carryOut(line);
+    EXPECT_EQ(outcome.done, outcome.reason.empty());
+    return outcome.done ? "done" : outcome.reason;
+  }
+
+  Controller controller{runLoop, {}, [](const Bytes&) {}, [](const std::string&) {}};
+  Orders orders{{standard, q62t, lamp}, controller};
+};
+
+TEST_F(OrdersTest, UnknownOrdersAndDevicesAreRefusedByName) {
+  EXPECT_EQ(order(""), "there is no order \"\"");
+  EXPECT_EQ(order("explode standard"), "there is no order \"explode\"");
+  EXPECT_EQ(order("drop 7"), "there is no device \"7\"; there are standard, q62t, lamp");
+  EXPECT_EQ(order("drop"), "there is no device \"\"; there are standard, q62t, lamp");
+}
+
+TEST_F(OrdersTest, DropTakesAReasonOrMeansATimeout) {
+  EXPECT_EQ(order("drop standard"), "it has no link");
+  connect(*standard);
+  EXPECT_EQ(order("drop standard 0"), "a reason is a code from 0x01 to 0xff");
+  EXPECT_EQ(order("drop standard 0x113"), "a reason is a code from 0x01 to 0xff");
+  EXPECT_EQ(order("drop standard 0x13 now"), "\"now\" is more than drop takes");
+  EXPECT_TRUE(link.drops.empty()) << "an order that is refused does nothing";
+  EXPECT_EQ(order("  drop \t standard  "), "done");
+  connect(*standard);
+  EXPECT_EQ(order("drop standard 0x13"), "done");
+  connect(*standard);
+  EXPECT_EQ(order("drop standard 22\r"), "done");
+  EXPECT_EQ(link.drops, (std::vector<std::uint8_t>{0x08, 0x13, 22}));
+}
+
+TEST_F(OrdersTest, SilentAndAdvertiseAreSwitches) {
+  EXPECT_EQ(order("silent standard"), "say on or off");
+  EXPECT_EQ(order("advertise standard yes"), "say on or off");
+  EXPECT_EQ(order("advertise standard off"), "done");
+  EXPECT_FALSE(standard->advertises());
+  EXPECT_EQ(order("advertise standard on"), "done");
+  EXPECT_TRUE(standard->advertises());
+  connect(*standard);
+  EXPECT_EQ(order("silent standard on"), "done");
+  EXPECT_EQ(order("notify standard 01"), "it is silent");
+}
+
+TEST_F(OrdersTest, VanishAndReturnTakeTheDeviceOutOfRangeAndBack) {
+  EXPECT_EQ(order("vanish q62t"), "done");
+  EXPECT_FALSE(q62t->advertises());
+  EXPECT_EQ(order("return q62t"), "done");
+  EXPECT_TRUE(q62t->advertises());
+}
+
+TEST_F(OrdersTest, ANewNameMayHoldBlanksOrBeAbsent) {
+  EXPECT_EQ(order("rename lamp A lamp, still"), "done");
+  EXPECT_TRUE(lamp->description().ends_with("\"A lamp, still\"")) << lamp->description();
+  EXPECT_EQ(order("rename lamp"), "done");
+  EXPECT_TRUE(lamp->description().ends_with("without a name")) << lamp->description();
+}
+
+TEST_F(OrdersTest, RefusalsAreSetAndTakenBackPerAccess) {
+  EXPECT_EQ(order("refuse standard"), "say reads, writes or subscriptions");
+  EXPECT_EQ(order("refuse standard writes"), "say an ATT error code from 0x01 to 0xff, or off");
+  EXPECT_EQ(order("refuse standard writes 0"), "say an ATT error code from 0x01 to 0xff, or off");
+  EXPECT_EQ(order("refuse standard writes 0x80"), "done");
+  connect(*standard);
+  write(*standard, Bytes{0x01});
+  EXPECT_EQ(link.sent.back().substr(8), "80");
+  EXPECT_EQ(order("refuse standard writes off"), "done");
+  write(*standard, Bytes{0x01});
+  EXPECT_EQ(link.sent.back(), "13");
+}
+
+TEST_F(OrdersTest, NotifyTakesHexadecimalOrNothing) {
+  connect(*standard);
+  subscribe(*standard);
+  EXPECT_EQ(order("notify standard b"), "a value is pairs of hexadecimal digits");
+  EXPECT_EQ(order("notify standard zz"), "a value is pairs of hexadecimal digits");
+  EXPECT_EQ(order("notify standard BB01"), "done");
+  EXPECT_EQ(order("notify standard"), "done");
+  EXPECT_EQ(joinedNotifications(), "bb01");
+  EXPECT_EQ(notifications(), 2U) << "an empty value is one";
+}
+
+TEST_F(OrdersTest, BurstTakesCountAndLengthAndMayTakeItsPace) {
+  connect(*standard);
+  subscribe(*standard);
+  EXPECT_EQ(order("burst standard 3"), "say how many notifications and how long each is");
+  EXPECT_EQ(order("burst standard 0 20"), "say how many notifications and how long each is");
+  EXPECT_EQ(order("burst standard 3 20 0"), "at least 1 leaves at a time");
+  EXPECT_EQ(order("burst standard 3 20 1 soon"), "the interval is a number of milliseconds");
+  EXPECT_EQ(order("burst standard 3 20 1 100"), "done");
+  runLoop->runFor(std::chrono::milliseconds(199));
+  EXPECT_EQ(notifications(), 2U);
+  runLoop->runFor(std::chrono::milliseconds(1));
+  EXPECT_EQ(notifications(), 3U);
+}
+
+TEST_F(OrdersTest, HelpNamesEveryOrder) {
+  for (const char* verb :
+       {"drop", "silent", "vanish", "return", "rename", "advertise", "refuse", "notify", "burst"}) {
+    EXPECT_NE(Orders::help().find("\n  " + std::string(verb) + " DEVICE"), std::string::npos)
+        << verb;
+  }
+}
+
+}  // namespace
+}  // namespace kestrin::vreader

@@ -1,0 +1,139 @@
+// One virtual device: a reader of either family, or a peripheral that is no reader. It advertises,
+// serves its attributes, plays the reader script, and does what orders ask of it.
+//
+// Threads: the run loop's.
+// Lifetime: its timers end with it; it outlives its link.
+// Errors: an order that can not be carried out answers why. Nothing is thrown.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KestrinBLESDK/platform/RunLoop.h"
+#include "kestrin/simulated/GattLayout.h"
+#include "kestrin/simulated/ReaderScript.h"
+#include "tools/vreader/AttServer.h"
+#include "tools/vreader/AttributeDatabase.h"
+#include "tools/vreader/RemoteDevice.h"
+
+namespace kestrin::vreader {
+
+struct DeviceSettings {
+  /// What orders and event lines call it; without blanks.
+  std::string id;
+  DeviceAddress address;
+  /// The name in the advertisement; absent: it advertises none.
+  std::optional<std::string> advertisedName;
+  /// The name that is read over a link; absent: that of the layout.
+  std::optional<std::string> gapName;
+  /// The family of a reader; absent: no reader.
+  std::optional<simulated::ReaderFamily> family;
+};
+
+/// Notifications in a row.
+struct Burst {
+  std::uint32_t count = 0;
+  /// The length of each value.
+  std::size_t length = 0;
+  /// How many leave together, and how long after them the next.
+  std::uint32_t perEvent = 6;
+  std::chrono::milliseconds interval{8};
+};
+
+class VirtualDevice final : public RemoteDevice, private AttServer::Application {
+ public:
+  /// Gets one line per thing that happens.
+  using EventSink = std::function<void(const std::string&)>;
+  /// Why an order was not carried out; absent when it was.
+  using Refusal = std::optional<std::string>;
+
+  VirtualDevice(std::shared_ptr<RunLoop> runLoop, DeviceSettings settings, EventSink events);
+  ~VirtualDevice() override;
+  VirtualDevice(const VirtualDevice&) = delete;
+  VirtualDevice& operator=(const VirtualDevice&) = delete;
+
+  [[nodiscard]] const std::string& id() const noexcept { return settings_.id; }
+  /// What it is, for a person.
+  [[nodiscard]] std::string description() const;
+
+  // Orders.
+  Refusal drop(std::uint8_t reason);
+  void setSilent(bool silent);
+  void vanish();
+  void comeBack();
+  void rename(std::optional<std::string> name) { settings_.advertisedName = std::move(name); }
+  void setAdvertising(bool advertising) { advertising_ = advertising; }
+  /// Refuses an access with an ATT error code from now on; absent: allows it again.
+  void refuse(AttServer::Access access, std::optional<std::uint8_t> errorCode);
+  Refusal notify(ByteView value);
+  Refusal burst(const Burst& burst);
+
+  /// The value of a burst's notification: an RCP frame of message type 0x02 and code 0x00 whose
+  /// payload begins with `index` in four bytes, most significant first, and goes on with zeros.
+  /// Where `length` has no room for such a frame (12 bytes), the index's bytes alone, from the
+  /// least significant on, and zeros.
+  static Bytes burstValue(std::uint32_t index, std::size_t length);
+
+  // RemoteDevice.
+  [[nodiscard]] const DeviceAddress& address() const override { return settings_.address; }
+  [[nodiscard]] bool advertises() const override;
+  [[nodiscard]] Bytes advertisingData() const override;
+  [[nodiscard]] Bytes scanResponseData() const override;
+  void connected(LinkEnd& link) override;
+  void disconnected(std::uint8_t reason) override;
+  void received(ByteView attPdu) override;
+
+ private:
+  // A link and what lives as long as it.
+  struct Session {
+    Session(LinkEnd& itsLink, const AttributeDatabase& database,
+            AttServer::Application& application)
+        : link(itsLink), server(database, application) {}
+    LinkEnd& link;
+    AttServer server;
+  };
+  struct RunningBurst {
+    Burst wanted;
+    std::uint32_t sent = 0;
+  };
+
+  std::optional<std::uint8_t> refusal(AttServer::Access access) override;
+  void wasRead(const Attribute& attribute) override;
+  void wasWritten(const Attribute& attribute, ByteView value) override;
+  void subscriptionChanged(const Attribute& configuration, unsigned bits) override;
+  void mtuExchanged(std::size_t mtu) override;
+
+  void buildDatabase();
+  [[nodiscard]] bool isHeard() const { return inRange_ && !silent_; }
+  [[nodiscard]] Bytes nameField() const;
+  void sendReplies();
+  [[nodiscard]] Refusal whyNoNotification(std::size_t length) const;
+  void sendNotification(ByteView value);
+  void continueBurst();
+  void cancelTimer(std::optional<RunLoop::TimerId>& timer);
+  void tell(const std::string& event, const std::string& details = {}) const;
+
+  const std::shared_ptr<RunLoop> runLoop_;
+  DeviceSettings settings_;
+  const EventSink events_;
+  AttributeDatabase database_;
+  std::optional<std::uint16_t> rxHandle_;  // The value that is notified; readers have one.
+  simulated::ReaderConversation conversation_;
+  bool inRange_ = true;
+  bool advertising_ = true;
+  bool silent_ = false;
+  std::map<AttServer::Access, std::uint8_t> refusals_;
+  std::optional<Session> session_;
+  std::optional<RunningBurst> burst_;
+  std::optional<RunLoop::TimerId> burstTimer_;
+  std::optional<RunLoop::TimerId> supervisionTimer_;
+  std::optional<RunLoop::TimerId> replyTimer_;
+  std::vector<NSData> replies_;
+};
+
+}  // namespace kestrin::vreader
