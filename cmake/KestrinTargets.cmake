@@ -61,13 +61,49 @@ function(kestrin_add_executable name)
   target_link_libraries(${name} PRIVATE ${arg_LINK})
 endfunction()
 
-# kestrin_add_test(NAME SOURCES ... [LINK ...] [LABELS ...])
+# What nearly every test includes, compiled once: the test framework is most of what a test file
+# costs to compile. Files still include what they use; scripts/lint compiles them without this.
+function(kestrin_add_test_headers)
+  add_library(test_headers OBJECT ${PROJECT_SOURCE_DIR}/tests/support/TestHeaders.cpp)
+  kestrin_configure_test(test_headers)
+  target_link_libraries(test_headers PRIVATE GTest::gtest)
+  target_precompile_headers(test_headers PRIVATE
+    <gtest/gtest.h> <algorithm> <chrono> <functional> <map> <memory> <optional> <random> <string>
+    <thread> <vector>)
+endfunction()
+
+# kestrin_configure_test(TARGET [OPTIMIZED])
+# Test code is compiled for compile time, not for speed: there is much of it and it runs briefly.
+function(kestrin_configure_test target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMIZED" "" "")
+  kestrin_configure(${target})
+  # The same code model for executables and object files, since they share compiled headers.
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  target_compile_options(${target} PRIVATE -fPIE)
+  if(NOT arg_OPTIMIZED)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
+
+# kestrin_add_test(NAME SOURCES ... [LINK ...] [LABELS ...] [DEFINITIONS ...] [OPTIMIZED])
 # One GoogleTest executable, which is one suite of the test run. Labels: `threads` marks what the
-# ThreadSanitizer run needs.
+# ThreadSanitizer run needs. OPTIMIZED: for what runs long.
 function(kestrin_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK;LABELS")
-  kestrin_add_executable(${name} SOURCES ${arg_SOURCES} LINK ${arg_LINK} GTest::gtest GTest::gtest_main)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMIZED" "" "SOURCES;LINK;LABELS;DEFINITIONS")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  if(arg_OPTIMIZED)
+    kestrin_configure_test(${name} OPTIMIZED)
+  else()
+    kestrin_configure_test(${name})
+  endif()
+  if(arg_DEFINITIONS)
+    target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
+  endif()
+  if(NOT arg_OPTIMIZED AND NOT arg_DEFINITIONS)
+    target_precompile_headers(${name} REUSE_FROM test_headers)
+  endif()
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   # A suite that runs no test has failed: GoogleTest itself would call it a success.
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)

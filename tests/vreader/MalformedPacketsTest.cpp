@@ -25,12 +25,12 @@ class MalformedPackets : public VirtualDeviceTest {
   /// A command whose opcode is often one that is known and whose length is often right.
   Bytes anyCommand() {
     constexpr std::uint16_t kGroups[] = {0x0400, 0x0C00, 0x1000, 0x1400, 0x2000};
-    const unsigned opcode = kGroups[below(std::size(kGroups))] + below(0x40);
+    const std::size_t opcode = kGroups[below(std::size(kGroups))] + below(0x40);
     const Bytes parameters = anyBytes(34);
     const std::size_t length = below(8) == 0 ? byte() : parameters.size();
     return ByteWriter()
         .u8(0x01)
-        .u16(opcode)
+        .u16(static_cast<unsigned>(opcode))
         .u8(static_cast<unsigned>(length))
         .append(parameters)
         .take();

@@ -1,0 +1,1 @@
+// Compiled to carry the precompiled headers of the tests, nothing else.
