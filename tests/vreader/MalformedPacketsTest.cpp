@@ -50,7 +50,7 @@ class MalformedPackets : public VirtualDeviceTest {
     const std::size_t length = below(10) == 0 ? below(70) : frame.size();
     return ByteWriter()
         .u8(0x02)
-        .u16(static_cast<unsigned>((0x40 + below(4)) | (below(4) == 0 ? byte() << 8 : 0)))
+        .u16(static_cast<unsigned>((0x40 + below(4)) | (below(4) == 0 ? below(0x100) << 8 : 0U)))
         .u16(static_cast<unsigned>(length))
         .append(frame)
         .take();
