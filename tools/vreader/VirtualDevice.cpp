@@ -112,9 +112,8 @@ Bytes VirtualDevice::scanResponseData() const {
   // The name stands where it fits: in the advertisement, or else here.
   const Bytes name = nameField();
   const Bytes advertisement = advertisingData();
-  const bool inAdvertisement =
-      std::search(advertisement.begin(), advertisement.end(), name.begin(), name.end()) !=
-      advertisement.end();
+  const bool inAdvertisement = std::search(advertisement.begin(), advertisement.end(), name.begin(),
+                                           name.end()) != advertisement.end();
   return inAdvertisement ? Bytes() : name;
 }
 
