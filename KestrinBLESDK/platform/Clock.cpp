@@ -7,7 +7,7 @@ namespace kestrin {
 
 Time timeFromSeconds(double seconds) noexcept {
   static constexpr double kNanosecondsPerSecond = 1e9;
-  // A bound keeps "now + delay" from overflowing, whatever the caller asks for.
+  // A bound keeps the conversion in range, whatever the caller asks for.
   static constexpr double kLongest = 100.0 * 365 * 24 * 60 * 60;
   if (!(seconds > 0)) return Time::zero();
   return Time(std::llround(std::fmin(seconds, kLongest) * kNanosecondsPerSecond));

@@ -18,6 +18,14 @@ namespace kestrin {
 /// A point in time or a span of it, in nanoseconds. Points count from the clock's own beginning.
 using Time = std::chrono::nanoseconds;
 
+/// `point` and `span` after it. What is too long to count, either way, is the furthest time there
+/// is.
+constexpr Time timeAfter(Time point, Time span) noexcept {
+  if (span > Time::zero() && point > Time::max() - span) return Time::max();
+  if (span < Time::zero() && point < Time::min() - span) return Time::min();
+  return point + span;
+}
+
 /// Seconds as a `Time`, rounded to the nearest nanosecond. What is no positive number is zero; what
 /// is too long to count is a hundred years.
 KESTRIN_EXPORT Time timeFromSeconds(double seconds) noexcept;

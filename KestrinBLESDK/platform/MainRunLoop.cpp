@@ -1,5 +1,6 @@
 #include "KestrinBLESDK/platform/MainRunLoop.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "KestrinBLESDK/platform/DescriptorWaker.h"
@@ -36,7 +37,8 @@ Time MainRunLoop::now() const {
 
 RunLoop::TimerId MainRunLoop::armLocked(Time delay, Task task,
                                         std::optional<TimerQueue::Request> request) {
-  const auto id = queue_.arm(nowLocked() + std::max(delay, Time::zero()), std::move(task), request);
+  const Time due = timeAfter(nowLocked(), std::max(delay, Time::zero()));
+  const auto id = queue_.arm(due, std::move(task), request);
   wakeLocked();
   return id;
 }
@@ -128,7 +130,8 @@ MainRunLoop::Wake MainRunLoop::waitForWork(std::optional<Time> deadline) {
     if (std::exchange(stopRequested_, false)) return Wake::stopped;
     const auto due = queue_.nextDue();
     const Time now = clock_->now();
-    if (due && *due <= now) return Wake::due;
+    // What is due after the deadline does not hold it up: a task that posts itself for ever would.
+    if (due && *due <= (deadline ? std::min(now, *deadline) : now)) return Wake::due;
     if (deadline && *deadline <= now) return Wake::deadline;
     const auto next = due && deadline ? std::min(*due, *deadline) : (due ? due : deadline);
     if (!next && !clock_->passesByItself()) return Wake::never;
@@ -173,7 +176,11 @@ void MainRunLoop::sleepFor(Time duration) {
   if (duration <= Time::zero()) return;
   clock_->sleepFor(duration);
   const std::scoped_lock lock(mutex_);
-  if (turnTime_ && turnThread_ == std::this_thread::get_id()) turnTime_ = clock_->now();
+  if (turnTime_ && turnThread_ == std::this_thread::get_id()) {
+    turnTime_ = clock_->now();
+  } else {
+    wakeLocked();  // Virtual time has moved on, and something may be due by it.
+  }
 }
 
 int MainRunLoop::fileDescriptor() {

@@ -52,9 +52,10 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   /// Turns until `stop`. With virtual time also until nothing is pending.
   void run();
   /// Turns until the loop's time is `deadline`, or `stop`; then everything due by then has run.
+  /// What is due later does not keep it running, so a deadline in the past ends it at once.
   void runUntil(Time deadline);
   /// `runUntil` a span from now.
-  void runFor(Time duration) { runUntil(now() + duration); }
+  void runFor(Time duration) { runUntil(timeAfter(now(), duration)); }
   /// Turns until `done` answers true, asked before each turn; answers false when `deadline` or
   /// `stop` came first.
   bool runUntil(Time deadline, const std::function<bool()>& done);
@@ -64,7 +65,8 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   /// that what is armed later in the same turn counts from then; no event runs meanwhile.
   void sleepFor(Time duration);
   /// A descriptor that is readable whenever `runOneTurn` has something to do; owned by the loop.
-  /// With virtual time, which nothing but a `run` operation moves on, it tells of due work only.
+  /// With virtual time, which a `run` operation or a sleep moves on and nothing else does, it tells
+  /// of work that is due already and of none that is due later.
   int fileDescriptor();
 
  private:

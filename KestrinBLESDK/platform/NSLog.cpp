@@ -56,15 +56,24 @@ std::string StandardErrorLogSink::escaped(std::string_view line) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   text.reserve(line.size());
+  const auto escape = [&](unsigned char byte) {
+    text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0x0F]};
+  };
+  unsigned char before = 0;
   for (const char c : line) {
     const auto byte = static_cast<unsigned char>(c);
     if (c == '\\') {
       text += "\\\\";
     } else if (byte < 0x20 || byte == 0x7F) {
-      text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0x0F]};
+      escape(byte);
+    } else if (before == 0xC2 && byte >= 0x80 && byte < 0xA0) {
+      text.pop_back();  // U+0080 to U+009F are control characters too, in two bytes of UTF-8.
+      escape(before);
+      escape(byte);
     } else {
       text += c;
     }
+    before = byte;
   }
   return text;
 }

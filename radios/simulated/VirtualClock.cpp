@@ -11,7 +11,7 @@ Time VirtualClock::now() const {
 
 void VirtualClock::sleepFor(Time duration) {
   const std::scoped_lock lock(mutex_);
-  now_ += std::max(duration, Time::zero());
+  now_ = timeAfter(now_, std::max(duration, Time::zero()));
 }
 
 void VirtualClock::wait(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock,

@@ -44,6 +44,21 @@ TEST(TimeFromSeconds, IsAHundredYearsForWhatIsTooLongToCount) {
   EXPECT_EQ(timeFromSeconds(1e12), kHundredYears);
 }
 
+TEST(TimeAfter, IsTheSum) {
+  static_assert(timeAfter(2s, 500ms) == 2500ms);
+  static_assert(timeAfter(2s, -3s) == -1s);
+  EXPECT_EQ(timeAfter(Time::max() - 1ns, 1ns), Time::max());
+  EXPECT_EQ(timeAfter(Time::min() + 1ns, -1ns), Time::min());
+}
+
+TEST(TimeAfter, StaysAtTheFurthestTimeThereIs) {
+  EXPECT_EQ(timeAfter(1ns, Time::max()), Time::max());
+  EXPECT_EQ(timeAfter(Time::max(), Time::max()), Time::max());
+  EXPECT_EQ(timeAfter(-1ns, Time::min()), Time::min());
+  EXPECT_EQ(timeAfter(Time::min(), Time::min()), Time::min());
+  EXPECT_EQ(timeAfter(Time::max(), Time::min()), -1ns);
+}
+
 TEST(MonotonicClockTime, NeverGoesBackAndPassesByItself) {
   const MonotonicClock clock;
   EXPECT_TRUE(clock.passesByItself());

@@ -193,8 +193,10 @@ TEST(MainRunLoopFrozenTime, StandsStillWithinATurn) {
   loop.runOneTurn();
   ASSERT_EQ(seen.size(), 6U);
   EXPECT_EQ(std::vector<Time>(6, seen.front()), seen);
-  EXPECT_GT(loop.now(), seen.front());
-  EXPECT_LT(loop.now(), loop.now());
+  // And outside a turn it passes.
+  const Time afterTheTurn = loop.now();
+  EXPECT_GT(afterTheTurn, seen.front());
+  EXPECT_GT(loop.now(), afterTheTurn);
 }
 
 TEST(MainRunLoopFrozenTime, MakesTimersArmedInOneTurnTieInOrderOfArming) {
@@ -243,6 +245,15 @@ TEST_F(MainRunLoopTime, MovesOnWithASleepOutsideATurn) {
   loop->sleepFor(-50ms);
   loop->sleepFor(0ms);
   EXPECT_EQ(loop->now(), 50ms);
+}
+
+TEST_F(MainRunLoopTime, StaysAtTheFurthestTimeThereIsAfterTheLongestSleep) {
+  loop->sleepFor(1h);
+  loop->sleepFor(Time::max());
+  EXPECT_EQ(loop->now(), Time::max());
+  loop->post(writing("posted then"));
+  loop->runFor(1s);
+  EXPECT_EQ(ran, Names{"posted then"});
 }
 
 TEST_F(MainRunLoopTime, IsThatOfTheClock) {
@@ -296,6 +307,24 @@ TEST_F(MainRunLoopRun, UntilADeadlineInThePastRunsNothingThatIsDueLater) {
   loop->runUntil(1s);
   EXPECT_EQ(ran, Names{});
   EXPECT_EQ(loop->now(), 2s);
+}
+
+TEST_F(MainRunLoopRun, UntilADeadlineInThePastRunsWhatIsOverdueByThen) {
+  loop->arm(1s, writing("1s"));
+  clock->sleepFor(2s);
+  loop->runUntil(1s - 1ns);
+  EXPECT_EQ(ran, Names{});
+  loop->runUntil(1s);
+  EXPECT_EQ(ran, Names{"1s"});
+}
+
+TEST_F(MainRunLoopRun, ForANegativeSpanRunsNothingThatIsDueNow) {
+  loop->post(writing("now"));
+  loop->runFor(-1s);
+  loop->runFor(Time::min());
+  EXPECT_EQ(ran, Names{});
+  loop->runFor(0s);
+  EXPECT_EQ(ran, Names{"now"});
 }
 
 TEST_F(MainRunLoopRun, EndsAsSoonAsItsConditionHolds) {

@@ -75,6 +75,16 @@ TEST(RunLoopThreads, WakeALoopThatWaits) {
   EXPECT_TRUE(ran);
 }
 
+TEST(RunLoopThreads, WakeALoopThatWaitsForTheFurthestTimeThereIs) {
+  MainRunLoop loop;
+  ASSERT_GE(loop.fileDescriptor(), 0);
+  loop.arm(Time::max(), [] { FAIL() << "the end of time has come"; });
+  std::thread posting([&] { loop.post([&] { loop.stop(); }); });
+  loop.runFor(Time::max());
+  posting.join();
+  EXPECT_FALSE(isReadable(loop));
+}
+
 TEST(RunLoopThreads, StopALoopThatWaits) {
   MainRunLoop loop;
   std::thread stopping([&] { loop.stop(); });
