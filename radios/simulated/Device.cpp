@@ -62,9 +62,9 @@ std::vector<Device::Share>::iterator Device::find(CentralId central) {
 
 void Device::connect(RadioCore& core, const std::shared_ptr<CentralManager>& central) {
   if (find(central->id()) != shares_.end()) return;
-  shares_.push_back({.id = central->id(), .central = central});
+  shares_.push_back({.id = central->id(), .request = ++lastRequest_, .central = central});
   if (link_) {
-    reportLink(core, central->id());
+    reportLink(core, shares_.back());
   } else {
     startAttempt(core);
   }
@@ -113,16 +113,17 @@ void Device::linkUp(RadioCore& core) {
   retryPause_ = core.options().firstRetryPause;
   link_ = Link::make(server_.layoutOfNextLink());
   peripheral_->show(link_);
-  for (const auto& share : shares_) reportLink(core, share.id);
+  for (const auto& share : shares_) reportLink(core, share);
 }
 
-void Device::reportLink(RadioCore& core, CentralId central) {
+void Device::reportLink(RadioCore& core, const Share& asked) {
   core.later(Time::zero(), shared_from_this(),
-             [central, up = std::weak_ptr(link_)](RadioCore&, Device& self) {
+             [central = asked.id, request = asked.request, up = std::weak_ptr(link_)](
+                 RadioCore&, Device& self) {
                const auto share = self.find(central);
                // The link may have ended since, or the share may have been given up and asked for
-               // again.
-               if (share == self.shares_.end() || share->reported) return;
+               // again: then the end of the first request is to be reported before.
+               if (share == self.shares_.end() || share->request != request) return;
                if (!self.link_ || self.link_ != up.lock()) return;
                share->reported = true;
                if (const auto told = share->central.lock()) told->reportConnection(self);

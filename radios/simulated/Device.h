@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -72,6 +73,7 @@ class Device : public std::enable_shared_from_this<Device> {
  private:
   struct Share {
     CentralId id = 0;
+    std::uint64_t request = 0;  // Tells it from an earlier share of the same central manager.
     std::weak_ptr<CentralManager> central;
     bool reported = false;  // Whether it has been told of the link.
   };
@@ -86,7 +88,7 @@ class Device : public std::enable_shared_from_this<Device> {
   void startAttempt(RadioCore& core);
   void finishAttempt(RadioCore& core);
   void linkUp(RadioCore& core);
-  void reportLink(RadioCore& core, CentralId central);
+  void reportLink(RadioCore& core, const Share& asked);
   std::shared_ptr<Link> giveUp(RadioCore& core, std::vector<Share>::iterator share,
                                const Centrals& listeners);
   void goSilent();
@@ -103,6 +105,7 @@ class Device : public std::enable_shared_from_this<Device> {
   std::size_t failing_ = 0;
   std::size_t attempts_ = 0;
   Time retryPause_{};
+  std::uint64_t lastRequest_ = 0;
   std::vector<Share> shares_;
   std::shared_ptr<Attempt> attempt_;
   std::shared_ptr<Link> link_;

@@ -137,6 +137,20 @@ TEST_F(AttemptTest, ALinkEndsWithItsLastShare) {
   EXPECT_EQ(events(EventKind::disconnected)[1].central, other.get());
 }
 
+TEST_F(AttemptTest, AskingAgainForASharedLinkIsReportedOnlyAfterTheEndOfTheFirstRequest) {
+  const auto other = makeCentral();
+  connect(*other, device);
+  run();
+  recorder->clear();
+  std::vector<EventKind> order;
+  recorder->onEvent = [&](const Event& event) { order.push_back(event.kind); };
+  connect(*central, device);
+  central->cancelPeripheralConnection(device->peripheral());
+  connect(*central, device);
+  run();
+  EXPECT_EQ(order, (std::vector<EventKind>{EventKind::disconnected, EventKind::connected}));
+}
+
 TEST_F(AttemptTest, ALinkLostBeforeItsReportIsTriedAgainAndReportedOnce) {
   connect(*central, device);
   ASSERT_TRUE(loop->runUntil(loop->now() + 1s, [&] { return device->connected(); }));

@@ -52,10 +52,13 @@ class SimulatedRadioTest : public testing::Test {
     peripheral->discoverServices(std::nullopt);
     run();
     std::shared_ptr<CBCharacteristic> found;
-    for (const auto& service : peripheral->services().value()) {
+    // Lists are answered by value and must be kept while they are gone through.
+    const auto services = peripheral->services().value();
+    for (const auto& service : services) {
       peripheral->discoverCharacteristics_forService(std::nullopt, service);
       run();
-      for (const auto& candidate : service->characteristics().value()) {
+      const auto characteristics = service->characteristics().value();
+      for (const auto& candidate : characteristics) {
         if (candidate->UUID() == uuid) found = candidate;
       }
     }
