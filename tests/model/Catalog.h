@@ -25,6 +25,7 @@ inline const std::vector<std::optional<std::string>> kNames = {
     "TQM_HOLV-1", "KVR-Q62T 0012", std::nullopt, "Lamp",   "Tag417",    "kvr-q62t 0012",
     "x KVR-Q62T", "KVR-Q62",       "KVR-Q62T",   "xR7ZTM", "R7ZT KV R", "Speaker 58"};
 inline constexpr unsigned kPeripherals = 4;
+inline constexpr unsigned kKVRPeripheral = 1;
 
 inline constexpr std::string_view kStandardServiceText = "BA821000-3B5B-4654-85FE-E998B123ADEA";
 inline constexpr std::string_view kStandardTxText = "BA821001-3B5B-4654-85FE-E998B123ADEA";
@@ -50,6 +51,10 @@ inline constexpr std::array<KnownCharacteristic, 9> kCharacteristics = {{
     {kStandardTxText, kStandardTxText},
     {"0001FFF2-0000-1000-8000-00805F9B34FB", "0001FFF2-0000-1000-8000-00805F9B34FB"},
 }};
+
+inline constexpr unsigned kTxCharacteristic = 1;
+inline constexpr unsigned kKVRTxCharacteristic = 4;
+inline constexpr unsigned kManufacturerName = 5;
 
 /// Neither write bit, each, both, and both among others.
 inline constexpr std::array<std::uint64_t, 6> kPropertyMasks = {0x0C, 0x08, 0x04, 0x12, 0x00, 0x3E};
@@ -86,6 +91,7 @@ inline const std::vector<std::optional<Bytes>> kValues = [] {
       std::nullopt,
   };
 }();
+inline const unsigned kNoValue = static_cast<unsigned>(kValues.size()) - 1;
 
 /// In seconds; zero is one turn of the run loop. Around the library's own delays.
 inline constexpr std::array<double, 9> kSpans = {0.0, 0.05, 0.25, 0.45, 0.5, 1.0, 1.5, 2.0, 2.5};

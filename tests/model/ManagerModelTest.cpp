@@ -3,9 +3,9 @@
 // same lines (requests, callbacks, log, delivery, in order and at the same virtual time), the same
 // fields, and must have let go of the same central managers.
 //
-// Deterministic: KESTRIN_SEED (1 if not given) and KESTRIN_SEQUENCES settle what is generated. A
-// failure prints the seed, the shortest history that shows it, and a text for RC_PARAMS that
-// repeats only that.
+// Deterministic: KESTRIN_SEED (1 if not given) and KESTRIN_SEQUENCES (as many as a quick run has
+// time for if not given) settle what is generated. A failure prints the seed, the shortest history
+// that shows it, and a text for RC_PARAMS that repeats only that.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -19,7 +19,7 @@
 namespace kestrin::test {
 namespace {
 
-constexpr char kSequences[] = "8000";
+constexpr char kSequences[] = "1000";
 constexpr char kLongest[] = "150";
 
 std::string environment(const char* name, const std::string& otherwise) {
@@ -165,7 +165,7 @@ TEST(ManagerModel, AgreesWithTheManagerAfterEveryStepOfAnyHistory) {
     }
   });
   EXPECT_TRUE(held);
-  if (held && std::getenv("KESTRIN_SEQUENCES") == nullptr) tally.expectAtLeast(50);
+  if (held && std::getenv("KESTRIN_SEQUENCES") == nullptr) tally.expectAtLeast(8);
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ constexpr std::array<unsigned, static_cast<std::size_t>(Op::count)> kWeights = {
     4,   // rename
     6,   // showServices
     6,   // showCharacteristics
-    3,   // setProperties
+    5,   // setProperties
     6,   // didUpdateState
     10,  // didDiscoverPeripheral
     6,   // didConnect
@@ -68,7 +68,7 @@ class Drawer {
   void linkUp(Steps& steps) {
     const unsigned m = manager();
     const unsigned peripheral = below(kPeripherals);
-    const bool standard = peripheral != 1;
+    const bool standard = peripheral != kKVRPeripheral;
     const unsigned service = standard ? 0 : 1;
     const unsigned characteristics = standard ? 0x87U : 0x38U;
     const Steps all = {
@@ -101,7 +101,7 @@ class Drawer {
         step.c = seldom(6) ? 0 : 1 + below(2);
         break;
       case Op::didUpdateState:
-        step.a = seldom(3) ? below(8) : 5;
+        step.a = seldom(2) ? below(8) : 5;
         step.b = seldom(5) ? 1 : 0;
         break;
       case Op::didDisconnect:
@@ -111,9 +111,17 @@ class Drawer {
       case Op::didDiscoverCharacteristics:
         step.c = seldom(6) ? 1 : 0;
         break;
+      case Op::setProperties:
+        // Only those of TX decide anything.
+        if (seldom(2)) step.a = seldom(2) ? kTxCharacteristic : kKVRTxCharacteristic;
+        break;
       case Op::didUpdateValue:
+        if (seldom(3)) step.a = kKVRPeripheral;
+        if (seldom(6)) step.b = kManufacturerName;
+        step.c = seldom(8) ? kNoValue : below(kValues.size() + 2);
+        break;
       case Op::didUpdateNotificationState:
-        step.c = below(kValues.size() + 2);
+        step.c = seldom(8) ? kNoValue : below(kValues.size() + 2);
         break;
       default:
         break;
