@@ -1,12 +1,16 @@
 #include "Bus.h"
 
+#include <limits>
 #include <utility>
 
 namespace kestrin::bluez {
 namespace {
 
 constexpr char kDisconnected[] = "org.freedesktop.DBus.Error.Disconnected";
+constexpr char kNoReply[] = "org.freedesktop.DBus.Error.NoReply";
 constexpr int kMessagesPerRound = 64;
+// Limits are timers of the radio's own thread; the bus library is told to wait for ever.
+constexpr std::uint64_t kNoLibraryLimit = std::numeric_limits<std::uint64_t>::max();
 
 }  // namespace
 
@@ -27,6 +31,7 @@ std::optional<CallError> Bus::open(const std::optional<std::string>& address) {
 void Bus::close() {
   *alive_ = false;
   alive_ = std::make_shared<bool>(true);
+  for (auto& [number, pending] : pending_) thread_.cancel(pending.limit);
   pending_.clear();
   answered_.clear();
   connection_.reset();
@@ -64,7 +69,12 @@ void Bus::call(const Call& call, Reply reply) {
                            : std::nullopt,
                        answer);
         },
-        call.limit);
+        kNoLibraryLimit);
+    pending.limit = thread_.arm(call.limit, [this, number] {
+      sdbus::MethodReply none;
+      answer(number, CallError{kNoReply, "no answer came in time"}, none);
+      answered_.clear();
+    });
   } catch (const sdbus::Error& error) {
     answerLater(number, {error.getName(), error.getMessage()});
   }
@@ -76,6 +86,7 @@ void Bus::answer(std::uint64_t number, const std::optional<CallError>& error,
   if (found == pending_.end()) return;
   Pending pending = std::move(found->second);
   pending_.erase(found);
+  thread_.cancel(pending.limit);
   if (pending.proxy) answered_.push_back(std::move(pending.proxy));
   if (pending.reply) pending.reply(error, reply);
 }
@@ -118,6 +129,7 @@ void Bus::process() noexcept {
 }
 
 void Bus::loseConnection() {
+  for (auto& [number, pending] : pending_) thread_.cancel(pending.limit);
   auto unanswered = std::exchange(pending_, {});
   close();
   sdbus::MethodReply none;

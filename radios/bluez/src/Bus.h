@@ -65,6 +65,7 @@ class Bus final : public PollSource {
   struct Pending {
     std::unique_ptr<sdbus::IProxy> proxy;
     Reply reply;
+    std::optional<TimerQueue::Id> limit;
   };
   void answer(std::uint64_t number, const std::optional<CallError>& error,
               sdbus::MethodReply& reply);

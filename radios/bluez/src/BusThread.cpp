@@ -25,10 +25,10 @@ std::optional<Time> earlier(std::optional<Time> a, std::optional<Time> b) {
 
 }  // namespace
 
-std::shared_ptr<BusThread> BusThread::create() {
+std::shared_ptr<BusThread> BusThread::create(std::shared_ptr<Clock> clock) {
   const int wakeUp = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wakeUp < 0) return nullptr;
-  return std::shared_ptr<BusThread>(new BusThread(wakeUp));
+  return std::shared_ptr<BusThread>(new BusThread(wakeUp, std::move(clock)));
 }
 
 BusThread::~BusThread() { ::close(wakeUp_); }
@@ -45,7 +45,7 @@ void BusThread::post(Task task) {
 }
 
 TimerQueue::Id BusThread::arm(Time delay, Task task) {
-  return timers_.arm(clock_.now() + delay, std::move(task));
+  return timers_.arm(timeAfter(clock_->now(), delay), std::move(task));
 }
 
 void BusThread::cancel(std::optional<TimerQueue::Id>& timer) {
@@ -79,7 +79,7 @@ void BusThread::runTasks() {
 }
 
 void BusThread::runTimers() {
-  const Time now = clock_.now();
+  const Time now = clock_->now();
   const auto barrier = timers_.nextId();
   for (Task task = timers_.takeDue(now, barrier); task; task = timers_.takeDue(now, barrier)) {
     task();
@@ -90,7 +90,10 @@ void BusThread::waitForWork() {
   std::array<pollfd, 2> polled{
       {{.fd = wakeUp_, .events = POLLIN, .revents = 0}, {.fd = -1, .events = 0, .revents = 0}}};
   std::optional<Time> limit;
-  if (const auto due = timers_.nextDue()) limit = std::max(*due - clock_.now(), Time::zero());
+  const auto due = timers_.nextDue();
+  if (due && (clock_->passesByItself() || *due <= clock_->now())) {
+    limit = std::max(*due - clock_->now(), Time::zero());
+  }
   if (source_ != nullptr) {
     if (const auto wait = source_->wait()) {
       polled[1].fd = wait->descriptor;

@@ -3,6 +3,8 @@
 //
 // Threads: `post` and `isCurrent` from any thread; everything else on the thread that runs it.
 // Lifetime: shared by its owner and the thread itself. Tasks posted after its end are dropped.
+// Timers follow the clock that `create` is given. One that does not pass by itself is read again
+// after each task.
 // Errors: `create` answers null when the system has no descriptors left.
 #pragma once
 
@@ -12,6 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "KestrinBLESDK/platform/Clock.h"
@@ -39,7 +42,8 @@ class BusThread {
  public:
   using Task = std::function<void()>;
 
-  static std::shared_ptr<BusThread> create();
+  static std::shared_ptr<BusThread> create(
+      std::shared_ptr<Clock> clock = std::make_shared<MonotonicClock>());
   ~BusThread();
   BusThread(const BusThread&) = delete;
   BusThread& operator=(const BusThread&) = delete;
@@ -58,14 +62,14 @@ class BusThread {
   void end() { ended_ = true; }
 
  private:
-  explicit BusThread(int wakeUp) : wakeUp_(wakeUp) {}
+  BusThread(int wakeUp, std::shared_ptr<Clock> clock) : wakeUp_(wakeUp), clock_(std::move(clock)) {}
   void runTasks();
   void runTimers();
   void waitForWork();
   void dropTasks();
 
   const int wakeUp_;
-  MonotonicClock clock_;
+  const std::shared_ptr<Clock> clock_;
   std::atomic<std::thread::id> owner_{};
   std::mutex mutex_;
   std::vector<Task> tasks_;

@@ -39,8 +39,9 @@ std::shared_ptr<Session> Session::forBus(const std::optional<std::string>& busAd
   return session;
 }
 
-Session::Session(const std::optional<std::string>& busAddress) : bus_(busAddress.value_or("")) {
-  thread_ = BusThread::create();
+Session::Session(const std::optional<std::string>& busAddress, std::shared_ptr<Clock> clock)
+    : bus_(busAddress.value_or("")) {
+  thread_ = BusThread::create(std::move(clock));
   if (!thread_) return;
   auto core = std::make_shared<RadioCore>(thread_, bus_, busAddress);
   try {

@@ -29,7 +29,9 @@ class Session {
 
   /// The session of the bus at `busAddress`, or of the system bus.
   static std::shared_ptr<Session> forBus(const std::optional<std::string>& busAddress);
-  explicit Session(const std::optional<std::string>& busAddress);
+  /// One that nobody else gets. Its limits and pauses follow `clock`.
+  explicit Session(const std::optional<std::string>& busAddress,
+                   std::shared_ptr<Clock> clock = std::make_shared<MonotonicClock>());
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
