@@ -95,7 +95,7 @@ TEST(Console, OnATerminalTheLiveLineGivesWayToResults) {
   ASSERT_EQ(::ptsname_r(terminal, name, sizeof name), 0);
   const int side = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
   ASSERT_GE(side, 0);
-  ASSERT_EQ(::setenv("TERM", "xterm", 1), 0);
+  ASSERT_EQ(::setenv("TERM", "xterm", 1), 0);  // NOLINT(concurrency-mt-unsafe): one thread.
   {
     Console console(side, side);
     EXPECT_TRUE(console.hasLiveLine());

@@ -34,6 +34,7 @@ int fileHolding(const std::string& text) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> list;
+  list.reserve(texts.size() + 1);
   for (std::string& text : texts) list.push_back(text.data());
   list.push_back(nullptr);
   return list;

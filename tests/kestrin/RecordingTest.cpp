@@ -29,7 +29,7 @@ Arrivals read(std::string_view text, std::size_t step) {
 
 /// Reads `text` in pieces of every size, which must make no difference.
 Arrivals read(std::string_view text) {
-  const Arrivals whole = read(text, text.size() + 1);
+  Arrivals whole = read(text, text.size() + 1);
   for (std::size_t step = 1; step <= text.size(); ++step) EXPECT_EQ(read(text, step), whole);
   return whole;
 }

@@ -54,7 +54,7 @@ bool RadioWatch::unusable() const {
 }
 
 std::string RadioWatch::description() const {
-  const std::string reason = printable(radio_->stateReason());
+  std::string reason = printable(radio_->stateReason());
   if (!reason.empty() && state() != CBManagerState::poweredOn) return reason;
   return "the radio is " + stateInWords(state());
 }

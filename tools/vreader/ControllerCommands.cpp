@@ -29,8 +29,8 @@ Bytes justStatus(ErrorCode status) { return {static_cast<std::uint8_t>(status)};
 }  // namespace
 
 struct Controller::Command {
-  Opcode opcode;
-  std::size_t parameterLength;
+  Opcode opcode{};
+  std::size_t parameterLength = 0;
   // Where the command stands in the mask of supported commands; the command that reads the mask has
   // no place in it.
   struct Place {
@@ -38,8 +38,8 @@ struct Controller::Command {
     unsigned bit;
   };
   std::optional<Place> place;
-  Bytes (Controller::*complete)(ByteReader);
-  void (Controller::*start)(ByteReader);
+  Bytes (Controller::*complete)(ByteReader) = nullptr;
+  void (Controller::*start)(ByteReader) = nullptr;
 };
 
 std::span<const Controller::Command> Controller::commands() {

@@ -34,6 +34,7 @@ struct DeviceAddress {
   /// Type and address as packets carry them.
   void write(ByteWriter& packet) const;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the check takes a comparison for a null pointer.
   friend auto operator<=>(const DeviceAddress&, const DeviceAddress&) = default;
 };
 

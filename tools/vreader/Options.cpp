@@ -41,7 +41,7 @@ std::vector<std::string> split(const std::string& text, char separator) {
 // The keys of a device as they were given, with what else has to be known to judge them.
 struct DeviceText {
   DeviceSettings& settings;
-  bool isReader;
+  bool isReader = false;
   std::optional<std::string> address;
   DeviceAddress::Type addressType = DeviceAddress::Type::randomDevice;
 };
@@ -170,7 +170,7 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
       std::string problem;
       const auto number = static_cast<std::uint16_t>(options.devices.size() + 1);
       const auto device = deviceFromText(text, isReader, number, problem);
-      if (!device) return "device \"" + text + "\": " + problem;
+      if (!device) return std::string("device \"").append(text).append("\": ").append(problem);
       options.devices.push_back(*device);
     }
     return {};

@@ -6,7 +6,8 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
+
+#include "tools/vreader/SystemError.h"
 
 namespace kestrin::vreader {
 
@@ -20,11 +21,11 @@ std::optional<std::string> OrderPipe::open(const std::string& path) {
   if (::mkfifo(path.c_str(), kOwnerOnly) == 0) {
     pathToRemove_ = path;
   } else if (errno != EEXIST) {
-    return "cannot make the pipe " + path + ": " + std::strerror(errno);
+    return "cannot make the pipe " + path + ": " + systemErrorText(errno);
   }
   // Open for writing too, so that the pipe does not end when the last writer closes it.
   descriptor_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor_ < 0) return "cannot open the pipe " + path + ": " + std::strerror(errno);
+  if (descriptor_ < 0) return "cannot open the pipe " + path + ": " + systemErrorText(errno);
   struct stat status {};
   if (::fstat(descriptor_, &status) != 0 || !S_ISFIFO(status.st_mode)) {
     return path + " is there and is no pipe";

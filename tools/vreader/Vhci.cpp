@@ -6,7 +6,8 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
+
+#include "tools/vreader/SystemError.h"
 
 namespace kestrin::vreader {
 
@@ -28,7 +29,7 @@ std::string openingProblem(const std::string& path, int error) {
     case EPERM:
       return "no permission for " + path + ": run as root";
     default:
-      return "cannot open " + path + ": " + std::strerror(error);
+      return "cannot open " + path + ": " + systemErrorText(error);
   }
 }
 
@@ -48,7 +49,7 @@ std::optional<std::string> Vhci::open(const std::string& path) {
 
 std::optional<std::string> Vhci::makeAdapter() {
   const std::array<std::uint8_t, 2> request{kVendorPacket, kPrimaryController};
-  if (::write(descriptor_, request.data(), request.size()) < 0) return std::strerror(errno);
+  if (::write(descriptor_, request.data(), request.size()) < 0) return systemErrorText(errno);
   constexpr int kWaitMilliseconds = 5000;
   pollfd readable{descriptor_, POLLIN, 0};
   if (::poll(&readable, 1, kWaitMilliseconds) != 1) return "the kernel does not answer";
@@ -73,7 +74,7 @@ std::optional<Bytes> Vhci::read() {
 
 std::optional<std::string> Vhci::write(const Bytes& packet) {
   if (::write(descriptor_, packet.data(), packet.size()) >= 0) return std::nullopt;
-  return std::strerror(errno);
+  return systemErrorText(errno);
 }
 
 }  // namespace kestrin::vreader

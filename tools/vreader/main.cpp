@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +19,7 @@
 #include "tools/vreader/Options.h"
 #include "tools/vreader/OrderPipe.h"
 #include "tools/vreader/Orders.h"
+#include "tools/vreader/SystemError.h"
 #include "tools/vreader/Vhci.h"
 #include "tools/vreader/VirtualDevice.h"
 
@@ -45,7 +45,7 @@ int endSignals() {
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
@@ -67,7 +67,7 @@ class Program {
                                    {signals, POLLIN, 0}}};
     for (;;) {
       if (::poll(sources.data(), sources.size(), -1) < 0 && errno != EINTR) {
-        return fail(std::string("cannot wait for events: ") + std::strerror(errno));
+        return fail("cannot wait for events: " + systemErrorText(errno));
       }
       if (sources[3].revents != 0) break;
       if ((sources[0].revents & (POLLERR | POLLHUP)) != 0) return fail("the adapter is gone");
