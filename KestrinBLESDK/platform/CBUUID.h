@@ -43,6 +43,7 @@ class KESTRIN_EXPORT CBUUID {
   [[nodiscard]] std::optional<std::uint16_t> shortUUID() const noexcept;
   [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; }
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the generated comparison with 0 is no pointer's.
   friend constexpr auto operator<=>(const CBUUID&, const CBUUID&) noexcept = default;
 
  private:

@@ -19,7 +19,7 @@ class VersionSymbols : public ::testing::Test {
   void SetUp() override {
     // Found through this program's own search path.
     library_.reset(::dlopen("libKestrinBLESDK.so", RTLD_NOW | RTLD_LOCAL));
-    ASSERT_NE(library_, nullptr) << ::dlerror();
+    ASSERT_NE(library_, nullptr) << "libKestrinBLESDK.so was not found, or cannot be loaded";
   }
   template <class Symbol>
   const Symbol* symbol(const char* name) const {

@@ -36,7 +36,7 @@ TEST(NSDataBytes, AreNoneOfAnAbsentSource) {
 
 TEST(NSDataBytes, AreSharedByCopies) {
   const NSData data = {1, 2, 3};
-  const NSData copied = data;
+  const NSData copied(data);  // NOLINT(performance-unnecessary-copy-initialization)
   EXPECT_EQ(copied.bytes(), data.bytes());
   EXPECT_EQ(data.copy().bytes(), data.bytes());
   EXPECT_EQ(NSData::dataWithData(data).bytes(), data.bytes());

@@ -79,7 +79,7 @@ TEST(NSLogFormat, TakesNothingInAnArgumentForAConversion) {
 }
 
 TEST(NSLogFormat, ShortensNothingAndKeepsEveryByte) {
-  const std::string wild("a\0b\n\x1B[31m\x80", 11);
+  const std::string wild("a\0b\n\x1B[31m\x80", 10);
   EXPECT_EQ(logged("%@", wild), wild);
   EXPECT_EQ(logged("%@", NSData(std::vector<std::uint8_t>(3000, 0xEE))).size(),
             2U + 6000 + 3000 / 4 - 1);
@@ -93,6 +93,7 @@ TEST(NSLogSinkChoice, FormatsNothingWhileNobodyListens) {
   DeafSink deaf;
   // Formatting an absent value would throw, so this shows that it does not happen.
   struct Telltale {
+    // NOLINTNEXTLINE(google-explicit-constructor): an argument becomes text by itself.
     operator std::string_view() const { throw std::logic_error("formatted"); }
   };
   EXPECT_NO_THROW(NSLog(deaf, "%@", Telltale{}));
@@ -139,7 +140,7 @@ TEST(StandardErrorLogSinkText, GoesToStandardErrorAsOneLine) {
 /// Puts the process back to what it was.
 class DefaultSink : public ::testing::Test {
  protected:
-  ~DefaultSink() override { setDefaultLogSink(std::make_shared<StandardErrorLogSink>()); }
+  void TearDown() override { setDefaultLogSink(std::make_shared<StandardErrorLogSink>()); }
 };
 
 TEST_F(DefaultSink, IsStandardErrorUntilReplaced) {

@@ -35,7 +35,7 @@ struct NamedRadio final : Radio {
 /// Puts the process back to having no radio.
 class SystemPlatform : public RunLoopTest {
  protected:
-  ~SystemPlatform() override { Platform::installRadio(nullptr); }
+  void TearDown() override { Platform::installRadio(nullptr); }
   const std::shared_ptr<StateListener> listener = std::make_shared<StateListener>();
   const std::vector<CBManagerState> unsupported = {CBManagerState::unsupported};
 };

@@ -22,6 +22,7 @@ constexpr int kEach = 500;
 template <class Work>
 void onThreads(const Work& work) {
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) threads.emplace_back([&work, i] { work(i); });
   for (std::thread& thread : threads) thread.join();
 }
