@@ -92,7 +92,7 @@ void aCallbackWithOtherArguments(KestrinBleMgr& manager) {
 
 void aCallbackThatMayThrow(KestrinBleMgr& manager) {
   struct Own : RcpReceiver {
-#if REFUSED == 9  // looser exception specification|exception specification of overriding function
+#if REFUSED == 9  // looser exception|more lax than base
     void plugChangedStatus(bool) override {}
 #else
     void plugChangedStatus(bool) noexcept override {}
