@@ -1,26 +1,32 @@
 #include "soak/Allocations.h"
 
-#include <malloc.h>
-
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
 
 std::atomic<std::size_t> allocated{0};
 
+// In front of each block stands its size.
+constexpr std::size_t kHeader = alignof(std::max_align_t);
+
 void* allocate(std::size_t size) {
-  void* const memory = std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) throw std::bad_alloc();
-  allocated += malloc_usable_size(memory);
-  return memory;
+  auto* const block = static_cast<unsigned char*>(std::malloc(kHeader + size));
+  if (block == nullptr) throw std::bad_alloc();
+  std::memcpy(block, &size, sizeof size);
+  allocated += size;
+  return block + kHeader;
 }
 
 void release(void* memory) noexcept {
   if (memory == nullptr) return;
-  allocated -= malloc_usable_size(memory);
-  std::free(memory);
+  unsigned char* const block = static_cast<unsigned char*>(memory) - kHeader;
+  std::size_t size = 0;
+  std::memcpy(&size, block, sizeof size);
+  allocated -= size;
+  std::free(block);
 }
 
 }  // namespace
