@@ -107,6 +107,9 @@ class Tap final : public CBPeripheralDelegate {
   void compare(const std::vector<std::string>& expected) {
     EXPECT_EQ(application_.frames, expected);
     application_.frames.clear();
+    if (const auto& kept = Peer::_mutableReceivedData(*application_.manager)) {
+      EXPECT_EQ(kept->length(), ledger_.kept());
+    }
   }
 
   const std::shared_ptr<CBPeripheralDelegate> manager_;
@@ -198,6 +201,8 @@ class Soak : public testing::Test {
         reader_->simulateLinkLoss();
         ++losses_;
     }
+    simulated_.runLoop().runFor(milliseconds(100));
+    ASSERT_FALSE(linked()) << "the link did not end";
   }
 
   void sendEverything() {
