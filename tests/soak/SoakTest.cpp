@@ -25,6 +25,7 @@ using Peer = KestrinBleMgrTestPeer;
 using std::chrono::milliseconds;
 
 std::uint32_t environmentNumber(const char* name, std::uint32_t otherwise) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment is never changed here.
   const char* const value = std::getenv(name);
   return value == nullptr ? otherwise : static_cast<std::uint32_t>(std::stoul(value));
 }
