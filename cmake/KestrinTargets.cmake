@@ -85,11 +85,14 @@ function(kestrin_configure_test target)
   endif()
 endfunction()
 
-# kestrin_add_test(NAME SOURCES ... [LINK ...] [LABELS ...] [DEFINITIONS ...] [OPTIMIZED])
+# kestrin_add_test(NAME SOURCES ... [LINK ...] [LABELS ...] [DEFINITIONS ...] [OPTIMIZED]
+#                  [OWN_HEADERS])
 # One GoogleTest executable, which is one suite of the test run. Labels: `threads` marks what the
-# ThreadSanitizer run needs. OPTIMIZED: for what runs long.
+# ThreadSanitizer run needs. OPTIMIZED: for what runs long. OWN_HEADERS: the caller says which
+# headers are compiled once for it.
 function(kestrin_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMIZED" "" "SOURCES;LINK;LABELS;DEFINITIONS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMIZED;OWN_HEADERS" ""
+    "SOURCES;LINK;LABELS;DEFINITIONS")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
@@ -101,7 +104,7 @@ function(kestrin_add_test name)
   if(arg_DEFINITIONS)
     target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
   endif()
-  if(NOT arg_OPTIMIZED AND NOT arg_DEFINITIONS)
+  if(NOT arg_OPTIMIZED AND NOT arg_OWN_HEADERS AND NOT arg_DEFINITIONS)
     target_precompile_headers(${name} REUSE_FROM test_headers)
   endif()
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)

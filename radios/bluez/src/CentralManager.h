@@ -51,7 +51,8 @@ class CentralManager final : public CBCentralManager,
   std::optional<std::uint64_t> scan_;
 };
 
-/// A number that no other central manager or radio of the process has.
+/// A number that no other central manager, radio or link of the process has: devices outlive them
+/// all and must not take one for another.
 std::uint64_t nextId() noexcept;
 
 }  // namespace kestrin::bluez

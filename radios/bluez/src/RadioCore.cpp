@@ -112,7 +112,7 @@ void RadioCore::connect(std::uint64_t central, const std::shared_ptr<Peripheral>
   if (!holder) return;
   auto& entry = links_[peripheral->path()];
   if (!entry) {
-    entry = std::make_shared<Link>(*this, LinkAddress{session, nextNumber_++}, peripheral);
+    entry = std::make_shared<Link>(*this, LinkAddress{session, nextId()}, peripheral);
   }
   const auto link = entry;
   link->addHolder(*holder);
@@ -154,7 +154,7 @@ void RadioCore::linkEnded(const Link& link) {
 }
 
 void RadioCore::disconnect(const std::string& device, std::function<void()> report) {
-  const auto number = nextNumber_++;
+  const auto number = nextId();
   disconnections_[device] = {number, std::move(report)};
   daemon_.call(device, kDeviceInterface, "Disconnect", kDisconnectLimit, {},
                [this, device, number](const std::optional<CallError>&, sdbus::MethodReply&) {

@@ -94,7 +94,6 @@ class RadioCore final : public DaemonListener {
   std::map<std::string, std::shared_ptr<Link>> links_;             // By device.
   std::map<std::string, Disconnection> disconnections_;            // By device.
   std::map<std::string, std::optional<std::string>> names_;        // As advertised, by device.
-  std::uint64_t nextNumber_ = 1;
 };
 
 }  // namespace kestrin::bluez

@@ -153,7 +153,10 @@ void BusService::change(const std::string& path, const std::string& interface,
                         const Properties& changed, const std::vector<std::string>& invalidated) {
   auto& properties = objects_[path].interfaces[interface];
   for (const auto& [name, value] : changed) {
-    if (!properties.contains(name)) stale_.insert(path);
+    const auto known = properties.find(name);
+    if (known == properties.end() || known->second.peekValueType() != value.peekValueType()) {
+      stale_.insert(path);
+    }
     properties[name] = value;
   }
   for (const auto& name : invalidated) {
@@ -167,8 +170,8 @@ void BusService::signal(const std::string& path, const std::string& interface,
                         const std::string& member,
                         const std::function<void(sdbus::Signal&)>& contents) {
   const auto object = objects_.find(path);
-  auto& sender = object == objects_.end() || !object->second.published ? *root_
-                                                                       : *object->second.published;
+  auto& sender =
+      object == objects_.end() || !object->second.published ? *root_ : *object->second.published;
   auto message = sender.createSignal(interface, member);
   contents(message);
   message.send();
