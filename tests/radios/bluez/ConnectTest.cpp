@@ -233,6 +233,18 @@ TEST_F(BluezConnect, AfterALostLinkTheNextOneHasObjectsOfItsOwn) {
   EXPECT_EQ(rx->value(), NSData{9});
 }
 
+TEST_F(BluezConnect, ARadioThatIsMadeAnewWorksADeviceWhoseLinkDiedWithTheEarlierOne) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  central.reset();
+  radio.reset();
+  session.reset();
+  killDaemon();
+  recorder->clear();
+  const auto before = peripheral;
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  EXPECT_EQ(peripheral, before) << "one object per device for the life of the process";
+}
+
 TEST_F(BluezConnect, TheNameStaysThatOfTheAdvertisementForTheLengthOfALink) {
   ASSERT_NO_FATAL_FAILURE(connect());
   daemon->changeDevice({{"Name", Variant(std::string("GAP name"))}});

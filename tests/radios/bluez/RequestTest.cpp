@@ -83,21 +83,42 @@ TEST_F(BluezRequest, NotifiedValuesComeInOrderEmptyOnesToo) {
   EXPECT_EQ(count(EventKind::disconnected), 0U) << "an empty value is no hang-up";
 }
 
-TEST_F(BluezRequest, WhereTheDaemonGivesNoDescriptorValuesComeBySignal) {
-  for (const char* error : {"NotSupported", "NotPermitted", "InProgress"}) {
-    ASSERT_NO_FATAL_FAILURE(linkUp());
-    daemon->next("AcquireNotify", StandInDaemon::fails(std::string("org.bluez.Error.") + error));
-    subscribe();
-    EXPECT_FALSE(lastState()) << error;
-    ASSERT_EQ(daemon->count("StartNotify"), 1U) << error;
-    const Values sent{NSData{1}, NSData(), NSData{1}, NSData{1}};
-    for (const auto& value : sent) daemon->notify(value);
-    ASSERT_TRUE(waitForCount(EventKind::value, sent.size()));
-    EXPECT_EQ(values(), sent) << error;
-    central.reset();
-    killDaemon();
-    recorder->clear();
-  }
+class BluezNoDescriptor : public BluezRequest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(BluezNoDescriptor, LetsValuesComeBySignal) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  daemon->next("AcquireNotify", StandInDaemon::fails(std::string("org.bluez.Error.") + GetParam()));
+  subscribe();
+  EXPECT_FALSE(lastState());
+  ASSERT_EQ(daemon->count("StartNotify"), 1U);
+  const Values sent{NSData{1}, NSData(), NSData{1}, NSData{1}};
+  for (const auto& value : sent) daemon->notify(value);
+  ASSERT_TRUE(waitForCount(EventKind::value, sent.size()));
+  settle();
+  EXPECT_EQ(values(), sent);
+}
+
+INSTANTIATE_TEST_SUITE_P(Because, BluezNoDescriptor,
+                         testing::Values("NotSupported", "NotPermitted", "InProgress"),
+                         [](const auto& one) { return std::string(one.param); });
+
+TEST_F(BluezRequest, ASubscriptionOfAnotherProgramIsSharedAndTakenOverWhenItEnds) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  const auto notifying = [this](bool on) {
+    daemon->run([&](BusService& service) {
+      service.change(kRxPath, kCharacteristicInterface, {{"Notifying", Variant(on)}});
+    });
+  };
+  notifying(true);
+  daemon->next("AcquireNotify", StandInDaemon::fails("org.bluez.Error.InProgress"));
+  subscribe();
+  EXPECT_FALSE(lastState());
+  EXPECT_EQ(daemon->count("StartNotify"), 0U) << "asking too would double every value";
+  notifying(false);
+  ASSERT_TRUE(waitFor([&] { return daemon->count("AcquireNotify") == 2; }));
+  daemon->notify(NSData{5});
+  ASSERT_TRUE(waitForCount(EventKind::value, 1));
+  EXPECT_EQ(count(EventKind::notificationState), 1U) << "nobody asked for the second one";
 }
 
 TEST_F(BluezRequest, ARefusedSubscriptionIsAnsweredWithTheError) {

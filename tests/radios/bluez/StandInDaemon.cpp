@@ -99,6 +99,12 @@ void StandInDaemon::answerHeld(const std::string& method) {
   });
 }
 
+void StandInDaemon::failHeld(const std::string& method) {
+  run([&](BusService&) {
+    for (auto& call : std::exchange(held_[method], {})) fails("org.bluez.Error.Failed")(call);
+  });
+}
+
 void StandInDaemon::run(const std::function<void(BusService&)>& work) {
   service_.run([&] { work(service_); });
 }

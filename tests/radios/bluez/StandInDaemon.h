@@ -60,6 +60,7 @@ class StandInDaemon {
   /// Answers the calls of `method` that fell on `silence`, as if they had worked. Their objects
   /// must not have got or lost properties since.
   void answerHeld(const std::string& method);
+  void failHeld(const std::string& method);
 
   /// Runs `work` on the service's thread, where signals are sent.
   void run(const std::function<void(BusService&)>& work);
