@@ -1,4 +1,5 @@
 // Scanning: the radio's state, discovered peripherals and the reader-name filter.
+#include <string>
 #include <string_view>
 
 #include "KestrinBLESDK/KestrinBleMgr.h"
@@ -82,7 +83,8 @@ void KestrinBleMgr::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
   // accepted is accepted again.
   if (peripheral == discoveredPeripheral) return;
   if (!peripheral->name()) return;
-  if (!p_isKVXDevice(*peripheral->name())) return;
+  // Each test reads the name afresh; one that has gone meanwhile holds no fragment.
+  if (!p_isKVXDevice(peripheral->name().value_or(std::string()))) return;
   discoveredPeripheral = peripheral;
   if (peripheralList) peripheralList->push_back(peripheral);
   if (const auto listener = delegate();

@@ -163,6 +163,9 @@ log "DiscoverPeripheral  KVR"
   const auto spoiled = platform.peripheral("spoiled");
   spoiled->nameReads.set({"KVR", "KVR", "Headset"});
   platform.didDiscover(spoiled);
+  const auto lost = platform.peripheral("lost");
+  lost->nameReads.set({"KVR", "KVR", std::nullopt});
+  platform.didDiscover(lost);
   EXPECT_EQ(manager->pripheral(), renamed);
 }
 
