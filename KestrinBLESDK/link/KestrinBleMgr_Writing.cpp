@@ -43,6 +43,7 @@ CBCharacteristicProperties KestrinBleMgr::txProperties() const noexcept {
 }
 
 bool KestrinBleMgr::writeRawData(const std::optional<NSData>& slice) noexcept {
+  const auto self = shared_from_this();  // A log sink may drop the manager.
   if ((txProperties() & CBCharacteristicPropertyWriteWithoutResponse) != 0) {
     writeSlice(slice);
     return true;

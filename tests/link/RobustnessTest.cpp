@@ -1,5 +1,9 @@
 // Unusual turns that the manager's life may take: delegates and log sinks that drop things, several
 // managers, a run loop that ends.
+#include <functional>
+#include <memory>
+#include <string_view>
+
 #include "link/LinkTest.h"
 
 namespace kestrin::test {
@@ -183,6 +187,44 @@ TEST_F(Robustness, TheConnectionQueryOutlivesALogSinkThatDropsTheManager) {
   platform.onLog = [&](const std::string&) { manager.reset(); };
   EXPECT_TRUE(Peer::p_isConnectedBLE(*manager));
   EXPECT_TRUE(alive.expired());
+}
+
+/// A log sink that nobody but its manager keeps, and that drops the manager at the first line.
+class DroppingSink final : public NSLogSink, public std::enable_shared_from_this<DroppingSink> {
+ public:
+  DroppingSink(std::shared_ptr<KestrinBleMgr>& manager, bool& outlivedTheLine)
+      : manager_(manager), outlivedTheLine_(outlivedTheLine) {}
+  void write(std::string_view /*line*/) noexcept override {
+    // Copies: this object must not be looked at if it has gone.
+    const std::weak_ptr<DroppingSink> self = weak_from_this();
+    bool& outlived = outlivedTheLine_;
+    manager_.reset();
+    outlived = !self.expired();
+  }
+
+ private:
+  std::shared_ptr<KestrinBleMgr>& manager_;
+  bool& outlivedTheLine_;
+};
+
+TEST_F(Robustness, ASinkThatOnlyItsManagerKeepsOutlivesTheLineThatDropsTheManager) {
+  const std::function<void(KestrinBleMgr&)> operations[] = {
+      [](KestrinBleMgr& m) { EXPECT_FALSE(m.writeRawData(kFrame)); },
+      [](KestrinBleMgr& m) { EXPECT_FALSE(m.send(kFrame)); },
+      [](KestrinBleMgr& m) { EXPECT_EQ(m.readData(kFrame), 0); },
+      [](KestrinBleMgr& m) { EXPECT_FALSE(Peer::p_isConnectedBLE(m)); },
+  };
+  for (const auto& operation : operations) {
+    bool outlivedTheLine = false;
+    std::shared_ptr<KestrinBleMgr> dropped;
+    Platform noLogOfItsOwn = platform.platform();
+    noLogOfItsOwn.log = std::make_shared<DroppingSink>(dropped, outlivedTheLine);
+    dropped = KestrinBleMgr::init(noLogOfItsOwn);
+    noLogOfItsOwn.log.reset();
+    operation(*dropped);
+    EXPECT_EQ(dropped, nullptr);
+    EXPECT_TRUE(outlivedTheLine);
+  }
 }
 
 }  // namespace
