@@ -159,6 +159,9 @@ TEST(ReplayProgram, TellsWhichFileCanNotBeRead) {
   const Outcome folder = kestrin({"replay", "/"});
   EXPECT_EQ(folder.status, 1);
   EXPECT_EQ(folder.errors, "kestrin: /: Is a directory\n");
+  const Outcome empty = kestrin({"replay", ""});
+  EXPECT_EQ(empty.status, 1);
+  EXPECT_EQ(empty.errors, "kestrin: '': No such file or directory\n");
 }
 
 TEST(ReplayProgram, TakesInputOfAnyLength) {

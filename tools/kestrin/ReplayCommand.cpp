@@ -47,7 +47,9 @@ class Input {
  public:
   explicit Input(const std::string& file)
       : descriptor_(file == "-" ? STDIN_FILENO : ::open(file.c_str(), O_RDONLY | O_CLOEXEC)),
-        name_(file == "-" ? "standard input" : printable(file)) {}
+        name_(file == "-"    ? "standard input"
+              : file.empty() ? "''"
+                             : printable(file)) {}
   ~Input() {
     if (descriptor_ > STDIN_FILENO) ::close(descriptor_);
   }
