@@ -363,5 +363,23 @@ TEST_F(SendCommand, IsDoneWhenInterruptedAfterEverythingWasSent) {
   EXPECT_FALSE(reader->connected());
 }
 
+// No program can be started with an argument of that length, so the command is called itself.
+TEST(FrameCommand, TakesTheLongestPayloadAndRefusesALongerOne) {
+  const auto payloadOf = [](std::size_t bytes) {
+    std::string hex;
+    for (std::size_t i = 0; i < bytes; ++i) hex += "00";
+    return hex;
+  };
+  test::Captured longest;
+  EXPECT_EQ(runFrame({"00", "22", payloadOf(65535)}, longest.console), kSuccess);
+  EXPECT_TRUE(longest.output.text().starts_with("BB 00 22 FF FF 00 "));
+  test::Captured longer;
+  EXPECT_EQ(runFrame({"00", "22", payloadOf(65536)}, longer.console), kWrongUsage);
+  EXPECT_EQ(longer.output.text(), "");
+  EXPECT_EQ(longer.errors.text(),
+            "kestrin: PAYLOAD: a payload of 65536 bytes does not fit a frame; it may have at most "
+            "65535\n");
+}
+
 }  // namespace
 }  // namespace kestrin::app
