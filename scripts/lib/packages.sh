@@ -21,11 +21,12 @@ install_packages() {
     fi
     as_root=(sudo)
   fi
-  local log
+  # A fresh machine brings itself up to date in the background: wait until it lets go of the lock.
+  local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
+    apt-get -o DPkg::Lock::Timeout=600) log
   log=$(mktemp)
-  if ! { "${as_root[@]}" apt-get update &&
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-      apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+  if ! { "${apt[@]}" update &&
+    "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
     tail -n 20 "$log" >&2
     echo "The packages could not be installed; the whole log is in $log" >&2
     return 1
