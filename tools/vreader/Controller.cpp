@@ -102,8 +102,9 @@ void Controller::connect(const std::shared_ptr<RemoteDevice>& device) {
   link = std::make_unique<Link>(
       handle, device, parameters, toHost_,
       [this](Link& dropped, std::uint8_t reason) { dropLink(dropped.handle(), reason); });
-  connectionComplete(hci::ErrorCode::success, handle, device->address(), parameters);
+  // The device first: who follows what it says must not hear of the link from the host before.
   device->connected(*link);
+  connectionComplete(hci::ErrorCode::success, handle, device->address(), parameters);
 }
 
 void Controller::connectionComplete(hci::ErrorCode status, std::uint16_t handle,
@@ -124,9 +125,9 @@ void Controller::dropLink(std::uint16_t handle, std::uint8_t reason) {
   auto link = links_.extract(handle);
   if (link.empty()) return;
   RemoteDevice& device = link.mapped()->device();
+  device.disconnected(reason);
   event(hci::EventCode::disconnectionComplete,
         ByteWriter().u8(static_cast<unsigned>(hci::ErrorCode::success)).u16(handle).u8(reason));
-  device.disconnected(reason);
   advertisingChanged(device);
 }
 

@@ -43,6 +43,9 @@ class ContractBed {
   virtual void notify(const std::vector<NSData>& values) = 0;
   /// Whether subscriptions are answered with an error.
   virtual void refuseSubscriptions(bool refuse) = 0;
+  /// Why a characteristic whose subscription was refused once can not be subscribed to later; empty
+  /// where it can.
+  [[nodiscard]] virtual std::string whyRefusedSubscriptionsStayRefused() const { return {}; }
   /// Whether a link is up, by the reader's own account.
   [[nodiscard]] virtual bool readerIsLinked() = 0;
   /// Every value written to the characteristic for commands so far, over all links.

@@ -79,7 +79,19 @@ TEST_P(LinkedRadioContract, ARefusedSubscriptionIsAnsweredWithItsError) {
   bed().refuseSubscriptions(true);
   subscribe(*reader, reply);
   ASSERT_TRUE(waitFor(EventKind::notificationState));
+  bed().settle();
+  ASSERT_EQ(count(EventKind::notificationState), 1U);
   EXPECT_TRUE(events(EventKind::notificationState)[0].error);
+}
+
+TEST_P(LinkedRadioContract, ARefusedSubscriptionCanBeAskedForAgain) {
+  const std::string why = bed().whyRefusedSubscriptionsStayRefused();
+  if (!why.empty()) GTEST_SKIP() << why;
+  const auto reply = find(*reader, dataService(), replyCharacteristic());
+  ASSERT_NE(reply, nullptr);
+  bed().refuseSubscriptions(true);
+  subscribe(*reader, reply);
+  ASSERT_TRUE(waitFor(EventKind::notificationState));
   bed().refuseSubscriptions(false);
   subscribe(*reader, reply);
   ASSERT_TRUE(waitFor(EventKind::notificationState, 2));
