@@ -1,5 +1,5 @@
-// A first application: finds a reader, connects to it, asks it for its information and prints the
-// frames that it sends. It runs on the simulated radio. With a real one it would begin with
+// A first application: finds a reader, connects to it, sends it a command and prints the frames
+// that come. It runs on the simulated radio. With a real one it would begin with
 // `kestrin::bluez::install()`, take `KestrinBleMgr::sharedInstance()` and turn
 // `MainRunLoop::main()`.
 #include <KestrinBLESDK/KestrinBleMgr.h>
