@@ -127,6 +127,8 @@ void BluezRadioTest::settle() {
 }
 
 void BluezRadioTest::pass(Time span) {
+  // What was asked before counts from before.
+  ASSERT_NO_FATAL_FAILURE(settle());
   clock->sleepFor(span);
   settle();
 }
