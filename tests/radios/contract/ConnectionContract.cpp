@@ -120,6 +120,34 @@ TEST_P(RadioContract, AnAttemptFindsAReaderThatAppearsLater) {
   EXPECT_EQ(count(EventKind::sighting), 0U) << "what the radio discovers for itself is private";
 }
 
+TEST_P(RadioContract, AnAttemptIsMadeAgainForAsLongAsItTakes) {
+  const auto central = makePoweredCentral();
+  const auto reader = findReader(*central);
+  ASSERT_NE(reader, nullptr);
+  bed().vanish();
+  connect(*central, reader);
+  // Longer than any one attempt lasts.
+  for (int i = 0; i < 12; ++i) bed().settle();
+  EXPECT_EQ(recorder().count(), 0U);
+  bed().appear();
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  bed().settle();
+  EXPECT_EQ(recorder().count(), 1U);
+}
+
+TEST_P(RadioContract, APendingAttemptDoesNotHoldUpAScan) {
+  const auto central = makePoweredCentral();
+  const auto reader = findReader(*central);
+  ASSERT_NE(reader, nullptr);
+  bed().vanish();
+  connect(*central, reader);
+  bed().settle();
+  scan(*central);
+  // Another peripheral than the one that is waited for.
+  ASSERT_TRUE(waitFor(EventKind::sighting));
+  EXPECT_NE(events(EventKind::sighting)[0].peripheral, reader);
+}
+
 TEST_P(RadioContract, AnAttemptWaitsOutARadioThatIsSwitchedOff) {
   const auto central = makePoweredCentral();
   const auto reader = findReader(*central);
@@ -201,6 +229,21 @@ TEST_P(LinkedRadioContract, AnotherCentralManagerSharesTheLinkAndEachHearsOfItsE
   const auto reports = events(EventKind::disconnected);
   ASSERT_EQ(reports.size(), 2U);
   EXPECT_NE(reports[0].central, reports[1].central);
+}
+
+TEST_P(LinkedRadioContract, AskingAgainForASharedLinkIsReportedOnlyAfterTheEndOfTheFirstRequest) {
+  const auto other = makePoweredCentral();
+  std::vector<EventKind> order;
+  recorder().onEvent = [&](const Event& event) { order.push_back(event.kind); };
+  connect(*other, reader);
+  cancel(*other, reader);
+  connect(*other, reader);
+  bed().settle();
+  ASSERT_FALSE(order.empty());
+  EXPECT_EQ(order.back(), EventKind::connected);
+  // The first request may have been told of the link before it was given up.
+  if (order.front() == EventKind::connected) order.erase(order.begin());
+  EXPECT_EQ(order, (std::vector<EventKind>{EventKind::disconnected, EventKind::connected}));
 }
 
 TEST_P(RadioContract, AbsentAndForeignPeripheralsAreIgnored) {

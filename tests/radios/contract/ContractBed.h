@@ -1,5 +1,6 @@
-// What the radio contract is stated against: one radio, one reader of the standard family in its
-// range, and orders that both obey. Each radio that keeps the contract has a bed of its own.
+// What the radio contract is stated against: one radio, one reader of the standard family and some
+// other peripheral in its range, and orders that both obey. Each radio that keeps the contract has
+// a bed of its own.
 //
 // Threads: on the thread that turns the main run loop. Lifetime: one bed per test; central managers
 // may outlive it. Errors: an order that can not be given fails the test.

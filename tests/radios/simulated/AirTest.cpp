@@ -234,5 +234,57 @@ TEST_F(AirTest, AHandleThatOutlivesItsRadioDoesNothing) {
   run();
 }
 
+TEST(RadioOptions, TheStateToBeginWithIsReportedFirst) {
+  const auto loop = std::make_shared<MainRunLoop>(std::make_shared<VirtualClock>());
+  SimulatedRadio radio(loop, {.state = CBManagerState::unauthorized});
+  const auto recorder = std::make_shared<EventRecorder>();
+  const auto central = radio.initWithDelegate_queue(recorder, nullptr);
+  loop->run();
+  ASSERT_EQ(recorder->count(), 1U);
+  EXPECT_EQ(recorder->events(EventKind::state)[0].state, CBManagerState::unauthorized);
+}
+
+/// Every span is chosen, and one range is the wrong way round.
+class ChosenTimes : public LinkedReaderTest {
+ protected:
+  static Options chosen() {
+    Options options;
+    options.latency = {30ms, 30ms};
+    options.connectionDelay = {700ms, 100ms};
+    options.supervisionTimeout = 4s;
+    options.signalStrength = {-42, -42};
+    return options;
+  }
+  ChosenTimes() : LinkedReaderTest(chosen()) {}
+};
+
+TEST_F(ChosenTimes, AnAnswerTakesTheLatencyOfBothDirections) {
+  const Time begin = loop->now();
+  peripheral->discoverServices(std::nullopt);
+  run();
+  ASSERT_EQ(count(EventKind::services), 1U);
+  EXPECT_EQ(loop->now() - begin, 60ms);
+}
+
+TEST_F(ChosenTimes, ARangeTheWrongWayRoundCountsAsItsMinimum) {
+  reader->simulateLinkLoss();
+  run();
+  const Time begin = loop->now();
+  link();
+  EXPECT_EQ(loop->now() - begin, 700ms);
+}
+
+TEST_F(ChosenTimes, TheSupervisionTimeoutAndTheSignalStrengthAreTheChosenOnes) {
+  const Time begin = loop->now();
+  reader->simulateVanishing();
+  run();
+  EXPECT_EQ(loop->now() - begin, 4s);
+  reader->simulateAppearing();
+  scan(*central);
+  run();
+  ASSERT_EQ(count(EventKind::sighting), 1U);
+  EXPECT_EQ(events(EventKind::sighting)[0].rssi, -42);
+}
+
 }  // namespace
 }  // namespace kestrin::simulated

@@ -7,8 +7,6 @@ namespace {
 
 using AttributeServerTest = LinkedReaderTest;
 
-const NSData kGetReaderInfo{0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97};
-
 TEST_F(AttributeServerTest, ServiceDiscoveryErrorsAreAnsweredUntilTheyAreTakenBack) {
   reader->simulateServiceDiscoveryError(anError());
   peripheral->discoverServices(std::nullopt);

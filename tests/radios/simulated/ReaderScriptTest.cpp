@@ -6,11 +6,10 @@
 #include <random>
 
 #include "KestrinBLESDK/RcpFrame.h"
+#include "radios/simulated/SimulatedRadioTest.h"
 
 namespace kestrin::simulated {
 namespace {
-
-const NSData kGetReaderInfo{0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97};
 
 NSData frame(std::uint8_t code, const std::vector<std::uint8_t>& payload, std::uint8_t type = 0) {
   return buildRcpFrame(type, code, payload).value();

@@ -20,6 +20,9 @@ using test::Event;
 using test::EventKind;
 using test::EventRecorder;
 
+/// Asks a reader for its information.
+inline const NSData kGetReaderInfo{0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97};
+
 class SimulatedRadioTest : public testing::Test {
  protected:
   explicit SimulatedRadioTest(const Options& options = {})
