@@ -34,7 +34,7 @@ Arrivals read(std::string_view text) {
   return whole;
 }
 
-RecordingError errorOf(std::string_view text) {
+RecordingError recordingErrorOf(std::string_view text) {
   RecordingReader reader;
   Recording recording;
   auto error = reader.take(text);
@@ -62,21 +62,21 @@ TEST(Recording, EmptyAndBlankLinesAreArrivalsOfNoBytes) {
 
 TEST(Recording, LinesThatStartWithAHashAreComments) {
   EXPECT_EQ(read("# no hex\n#\n#\r\nBB\n# the end"), (Arrivals{{0xBB}}));
-  EXPECT_EQ(errorOf(" # not at the start").column, 2U);
+  EXPECT_EQ(recordingErrorOf(" # not at the start").column, 2U);
 }
 
 TEST(Recording, ACarriageReturnAtTheEndOfALineIsIgnored) {
   EXPECT_EQ(read("BB\r\n\r\n01\r"), (Arrivals{{0xBB}, {}, {0x01}}));
-  EXPECT_EQ(errorOf("BB\r\r\n").column, 3U);
-  EXPECT_EQ(errorOf("BB\r01\n").column, 3U);
+  EXPECT_EQ(recordingErrorOf("BB\r\r\n").column, 3U);
+  EXPECT_EQ(recordingErrorOf("BB\r01\n").column, 3U);
 }
 
 TEST(Recording, AnErrorHasItsLineAndColumn) {
-  const auto error = errorOf("# comment\n\nBB 00\nBB 0x\nzz\n");
+  const auto error = recordingErrorOf("# comment\n\nBB 00\nBB 0x\nzz\n");
   EXPECT_EQ(error.line, 4U);
   EXPECT_EQ(error.column, 5U);
   EXPECT_EQ(error.text, "bytes are written without 0x, as in BB 00 03");
-  EXPECT_EQ(errorOf("00\n0").line, 2U);
+  EXPECT_EQ(recordingErrorOf("00\n0").line, 2U);
 }
 
 }  // namespace

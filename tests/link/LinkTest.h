@@ -23,6 +23,8 @@ inline constexpr char kService[] = "BA821000-3B5B-4654-85FE-E998B123ADEA";
 inline constexpr char kTx[] = "BA821001-3B5B-4654-85FE-E998B123ADEA";
 inline constexpr char kRx[] = "BA821002-3B5B-4654-85FE-E998B123ADEA";
 
+/// A whole frame as a reader sends it: type 1, code 3, one byte of payload.
+inline const NSData kFrame{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
 inline const NSError kError{"CBATTErrorDomain", 14, "Unlikely Error"};
 
 /// A reader with one data service.

@@ -46,8 +46,6 @@ struct HearsOnlyFrames final : RcpReceiver {
 struct EmptyDelegate final : KestrinBLEProtocols {};
 struct EmptyReceiver final : RcpReceiver {};
 
-const NSData kFrame{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
-
 class OptionalCallbacks : public LinkTest {
  protected:
   /// Everything that tells a delegate something, once each.

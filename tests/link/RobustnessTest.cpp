@@ -9,8 +9,6 @@
 namespace kestrin::test {
 namespace {
 
-const NSData kFrame{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
-
 class Robustness : public LinkTest {};
 
 TEST_F(Robustness, ARecursiveScanFromItsOwnCallbackEndsWithTheOuterOne) {

@@ -4,7 +4,6 @@
 namespace kestrin::test {
 namespace {
 
-const NSData kFrame{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
 const NSData kPart{0xBB, 0x01, 0x03};
 constexpr char kDelivered[] = R"(log "[RX BLE] <bb010300 01b17e20 37>"
 dispatch_sync priority 2

@@ -17,7 +17,7 @@ using Texts = std::vector<std::string>;
 using Bytes = std::vector<std::uint8_t>;
 using Options = std::map<std::string, Variant>;
 
-constexpr int kPatience = 20000;  // Milliseconds.
+constexpr int kDrainLimit = 20000;  // Milliseconds.
 
 Properties characteristic(const std::string& uuid, const Texts& flags) {
   return {{"UUID", Variant(uuid)},
@@ -171,7 +171,7 @@ void StandInDaemon::notify(const NSData& value) {
   run([&](BusService& service) {
     if (notifications_ >= 0) {
       pollfd room{.fd = notifications_, .events = POLLOUT, .revents = 0};
-      EXPECT_EQ(::poll(&room, 1, kPatience), 1) << "nobody drains the descriptor";
+      EXPECT_EQ(::poll(&room, 1, kDrainLimit), 1) << "nobody drains the descriptor";
       EXPECT_EQ(::send(notifications_, value.bytes(), value.length(), MSG_NOSIGNAL),
                 static_cast<ssize_t>(value.length()));
     } else {
