@@ -64,7 +64,7 @@ show_logs() {
 
 start_bus() {
   mkdir -p /run/dbus
-  dbus-daemon --system --fork --nopidfile
+  bus_pid=$(dbus-daemon --system --fork --nopidfile --print-pid)
   wait_for 20 "the message bus" busctl --no-pager list
 }
 

@@ -41,9 +41,13 @@ class HandClock final : public Clock {
 };
 
 class BluezRadioTest : public testing::Test {
+ public:
+  ~BluezRadioTest() override;
+  BluezRadioTest(const BluezRadioTest&) = delete;
+  BluezRadioTest& operator=(const BluezRadioTest&) = delete;
+
  protected:
   explicit BluezRadioTest(PrivateBus::Policy policy = PrivateBus::Policy::open);
-  ~BluezRadioTest() override;
 
   void startDaemon(const std::function<void(BusService&)>& prepare = {});
   /// As SIGKILL does: the name is gone, nothing else is said.
