@@ -18,7 +18,7 @@ Device::Device(std::weak_ptr<RadioCore> core, std::optional<std::string> name,
 std::shared_ptr<Device> Device::make(const std::shared_ptr<RadioCore>& core,
                                      std::optional<std::string> name, AttributeServer server,
                                      std::vector<CBUUID> advertisedServices) {
-  const std::shared_ptr<Device> device(
+  std::shared_ptr<Device> device(
       new Device(core, std::move(name), std::move(server), std::move(advertisedServices)));
   device->peripheral_ = std::make_shared<SimulatedPeripheral>(core->nextAddress(), core, device);
   device->retryPause_ = core->options().firstRetryPause;
@@ -186,7 +186,7 @@ std::shared_ptr<Link> Device::closeLink(RadioCore& core, const NSError& why,
                                         const Centrals& listeners) {
   core.carryOutSubmitted();
   goSilent();
-  const auto ended = std::exchange(link_, nullptr);
+  auto ended = std::exchange(link_, nullptr);
   for (auto& answer : ended->takeOwed()) {
     core.post([answer = std::move(answer), why, listeners] {
       const bool heard = std::any_of(listeners.begin(), listeners.end(),
