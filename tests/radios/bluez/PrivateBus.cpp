@@ -2,16 +2,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 namespace kestrin::bluez::test {
 namespace {
@@ -36,7 +37,7 @@ std::string configuration(const std::string& folder, PrivateBus::Policy policy) 
 PrivateBus::PrivateBus(Policy policy) {
   std::array<char, 32> name{"/tmp/kestrin-bus-XXXXXX"};
   if (::mkdtemp(name.data()) == nullptr) {
-    ADD_FAILURE() << "no folder for a bus in /tmp: " << std::strerror(errno);
+    ADD_FAILURE() << "no folder for a bus in /tmp: " << std::generic_category().message(errno);
     return;
   }
   folder_ = name.data();
@@ -73,7 +74,8 @@ void PrivateBus::start() {
   while (error == 0 && ::read(ends[0], &character, 1) == 1 && character != '\n') line += character;
   ::close(ends[0]);
   if (error != 0) process_ = -1;
-  EXPECT_FALSE(line.empty()) << "dbus-daemon does not start (" << std::strerror(error)
+  EXPECT_FALSE(line.empty()) << "dbus-daemon does not start ("
+                             << std::generic_category().message(error)
                              << "): install the Debian package dbus\n"
                              << std::ifstream(words).rdbuf();
   // Without the bus's own number, which is another one after a restart.
