@@ -93,6 +93,8 @@ kill_daemon() {
   return 0
 }
 
+daemon_is_down() { ! kill -0 "$daemon_pid"; }
+
 set_power() {
   busctl --auto-start=no set-property org.bluez /org/bluez/hci0 org.bluez.Adapter1 Powered b "$1"
 }
@@ -206,8 +208,15 @@ bus_goes() {
   begin
   kill -KILL "$bus_pid"
   expect_told 15 "$disconnected" && expect_told 15 "$resetting" || return 1
-  kill_daemon
-  start_bus && start_daemon && expect_told 60 "$powered_on" && lost_once
+  expect_exactly 1 "$disconnected" && expect_exactly 1 'PLUG 0' || return 1
+  wait_for 20 "the daemon to end with its bus" daemon_is_down || return 1
+  start_bus && start_daemon && expect_told 60 "$powered_on" && probe_is_alive || return 1
+  # The new daemon can take the old one's link over and drop it at once, which is a link of its own
+  # to the application.
+  link_up || {
+    begin
+    link_up && expect_exactly 0 "$disconnected"
+  }
 }
 
 adapter_goes_off_and_on_connected() {

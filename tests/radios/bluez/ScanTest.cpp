@@ -111,8 +111,8 @@ TEST_F(BluezScan, ReportsADeviceOncePerScanRequest) {
   scan();
   daemon->showReader();
   ASSERT_TRUE(waitForCount(EventKind::sighting, 1));
-  for (std::int16_t rssi = -60; rssi < -50; ++rssi) {
-    daemon->changeDevice({{"RSSI", Variant(rssi)}});
+  for (int rssi = -60; rssi < -50; ++rssi) {
+    daemon->changeDevice({{"RSSI", Variant(static_cast<std::int16_t>(rssi))}});
   }
   settle();
   EXPECT_EQ(count(EventKind::sighting), 1U);
