@@ -19,7 +19,7 @@ class Writing : public LinkTest {
  protected:
   /// A plugged-in standard reader whose transmit characteristic has these properties.
   Reader plugInWith(CBCharacteristicProperties properties) {
-    const Reader reader = standardReader("R7ZTM", properties);
+    Reader reader = standardReader("R7ZTM", properties);
     plugIn(reader);
     return reader;
   }
