@@ -143,8 +143,15 @@ TEST_F(BluezState, IsUnauthorizedWhenTheDaemonRefusesToScan) {
 
 TEST_F(BluezState, ADaemonThatNeverListsItsObjectsIsReportedAndAskedAgain) {
   startDaemon();
+  std::promise<void> isStuck;
   std::promise<void> wakeUp;
-  std::thread stuck([&] { daemon->run([&](BusService&) { wakeUp.get_future().wait(); }); });
+  std::thread stuck([&] {
+    daemon->run([&](BusService&) {
+      isStuck.set_value();
+      wakeUp.get_future().wait();
+    });
+  });
+  isStuck.get_future().wait();
   startRadio();
   central = makeCentral();
   // The bus answers that the name is owned; then the list is asked for, in vain.
