@@ -14,14 +14,12 @@ using hci::Opcode;
 
 namespace {
 
-constexpr std::uint8_t kSuccess = static_cast<std::uint8_t>(ErrorCode::success);
 constexpr std::size_t kAclPackets = 16;
 // The time on air of the longest data packet, in microseconds (Vol 6, Part B, 4.5.10).
 constexpr std::uint16_t kLargestTransmissionTime = 2120;
 constexpr std::uint8_t kLeFeatureDataLengthExtension = 1U << 5;
 // LMP features, byte 4: BR/EDR Not Supported and LE Supported (Controller).
 constexpr std::uint8_t kLeOnly = (1U << 5) | (1U << 6);
-constexpr std::int8_t kRssi = -50;
 constexpr std::uint8_t kTransmitPower = 4;
 
 Bytes justStatus(ErrorCode status) { return {static_cast<std::uint8_t>(status)}; }
@@ -144,7 +142,7 @@ Bytes Controller::reset(ByteReader) {
 
 Bytes Controller::readLocalVersionInformation(ByteReader) {
   return ByteWriter()
-      .u8(kSuccess)
+      .u8(hci::kSuccess)
       .u8(hci::kVersion42)
       .u16(0)
       .u8(hci::kVersion42)
@@ -154,20 +152,20 @@ Bytes Controller::readLocalVersionInformation(ByteReader) {
 }
 
 Bytes Controller::readLocalSupportedCommands(ByteReader) {
-  return ByteWriter().u8(kSuccess).append(supportedCommands()).take();
+  return ByteWriter().u8(hci::kSuccess).append(supportedCommands()).take();
 }
 
 Bytes Controller::readLocalSupportedFeatures(ByteReader) {
-  return ByteWriter().u8(kSuccess).zeros(4).u8(kLeOnly).zeros(3).take();
+  return ByteWriter().u8(hci::kSuccess).zeros(4).u8(kLeOnly).zeros(3).take();
 }
 
 Bytes Controller::readBufferSize(ByteReader) {
   // No buffers but those for LE, see LE Read Buffer Size.
-  return ByteWriter().u8(kSuccess).zeros(7).take();
+  return ByteWriter().u8(hci::kSuccess).zeros(7).take();
 }
 
 Bytes Controller::readBdAddr(ByteReader) {
-  return ByteWriter().u8(kSuccess).append(ownAddress_.bytes).take();
+  return ByteWriter().u8(hci::kSuccess).append(ownAddress_.bytes).take();
 }
 
 Bytes Controller::readRssi(ByteReader parameters) {
@@ -177,7 +175,7 @@ Bytes Controller::readRssi(ByteReader parameters) {
       .u8(static_cast<unsigned>(known ? ErrorCode::success
                                       : ErrorCode::unknownConnectionIdentifier))
       .u16(handle)
-      .u8(static_cast<std::uint8_t>(kRssi))
+      .u8(static_cast<std::uint8_t>(hci::kRssi))
       .take();
 }
 
@@ -193,30 +191,37 @@ Bytes Controller::readTransmitPowerLevel(ByteReader parameters) {
 }
 
 Bytes Controller::leReadBufferSize(ByteReader) {
-  return ByteWriter().u8(kSuccess).u16(Link::kLargestAclData).u8(kAclPackets).take();
+  return ByteWriter().u8(hci::kSuccess).u16(Link::kLargestAclData).u8(kAclPackets).take();
 }
 
 Bytes Controller::leReadLocalSupportedFeatures(ByteReader) {
-  return ByteWriter().u8(kSuccess).u8(kLeFeatureDataLengthExtension).zeros(7).take();
+  return ByteWriter().u8(hci::kSuccess).u8(kLeFeatureDataLengthExtension).zeros(7).take();
 }
 
 Bytes Controller::leReadAdvertisingPhysicalChannelTxPower(ByteReader) {
-  return ByteWriter().u8(kSuccess).u8(kTransmitPower).take();
+  return ByteWriter().u8(hci::kSuccess).u8(kTransmitPower).take();
 }
 
 Bytes Controller::leReadSupportedStates(ByteReader) {
   // Scanning, initiating and links in the central role, in every combination (Vol 4, Part E,
   // 7.8.27): the 42 states that the document numbers.
-  return ByteWriter().u8(kSuccess).append({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x03, 0x00, 0x00}).take();
+  return ByteWriter()
+      .u8(hci::kSuccess)
+      .append({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x03, 0x00, 0x00})
+      .take();
 }
 
 Bytes Controller::leReadSuggestedDefaultDataLength(ByteReader) {
-  return ByteWriter().u8(kSuccess).u16(Link::kLargestAclData).u16(kLargestTransmissionTime).take();
+  return ByteWriter()
+      .u8(hci::kSuccess)
+      .u16(Link::kLargestAclData)
+      .u16(kLargestTransmissionTime)
+      .take();
 }
 
 Bytes Controller::leReadMaximumDataLength(ByteReader) {
   return ByteWriter()
-      .u8(kSuccess)
+      .u8(hci::kSuccess)
       .u16(Link::kLargestAclData)
       .u16(kLargestTransmissionTime)
       .u16(Link::kLargestAclData)
@@ -241,7 +246,7 @@ Bytes Controller::leSetScanEnable(ByteReader parameters) {
 }
 
 Bytes Controller::leReadFilterAcceptListSize(ByteReader) {
-  return ByteWriter().u8(kSuccess).u8(Scanner::kAcceptListSize).take();
+  return ByteWriter().u8(hci::kSuccess).u8(Scanner::kAcceptListSize).take();
 }
 
 Bytes Controller::leClearFilterAcceptList(ByteReader) {

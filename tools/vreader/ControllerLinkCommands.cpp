@@ -12,8 +12,6 @@ using hci::Opcode;
 
 namespace {
 
-constexpr unsigned kSuccess = static_cast<unsigned>(ErrorCode::success);
-
 // What both commands that set connection parameters carry: the interval from the least to the most,
 // the latency, the supervision timeout and two lengths that are hints. The shortest interval is
 // taken.
@@ -55,7 +53,7 @@ void Controller::readRemoteVersionInformation(ByteReader parameters) {
   }
   status(kOpcode, ErrorCode::success);
   event(hci::EventCode::readRemoteVersionInformationComplete,
-        ByteWriter().u8(kSuccess).u16(handle).u8(hci::kVersion42).u16(hci::kNoCompany).u16(0));
+        ByteWriter().u8(hci::kSuccess).u16(handle).u8(hci::kVersion42).u16(hci::kNoCompany).u16(0));
 }
 
 void Controller::leCreateConnection(ByteReader parameters) {
@@ -115,7 +113,7 @@ void Controller::leConnectionUpdate(ByteReader parameters) {
   status(kOpcode, ErrorCode::success);
   link->setParameters(wanted);
   leEvent(hci::LeSubevent::connectionUpdateComplete, ByteWriter()
-                                                         .u8(kSuccess)
+                                                         .u8(hci::kSuccess)
                                                          .u16(handle)
                                                          .u16(wanted.interval)
                                                          .u16(wanted.latency)
@@ -131,7 +129,7 @@ void Controller::leReadRemoteFeatures(ByteReader parameters) {
   }
   status(kOpcode, ErrorCode::success);
   leEvent(hci::LeSubevent::readRemoteFeaturesComplete,
-          ByteWriter().u8(kSuccess).u16(handle).zeros(8));
+          ByteWriter().u8(hci::kSuccess).u16(handle).zeros(8));
 }
 
 void Controller::leSetDataLength(ByteReader parameters) {

@@ -93,6 +93,10 @@ enum class ReportType : std::uint8_t { advInd = 0x00, scanRsp = 0x04 };
 inline constexpr std::uint8_t kVersion42 = 0x08;
 /// The company identifier reserved for tests: no maker stands behind this controller.
 inline constexpr std::uint16_t kNoCompany = 0xFFFF;
+/// The status byte of what went well.
+inline constexpr std::uint8_t kSuccess = static_cast<std::uint8_t>(ErrorCode::success);
+/// The received signal strength of everything on this air, in dBm.
+inline constexpr std::int8_t kRssi = -50;
 
 /// The Packet_Boundary_Flag of ACL data (Vol 4, Part E, 5.4.2).
 enum class PacketBoundary : std::uint8_t {

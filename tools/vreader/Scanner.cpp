@@ -6,14 +6,13 @@ namespace kestrin::vreader {
 
 namespace {
 
-// Received signal strength in dBm, as a signed byte.
-constexpr std::int8_t kRssi = -50;
-
 Bytes advertisingReport(const DeviceAddress& address, hci::ReportType type, const Bytes& data) {
   ByteWriter report;
   report.u8(1).u8(static_cast<unsigned>(type));
   address.write(report);
-  report.u8(static_cast<unsigned>(data.size())).append(data).u8(static_cast<std::uint8_t>(kRssi));
+  report.u8(static_cast<unsigned>(data.size()))
+      .append(data)
+      .u8(static_cast<std::uint8_t>(hci::kRssi));
   return hci::leEventPacket(hci::LeSubevent::advertisingReport, report.bytes());
 }
 

@@ -19,6 +19,9 @@
 
 namespace kestrin::bluez {
 
+/// What the daemon calls the interface of a remote device.
+inline constexpr char kDeviceInterface[] = "org.bluez.Device1";
+
 enum class Availability {
   unknown,       ///< Not found out yet.
   noBus,         ///< There is no message bus, or it has gone.

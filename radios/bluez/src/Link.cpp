@@ -10,7 +10,6 @@
 namespace kestrin::bluez {
 namespace {
 
-constexpr char kDeviceInterface[] = "org.bluez.Device1";
 // The daemon itself gives an attempt up after 42 s at most; its answer is worth waiting for, since
 // a second call before it is refused.
 constexpr Time kConnectLimit = std::chrono::seconds(60);

@@ -16,9 +16,9 @@ constexpr char kCharacteristicInterface[] = "org.bluez.GattCharacteristic1";
 // second one may stand before this.
 constexpr Time kRequestLimit = std::chrono::seconds(65);
 
-using Options = std::map<std::string, sdbus::Variant>;
+using CallOptions = std::map<std::string, sdbus::Variant>;
 
-void writeNoOptions(sdbus::MethodCall& call) { call << Options{}; }
+void writeNoOptions(sdbus::MethodCall& call) { call << CallOptions{}; }
 
 /// Whether values may still come by signal when the daemon gives no descriptor.
 bool mayFallBack(const CallError& error) {
@@ -142,7 +142,7 @@ void LinkGatt::startWrite(const Request& request) {
       [value = request.value, withResponse](sdbus::MethodCall& call) {
         const std::string type = withResponse ? "request" : "command";
         call << std::vector<std::uint8_t>(value.begin(), value.end())
-             << Options{{"type", sdbus::Variant(type)}};
+             << CallOptions{{"type", sdbus::Variant(type)}};
       },
       [](LinkGatt& self, const std::optional<CallError>&, sdbus::MethodReply&) {
         self.finished();

@@ -7,7 +7,6 @@
 namespace kestrin::bluez {
 namespace {
 
-constexpr char kDeviceInterface[] = "org.bluez.Device1";
 // A disconnection takes 2 to 3 s, and one that waits for a silent peer longer.
 constexpr Time kDisconnectLimit = std::chrono::seconds(35);
 constexpr Time kFarewellLimit = std::chrono::seconds(2);
