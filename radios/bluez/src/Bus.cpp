@@ -3,6 +3,8 @@
 #include <limits>
 #include <utility>
 
+#include "BusSocket.h"
+
 namespace kestrin::bluez {
 namespace {
 
@@ -19,6 +21,7 @@ Bus::Bus(BusThread& thread, std::function<void()> lost) : thread_(thread), lost_
 Bus::~Bus() { close(); }
 
 std::optional<CallError> Bus::open(const std::optional<std::string>& address) {
+  if (auto error = whyNoBusListens(address)) return error;
   try {
     connection_ = address ? sdbus::createSessionBusConnectionWithAddress(*address)
                           : sdbus::createSystemBusConnection();
