@@ -40,10 +40,10 @@ void LinkGatt::answerServices(const UUIDs& wanted) {
   const auto& tree = daemon_.tree();
   const auto paths = tree.servicesOf(setup_.peripheral->path());
   for (const auto& path : paths) {
-    const CBUUID uuid = *tree.service(path)->uuid;
-    if (!isWanted(wanted, uuid)) continue;
+    const auto* object = tree.service(path);
+    if (object == nullptr || !isWanted(wanted, *object->uuid)) continue;
     auto& service = services_[path];
-    if (!service) service = std::make_shared<Service>(setup_.address, path, uuid);
+    if (!service) service = std::make_shared<Service>(setup_.address, path, *object->uuid);
     found.push_back(service);
   }
   std::optional<NSError> error;
@@ -62,7 +62,7 @@ void LinkGatt::discoverCharacteristics(const UUIDs& wanted,
   const auto& tree = daemon_.tree();
   for (const auto& path : tree.characteristicsOf(service->path())) {
     const auto* object = tree.characteristic(path);
-    if (!isWanted(wanted, *object->uuid)) continue;
+    if (object == nullptr || !isWanted(wanted, *object->uuid)) continue;
     auto& characteristic = characteristics_[path];
     if (!characteristic) {
       characteristic =

@@ -15,13 +15,13 @@ namespace {
 
 class BusSocket : public testing::Test {
  protected:
-  BusSocket() {
+  void SetUp() override {
     sockaddr_un place{};
     place.sun_family = AF_UNIX;
     std::copy(path.begin(), path.end(), std::begin(place.sun_path));
     EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
   }
-  ~BusSocket() override {
+  void TearDown() override {
     ::close(descriptor);
     std::remove(path.c_str());
   }
