@@ -42,14 +42,25 @@ wait_for() {
   done
 }
 
-# finish_cases: the summary, the daemons' logs if a case failed, and the script's end.
+# finish_cases: the summary, the daemons' logs if a case failed, and the script's end. Its status is
+# $stack_crash_status if a case failed and the kernel or the daemon has crashed.
 finish_cases() {
   if [ "$failed" -gt 0 ]; then
     show_logs
   fi
   echo "$passed passed, $failed failed"
+  if [ "$failed" -gt 0 ] && stack_has_crashed; then
+    exit "$stack_crash_status"
+  fi
   [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
   exit
+}
+
+stack_crash_status=75
+
+# stack_has_crashed: whether the kernel's own code or the daemon's has; it prints the evidence.
+stack_has_crashed() {
+  dmesg | grep -E 'Oops|invalid opcode|general protection|kernel BUG|bluetoothd\[[0-9]+\]: segfault'
 }
 
 show_logs() {

@@ -69,6 +69,10 @@ bool ReaderOrders::waitForNoLink() {
   return waitUntil([this] { return !linked_; });
 }
 
+bool ReaderOrders::waitForNoAttempt() {
+  return waitUntil([this] { return !attemptIsPending_; });
+}
+
 void ReaderOrders::waitForRequests() {
   EXPECT_TRUE(waitUntil([this] { return asked_ || !linked_; })) << "nothing is asked of the reader";
 }
@@ -121,6 +125,8 @@ void ReaderOrders::take(const std::string& line) {
   std::string subject;
   words >> event >> subject;
   if (event == "ORDER" || event == "ORDER-REFUSED") ++answers_;
+  // The kernel listens for a device that it is to connect to with a passive scan.
+  if (event == "SCAN") attemptIsPending_ = subject == "passive";
   if (event == "ORDER-REFUSED") refusals_.push_back(line);
   if (subject != id_) return;
   if (event == "CONNECTED") {

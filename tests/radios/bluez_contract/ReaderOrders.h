@@ -28,6 +28,8 @@ class ReaderOrders {
   bool linked();
   /// Waits for the end of the link, if one is up.
   bool waitForNoLink();
+  /// Waits until the kernel has given up every attempt to connect.
+  bool waitForNoAttempt();
   /// Waits until the link that is up, if one is, carries attribute requests. Some kernels free the
   /// link's channel twice and fall over when a link ends before that.
   void waitForRequests();
@@ -51,6 +53,7 @@ class ReaderOrders {
   std::string partOfLine_;
   bool linked_ = false;
   bool asked_ = false;  // On the present link.
+  bool attemptIsPending_ = false;
   std::size_t answers_ = 0;
   std::vector<std::string> refusals_;
   std::vector<Write> writes_;
