@@ -314,5 +314,28 @@ TEST(SoakBuffer, GrowsWithBytesWithoutPreambleAndEmptiesWithAFrameThatEndsIt) {
   EXPECT_EQ(kept(), 0U);
 }
 
+/// What an application can do about a peer that fills the buffer.
+TEST(SoakBuffer, IsEmptiedByTheApplicationWhateverItHolds) {
+  Platform platform;
+  platform.log = std::make_shared<SilentLog>();
+  platform.notificationCenter = std::make_shared<NSNotificationCenter>();
+  const auto manager = KestrinBleMgr::init(platform);
+  const auto kept = [&] { return Peer::_mutableReceivedData(*manager)->length(); };
+  const Bytes frame = numberedFrame(1, {});
+  // No frame waits for more than 1,022 bytes before one is looked at that may not be zero.
+  const NSData remedy(joined({Bytes(1022, 0x00), frame}));
+  const Bytes longest = {0xBB, 0x01, 0x00, 0x03, 0xFD};
+  const std::vector<Bytes> contents = {
+      Bytes(100'000, 0x00), Bytes(100'000, 0x7E),         {0xBB, 0xBB},
+      {0xBB, 0x01, 0x00},   {0xBB, 0x01, 0x00, 0x03},     longest,
+      part(frame, 0, 7),    joined({frame, Bytes(9, 1)}), joined({longest, Bytes(1021, 0x7E)})};
+  for (const Bytes& content : contents) {
+    manager->readData(NSData(content));
+    ASSERT_GE(kept(), 2U);
+    manager->readData(remedy);
+    EXPECT_EQ(kept(), 0U) << "after " << NSData(part(content, 0, 5)).description();
+  }
+}
+
 }  // namespace
 }  // namespace kestrin::test
