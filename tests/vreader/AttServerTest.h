@@ -20,8 +20,13 @@ class RecordingApplication final : public AttServer::Application {
   void wasRead(const Attribute& attribute) override {
     events.push_back("read " + attribute.characteristic.UUIDString());
   }
-  void wasWritten(const Attribute& attribute, ByteView value) override {
-    events.push_back("write " + attribute.characteristic.UUIDString() + " " + hex(value));
+  void wasWritten(const Attribute& attribute, ByteView value, AttServer::WriteType type) override {
+    const bool isCommand = type == AttServer::WriteType::command;
+    events.push_back((isCommand ? "command " : "write ") + attribute.characteristic.UUIDString() +
+                     " " + hex(value));
+  }
+  void writeNotPermitted(const Attribute& attribute, ByteView value) override {
+    events.push_back("not permitted " + attribute.characteristic.UUIDString() + " " + hex(value));
   }
   void subscriptionChanged(const Attribute& configuration, unsigned bits) override {
     events.push_back("subscribe " + configuration.characteristic.UUIDString() + " " +

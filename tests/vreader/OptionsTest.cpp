@@ -47,6 +47,18 @@ TEST(Options, KeysSayWhatElseADeviceIs) {
   EXPECT_EQ(device->gapName, "G");
 }
 
+TEST(Options, AReadersTxAndTheSizeOfItsRepliesMayBeSaid) {
+  std::string problem;
+  const auto device = deviceFromText("KVR-1,tx=0x12,reply-size=244", true, 1, problem);
+  ASSERT_TRUE(device) << problem;
+  EXPECT_EQ(device->txProperties, 0x12U);
+  EXPECT_EQ(device->replySize, 244U);
+  const auto plain = deviceFromText("KVR-1", true, 1, problem);
+  ASSERT_TRUE(plain) << problem;
+  EXPECT_FALSE(plain->txProperties);
+  EXPECT_EQ(plain->replySize, 20U);
+}
+
 TEST(Options, AnEmptyNameIsNone) {
   std::string problem;
   const auto device = deviceFromText(",id=nameless", false, 1, problem);
@@ -62,6 +74,13 @@ TEST(Options, WrongUsageEndsWithStatus2AndSaysWhatIsWrong) {
       {{"--reader", "K,address=12"}, "\"12\" is no address"},
       {{"--reader", "K,address-type=secret"}, "an address type is public or random"},
       {{"--non-reader", "L,family=standard"}, "what is no reader has no family"},
+      {{"--reader", "K,tx=0x01"}, "a mask is a sum of"},
+      {{"--reader", "K,tx=0x40"}, "a mask is a sum of"},
+      {{"--reader", "K,tx=all"}, "a mask is a sum of"},
+      {{"--non-reader", "L,tx=0x08"}, "what is no reader has no such characteristic"},
+      {{"--reader", "K,reply-size=0"}, "a reply is cut into 1 to 512 bytes"},
+      {{"--reader", "K,reply-size=513"}, "a reply is cut into 1 to 512 bytes"},
+      {{"--non-reader", "L,reply-size=20"}, "what is no reader does not reply"},
       {{"--reader", "K,id=a", "--reader", "L,id=a"}, "two devices have the id a"},
       {{"--reader", "K", "--non-reader", "L,address=C0:DE:00:00:00:01"},
        "two devices have the address C0:DE:00:00:00:01"},

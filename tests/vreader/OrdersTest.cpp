@@ -91,6 +91,46 @@ TEST_F(OrdersTest, NotifyTakesHexadecimalOrNothing) {
   EXPECT_EQ(notifications(), 2U) << "an empty value is one";
 }
 
+TEST_F(OrdersTest, NotifyTxNotifiesWhereCommandsComeIfThatCan) {
+  connect(*standard);
+  subscribe(*standard);
+  EXPECT_EQ(order("notify-tx standard bb"), "the host has not subscribed");
+  connect(*q62t);
+  const auto tx = handleOf(*q62t, simulated::readerCharacteristics(familyOf(*q62t)).tx);
+  q62t->received(ByteWriter().u8(0x12).u16(tx + 1U).u16(1).bytes());
+  EXPECT_EQ(order("notify-tx q62t b"), "a value is pairs of hexadecimal digits");
+  EXPECT_EQ(order("notify-tx q62t bb01"), "done");
+  EXPECT_EQ(link.sent.back(), hex(ByteWriter().u8(0x1B).u16(tx).u8(0xBB).u8(0x01).bytes()));
+  EXPECT_EQ(order("notify-tx lamp bb"), "it is no reader");
+}
+
+TEST_F(OrdersTest, ABurstsValuesMayGrow) {
+  connect(*standard);
+  subscribe(*standard);
+  for (const char* wrong : {"3-", "-3", "5-3", "3-x", "3-5-7"}) {
+    EXPECT_EQ(order("burst standard 9 " + std::string(wrong)),
+              "say how many notifications and how long each is");
+  }
+  EXPECT_EQ(order("burst standard 9 1-21"),
+            "a notification has room for 20 bytes on this link, not 21");
+  EXPECT_EQ(order("burst standard 5 3-5 5"), "done");
+  ASSERT_EQ(notifications(), 5U);
+  std::vector<std::size_t> lengths;
+  for (const auto& pdu : link.sent) lengths.push_back(pdu.size() / 2 - 3);
+  EXPECT_EQ(lengths, (std::vector<std::size_t>{3, 4, 5, 3, 4}));
+}
+
+TEST_F(OrdersTest, ABurstHasAnEnd) {
+  connect(*standard);
+  subscribe(*standard);
+  EXPECT_EQ(order("burst standard 100001 20"), "a burst has at most 100000 notifications");
+  EXPECT_EQ(order("burst standard 3000000000 20"), "a burst has at most 100000 notifications");
+  EXPECT_EQ(order("burst standard 2000 20 1001"), "at most 1000 leave at a time");
+  EXPECT_EQ(notifications(), 0U);
+  EXPECT_EQ(order("burst standard 100000 20 1000"), "done");
+  EXPECT_EQ(notifications(), 1000U);
+}
+
 TEST_F(OrdersTest, BurstTakesCountAndLengthAndMayTakeItsPace) {
   connect(*standard);
   subscribe(*standard);
@@ -106,8 +146,8 @@ TEST_F(OrdersTest, BurstTakesCountAndLengthAndMayTakeItsPace) {
 }
 
 TEST_F(OrdersTest, HelpNamesEveryOrder) {
-  for (const char* verb :
-       {"drop", "silent", "vanish", "return", "rename", "advertise", "refuse", "notify", "burst"}) {
+  for (const char* verb : {"drop", "silent", "vanish", "return", "rename", "advertise", "refuse",
+                           "notify", "notify-tx", "burst"}) {
     EXPECT_NE(Orders::help().find("\n  " + std::string(verb) + " DEVICE"), std::string::npos)
         << verb;
   }

@@ -65,6 +65,46 @@ TEST_F(VirtualDeviceTest, ACommandInSlicesIsAnsweredOnceInPiecesOf20Bytes) {
   EXPECT_EQ(notifications(), 3U);
 }
 
+TEST_F(VirtualDeviceTest, RepliesLeaveInPiecesOfTheSizeThatWasGiven) {
+  const auto reader = make({.id = "large",
+                            .address = {},
+                            .advertisedName = "KVR-2",
+                            .gapName = std::nullopt,
+                            .family = simulated::ReaderFamily::standard,
+                            .replySize = 40});
+  const auto command = buildRcpFrame(0x00, 0x22, Bytes(37, 0x11)).value();
+  const auto answerAgain = [&] {
+    link.sent.clear();
+    write(*reader, command.span());
+    runLoop->runFor(milliseconds(0));
+    return notifications();
+  };
+  connect(*reader);
+  subscribe(*reader);
+  EXPECT_EQ(answerAgain(), 3U) << "a link with room for 20 bytes";
+  reader->received(Bytes{0x02, 0x05, 0x02});
+  EXPECT_EQ(answerAgain(), 2U);
+  EXPECT_EQ(joinedNotifications(), hex(buildRcpFrame(0x01, 0x22, Bytes(37, 0x11)).value().span()));
+}
+
+TEST_F(VirtualDeviceTest, ATxThatTakesNoRequestsRefusesAndTellsThem) {
+  const auto reader = make({.id = "tx04",
+                            .address = {},
+                            .advertisedName = "KVR-2",
+                            .gapName = std::nullopt,
+                            .family = simulated::ReaderFamily::standard,
+                            .txProperties = CBCharacteristicPropertyWriteWithoutResponse});
+  connect(*reader);
+  write(*reader, Bytes{0xBB, 0x01});
+  EXPECT_EQ(link.sent.back().substr(8), "03");
+  EXPECT_EQ(lineStarting("WRITE"),
+            "WRITE-NOT-PERMITTED tx04 BA821001-3B5B-4654-85FE-E998B123ADEA 2 bb01");
+  const auto tx = simulated::readerCharacteristics(simulated::ReaderFamily::standard).tx;
+  reader->received(ByteWriter().u8(0x52).u16(handleOf(*reader, tx)).u8(0x42).bytes());
+  EXPECT_EQ(lineStarting("WRITE-COMMAND"),
+            "WRITE-COMMAND tx04 BA821001-3B5B-4654-85FE-E998B123ADEA 1 42");
+}
+
 TEST_F(VirtualDeviceTest, AReplyThatNobodySubscribedToIsLostAndTold) {
   connect(*standard);
   write(*standard, Bytes{0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97});

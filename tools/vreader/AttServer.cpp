@@ -254,9 +254,13 @@ Bytes AttServer::write(ByteReader request) {
   }
   const bool isConfiguration = attribute->kind == Attribute::Kind::configuration;
   if (!isConfiguration && (attribute->properties & att::kPropertyWrite) == 0) {
+    if (attribute->kind == Attribute::Kind::value) {
+      application_.writeNotPermitted(*attribute, value);
+    }
     return errorResponse(Opcode::writeRequest, handle, ErrorCode::writeNotPermitted);
   }
-  const auto refused = isConfiguration ? configure(*attribute, value) : store(*attribute, value);
+  const auto refused =
+      isConfiguration ? configure(*attribute, value) : store(*attribute, value, WriteType::request);
   if (refused) return errorResponse(Opcode::writeRequest, handle, *refused);
   return {static_cast<std::uint8_t>(Opcode::writeResponse)};
 }
@@ -268,15 +272,17 @@ void AttServer::writeCommand(ByteReader request) {
   const Attribute* const attribute = database_.find(handle);
   if (attribute == nullptr || attribute->kind != Attribute::Kind::value) return;
   if ((attribute->properties & att::kPropertyWriteWithoutResponse) == 0) return;
-  store(*attribute, value);  // A command that is refused is dropped: it has no answer.
+  // A command that is refused is dropped: it has no answer.
+  store(*attribute, value, WriteType::command);
 }
 
-std::optional<std::uint8_t> AttServer::store(const Attribute& attribute, ByteView value) {
+std::optional<std::uint8_t> AttServer::store(const Attribute& attribute, ByteView value,
+                                             WriteType type) {
   if (value.size() > att::kLargestValue) {
     return static_cast<std::uint8_t>(ErrorCode::invalidAttributeValueLength);
   }
   if (const auto refused = application_.refusal(Access::write)) return refused;
-  application_.wasWritten(attribute, value);
+  application_.wasWritten(attribute, value, type);
   return std::nullopt;
 }
 

@@ -22,6 +22,8 @@ class AttServer {
  public:
   /// What a client may be refused.
   enum class Access { read, write, subscribe };
+  /// How a client writes: and waits for the answer, or does not.
+  enum class WriteType { request, command };
 
   /// The device behind the server.
   class Application {
@@ -33,7 +35,9 @@ class AttServer {
     /// A value was read; called before the client gets it.
     virtual void wasRead(const Attribute& attribute) = 0;
     /// A value was written; called before the answer of a request is sent.
-    virtual void wasWritten(const Attribute& attribute, ByteView value) = 0;
+    virtual void wasWritten(const Attribute& attribute, ByteView value, WriteType type) = 0;
+    /// A value came in a request although its characteristic takes none; it is refused.
+    virtual void writeNotPermitted(const Attribute& attribute, ByteView value) = 0;
     /// A client characteristic configuration was written: the bits of `att::kNotifications` and
     /// `att::kIndications`.
     virtual void subscriptionChanged(const Attribute& configuration, unsigned bits) = 0;
@@ -70,7 +74,7 @@ class AttServer {
   Bytes readFrom(att::Opcode request, std::uint16_t handle, std::size_t offset);
   [[nodiscard]] std::optional<std::uint8_t> readRefusal(const Attribute& attribute) const;
   [[nodiscard]] Bytes valueOf(const Attribute& attribute) const;
-  std::optional<std::uint8_t> store(const Attribute& attribute, ByteView value);
+  std::optional<std::uint8_t> store(const Attribute& attribute, ByteView value, WriteType type);
   std::optional<std::uint8_t> configure(const Attribute& attribute, ByteView value);
 
   const AttributeDatabase& database_;

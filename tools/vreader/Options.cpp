@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/vreader/Att.h"
+#include "tools/vreader/Numbers.h"
 #include "tools/vreader/Orders.h"
 
 namespace kestrin::vreader {
@@ -23,6 +25,10 @@ constexpr std::string_view kDeviceHelp =
     "  address=XX:XX:XX:XX:XX:XX and address-type=public|random\n"
     "                        (C0:DE:00:00:00:01, ... and random by default)\n"
     "  gap-name=NAME         the name that is read over a link (Virtual by default)\n"
+    "  tx=MASK               the properties of the characteristic that a reader gets its commands\n"
+    "                        on: the sum of 0x02 (read), 0x04 (write without response), 0x08\n"
+    "                        (write), 0x10 (notify) and 0x20 (indicate)\n"
+    "  reply-size=BYTES      how long the notifications are that a reader's reply leaves in (20)\n"
     "Without any device there are KVR-0001, KVR-Q62T-0001 and Lamp, which is no reader.\n\n";
 
 constexpr std::string_view kFamilyPrefix = "KVR-Q62T";
@@ -58,12 +64,33 @@ std::string setFamily(DeviceText& device, const std::string& value) {
   return {};
 }
 
+std::string setTxProperties(DeviceText& device, const std::string& value) {
+  if (!device.isReader) return "what is no reader has no such characteristic";
+  constexpr unsigned kMost = 0x3E;
+  const auto mask = numberFrom<unsigned>(value);
+  if (!mask || (*mask & ~kMost) != 0) return "a mask is a sum of 0x02, 0x04, 0x08, 0x10 and 0x20";
+  device.settings.txProperties = *mask;
+  return {};
+}
+
+std::string setReplySize(DeviceText& device, const std::string& value) {
+  if (!device.isReader) return "what is no reader does not reply";
+  const auto size = numberFrom<std::size_t>(value);
+  if (!size || *size == 0 || *size > att::kLargestValue) {
+    return "a reply is cut into 1 to " + std::to_string(att::kLargestValue) + " bytes";
+  }
+  device.settings.replySize = *size;
+  return {};
+}
+
 // Takes one "key=value"; answers what is wrong with it, if anything.
 std::string setKey(DeviceText& device, const std::string& text) {
   const auto equals = text.find('=');
   const std::string key = text.substr(0, equals);
   const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
   if (key == "family") return setFamily(device, value);
+  if (key == "tx") return setTxProperties(device, value);
+  if (key == "reply-size") return setReplySize(device, value);
   if (key == "id") {
     const bool usable = !value.empty() && value.find_first_of(" \t") == std::string::npos;
     if (!usable) return "an id is one word";

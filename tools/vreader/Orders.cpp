@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include "tools/vreader/Numbers.h"
+
 namespace kestrin::vreader {
 
 namespace {
@@ -26,18 +28,6 @@ std::string_view takeWord(std::string_view& text) {
   text.remove_prefix(word.size());
   text = trimmed(text);
   return word;
-}
-
-// A number, decimal or, after "0x", hexadecimal.
-template <class Number>
-std::optional<Number> numberFrom(std::string_view word) {
-  const bool isHex = word.starts_with("0x");
-  if (isHex) word.remove_prefix(2);
-  Number number{};
-  const auto result =
-      std::from_chars(word.data(), word.data() + word.size(), number, isHex ? 16 : 10);
-  if (result.ec != std::errc() || result.ptr != word.data() + word.size()) return std::nullopt;
-  return number;
 }
 
 std::optional<bool> switchFrom(std::string_view word) {
@@ -69,8 +59,8 @@ struct Arguments {
   std::string problem;
 
   std::string_view word() { return takeWord(left); }
-  Action wrong(std::string_view why) {
-    problem = why;
+  Action wrong(std::string why) {
+    problem = std::move(why);
     return {};
   }
 };
@@ -148,18 +138,44 @@ Action notify(Arguments& arguments) {
   return [value = *value](VirtualDevice& device) { return device.notify(value); };
 }
 
+Action notifyTx(Arguments& arguments) {
+  const auto value = bytesFrom(arguments.word());
+  if (!value) return arguments.wrong("a value is pairs of hexadecimal digits");
+  return [value = *value](VirtualDevice& device) { return device.notifyTx(value); };
+}
+
+// What a burst may ask for: nobody can do anything else while values leave together.
+constexpr std::uint32_t kMostInABurst = 100'000;
+constexpr std::uint32_t kMostTogether = 1'000;
+
+// Takes "LENGTH" or "LENGTH-LENGTH" into `wanted`; false when it is neither.
+bool takeLengths(std::string_view word, Burst& wanted) {
+  const auto dash = word.find('-');
+  const auto first = numberFrom<std::size_t>(word.substr(0, dash));
+  if (!first) return false;
+  wanted.length = *first;
+  if (dash == std::string_view::npos) return true;
+  wanted.longest = numberFrom<std::size_t>(word.substr(dash + 1));
+  return wanted.longest && *wanted.longest >= *first;
+}
+
 Action burst(Arguments& arguments) {
   Burst wanted;
   const auto count = numberFrom<std::uint32_t>(arguments.word());
-  const auto length = numberFrom<std::size_t>(arguments.word());
-  if (!count || *count == 0 || !length) {
+  if (!count || *count == 0 || !takeLengths(arguments.word(), wanted)) {
     return arguments.wrong("say how many notifications and how long each is");
   }
+  if (*count > kMostInABurst) {
+    return arguments.wrong("a burst has at most " + std::to_string(kMostInABurst) +
+                           " notifications");
+  }
   wanted.count = *count;
-  wanted.length = *length;
   if (const auto word = arguments.word(); !word.empty()) {
     const auto together = numberFrom<std::uint32_t>(word);
     if (!together || *together == 0) return arguments.wrong("at least 1 leaves at a time");
+    if (*together > kMostTogether) {
+      return arguments.wrong("at most " + std::to_string(kMostTogether) + " leave at a time");
+    }
     wanted.perEvent = *together;
   }
   if (const auto word = arguments.word(); !word.empty()) {
@@ -194,9 +210,12 @@ constexpr std::array kOrders{
     Order{"refuse", "DEVICE reads|writes|subscriptions CODE|off",
           "answer with the ATT error CODE from now on", &refuse, false},
     Order{"notify", "DEVICE [HEX]", "notify one value, which may be empty", &notify, false},
-    Order{"burst", "DEVICE COUNT LENGTH [TOGETHER [MILLISECONDS]]",
-          "notify COUNT numbered values, TOGETHER (6) of them every MILLISECONDS (8)", &burst,
-          false},
+    Order{"notify-tx", "DEVICE [HEX]", "the same on the characteristic that commands come on",
+          &notifyTx, false},
+    Order{"burst", "DEVICE COUNT LENGTH[-LENGTH] [TOGETHER [MILLISECONDS]]",
+          "notify COUNT numbered values, TOGETHER (6) of them every MILLISECONDS (8); with two\n"
+          "      LENGTHs each is a byte longer than the one before, then it begins anew",
+          &burst, false},
 };
 
 }  // namespace

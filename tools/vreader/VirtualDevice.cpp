@@ -8,10 +8,6 @@ namespace kestrin::vreader {
 
 namespace {
 
-// The size of the pieces that a reader's replies are notified in: what fits a link whose MTU was
-// never raised.
-constexpr std::size_t kPieceSize = att::kDefaultMtu - 3;
-
 // Advertising data types (Core Supplement, Part A, 1; numbers: Assigned Numbers, 2.3).
 constexpr unsigned kFlags = 0x01;
 constexpr unsigned kComplete16BitServiceUUIDs = 0x03;
@@ -32,7 +28,14 @@ Bytes serviceField(const CBUUID& service) {
 }
 
 simulated::GattLayout layoutOf(const DeviceSettings& settings) {
-  return settings.family ? simulated::readerLayout(*settings.family) : simulated::nonReaderLayout();
+  return settings.family ? simulated::readerLayout(*settings.family, settings.txProperties)
+                         : simulated::nonReaderLayout();
+}
+
+// What is written where, for an event line.
+std::string textOf(const Attribute& attribute, ByteView value) {
+  return attribute.characteristic.UUIDString() + " " + std::to_string(value.size()) +
+         (value.empty() ? "" : " " + hex(value));
 }
 
 }  // namespace
@@ -59,10 +62,10 @@ void VirtualDevice::buildDatabase() {
       }
       const std::uint16_t handle = database_.addCharacteristic(
           characteristic.uuid, static_cast<unsigned>(characteristic.properties), std::move(value));
-      if (settings_.family &&
-          characteristic.uuid == simulated::readerCharacteristics(*settings_.family).rx) {
-        rxHandle_ = handle;
-      }
+      if (!settings_.family) continue;
+      const auto reader = simulated::readerCharacteristics(*settings_.family);
+      if (characteristic.uuid == reader.rx) rxHandle_ = handle;
+      if (characteristic.uuid == reader.tx) txHandle_ = handle;
     }
   }
 }
@@ -156,11 +159,16 @@ void VirtualDevice::subscriptionChanged(const Attribute& configuration, unsigned
   tell(bits == 0 ? "UNSUBSCRIBED" : "SUBSCRIBED", configuration.characteristic.UUIDString());
 }
 
+void VirtualDevice::writeNotPermitted(const Attribute& attribute, ByteView value) {
+  tell("WRITE-NOT-PERMITTED", textOf(attribute, value));
+}
+
 void VirtualDevice::mtuExchanged(std::size_t mtu) { tell("MTU", std::to_string(mtu)); }
 
-void VirtualDevice::wasWritten(const Attribute& attribute, ByteView value) {
-  tell("WRITE", attribute.characteristic.UUIDString() + " " + std::to_string(value.size()) +
-                    (value.empty() ? "" : " " + hex(value)));
+void VirtualDevice::wasWritten(const Attribute& attribute, ByteView value,
+                               AttServer::WriteType type) {
+  const bool isCommand = type == AttServer::WriteType::command;
+  tell(isCommand ? "WRITE-COMMAND" : "WRITE", textOf(attribute, value));
   if (!settings_.family ||
       attribute.characteristic != simulated::readerCharacteristics(*settings_.family).tx) {
     return;
@@ -179,22 +187,24 @@ void VirtualDevice::wasWritten(const Attribute& attribute, ByteView value) {
 void VirtualDevice::sendReplies() {
   for (const NSData& frame : std::exchange(replies_, {})) {
     const auto length = std::to_string(frame.length()) + " " + hex(frame.span());
-    if (const auto reason = whyNoNotification(0)) {
+    if (const auto reason = whyNoNotification(rxHandle_, 0)) {
       tell("REPLY-LOST", length + ": " + *reason);
       continue;
     }
-    for (const NSData& piece : simulated::cutIntoPieces(frame, kPieceSize)) {
-      sendNotification(piece.span());
+    const auto size = std::min(settings_.replySize, session_->server.largestNotification());
+    for (const NSData& piece : simulated::cutIntoPieces(frame, size)) {
+      sendNotification(rxHandle_, piece.span());
     }
     tell("REPLY", length);
   }
 }
 
-VirtualDevice::Refusal VirtualDevice::whyNoNotification(std::size_t length) const {
-  if (!rxHandle_) return "it is no reader";
+VirtualDevice::Refusal VirtualDevice::whyNoNotification(std::uint16_t handle,
+                                                        std::size_t length) const {
+  if (!settings_.family) return "it is no reader";
   if (!session_) return "it has no link";
   if (!isHeard()) return inRange_ ? "it is silent" : "it is out of range";
-  if (!session_->server.notifies(*rxHandle_)) return "the host has not subscribed";
+  if (!session_->server.notifies(handle)) return "the host has not subscribed";
   const std::size_t most = session_->server.largestNotification();
   if (length > most) {
     return "a notification has room for " + std::to_string(most) + " bytes on this link, not " +
@@ -203,8 +213,8 @@ VirtualDevice::Refusal VirtualDevice::whyNoNotification(std::size_t length) cons
   return std::nullopt;
 }
 
-void VirtualDevice::sendNotification(ByteView value) {
-  const auto pdu = session_->server.notification(*rxHandle_, value);
+void VirtualDevice::sendNotification(std::uint16_t handle, ByteView value) {
+  const auto pdu = session_->server.notification(handle, value);
   if (pdu) session_->link.send(*pdu);
 }
 

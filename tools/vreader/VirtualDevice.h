@@ -17,6 +17,7 @@
 #include "KestrinBLESDK/platform/RunLoop.h"
 #include "kestrin/simulated/GattLayout.h"
 #include "kestrin/simulated/ReaderScript.h"
+#include "tools/vreader/Att.h"
 #include "tools/vreader/AttServer.h"
 #include "tools/vreader/AttributeDatabase.h"
 #include "tools/vreader/RemoteDevice.h"
@@ -33,16 +34,27 @@ struct DeviceSettings {
   std::optional<std::string> gapName;
   /// The family of a reader; absent: no reader.
   std::optional<simulated::ReaderFamily> family;
+  /// The property mask of a reader's TX characteristic; absent: that of the layout.
+  std::optional<CBCharacteristicProperties> txProperties = std::nullopt;
+  /// The size of the notifications that a reader's reply leaves in, where the link has room for it:
+  /// by default what fits a link whose MTU was never raised.
+  std::size_t replySize = att::kDefaultMtu - 3;
 };
 
 /// Notifications in a row.
 struct Burst {
   std::uint32_t count = 0;
-  /// The length of each value.
+  /// The length of each value; of the first one where they grow.
   std::size_t length = 0;
+  /// Values grow by a byte each up to this length and begin anew; absent: they do not grow.
+  std::optional<std::size_t> longest = std::nullopt;
   /// How many leave together, and how long after them the next.
   std::uint32_t perEvent = 6;
   std::chrono::milliseconds interval{8};
+
+  [[nodiscard]] std::size_t lengthOf(std::uint32_t index) const {
+    return longest ? length + index % (*longest - length + 1) : length;
+  }
 };
 
 class VirtualDevice final : public RemoteDevice, private AttServer::Application {
@@ -70,7 +82,10 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   void setAdvertising(bool advertising) { advertising_ = advertising; }
   /// Refuses an access with an ATT error code from now on; absent: allows it again.
   void refuse(AttServer::Access access, std::optional<std::uint8_t> errorCode);
+  /// Notifies a value on the characteristic that a reader's replies travel on.
   Refusal notify(ByteView value);
+  /// Notifies a value on the one that the host writes its commands to, where it can notify too.
+  Refusal notifyTx(ByteView value);
   Refusal burst(const Burst& burst);
 
   /// The value of a burst's notification: an RCP frame of message type 0x02 and code 0x00 whose
@@ -104,7 +119,8 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
 
   std::optional<std::uint8_t> refusal(AttServer::Access access) override;
   void wasRead(const Attribute& attribute) override;
-  void wasWritten(const Attribute& attribute, ByteView value) override;
+  void wasWritten(const Attribute& attribute, ByteView value, AttServer::WriteType type) override;
+  void writeNotPermitted(const Attribute& attribute, ByteView value) override;
   void subscriptionChanged(const Attribute& configuration, unsigned bits) override;
   void mtuExchanged(std::size_t mtu) override;
 
@@ -112,8 +128,8 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   [[nodiscard]] bool isHeard() const { return inRange_ && !silent_; }
   [[nodiscard]] Bytes nameField() const;
   void sendReplies();
-  [[nodiscard]] Refusal whyNoNotification(std::size_t length) const;
-  void sendNotification(ByteView value);
+  [[nodiscard]] Refusal whyNoNotification(std::uint16_t handle, std::size_t length) const;
+  void sendNotification(std::uint16_t handle, ByteView value);
   void continueBurst();
   void cancelTimer(std::optional<RunLoop::TimerId>& timer);
   void tell(const std::string& event, const std::string& details = {}) const;
@@ -122,7 +138,9 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   DeviceSettings settings_;
   const EventSink events_;
   AttributeDatabase database_;
-  std::optional<std::uint16_t> rxHandle_;  // The value that is notified; readers have one.
+  // The values that replies and commands travel on; those of what is no reader are 0.
+  std::uint16_t rxHandle_ = 0;
+  std::uint16_t txHandle_ = 0;
   simulated::ReaderConversation conversation_;
   bool inRange_ = true;
   bool advertising_ = true;

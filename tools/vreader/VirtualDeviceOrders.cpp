@@ -38,13 +38,21 @@ void VirtualDevice::refuse(AttServer::Access access, std::optional<std::uint8_t>
 }
 
 VirtualDevice::Refusal VirtualDevice::notify(ByteView value) {
-  if (auto reason = whyNoNotification(value.size())) return reason;
-  sendNotification(value);
+  if (auto reason = whyNoNotification(rxHandle_, value.size())) return reason;
+  sendNotification(rxHandle_, value);
+  return std::nullopt;
+}
+
+VirtualDevice::Refusal VirtualDevice::notifyTx(ByteView value) {
+  if (auto reason = whyNoNotification(txHandle_, value.size())) return reason;
+  sendNotification(txHandle_, value);
   return std::nullopt;
 }
 
 VirtualDevice::Refusal VirtualDevice::burst(const Burst& burst) {
-  if (auto reason = whyNoNotification(burst.length)) return reason;
+  if (auto reason = whyNoNotification(rxHandle_, burst.longest.value_or(burst.length))) {
+    return reason;
+  }
   if (burst_) return "its last burst is still going on";
   burst_ = RunningBurst{burst};
   continueBurst();
@@ -56,8 +64,9 @@ void VirtualDevice::continueBurst() {
   const std::uint32_t left = running.wanted.count - running.sent;
   // Silence and absence lose what is sent meanwhile, as they do on the air.
   for (std::uint32_t i = 0; i < std::min(left, running.wanted.perEvent); ++i) {
-    const Bytes value = burstValue(running.sent++, running.wanted.length);
-    if (isHeard()) sendNotification(value);
+    const std::uint32_t index = running.sent++;
+    const Bytes value = burstValue(index, running.wanted.lengthOf(index));
+    if (isHeard()) sendNotification(rxHandle_, value);
   }
   if (running.sent == running.wanted.count) {
     tell("BURST-SENT", std::to_string(running.sent));
