@@ -96,6 +96,8 @@ void update(CharacteristicObject& characteristic, const PropertyMap& changed) {
   }
   const auto notifying = property<bool>(changed, "Notifying");
   characteristic.notifying = notifying.value_or(characteristic.notifying);
+  const auto acquired = property<bool>(changed, "NotifyAcquired");
+  characteristic.acquired = acquired.value_or(characteristic.acquired);
 }
 
 std::optional<std::vector<std::uint8_t>> valueOf(const PropertyMap& changed) {

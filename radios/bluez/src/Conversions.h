@@ -49,6 +49,8 @@ struct CharacteristicObject {
   CBCharacteristicProperties properties = 0;
   /// The daemon signals its values, because some program has asked for that.
   bool notifying = false;
+  /// Some program gets its values through a descriptor.
+  bool acquired = false;
 };
 
 /// What a message said about a device.

@@ -13,6 +13,9 @@ namespace {
 // The daemon itself gives an attempt up after 42 s at most; its answer is worth waiting for, since
 // a second call before it is refused.
 constexpr Time kConnectLimit = std::chrono::seconds(60);
+// A daemon that is finding a device's services needs a few seconds; the kernel ends a link that a
+// killed daemon has left after 2 s.
+constexpr Time kJoinLimit = std::chrono::seconds(10);
 // Codes of CBErrorDomain.
 constexpr std::int64_t kNotConnected = 3;
 constexpr std::int64_t kPeripheralDisconnected = 7;
@@ -46,7 +49,9 @@ void Link::letGo(std::uint64_t central) {
     return;
   }
   const auto keep = shared_from_this();
-  const bool daemonHasIt = phase_ == Phase::up || phase_ == Phase::calling;
+  // A link that is joined may be that of an earlier call which was given up.
+  const bool daemonHasIt =
+      phase_ == Phase::up || phase_ == Phase::calling || (phase_ == Phase::joining && attempt_ > 0);
   become(Phase::ended);
   if (gatt_) gatt_->close({CBErrorDomain, kNotConnected, "the link was given up"});
   auto report = [holder, number = number(), peripheral = peripheral_] {
@@ -80,13 +85,33 @@ void Link::attempt() {
     become(Phase::waiting);
     return;
   }
-  if (core_.daemon().tree().device(device()) != nullptr) {
-    callConnect();
+  if (const auto* object = core_.daemon().tree().device(device())) {
+    if (object->connected && !object->servicesResolved && !hasCut_) {
+      join();
+    } else {
+      callConnect();
+    }
     return;
   }
   if (phase_ == Phase::searching) return;
   become(Phase::searching);
   core_.beginSearch(*this);
+}
+
+// Such a link is another program's, on its way up, or what a killed daemon has left, which its
+// successor shows until the kernel ends it. The daemon would answer at once that it is connected,
+// and of the second kind nothing but its end would follow.
+void Link::join() {
+  if (phase_ == Phase::joining) return;
+  become(Phase::joining);
+  retry_ = core_.thread().arm(kJoinLimit, [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->retry_.reset();
+    self->hasCut_ = true;
+    self->become(Phase::waiting);
+    self->core_.disconnect(self->device(), {});
+  });
 }
 
 void Link::callConnect() {
@@ -130,13 +155,16 @@ void Link::pause() {
 
 void Link::adapterOff() {
   pause_.reset();
-  if (phase_ == Phase::searching || phase_ == Phase::pausing) become(Phase::waiting);
+  if (phase_ == Phase::searching || phase_ == Phase::joining || phase_ == Phase::pausing) {
+    become(Phase::waiting);
+  }
   if (phase_ == Phase::up) lose("the adapter was switched off");
 }
 
 void Link::daemonGone() {
   pause_.reset();
   ++attempt_;
+  hasCut_ = false;
   if (phase_ == Phase::up) {
     lose("the Bluetooth daemon has gone");
   } else if (phase_ != Phase::ended) {
@@ -151,6 +179,7 @@ void Link::deviceChanged(const DeviceChange& change) {
       if (evidence) goUp();
       break;
     case Phase::searching:
+    case Phase::joining:
       attempt();
       break;
     case Phase::pausing:
@@ -170,6 +199,7 @@ void Link::deviceChanged(const DeviceChange& change) {
 }
 
 void Link::deviceRemoved() {
+  if (phase_ == Phase::joining) attempt();
   if (phase_ == Phase::up) lose("the Bluetooth daemon has dropped the device");
 }
 

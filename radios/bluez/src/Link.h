@@ -2,6 +2,7 @@
 //
 //   waiting    for the daemon, the adapter's power, or the end of an earlier disconnection
 //   searching  the daemon does not know the device: discovering privately until it does
+//   joining    the daemon shows a link that nobody here asked for: waiting for what becomes of it
 //   calling    the daemon is connecting
 //   pausing    an attempt has failed
 //   up         there has been evidence of the link
@@ -66,9 +67,10 @@ class Link final : public std::enable_shared_from_this<Link> {
   void daemonGone();
 
  private:
-  enum class Phase { waiting, searching, calling, pausing, up, ended };
+  enum class Phase { waiting, searching, joining, calling, pausing, up, ended };
 
   void attempt();
+  void join();
   void callConnect();
   void connectAnswered(const std::optional<CallError>& error);
   void pause();
@@ -87,6 +89,7 @@ class Link final : public std::enable_shared_from_this<Link> {
   std::optional<TimerQueue::Id> retry_;
   std::shared_ptr<LinkGatt> gatt_;
   bool resolving_ = false;
+  bool hasCut_ = false;  // A link that came to nothing has been ended, if the daemon could.
 };
 
 }  // namespace kestrin::bluez

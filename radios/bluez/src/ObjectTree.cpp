@@ -153,6 +153,16 @@ const CharacteristicObject* ObjectTree::characteristic(const std::string& path) 
   return find(characteristics_, path);
 }
 
+bool ObjectTree::isListenedTo(const std::string& device) const {
+  const std::string prefix = device + "/";
+  for (auto child = characteristics_.lower_bound(prefix);
+       child != characteristics_.end() && child->first.compare(0, prefix.size(), prefix) == 0;
+       ++child) {
+    if (child->second.notifying || child->second.acquired) return true;
+  }
+  return false;
+}
+
 std::vector<std::string> ObjectTree::servicesOf(const std::string& device) const {
   return childrenOf(services_, device);
 }

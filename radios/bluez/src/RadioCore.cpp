@@ -96,8 +96,26 @@ void RadioCore::stopScan(std::uint64_t central) {
 void RadioCore::sweep(const std::string& adapter) {
   if (!centrals_.scansOn(adapter)) return;
   for (const auto& [path, device] : daemon_.tree().devices()) {
-    if (parentPath(path) == adapter && device.rssi) centrals_.sighted(path, names_[path], true);
+    if (parentPath(path) != adapter) continue;
+    if (device.rssi) centrals_.sighted(path, names_[path], true);
+    sightLeftOver(path);
   }
+}
+
+bool RadioCore::isLeftOver(const std::string& device) const {
+  const auto* object = daemon_.tree().device(device);
+  return object != nullptr && object->connected && object->servicesResolved &&
+         !links_.contains(device) && !disconnections_.contains(device) &&
+         !daemon_.tree().isListenedTo(device);
+}
+
+// A linked device does not advertise, so nobody would ever find it again. It may be another
+// program's that does not listen: whoever connects shares the link then, and nothing is ended here.
+void RadioCore::sightLeftOver(const std::string& device) {
+  if (!isLeftOver(device)) return;
+  const auto found = names_.find(device);
+  const auto& name = found == names_.end() ? daemon_.tree().device(device)->name : found->second;
+  centrals_.sighted(device, name, true);
 }
 
 std::shared_ptr<Link> RadioCore::link(const std::string& device) const {

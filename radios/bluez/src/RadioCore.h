@@ -78,6 +78,9 @@ class RadioCore final : public DaemonListener {
   void updateScans();
   void sweep(const std::string& adapter);
   void updateName(const std::string& device, const DeviceChange& change);
+  /// Whether the daemon shows a link that is of no use to anybody, as a killed program leaves one.
+  [[nodiscard]] bool isLeftOver(const std::string& device) const;
+  void sightLeftOver(const std::string& device);
   [[nodiscard]] std::shared_ptr<Link> link(const std::string& device) const;
   /// The link of the device that a characteristic belongs to, when it is up.
   [[nodiscard]] std::shared_ptr<LinkGatt> gattOf(const std::string& characteristic) const;

@@ -57,6 +57,7 @@ void RadioCore::deviceChanged(const std::string& path, const DeviceChange& chang
   if (change.connected == false) disconnected(path);
   if (const auto held = link(path)) held->deviceChanged(change);
   if (change.seen || change.named) centrals_.sighted(path, names_[path], change.seen);
+  if (change.servicesResolved == true) sightLeftOver(path);
 }
 
 void RadioCore::deviceRemoved(const std::string& path) {
@@ -84,6 +85,7 @@ void RadioCore::valueChanged(const std::string& characteristic,
 
 void RadioCore::characteristicChanged(const std::string& characteristic) {
   if (const auto gatt = gattOf(characteristic)) gatt->characteristicChanged(characteristic);
+  sightLeftOver(std::string(parentPath(parentPath(characteristic))));
 }
 
 }  // namespace kestrin::bluez

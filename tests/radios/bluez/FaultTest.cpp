@@ -18,6 +18,7 @@ enum class Moment {
   idle,
   scanning,
   searching,
+  joining,
   calling,
   pausing,
   up,
@@ -26,9 +27,10 @@ enum class Moment {
   writing,
   disconnecting
 };
-constexpr Moment kMoments[] = {
-    Moment::idle, Moment::scanning,    Moment::searching,  Moment::calling, Moment::pausing,
-    Moment::up,   Moment::discovering, Moment::subscribed, Moment::writing, Moment::disconnecting};
+constexpr Moment kMoments[] = {Moment::idle,    Moment::scanning,     Moment::searching,
+                               Moment::joining, Moment::calling,      Moment::pausing,
+                               Moment::up,      Moment::discovering,  Moment::subscribed,
+                               Moment::writing, Moment::disconnecting};
 
 class BluezFault : public BluezRadioTest, public testing::WithParamInterface<Moment> {
  protected:
@@ -53,6 +55,11 @@ class BluezFault : public BluezRadioTest, public testing::WithParamInterface<Mom
         break;
       case Moment::searching:
         daemon->removeReader();
+        settle();
+        ask();
+        break;
+      case Moment::joining:
+        daemon->changeDevice({{"Connected", Variant(true)}});
         settle();
         ask();
         break;
@@ -90,8 +97,8 @@ class BluezFault : public BluezRadioTest, public testing::WithParamInterface<Mom
            GetParam() == Moment::disconnecting;
   }
   [[nodiscard]] static bool attempting() {
-    return GetParam() == Moment::searching || GetParam() == Moment::calling ||
-           GetParam() == Moment::pausing;
+    return GetParam() == Moment::searching || GetParam() == Moment::joining ||
+           GetParam() == Moment::calling || GetParam() == Moment::pausing;
   }
   bool becomes(CBManagerState state) {
     return waitFor([&] { return central->state() == state; });
@@ -247,9 +254,9 @@ TEST_P(BluezFault, ContradictoryAndMalformedMapsAreSurvived) {
 }
 
 std::string nameOf(const testing::TestParamInfo<Moment>& info) {
-  static const char* const kNames[] = {"Idle",    "Scanning",     "Searching",   "Calling",
-                                       "Pausing", "Up",           "Discovering", "Subscribed",
-                                       "Writing", "Disconnecting"};
+  static const char* const kNames[] = {"Idle",       "Scanning", "Searching",    "Joining",
+                                       "Calling",    "Pausing",  "Up",           "Discovering",
+                                       "Subscribed", "Writing",  "Disconnecting"};
   return kNames[static_cast<int>(info.param)];
 }
 
