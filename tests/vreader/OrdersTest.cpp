@@ -120,6 +120,19 @@ TEST_F(OrdersTest, ABurstsValuesMayGrow) {
   EXPECT_EQ(lengths, (std::vector<std::size_t>{3, 4, 5, 3, 4}));
 }
 
+TEST_F(OrdersTest, GreetTakesACountOrOff) {
+  for (const char* wrong : {"", "0", "1001", "many"}) {
+    EXPECT_EQ(order("greet standard " + std::string(wrong)), "say how many, at most 1000, or off");
+  }
+  EXPECT_EQ(order("greet standard 2"), "done");
+  connect(*standard);
+  subscribe(*standard);
+  runLoop->runFor(std::chrono::milliseconds(0));
+  EXPECT_EQ(notifications(), 2U);
+  EXPECT_EQ(link.sent.back().size(), 2 * (3 + 20));
+  EXPECT_EQ(order("greet standard off"), "done");
+}
+
 TEST_F(OrdersTest, ABurstHasAnEnd) {
   connect(*standard);
   subscribe(*standard);
@@ -147,7 +160,7 @@ TEST_F(OrdersTest, BurstTakesCountAndLengthAndMayTakeItsPace) {
 
 TEST_F(OrdersTest, HelpNamesEveryOrder) {
   for (const char* verb : {"drop", "silent", "vanish", "return", "rename", "advertise", "refuse",
-                           "notify", "notify-tx", "burst"}) {
+                           "notify", "notify-tx", "burst", "greet"}) {
     EXPECT_NE(Orders::help().find("\n  " + std::string(verb) + " DEVICE"), std::string::npos)
         << verb;
   }

@@ -217,6 +217,23 @@ TEST_F(VirtualDeviceTest, ABurstSendsNumberedValuesSoManyAtATime) {
   EXPECT_EQ(link.sent[4].substr(6), hex(VirtualDevice::burstValue(4, 20)));
 }
 
+TEST_F(VirtualDeviceTest, AGreetingFollowsTheAnswerToEachSubscription) {
+  standard->greet(Burst{.count = 3, .length = 20, .perEvent = 3});
+  for (int links = 0; links < 2; ++links) {
+    connect(*standard);
+    subscribe(*standard);
+    EXPECT_EQ(notifications(), 0U) << "before the answer";
+    runLoop->runFor(milliseconds(0));
+    EXPECT_EQ(notifications(), 3U);
+    standard->disconnected(0x08);
+  }
+  standard->greet(std::nullopt);
+  connect(*standard);
+  subscribe(*standard);
+  runLoop->runFor(milliseconds(0));
+  EXPECT_EQ(notifications(), 0U);
+}
+
 TEST_F(VirtualDeviceTest, ABurstEndsWithItsLink) {
   connect(*standard);
   subscribe(*standard);

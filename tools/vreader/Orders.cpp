@@ -186,6 +186,23 @@ Action burst(Arguments& arguments) {
   return [wanted](VirtualDevice& device) { return device.burst(wanted); };
 }
 
+Action greet(Arguments& arguments) {
+  constexpr std::size_t kLength = 20;
+  const std::string_view word = arguments.word();
+  std::optional<Burst> greeting;
+  if (word != "off") {
+    const auto count = numberFrom<std::uint32_t>(word);
+    if (!count || *count == 0 || *count > kMostTogether) {
+      return arguments.wrong("say how many, at most " + std::to_string(kMostTogether) + ", or off");
+    }
+    greeting = Burst{.count = *count, .length = kLength, .perEvent = *count};
+  }
+  return [greeting](VirtualDevice& device) {
+    device.greet(greeting);
+    return Refusal();
+  };
+}
+
 struct Order {
   std::string_view verb;
   std::string_view arguments;
@@ -216,6 +233,9 @@ constexpr std::array kOrders{
           "notify COUNT numbered values, TOGETHER (6) of them every MILLISECONDS (8); with two\n"
           "      LENGTHs each is a byte longer than the one before, then it begins anew",
           &burst, false},
+    Order{"greet", "DEVICE COUNT|off",
+          "from now on notify COUNT numbered values at once whenever the host has subscribed",
+          &greet, false},
 };
 
 }  // namespace

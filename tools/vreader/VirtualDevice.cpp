@@ -157,6 +157,13 @@ void VirtualDevice::wasRead(const Attribute& attribute) {
 
 void VirtualDevice::subscriptionChanged(const Attribute& configuration, unsigned bits) {
   tell(bits == 0 ? "UNSUBSCRIBED" : "SUBSCRIBED", configuration.characteristic.UUIDString());
+  if (bits == 0 || !greeting_ || burst_ || configuration.valueHandle != rxHandle_) return;
+  burst_ = RunningBurst{*greeting_};
+  // In a turn of its own, so that the answer to the subscription goes first.
+  burstTimer_ = runLoop_->arm(Time::zero(), [this] {
+    burstTimer_.reset();
+    continueBurst();
+  });
 }
 
 void VirtualDevice::writeNotPermitted(const Attribute& attribute, ByteView value) {

@@ -87,6 +87,9 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   /// Notifies a value on the one that the host writes its commands to, where it can notify too.
   Refusal notifyTx(ByteView value);
   Refusal burst(const Burst& burst);
+  /// Begins such a burst of its own as soon as the host has subscribed, from now on; absent: no
+  /// more.
+  void greet(const std::optional<Burst>& greeting) { greeting_ = greeting; }
 
   /// The value of a burst's notification: an RCP frame of message type 0x02 and code 0x00 whose
   /// payload begins with `index` in four bytes, most significant first, and goes on with zeros.
@@ -148,6 +151,7 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   std::map<AttServer::Access, std::uint8_t> refusals_;
   std::optional<Session> session_;
   std::optional<RunningBurst> burst_;
+  std::optional<Burst> greeting_;
   std::optional<RunLoop::TimerId> burstTimer_;
   std::optional<RunLoop::TimerId> supervisionTimer_;
   std::optional<RunLoop::TimerId> replyTimer_;
