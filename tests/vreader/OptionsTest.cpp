@@ -59,6 +59,13 @@ TEST(Options, AReadersTxAndTheSizeOfItsRepliesMayBeSaid) {
   EXPECT_EQ(plain->replySize, 20U);
 }
 
+TEST(Options, EveryDeviceOrNoneTellsItsNotifications) {
+  for (const auto& device : parse({}).options->devices) EXPECT_FALSE(device.tellsNotifications);
+  for (const auto& device : parse({"--tell-notifications"}).options->devices) {
+    EXPECT_TRUE(device.tellsNotifications);
+  }
+}
+
 TEST(Options, AnEmptyNameIsNone) {
   std::string problem;
   const auto device = deviceFromText(",id=nameless", false, 1, problem);

@@ -42,7 +42,8 @@ TEST_F(OrdersTest, DropTakesAReasonOrMeansATimeout) {
 }
 
 TEST_F(OrdersTest, SilentAndAdvertiseAreSwitches) {
-  EXPECT_EQ(order("silent standard"), "say on or off");
+  EXPECT_EQ(order("silent standard"), "say on, off, or after how many answers");
+  EXPECT_EQ(order("silent standard 0"), "say on, off, or after how many answers");
   EXPECT_EQ(order("advertise standard yes"), "say on or off");
   EXPECT_EQ(order("advertise standard off"), "done");
   EXPECT_FALSE(standard->advertises());
@@ -51,6 +52,7 @@ TEST_F(OrdersTest, SilentAndAdvertiseAreSwitches) {
   connect(*standard);
   EXPECT_EQ(order("silent standard on"), "done");
   EXPECT_EQ(order("notify standard 01"), "it is silent");
+  EXPECT_EQ(order("silent standard 7"), "done");
 }
 
 TEST_F(OrdersTest, VanishAndReturnTakeTheDeviceOutOfRangeAndBack) {

@@ -87,6 +87,23 @@ TEST_F(VirtualDeviceTest, RepliesLeaveInPiecesOfTheSizeThatWasGiven) {
   EXPECT_EQ(joinedNotifications(), hex(buildRcpFrame(0x01, 0x22, Bytes(37, 0x11)).value().span()));
 }
 
+TEST_F(VirtualDeviceTest, NotificationsAreToldWhereThatIsWanted) {
+  const auto reader = make({.id = "telling",
+                            .address = {},
+                            .advertisedName = "KVR-2",
+                            .gapName = std::nullopt,
+                            .family = simulated::ReaderFamily::standard,
+                            .tellsNotifications = true});
+  connect(*standard);
+  subscribe(*standard);
+  EXPECT_EQ(standard->notify(Bytes{0xBB, 0x01}), std::nullopt);
+  EXPECT_EQ(lineStarting("NOTIFY"), "");
+  connect(*reader);
+  subscribe(*reader);
+  EXPECT_EQ(reader->notify(Bytes{0xBB, 0x01}), std::nullopt);
+  EXPECT_EQ(lineStarting("NOTIFY"), "NOTIFY telling BA821002-3B5B-4654-85FE-E998B123ADEA 2 bb01");
+}
+
 TEST_F(VirtualDeviceTest, ATxThatTakesNoRequestsRefusesAndTellsThem) {
   const auto reader = make({.id = "tx04",
                             .address = {},
@@ -156,6 +173,18 @@ TEST_F(VirtualDeviceTest, ASilentDeviceAnswersAndNotifiesNothing) {
   standard->setSilent(false);
   standard->received(Bytes{0x0A, 0x03, 0x00});
   EXPECT_EQ(link.sent.size(), 1U);
+}
+
+TEST_F(VirtualDeviceTest, ADeviceCanFallSilentAfterSoManyAnswers) {
+  connect(*standard);
+  link.sent.clear();
+  standard->setSilentAfter(2);
+  for (int requests = 0; requests < 3; ++requests) standard->received(Bytes{0x0A, 0x03, 0x00});
+  EXPECT_EQ(link.sent.size(), 2U);
+  EXPECT_EQ(lineStarting("SILENT"), "SILENT standard");
+  standard->setSilent(false);
+  for (int requests = 0; requests < 3; ++requests) standard->received(Bytes{0x0A, 0x03, 0x00});
+  EXPECT_EQ(link.sent.size(), 5U);
 }
 
 TEST_F(VirtualDeviceTest, AVanishedDeviceLosesItsLinkAfterTheSupervisionTimeout) {

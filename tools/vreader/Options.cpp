@@ -163,6 +163,7 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   std::vector<std::string> readers;
   std::vector<std::string> nonReaders;
   std::string orders;
+  bool tellsNotifications = false;
 
   CLI::App app(kDescription, "kestrin-vreader");
   app.add_option("--reader", readers, "a reader, see below; may be repeated")
@@ -179,6 +180,8 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   app.add_option("--vhci", options.vhci, "the device file of virtual controllers")
       ->type_name("PATH")
       ->capture_default_str();
+  app.add_flag("--tell-notifications", tellsNotifications,
+               "print a line NOTIFY ID CHARACTERISTIC LENGTH HEX for every notification");
   app.footer(std::string(kDeviceHelp) + Orders::help());
   try {
     app.parse(argumentCount, arguments);
@@ -199,6 +202,7 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
       const auto device = deviceFromText(text, isReader, number, problem);
       if (!device) return std::string("device \"").append(text).append("\": ").append(problem);
       options.devices.push_back(*device);
+      options.devices.back().tellsNotifications = tellsNotifications;
     }
     return {};
   };

@@ -74,8 +74,15 @@ Action drop(Arguments& arguments) {
 }
 
 Action silent(Arguments& arguments) {
-  const auto on = switchFrom(arguments.word());
-  if (!on) return arguments.wrong("say on or off");
+  const std::string_view word = arguments.word();
+  if (const auto answers = numberFrom<std::uint32_t>(word); answers && *answers > 0) {
+    return [answers = *answers](VirtualDevice& device) {
+      device.setSilentAfter(answers);
+      return Refusal();
+    };
+  }
+  const auto on = switchFrom(word);
+  if (!on) return arguments.wrong("say on, off, or after how many answers");
   return [on = *on](VirtualDevice& device) {
     device.setSilent(on);
     return Refusal();
@@ -216,8 +223,10 @@ constexpr std::array kOrders{
     Order{"drop", "DEVICE [REASON]",
           "end the link; the host is told the HCI error code REASON (0x08, a timeout)", &drop,
           false},
-    Order{"silent", "DEVICE on|off", "keep the link but answer nothing and notify nothing", &silent,
-          false},
+    Order{"silent", "DEVICE on|off|ANSWERS",
+          "keep the link but answer nothing and notify nothing; with a number, after so many\n"
+          "      answers more",
+          &silent, false},
     Order{"vanish", "DEVICE",
           "go out of range: no advertisements; a link is lost after its supervision timeout",
           &vanish, false},

@@ -140,7 +140,11 @@ void VirtualDevice::disconnected(std::uint8_t reason) {
 void VirtualDevice::received(ByteView attPdu) {
   if (!session_ || !isHeard()) return;
   const auto answer = session_->server.answer(attPdu);
-  if (answer) session_->link.send(*answer);
+  if (!answer) return;
+  session_->link.send(*answer);
+  if (!answersLeft_ || --*answersLeft_ > 0) return;
+  setSilent(true);
+  tell("SILENT");
 }
 
 std::optional<std::uint8_t> VirtualDevice::refusal(AttServer::Access access) {
@@ -222,7 +226,9 @@ VirtualDevice::Refusal VirtualDevice::whyNoNotification(std::uint16_t handle,
 
 void VirtualDevice::sendNotification(std::uint16_t handle, ByteView value) {
   const auto pdu = session_->server.notification(handle, value);
-  if (pdu) session_->link.send(*pdu);
+  if (!pdu) return;
+  if (settings_.tellsNotifications) tell("NOTIFY", textOf(*database_.find(handle), value));
+  session_->link.send(*pdu);
 }
 
 }  // namespace kestrin::vreader

@@ -39,6 +39,8 @@ struct DeviceSettings {
   /// The size of the notifications that a reader's reply leaves in, where the link has room for it:
   /// by default what fits a link whose MTU was never raised.
   std::size_t replySize = att::kDefaultMtu - 3;
+  /// Whether each notification is told as an event.
+  bool tellsNotifications = false;
 };
 
 /// Notifications in a row.
@@ -76,6 +78,8 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   // Orders.
   Refusal drop(std::uint8_t reason);
   void setSilent(bool silent);
+  /// Falls silent when it has answered so many requests more, at least one.
+  void setSilentAfter(std::uint32_t answers) { answersLeft_ = answers; }
   void vanish();
   void comeBack();
   void rename(std::optional<std::string> name) { settings_.advertisedName = std::move(name); }
@@ -148,6 +152,7 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   bool inRange_ = true;
   bool advertising_ = true;
   bool silent_ = false;
+  std::optional<std::uint32_t> answersLeft_;  // Until it falls silent.
   std::map<AttServer::Access, std::uint8_t> refusals_;
   std::optional<Session> session_;
   std::optional<RunningBurst> burst_;

@@ -14,7 +14,10 @@ VirtualDevice::Refusal VirtualDevice::drop(std::uint8_t reason) {
   return std::nullopt;
 }
 
-void VirtualDevice::setSilent(bool silent) { silent_ = silent; }
+void VirtualDevice::setSilent(bool silent) {
+  silent_ = silent;
+  answersLeft_.reset();
+}
 
 void VirtualDevice::vanish() {
   if (!std::exchange(inRange_, false) || !session_) return;
