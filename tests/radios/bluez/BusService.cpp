@@ -18,6 +18,7 @@ struct MethodShape {
   const char* out;
 };
 constexpr MethodShape kMethods[] = {
+    {"org.bluez.Adapter1", "GetDiscoveryFilters", "", "as"},
     {"org.bluez.Adapter1", "SetDiscoveryFilter", "a{sv}", ""},
     {"org.bluez.Adapter1", "StartDiscovery", "", ""},
     {"org.bluez.Adapter1", "StopDiscovery", "", ""},
