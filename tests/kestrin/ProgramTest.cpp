@@ -186,8 +186,7 @@ TEST(Program, AnOutputThatNobodyReadsEndsItWithoutACrash) {
   for (const Arguments& arguments :
        {Arguments{"demo", "--virtual-time"},
         Arguments{"monitor", "TQM", "--radio", "simulated", "--virtual-time"}}) {
-    Program program(kestrinPath(), arguments, {});
-    program.stopReading();
+    Program program(kestrinPath(), arguments, {.unread = true});
     EXPECT_EQ(program.finish(), 1);
     EXPECT_EQ(program.errors(), "kestrin: standard output: Broken pipe\n");
   }
@@ -204,7 +203,7 @@ TEST(Program, HelpsWithExamplesOfEachCommand) {
   const Outcome all = kestrin({"--help"});
   EXPECT_EQ(all.status, 0);
   EXPECT_EQ(all.errors, "");
-  for (const char* command : {"demo", "scan", "monitor", "send", "frame", "replay"}) {
+  for (const char* command : {"demo", "scan", "monitor", "send", "frame", "replay", "doctor"}) {
     EXPECT_NE(all.output.find(std::string("\n  kestrin ") + command), std::string::npos) << command;
     const Outcome one = kestrin({command, "--help"});
     EXPECT_EQ(one.status, 0);
@@ -222,6 +221,8 @@ TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
   expectUsageError({"monitor"}, "NAME is required (kestrin monitor --help tells more)");
   expectUsageError({"send", "KVR"}, "FRAME is required (kestrin send --help tells more)");
   expectUsageError({"demo", "now"}, "'now' is not expected here (kestrin demo --help tells more)");
+  expectUsageError({"doctor", "now"},
+                   "'now' is not expected here (kestrin doctor --help tells more)");
   expectUsageError({"scan", "--for", "x"},
                    "--for: 'x' is no number of seconds, as in 2 or 0.5 (kestrin scan --help tells "
                    "more)");
@@ -256,6 +257,27 @@ TEST(Program, ARadioThatIsNotThereIsAFailureWithAReason) {
               "simulated\n");
 #endif
   }
+}
+
+TEST(DoctorProgram, TellsOnOneScreenWhatIsMissingAndWhatToDo) {
+  const Outcome run =
+      kestrin({"doctor"}, {.environment = {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nowhere/bus"}});
+  EXPECT_EQ(run.status, 1);
+#ifdef KESTRIN_HAS_BLUEZ
+  const std::string beginning =
+      "TROUBLE  message bus  can not be used: No such file or directory\n"
+      "                      -> install the package dbus, 'systemctl start dbus'\n"
+      "-        daemon       not to be seen without the message bus\n"
+      "-        permission   not to be seen without the daemon\n";
+  EXPECT_EQ(run.output.substr(0, beginning.size()), beginning);
+  EXPECT_EQ(lastLine(run.output), "A scan does not work.");
+  EXPECT_LE(std::count(run.output.begin(), run.output.end(), '\n'), 24) << run.output;
+  EXPECT_EQ(run.errors, "");
+#else
+  EXPECT_EQ(run.output, "");
+  EXPECT_EQ(run.errors.find("kestrin: doctor: this build has no real radio to look at"), 0U)
+      << run.errors;
+#endif
 }
 
 TEST(DemoProgram, InVirtualTimeIsTheSameToTheByte) {

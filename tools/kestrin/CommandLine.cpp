@@ -28,6 +28,7 @@ struct Requests {
   std::vector<std::string> frames;
   FrameRequest frame;
   std::string recording;
+  DoctorRequest doctor;
 };
 
 /// Accepts a span of time: zero or more seconds, a hundred years at most.
@@ -152,6 +153,16 @@ void addReplay(CLI::App& app, Requests& requests) {
       "  echo 'BB 01 03 00 01 B1 7E 20 37' | kestrin replay -");
 }
 
+void addDoctor(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand(
+      "doctor", "Look at what the real radio needs of this machine and say what to do");
+  command->add_option("--adapter", requests.doctor.adapter, "The adapter to be used, as in hci0")
+      ->type_name("NAME");
+  command->footer(
+      "Changes nothing. The exit status is 0 when a scan would work, else 1.\n\nExample:\n"
+      "  kestrin doctor");
+}
+
 /// Wrong uses that only the options together show.
 bool fitTogether(const RadioRequest& radio, Console& console) {
   if (radio.kind == RadioKind::simulated && radio.adapter) {
@@ -179,6 +190,7 @@ int run(const std::string& command, Requests& requests, Console& console) {
   if (command == "demo") return runDemo(requests.demo, console);
   if (command == "frame") return runFrame(requests.frame, console);
   if (command == "replay") return runReplay(requests.recording, console);
+  if (command == "doctor") return runDoctor(requests.doctor, console);
   if (command == "send" && !readFrames(requests.frames, requests.send, console)) {
     return kWrongUsage;
   }
@@ -230,10 +242,11 @@ int runCommandLine(int argumentCount, const char* const* arguments, Console& con
   addSend(app, requests);
   addFrame(app, requests);
   addReplay(app, requests);
+  addDoctor(app, requests);
   app.footer(
       "Examples:\n  kestrin demo\n  kestrin scan --for 5\n  kestrin monitor KVR-0417\n"
       "  kestrin send KVR-0417 BB00030001B17E6597\n  kestrin frame 00 03 B1\n"
-      "  kestrin replay recording.txt\n\n"
+      "  kestrin replay recording.txt\n  kestrin doctor\n\n"
       "Without a reader at hand: add --radio simulated to scan, monitor and send.\n"
       "Exit status: 0 done, 1 failed, 2 wrong usage.");
   try {

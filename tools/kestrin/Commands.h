@@ -67,6 +67,14 @@ struct DemoRequest {
 /// Does the main job on the simulated radio and prints a timeline of it.
 int runDemo(const DemoRequest& request, Console& console);
 
+struct DoctorRequest {
+  /// The adapter that is to be used; absent: the radio's own choice.
+  std::optional<std::string> adapter;
+};
+/// Looks at what the real radio needs of this machine and prints it; a failure unless a scan would
+/// work.
+int runDoctor(const DoctorRequest& request, Console& console);
+
 /// The exit status of a command that has done its work: a failure, which it tells, when standard
 /// output could not be written.
 int finishOutput(Console& console);
