@@ -74,6 +74,10 @@ Program::Program(const std::string& path, const std::vector<std::string>& argume
   std::vector<std::string> environment;
   for (char** entry = environ; *entry != nullptr; ++entry) environment.emplace_back(*entry);
   environment.insert(environment.end(), options.environment.begin(), options.environment.end());
+  if (options.unread) {
+    ::close(output[0]);
+    output[0] = -1;
+  }
   EXPECT_EQ(::posix_spawn(&child_, path.c_str(), &actions, nullptr, pointers(command).data(),
                           pointers(environment).data()),
             0);
@@ -104,11 +108,6 @@ bool Program::readUntil(const std::string& text) {
     if (outputEnd_ < 0 || !readSome()) return false;
   }
   return true;
-}
-
-void Program::stopReading() {
-  ::close(outputEnd_);
-  outputEnd_ = -1;
 }
 
 void Program::signal(int number) const { EXPECT_EQ(::kill(child_, number), 0); }

@@ -17,6 +17,8 @@ struct ProgramOptions {
   std::string input{};
   /// Where standard output goes, if not to the test: a file to write to.
   std::string outputFile{};
+  /// Whether nobody reads standard output, from before the program starts.
+  bool unread = false;
   /// "NAME=value", added to the environment.
   std::vector<std::string> environment{};
 };
@@ -33,8 +35,6 @@ class Program {
 
   /// Reads standard output until it holds `text`; false when it ends before.
   bool readUntil(const std::string& text);
-  /// Closes the end that reads standard output.
-  void stopReading();
   void signal(int number) const;
   /// Waits for the end, reading everything. Answers the exit status, 128 and the signal's number
   /// for one that a signal ended.
