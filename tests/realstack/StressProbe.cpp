@@ -1,0 +1,176 @@
+// Rounds of connect, exchange, disconnect on the real stack with random faults, and what the
+// process holds after each. scripts/lib/guest-stress.sh runs it and does what only root may do.
+//
+//   stress_probe ROUNDS SEED ORDERS LOG    (kestrin-vreader's pipe and file of lines; its reader's
+//   id
+//                                           is `reader`)
+//
+// It prints a line `PLEASE WORDS` for each thing that is to be done for it (`adapter on|off`,
+// `daemon stop|start`) and goes on when it reads a line. In the end it prints its figures, or what
+// went wrong.
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "realstack/StressProbeFigures.h"
+#include "realstack/StressProbeRounds.h"
+
+namespace {
+
+using namespace kestrin::stress;
+
+/// Containers that have become a little larger. A leak in every round would be more.
+constexpr std::size_t kTolerance = 2'000;
+/// The same where no two rounds can be compared, since they are too few.
+constexpr std::size_t kWideTolerance = 64'000;
+/// As many as it takes for the halves of a series to hold the same faults.
+constexpr std::size_t kComparable = 2 * kKeepingFaults;
+/// What links leave behind for a moment is waited for.
+constexpr auto kSettling = std::chrono::seconds(20);
+
+void ask(const std::string& request) {
+  std::cout << "PLEASE " << request << std::endl;
+  std::string answer;
+  if (!std::getline(std::cin, answer) || answer != "done") {
+    throw std::runtime_error("was not done: " + request);
+  }
+}
+
+/// Bytes that were allocated at moments that can be compared.
+class Series {
+ public:
+  void add(std::size_t allocated) { values_.push_back(allocated); }
+  [[nodiscard]] std::size_t size() const { return values_.size(); }
+  /// What is in the middle of the first and of the second half.
+  [[nodiscard]] std::pair<std::size_t, std::size_t> halves() const {
+    const auto half = values_.begin() + static_cast<std::ptrdiff_t>(values_.size() / 2);
+    return {middleOf({values_.begin(), half}), middleOf({half, values_.end()})};
+  }
+
+ private:
+  static std::size_t middleOf(std::vector<std::size_t> values) {
+    if (values.empty()) return 0;
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+  }
+
+  std::vector<std::size_t> values_;
+};
+
+class Ledger {
+ public:
+  /// Notes what is held after a round. From the first on, descriptors and threads may not grow.
+  void note(bool newManager, bool oneManagerFromNowOn) {
+    last_ = settled();
+    if (!first_) first_ = last_;
+    if (newManager) managers_.add(last_.allocated);
+    if (oneManagerFromNowOn) links_.add(last_.allocated);
+    if (grown(last_)) throw std::runtime_error("more than at first: " + figures());
+  }
+  /// Throws when memory has grown.
+  void judge() const {
+    if (last_.allocated > first_->allocated + kWideTolerance || grown(managers_) || grown(links_)) {
+      throw std::runtime_error("memory grows: " + figures());
+    }
+  }
+  [[nodiscard]] std::string latest() const {
+    return std::to_string(last_.descriptors) + " descriptors, " + std::to_string(last_.threads) +
+           " threads, " + std::to_string(last_.allocated) + " bytes";
+  }
+  [[nodiscard]] std::string figures() const {
+    std::ostringstream text;
+    text << "descriptors " << first_->descriptors << " -> " << last_.descriptors << ", threads "
+         << first_->threads << " -> " << last_.threads << ", allocated bytes " << first_->allocated
+         << " -> " << last_.allocated;
+    tell(text, "new managers", managers_);
+    tell(text, "links of one manager", links_);
+    text << ", resident kB " << first_->resident / 1024 << " -> " << last_.resident / 1024;
+    return text.str();
+  }
+
+ private:
+  static void tell(std::ostream& text, const char* what, const Series& series) {
+    const auto [before, after] = series.halves();
+    if (series.size() < kComparable) return;
+    text << " (over " << series.size() << ' ' << what << ' ' << before << " -> " << after << ')';
+  }
+  [[nodiscard]] static bool grown(const Series& series) {
+    const auto [before, after] = series.halves();
+    return series.size() >= kComparable && after > before + kTolerance;
+  }
+  [[nodiscard]] bool grown(const Holdings& held) const {
+    return first_ && (held.descriptors > first_->descriptors || held.threads > first_->threads);
+  }
+  [[nodiscard]] Holdings settled() const {
+    const auto end = std::chrono::steady_clock::now() + kSettling;
+    Holdings held = holdings();
+    while (grown(held) && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      held = holdings();
+    }
+    return held;
+  }
+
+  std::optional<Holdings> first_;
+  Holdings last_;
+  Series managers_;
+  Series links_;
+};
+
+std::string figuresOf(const Rounds& rounds) {
+  std::ostringstream text;
+  for (std::size_t i = 0; i < kFaults; ++i) {
+    text << (i == 0 ? "" : ", ") << nameOf(static_cast<Fault>(i)) << ' ' << rounds.faults[i];
+  }
+  text << "; " << rounds.framesAnswered << " frames answered, " << rounds.values
+       << " values in bursts";
+  return text.str();
+}
+
+/// In the first third managers come and go; in the rest one has to last.
+void run(std::size_t count, Rounds& rounds) {
+  const auto begin = std::chrono::steady_clock::now();
+  const std::size_t withNewManagers = std::max(count / 3, kFaults);
+  Ledger ledger;
+  for (std::size_t i = 1; i <= count; ++i) {
+    try {
+      const bool oneManager = i > withNewManagers;
+      const Fault fault = rounds.round(!oneManager);
+      ledger.note(fault == Fault::newManager || fault == Fault::newInBurst, oneManager);
+      std::cout << "ROUND " << i << ' ' << nameOf(fault) << ", " << ledger.latest() << std::endl;
+    } catch (const std::exception& error) {
+      throw std::runtime_error("round " + std::to_string(i) + " (" + nameOf(rounds.fault()) +
+                               "): " + error.what());
+    }
+  }
+  ledger.judge();
+  const auto spent = std::chrono::steady_clock::now() - begin;
+  std::cout << "FIGURES " << count << " rounds in "
+            << std::chrono::duration_cast<std::chrono::seconds>(spent).count()
+            << " s: " << figuresOf(rounds) << "; " << ledger.figures() << ", objects left over "
+            << rounds.leftOver() << std::endl;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  try {
+    if (argumentCount != 5) throw std::runtime_error("usage: stress_probe ROUNDS SEED ORDERS LOG");
+    Reader reader(arguments[3], arguments[4], "reader");
+    Rounds rounds(static_cast<std::uint32_t>(std::stoul(arguments[2])), reader, ask);
+    run(std::stoul(arguments[1]), rounds);
+    return 0;
+  } catch (const std::exception& error) {
+    std::cout << "WRONG " << error.what() << std::endl;
+    return 1;
+  }
+}
