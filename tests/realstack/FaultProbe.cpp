@@ -1,10 +1,11 @@
-// An application for the fault run on the real stack: it does what the lines on its standard input
+// An application for the fault runs on the real stack: it does what the lines on its standard input
 // say and prints what it is told, a line each.
 //
 //   new           makes platform, manager and delegates; `drop` destroys them
+//   drop delegates, drop platform: destroys these alone; `delegates` makes new ones
 //   scan, stop, close
 //   connect       to the reader that was accepted last
-//   follow        from now on connects from inside each sighting
+//   follow on|off from now on connects from inside each sighting, or no longer
 //   send HEX      one frame
 //   busy SECONDS  keeps the main thread busy for so long in the next delivery
 //   values        prints how many values of the last burst have come
@@ -43,7 +44,8 @@ class LinkLog final : public NSLogSink {
  public:
   [[nodiscard]] bool isListening() const noexcept override { return true; }
   void write(std::string_view line) noexcept override {
-    for (const char* start : {"BLE ", " CBManager ", "Error ", "[ERROR", " [ERROR"}) {
+    for (const char* start :
+         {"BLE ", " CBManager ", "DiscoverPeripheral", "Error ", "[ERROR", " [ERROR"}) {
       if (startsWith(line, start)) say("LOG " + std::string(line));
     }
   }
@@ -74,11 +76,13 @@ class BurstCounter {
 
 class Application final : public KestrinBLEProtocols, public RcpReceiver {
  public:
-  explicit Application(MainRunLoop& loop) : loop_(loop) {}
+  Application(MainRunLoop& loop, std::weak_ptr<KestrinBleMgr> manager)
+      : loop_(loop), manager_(std::move(manager)) {}
 
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& reader) noexcept override {
     say("FOUND " + reader->name().value_or("(no name)"));
-    if (follows) manager->connectBLE(reader);
+    const auto manager = manager_.lock();
+    if (follows && manager) manager->connectBLE(reader);
   }
   void plugChangedStatus(bool plugged) noexcept override {
     say(std::string("PLUG ") + (plugged ? "1" : "0"));
@@ -90,13 +94,13 @@ class Application final : public KestrinBLEProtocols, public RcpReceiver {
     if (pause > Time::zero()) loop_.sleepFor(pause);
   }
 
-  std::shared_ptr<KestrinBleMgr> manager;
   BurstCounter values;
   bool follows = false;
   Time busy{};
 
  private:
   MainRunLoop& loop_;
+  const std::weak_ptr<KestrinBleMgr> manager_;
 };
 
 std::vector<std::uint8_t> bytesOf(const std::string& hex) {
@@ -115,35 +119,46 @@ class Probe {
     const auto blank = line.find(' ');
     const std::string verb = line.substr(0, blank);
     const std::string argument = blank == std::string::npos ? "" : line.substr(blank + 1);
-    if (verb == "new") {
-      start();
-    } else if (verb == "quit") {
+    if (verb == "quit") {
       loop_->stop();
-    } else if (!application_) {
-      say("REFUSED " + line);
+    } else if (verb == "new") {
+      start();
+    } else if (verb == "delegates") {
+      makeDelegates();
     } else if (verb == "drop") {
-      application_.reset();
-      say("DROPPED");
-    } else {
+      drop(argument);
+    } else if (application_) {
       work(verb, argument);
+    } else {
+      say("REFUSED " + line);
     }
   }
 
  private:
   void start() {
-    Platform platform;
-    platform.radio = bluez::makeRadio(loop_);
-    platform.mainRunLoop = loop_;
-    platform.thread = sleepOn(loop_);
-    platform.log = std::make_shared<LinkLog>();
-    application_ = std::make_shared<Application>(*loop_);
-    application_->manager = KestrinBleMgr::init(platform);
-    application_->manager->setDelegate(application_);
-    application_->manager->setRcpReceiverDelegate(application_);
+    platform_.radio = bluez::makeRadio(loop_);
+    platform_.mainRunLoop = loop_;
+    platform_.thread = sleepOn(loop_);
+    platform_.log = std::make_shared<LinkLog>();
+    manager_ = KestrinBleMgr::init(platform_);
+    makeDelegates();
+  }
+
+  void makeDelegates() {
+    application_ = std::make_shared<Application>(*loop_, manager_);
+    manager_->setDelegate(application_);
+    manager_->setRcpReceiverDelegate(application_);
+  }
+
+  void drop(const std::string& part) {
+    if (part != "platform") application_.reset();
+    if (part != "delegates") platform_ = {};
+    if (part.empty()) manager_.reset();
+    say("DROPPED");
   }
 
   void work(const std::string& verb, const std::string& argument) {
-    KestrinBleMgr& manager = *application_->manager;
+    KestrinBleMgr& manager = *manager_;
     if (verb == "scan") {
       manager.scanBLE();
     } else if (verb == "stop") {
@@ -153,7 +168,7 @@ class Probe {
     } else if (verb == "connect") {
       manager.connectBLE(manager.pripheral());
     } else if (verb == "follow") {
-      application_->follows = true;
+      application_->follows = argument == "on";
     } else if (verb == "send") {
       manager.send(NSData(bytesOf(argument)));
     } else if (verb == "busy") {
@@ -166,6 +181,8 @@ class Probe {
   }
 
   const std::shared_ptr<MainRunLoop> loop_;
+  Platform platform_;
+  std::shared_ptr<KestrinBleMgr> manager_;
   std::shared_ptr<Application> application_;
 };
 

@@ -83,6 +83,16 @@ TEST_F(BluezJoin, CancellingGivesOneReportAndLeavesTheLinkToItsOwner) {
   EXPECT_EQ(daemon->count("Disconnect"), 0U);
 }
 
+TEST_F(BluezJoin, AnAdapterThatIsSwitchedOffMeanwhileIsWaitedFor) {
+  ask();
+  daemon->changeAdapter({{"Powered", Variant(false)}});
+  ASSERT_NO_FATAL_FAILURE(pass(10s));
+  EXPECT_EQ(daemon->count("Disconnect"), 0U);
+  daemon->dropLink();
+  daemon->changeAdapter({{"Powered", Variant(true)}});
+  EXPECT_TRUE(waitForCount(EventKind::connected, 1));
+}
+
 TEST_F(BluezJoin, ADeviceThatGoesMeanwhileIsSearchedFor) {
   ask();
   daemon->removeReader();

@@ -1,0 +1,185 @@
+# What the fault runs on the real stack share: an application that does as it is told, and what a
+# case is made of. Sourced by the guest-faults-*.sh scripts, which scripts/realstack runs in the
+# virtual machine; their arguments select the cases whose names contain one of them.
+source "$KESTRIN_ROOT/scripts/lib/guest-stack.sh"
+probe_log=$guest_logs/probe.log
+# A reader's own name is that of its advertisement, as readers' names are.
+devices=(--reader KVR-0001,id=reader,gap-name=KVR-0001 --reader KVR-0002,id=second,gap-name=KVR-0002)
+
+# --- the application
+
+start_probe() {
+  rm -f "$guest_logs/lines"
+  mkfifo "$guest_logs/lines"
+  exec 7<>"$guest_logs/lines"
+  "$KESTRIN_BUILD/tests/fault_probe" <"$guest_logs/lines" >>"$probe_log" 2>&1 7>&- &
+  probe_pid=$!
+  ask new
+}
+
+ask() { echo "$*" >&7; }
+
+# begin: from here on lines are counted.
+begin() { mark=$(wc -l <"$probe_log"); }
+
+# told PATTERN: how many lines since `begin` match as a whole.
+told() { tail -n "+$((mark + 1))" "$probe_log" | grep -cxE "$1"; }
+
+was_told() { [ "$(told "$1")" -ge "${2:-1}" ]; }
+
+# expect_told SECONDS PATTERN [TIMES]
+expect_told() {
+  wait_for "$1" "'$2' from the application" was_told "$2" "${3:-1}" && return 0
+  tail -n "+$((mark + 1))" "$probe_log"
+  return 1
+}
+
+# expect_exactly TIMES PATTERN
+expect_exactly() {
+  [ "$(told "$2")" = "$1" ] && return 0
+  echo "'$2' came $(told "$2") times, not $1:"
+  tail -n "+$((mark + 1))" "$probe_log"
+  return 1
+}
+
+probe_is_alive() { kill -0 "$probe_pid"; }
+
+disconnected='LOG BLE Disconnected'
+powered_on='LOG  CBManager is powered on'
+powered_off='LOG  CBManager is powered off'
+resetting='LOG  CBManager hardware is resetting'
+unsupported='LOG  CBManager hardware is unsupported'
+
+# --- what the cases are made of
+
+# rescan: a scan that really runs. The link that it drops is not reported: the central manager that
+# had it is replaced.
+rescan() {
+  local before
+  before=$(told "$powered_on")
+  ask scan
+  expect_told 30 "$powered_on" $((before + 1))
+}
+
+# link_up: a new scan, then a connection to the reader that was accepted last. A lone reader is not
+# accepted a second time.
+link_up() {
+  local before
+  before=$(told 'PLUG 1')
+  rescan || return 1
+  if ! grep '^FOUND ' "$probe_log" | tail -n 1 | grep -qx 'FOUND KVR-0001'; then
+    wait_for 30 "the reader to be found" last_found KVR-0001 || return 1
+  fi
+  ask connect
+  expect_told 60 'PLUG 1' $((before + 1))
+}
+
+last_found() { grep '^FOUND ' "$probe_log" | tail -n 1 | grep -qx "FOUND $1"; }
+
+# lost_once: one disconnection report, one unplugged report, and everything works again.
+lost_once() {
+  expect_told "${1:-15}" "$disconnected" && link_up &&
+    expect_exactly 1 "$disconnected" && expect_exactly 1 'PLUG 0' && probe_is_alive
+}
+
+# The scan that the powered-on report starts is alive: it finds a reader that was not there before.
+scan_is_alive() {
+  order return second && expect_told 30 'FOUND KVR-0002' && order vanish second
+}
+
+kill_daemon() {
+  kill -KILL "$daemon_pid"
+  wait "$daemon_pid" 2>/dev/null
+  return 0
+}
+
+stop_daemon() {
+  kill -TERM "$daemon_pid"
+  wait "$daemon_pid" 2>/dev/null
+  return 0
+}
+
+# stop_readers SIGNAL: the adapter goes with them.
+stop_readers() {
+  kill "-$1" "$vreader_pid"
+  wait "$vreader_pid" 2>/dev/null
+  return 0
+}
+
+# start_readers DEVICE...: as start_vreader takes them.
+start_readers() {
+  rm -f "$vreader_orders"
+  start_vreader "$@" && order vanish second
+}
+
+daemon_is_down() { ! kill -0 "$daemon_pid"; }
+
+set_power() {
+  busctl --auto-start=no set-property org.bluez /org/bluez/hci0 org.bluez.Adapter1 Powered b "$1"
+}
+
+# The daemon of this system can end with a fault of its own; a service manager starts it anew.
+keep_daemon_up() {
+  kill -0 "$daemon_pid" 2>/dev/null || start_daemon
+}
+
+device_is_linked() {
+  daemon_property /org/bluez/hci0/dev_C0_DE_00_00_00_01 Device1 Connected | grep -qx 'b true'
+}
+
+device_is_unlinked() { ! device_is_linked; }
+
+# closed: an end of the link that the application has asked for.
+closed() {
+  ask close
+  expect_told 15 "$disconnected" && wait_for 20 "the end of the link" device_is_unlinked
+}
+
+all_values_came() {
+  ask values
+  was_told "VALUES $1 in order"
+}
+
+wanted=("$@")
+
+# is_wanted CASE
+is_wanted() {
+  local part
+  [ ${#wanted[@]} -gt 0 ] || return 0
+  for part in "${wanted[@]}"; do
+    [[ $1 != *"$part"* ]] || return 0
+  done
+  return 1
+}
+
+# fault CASE COMMAND...: a case that begins linked, whatever became of the one before. Its line tells
+# how many seconds of the machine's time it took.
+fault() {
+  local from=$SECONDS
+  is_wanted "$1" || return 0
+  keep_daemon_up
+  begin
+  if ! device_is_linked; then
+    order return reader >/dev/null
+    order silent reader off >/dev/null
+    link_up >/dev/null 2>&1
+  fi
+  begin
+  check "$@"
+  echo "        after $((SECONDS - from)) s"
+}
+
+# start_faults: the stack, and the application linked to the reader.
+start_faults() {
+  : >"$probe_log"
+  check "the message bus answers" start_bus || finish_cases
+  check "the virtual readers are there" start_readers "${devices[@]}" || finish_cases
+  check "the daemon's adapter is powered" start_daemon || finish_cases
+  check "the application is linked to the reader" first_link || finish_cases
+}
+
+first_link() {
+  begin
+  start_probe && ask scan && expect_told 30 'FOUND KVR-0001' && ask connect &&
+    expect_told 60 'PLUG 1'
+}
