@@ -1,6 +1,6 @@
 // The bus's and the daemon's side of a diagnosis. It waits for answers, which the radio never does,
 // so it has a connection of its own.
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <future>
 #include <system_error>
