@@ -1,33 +1,11 @@
 // Whole conversations with readers of both families, from the scan to the end, as one literal
-// transcript each. Lines that begin with `>` are what the application does, with `*` what the radio
-// reports; the others are what the manager asks for, tells and logs.
-#include "link/LinkTest.h"
+// transcript each.
+#include "link/ConversationTest.h"
 
 namespace kestrin::test {
 namespace {
 
-class Conversation : public LinkTest {
- protected:
-  template <class Work>
-  void application(const std::string& line, Work work) {
-    platform.transcript().add("> " + line);
-    work();
-  }
-  void scanBLE() {
-    application("scanBLE", [this] { manager->scanBLE(); });
-  }
-  void connectBLE(const std::shared_ptr<RecordingPeripheral>& peripheral) {
-    application("connectBLE", [&] { manager->connectBLE(peripheral); });
-  }
-  void close() {
-    application("close", [this] { manager->close(); });
-  }
-  /// From `scanBLE` to the request for the reader's services; forgets the transcript.
-  void untilServicesAreAskedFor(const Reader& reader) {
-    connect(reader.peripheral);
-    platform.takeTimed();
-  }
-};
+class Conversation : public ConversationTest {};
 
 TEST_F(Conversation, WithAStandardReader) {
   const Reader reader = standardReader("R7ZTM 0042");
@@ -197,127 +175,18 @@ receiver plugChangedStatus false
 )");
 }
 
-TEST_F(Conversation, WithAReaderThatNeverAnswersEndsByCloseOnly) {
-  const Reader reader = standardReader();
-  scanBLE();
-  platform.didUpdateState(5);
-  platform.didDiscover(reader.peripheral);
-  connectBLE(reader.peripheral);
-  platform.takeTimed();
-  platform.run(86400.0);
-  close();
-  platform.didDisconnect(reader.peripheral);
-  EXPECT_EQ(platform.takeTimed(), R"(
-at 86400 s
-> close
-central#1 cancelPeripheralConnection "TQM_HOLV-1"
-central#1 stopScan
-receiver plugChangedStatus false
-* central#1 didDisconnectPeripheral "TQM_HOLV-1"
-log "BLE Disconnected"
-receiver plugChangedStatus false
-)");
-}
-
-TEST_F(Conversation, WithServicesThatCanNotBeDiscoveredStaysConnectedAndUnplugged) {
-  const Reader reader = standardReader();
-  untilServicesAreAskedFor(reader);
-  platform.failToDiscoverServices(reader.peripheral, kError);
-  platform.run(3600.0);
-  EXPECT_TRUE(manager->open());
-  close();
-  platform.didDisconnect(reader.peripheral);
-  EXPECT_EQ(platform.takeTimed(), R"(
-* "TQM_HOLV-1" didDiscoverServices error Error Domain=CBATTErrorDomain Code=14 "Unlikely Error"
-log "Error discovering services: Error Domain=CBATTErrorDomain Code=14 "Unlikely Error""
-at 3600 s
-> close
-central#1 cancelPeripheralConnection "TQM_HOLV-1"
-central#1 stopScan
-receiver plugChangedStatus false
-* central#1 didDisconnectPeripheral "TQM_HOLV-1"
-log "BLE Disconnected"
-receiver plugChangedStatus false
-)");
-}
-
-TEST_F(Conversation, WithoutTheDataServiceStaysConnectedAndUnplugged) {
-  const Reader reader = standardReader();
-  untilServicesAreAskedFor(reader);
-  platform.didDiscoverServices(reader.peripheral, {serviceOf("180A")});
-  platform.run(3600.0);
-  EXPECT_TRUE(manager->open());
-  EXPECT_EQ(platform.takeTimed(), R"(
-* "TQM_HOLV-1" didDiscoverServices
-log "Service id : 180A"
-log "Service Description : <service 180A>"
-)");
-}
-
-TEST_F(Conversation, WithCharacteristicsThatCanNotBeDiscoveredArmsNothing) {
-  const Reader reader = standardReader();
-  untilServicesAreAskedFor(reader);
-  platform.didDiscoverServices(reader.peripheral, {reader.service});
-  platform.takeTimed();
-  platform.failToDiscoverCharacteristics(reader.peripheral, reader.service, kError);
-  platform.run(3600.0);
-  EXPECT_TRUE(manager->open());
-  EXPECT_EQ(platform.takeTimed(), R"(
-* "TQM_HOLV-1" didDiscoverCharacteristicsForService BA821000-3B5B-4654-85FE-E998B123ADEA error Error Domain=CBATTErrorDomain Code=14 "Unlikely Error"
-log "Error discovering characteristics: Error Domain=CBATTErrorDomain Code=14 "Unlikely Error""
-)");
-}
-
-TEST_F(Conversation, OfAKvrReaderWithOneFailedServiceIsPluggedInByTheOther) {
-  const Reader reader = kvrReader();
-  const auto information = serviceOf("180A");
-  untilServicesAreAskedFor(reader);
-  platform.didDiscoverServices(reader.peripheral, {reader.service, information});
-  platform.didDiscoverCharacteristics(reader.peripheral, reader.service, {reader.rx, reader.tx});
-  platform.takeTimed();
-  platform.run(1.0);
-  platform.failToDiscoverCharacteristics(reader.peripheral, information, kError);
-  platform.run(3600.0);
-  EXPECT_EQ(platform.takeTimed(), R"(
-at 1 s
-* "KVR-Q62T 0012" didDiscoverCharacteristicsForService 180A error Error Domain=CBATTErrorDomain Code=14 "Unlikely Error"
-log "Error discovering characteristics: Error Domain=CBATTErrorDomain Code=14 "Unlikely Error""
-at 2 s
-receiver plugChangedStatus true
-)");
-}
-
-TEST_F(Conversation, WithTheRadioOffIsAStatusAndALogLineAndStartsWhenItComesOn) {
-  scanBLE();
-  platform.didUpdateState(4);
-  platform.run(60.0);
-  platform.didUpdateState(5);
-  EXPECT_EQ(platform.takeTimed(), R"(
-> scanBLE
-delegate scanBleStatus 0
-central#1 initWithDelegate manager#1 queue (absent)
-central#1 scanForPeripheralsWithServices (absent) options (absent)
-* central#1 didUpdateState 4
-log " CBManager is powered off"
-at 60 s
-* central#1 didUpdateState 5
-log " CBManager is powered on"
-log "start San"
-central#1 scanForPeripheralsWithServices (absent) options (absent)
-)");
-}
-
 TEST_F(Conversation, ThatScansAgainWhileConnectedHearsOfTheLostLinkByNobody) {
   const Reader reader = standardReader();
-  plugIn(reader);
+  fromScanToPlug(reader);
   scanBLE();
   EXPECT_TRUE(manager->open());
   // The old central manager is gone, so that its last link's end is reported to nobody; the new one
   // connects again.
   connectBLE(reader.peripheral);
   platform.didConnect(reader.peripheral);
-  EXPECT_EQ(platform.takeTimed(), R"(
-> scanBLE
+  close();
+  platform.didDisconnect(reader.peripheral);
+  EXPECT_EQ(platform.takeTimed(), kFromScanToPlug + R"(> scanBLE
 delegate scanBleStatus 0
 central#1 cancelPeripheralConnection "TQM_HOLV-1"
 central#1 stopScan
@@ -331,6 +200,13 @@ central#2 connectPeripheral "TQM_HOLV-1" options (absent)
 * central#2 didConnectPeripheral "TQM_HOLV-1"
 log "BLE Connected"
 peripheral "TQM_HOLV-1" discoverServices [BA821000-3B5B-4654-85FE-E998B123ADEA]
+> close
+central#2 cancelPeripheralConnection "TQM_HOLV-1"
+central#2 stopScan
+receiver plugChangedStatus false
+* central#2 didDisconnectPeripheral "TQM_HOLV-1"
+log "BLE Disconnected"
+receiver plugChangedStatus false
 )");
 }
 

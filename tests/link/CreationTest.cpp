@@ -55,6 +55,50 @@ TEST_F(Creation, GivesTheObjectItsThirteenFieldsInOrder) {
   static_assert(std::is_same_v<decltype(Peer::_bufHead(m)), std::uint16_t&>);
 }
 
+TEST_F(Creation, MakesADelegateOfTheCentralThePeripheralAndThePeripheralManager) {
+  static_assert(std::is_base_of_v<CBCentralManagerDelegate, KestrinBleMgr>);
+  static_assert(std::is_base_of_v<CBPeripheralDelegate, KestrinBleMgr>);
+  static_assert(std::is_base_of_v<CBPeripheralManagerDelegate, KestrinBleMgr>);
+  scan();
+  EXPECT_EQ(platform.central()->delegate(), Peer::asCentralManagerDelegate(manager));
+}
+
+// Which of the operations that are no application's business can be named in `Class`.
+template <class Class>
+constexpr std::array kReached = {requires {&Class::p_initCentralManager;
+}  // namespace
+, requires { &Class::p_isKVXDevice; }
+, requires { &Class::p_isConnectedBLE; }
+, requires { &Class::p_disconnectBLE; }
+, requires { &Class::p_getReaderInfo; }
+, requires { &Class::p_pluggedEvent; }
+, requires { &Class::p_sendDataToBLE; }
+, requires { &Class::getCrcPolynomial_acc; }
+, requires { &Class::clearRcpFrmReader; }
+, requires { &Class::parseRcpFrmReader; }
+, requires { &Class::easEnterBackground; }
+, requires { &Class::accessoryDidDisconnect; }
+, requires { &Class::peripheralManagerDidUpdateState; }
+, requires { &Class::centralManagerDidUpdateState; }
+, requires { &Class::centralManager_didDiscoverPeripheral_advertisementData_RSSI; }
+, requires { &Class::centralManager_didConnectPeripheral; }
+, requires { &Class::centralManager_didDisconnectPeripheral_error; }
+, requires { &Class::peripheral_didDiscoverServices; }
+, requires { &Class::peripheral_didDiscoverCharacteristicsForService_error; }
+, requires { &Class::peripheral_didUpdateValueForCharacteristic_error; }
+, requires { &Class::peripheral_didUpdateNotificationStateForCharacteristic_error; }
+,
+};  // namespace kestrin::test
+
+TEST_F(Creation, KeepsPrivateOperationsAndEventsOutOfAnApplicationsReach) {
+  // The peer names each, so none is missed for being misspelt.
+  EXPECT_EQ(std::ranges::count(kReached<Peer>, true), 21);
+  EXPECT_EQ(std::ranges::count(kReached<KestrinBleMgr>, true), 0);
+  EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBCentralManagerDelegate*>));
+  EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBPeripheralDelegate*>));
+  EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBPeripheralManagerDelegate*>));
+}
+
 TEST_F(Creation, RegistersForTheBackgroundFromAnySenderAndAsksForNothingElse) {
   const auto made = platform.makeManager();
   EXPECT_EQ(platform.take(),
@@ -108,6 +152,32 @@ TEST_F(Creation, OwnsWhatItFoundUntilItEnds) {
   EXPECT_TRUE(rx.expired());
   EXPECT_TRUE(tx.expired());
   EXPECT_EQ(platform.take(), "\ncentral#1 released\n");
+}
+
+TEST_F(Creation, OwnsEveryAcceptedReaderUntilTheNextScan) {
+  auto first = platform.peripheral("TQM_HOLV-1");
+  const std::weak_ptr<RecordingPeripheral> alive = first;
+  scan();
+  platform.didDiscover(first);
+  platform.didDiscover(platform.peripheral("TQM_HOLV-2"));
+  first.reset();
+  EXPECT_FALSE(alive.expired());
+  manager->scanBLE();
+  EXPECT_TRUE(alive.expired());
+}
+
+TEST_F(Creation, LetsGoOfWhatItReplaces) {
+  Reader first = standardReader();
+  plugIn(first);
+  const std::weak_ptr<RecordingPeripheral> peripheral = first.peripheral;
+  const std::weak_ptr<RecordingCharacteristic> rx = first.rx;
+  const std::weak_ptr<RecordingCharacteristic> tx = first.tx;
+  first = {};
+  EXPECT_FALSE(peripheral.expired());
+  linkUp(standardReader("TQM_HOLV-2"));
+  EXPECT_TRUE(peripheral.expired());
+  EXPECT_TRUE(rx.expired());
+  EXPECT_TRUE(tx.expired());
 }
 
 TEST_F(Properties, ReadBackWhatWasSet) {

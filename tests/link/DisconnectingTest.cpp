@@ -45,7 +45,7 @@ TEST_F(LinkLoss, KeepsEverythingElseAndNeitherScansNorConnectsAgain) {
   EXPECT_EQ(manager->pripheral(), reader.peripheral);
   EXPECT_EQ(Peer::rxCharacteristic(*manager), reader.rx);
   EXPECT_EQ(Peer::txCharacteristic(*manager), reader.tx);
-  EXPECT_EQ(Peer::_mutableReceivedData(*manager)->length(), 2U);
+  EXPECT_EQ(bufferedIn(*manager), (NSData{0xBB, 0x01}));
   EXPECT_EQ(Peer::peripheralList(*manager), Peer::Peripherals{reader.peripheral});
   platform.take();
   platform.run(3600.0);
@@ -121,6 +121,18 @@ TEST_F(Closing, CancelsNoPendingReport) {
   platform.run(2.0);
   EXPECT_EQ(platform.transcript().takeThoseThatBegin("receiver"),
             "\nreceiver plugChangedStatus true\n");
+}
+
+TEST_F(Closing, GivesUpAnAttemptThatHasNotSucceeded) {
+  choose(platform.peripheral("TQM_HOLV-1"));
+  platform.take();
+  manager->close();
+  EXPECT_EQ(platform.take(), R"(
+central#1 cancelPeripheralConnection "TQM_HOLV-1"
+central#1 stopScan
+receiver plugChangedStatus false
+)");
+  EXPECT_FALSE(manager->open());
 }
 
 TEST_F(Closing, TellsTheConstantFalseAlsoWhileTheFlagIsTrue) {

@@ -26,6 +26,7 @@ delegate scanningBleDeive "TQM_HOLV-1"
   EXPECT_EQ(Peer::peripheralList(*manager), Peer::Peripherals{reader});
 }
 
+// Which of the two comes first can not be seen: nobody is asked in between.
 TEST_F(Discovery, HasStoredAndAppendedWhenTheDelegateIsTold) {
   const auto reader = platform.peripheral("TQM_HOLV-1");
   int told = 0;
@@ -66,7 +67,6 @@ log "DiscoverPeripheral  (null)"
 * central#1 didDiscoverPeripheral "empty"
 log "DiscoverPeripheral  "
 )~");
-  ;
   EXPECT_EQ(manager->pripheral(), reader);
   EXPECT_EQ(Peer::peripheralList(*manager), Peer::Peripherals{reader});
 }
@@ -169,6 +169,14 @@ log "DiscoverPeripheral  KVR"
   EXPECT_EQ(manager->pripheral(), renamed);
 }
 
+TEST_F(Discovery, TellsTheKnownReaderByIdentityBeforeItsNameIsLookedAtAgain) {
+  const auto reader = platform.peripheral("TQM_HOLV-1");
+  platform.didDiscover(reader);
+  reader->nameReads.set({"for the log", "not read", "nor this"});
+  platform.didDiscover(reader);
+  EXPECT_EQ(reader->name(), "not read");
+}
+
 TEST_F(Discovery, AcceptsAPeripheralThatGotItsNameLater) {
   const auto reader = platform.peripheral("late", std::nullopt);
   platform.didDiscover(reader);
@@ -194,6 +202,8 @@ TEST_F(Discovery, DoesNotEndTheScan) {
   EXPECT_EQ(platform.transcript().takeThoseThatBegin("central"), kNothing);
 }
 
+// Neither the order of the fragments nor that the search ends at the first that is found can be
+// seen: the answer does not say which it was.
 TEST(NameFilter, PassesEveryNameThatHoldsAFragment) {
   for (const char* name :
        {"TQM_HOLV", "R7ZTM", "KVR", "417", "58", "KVR-Q62T", "TQM_HOLV-1", "xR7ZTM",

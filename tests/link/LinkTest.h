@@ -7,7 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "KestrinBLESDK/KestrinBleMgr.h"
 #include "support/KestrinBleMgrTestPeer.h"
@@ -27,6 +30,12 @@ inline constexpr char kRx[] = "BA821002-3B5B-4654-85FE-E998B123ADEA";
 inline const NSData kFrame{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
 inline const NSError kError{"CBATTErrorDomain", 14, "Unlikely Error"};
 
+/// Names, and whether a reader of that name is of the KVR-Q62T family.
+inline const std::vector<std::pair<std::optional<std::string>, bool>> kFamilies = {
+    {"KVR-Q62T", true},  {"KVR-Q62T 0012", true}, {"KVR-Q62Tx", true}, {std::nullopt, false},
+    {"", false},         {"KVR-Q62", false},      {"KVR", false},      {"kvr-q62t 0012", false},
+    {"Kvr-Q62T", false}, {"xKVR-Q62T", false},    {" KVR-Q62T", false}};
+
 /// A reader with one data service.
 struct Reader {
   std::shared_ptr<RecordingPeripheral> peripheral;
@@ -38,6 +47,12 @@ struct Reader {
 inline std::shared_ptr<RecordingCharacteristic> characteristicOf(
     std::string_view uuid, CBCharacteristicProperties properties = 0x12) {
   return std::make_shared<RecordingCharacteristic>(uuid, properties);
+}
+
+/// The bytes that wait in the receive buffer; absent when nothing ever came.
+inline std::optional<NSData> bufferedIn(KestrinBleMgr& manager) {
+  const auto& data = KestrinBleMgrTestPeer::_mutableReceivedData(manager);
+  return data ? std::optional(data->copy()) : std::nullopt;
 }
 
 inline std::shared_ptr<RecordingService> serviceOf(std::string_view uuid) {

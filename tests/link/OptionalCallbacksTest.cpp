@@ -1,5 +1,6 @@
 // Every callback is optional: an absent delegate, one that implements only some, and one that
-// decides at run time.
+// decides at run time. Whether presence or implementation is looked at first can not be seen: an
+// absent delegate implements nothing and is asked nothing.
 #include <type_traits>
 
 #include "link/LinkTest.h"

@@ -85,20 +85,55 @@ TEST_F(Scanning, StartsWithFreshEmptyLists) {
   EXPECT_EQ(Peer::peripheralNameList(*manager), std::vector<std::string>());
 }
 
-TEST_F(Scanning, ReplacesTheListsBeforeTheCentralManager) {
+// In which order the two lists are replaced can not be seen: nobody is asked in between.
+TEST_F(Scanning, ReplacesTheListsBehindTheStopAndBeforeTheCentralManagerIsMade) {
   scan();
+  const auto old = Peer::centralManager(*manager);
   platform.didDiscover(platform.peripheral("TQM_HOLV-1"));
-  bool emptyWhenAsked = false;
-  std::size_t atStop = 0;
+  Peer::peripheralNameList(*manager)->push_back("an old name");
+  std::vector<std::string> seen;
   platform.onRequest = [&](const std::string& request) {
-    if (request == "central#1 stopScan") atStop = Peer::peripheralList(*manager)->size();
-    if (request.starts_with("central#2 scan")) {
-      emptyWhenAsked = Peer::peripheralList(*manager)->empty();
-    }
+    seen.push_back(request.substr(0, request.find(' ', sizeof "central#1")) + ": " +
+                   std::to_string(Peer::peripheralList(*manager)->size()) + " readers, " +
+                   std::to_string(Peer::peripheralNameList(*manager)->size()) + " names, " +
+                   (Peer::centralManager(*manager) == old ? "old" : "new"));
   };
   manager->scanBLE();
-  EXPECT_EQ(atStop, 1U);
-  EXPECT_TRUE(emptyWhenAsked);
+  EXPECT_EQ(seen, (std::vector<std::string>{
+                      "central#1 cancelPeripheralConnection: 1 readers, 1 names, old",
+                      "central#1 stopScan: 1 readers, 1 names, old",
+                      "central#2 initWithDelegate: 0 readers, 0 names, old",
+                      "central#2 scanForPeripheralsWithServices: 0 readers, 0 names, new"}));
+}
+
+TEST_F(Scanning, LooksForTheReaderToCancelWhenTheDelegateHasBeenTold) {
+  scan();
+  const auto reader = platform.peripheral("TQM_HOLV-1");
+  delegate->onScanBleStatus = [&] { manager->connectBLE(reader); };
+  platform.take();
+  manager->scanBLE();
+  EXPECT_EQ(platform.transcript().takeThoseThatBegin("central#1"), R"(
+central#1 stopScan
+central#1 connectPeripheral "TQM_HOLV-1" options (absent)
+central#1 cancelPeripheralConnection "TQM_HOLV-1"
+central#1 stopScan
+central#1 released
+)");
+}
+
+TEST_F(Scanning, KeepsWhatIsPendingOfTheLastLink) {
+  linkUp(standardReader());
+  manager->scanBLE();
+  platform.take();
+  platform.run(3600.0);
+  EXPECT_EQ(platform.takeTimed(), R"(
+at 0.5 s
+log "==========get Reader Info=============="
+peripheral "TQM_HOLV-1" writeValue <bb000300 01b17e65 97> to BA821001-3B5B-4654-85FE-E998B123ADEA type 0
+log "[TX BLE] <bb000300 01b17e65 97>"
+at 2 s
+receiver plugChangedStatus true
+)");
 }
 
 TEST_F(Scanning, NeverTouchesTheNameList) {

@@ -6,6 +6,7 @@ namespace {
 
 class StandardServices : public LinkTest {};
 class KvrServices : public LinkTest {};
+class ServicesFamily : public LinkTest {};
 
 TEST_F(StandardServices, AreEachLoggedAndTheDataServiceIsAskedForThreeCharacteristics) {
   const Reader reader = standardReader();
@@ -18,6 +19,33 @@ log "Service id : BA821000-3B5B-4654-85FE-E998B123ADEA"
 log "Service Description : <service BA821000-3B5B-4654-85FE-E998B123ADEA>"
 log "Found correct service"
 peripheral "TQM_HOLV-1" discoverCharacteristics [BA821000-3B5B-4654-85FE-E998B123ADEA BA821001-3B5B-4654-85FE-E998B123ADEA BA821002-3B5B-4654-85FE-E998B123ADEA] forService BA821000-3B5B-4654-85FE-E998B123ADEA
+)");
+}
+
+// The family is told anew in each report, from the name as it is by then.
+TEST_F(ServicesFamily, IsToldByTheBeginningOfTheNameAtThatMoment) {
+  const Reader reader = standardReader();
+  connect(reader.peripheral);
+  for (const auto& [name, kvr] : kFamilies) {
+    reader.peripheral->nameReads.set({name});
+    platform.take();
+    platform.didDiscoverServices(reader.peripheral, {serviceOf("FFF0")});
+    EXPECT_EQ(platform.transcript().takeThoseThatBegin("log"),
+              kvr ? "\nlog \"searching : FFF0\"\n"
+                  : "\nlog \"Service id : FFF0\"\nlog \"Service Description : <service FFF0>\"\n")
+        << name.value_or("(no name)");
+  }
+}
+
+TEST_F(ServicesFamily, IsOneForAllServicesOfAReport) {
+  const Reader reader = kvrReader();
+  connect(reader.peripheral);
+  platform.take();
+  reader.peripheral->nameReads.set({"KVR-Q62T 0012", "TQM_HOLV-1"});
+  platform.didDiscoverServices(reader.peripheral, {serviceOf("FFF0"), serviceOf("180A")});
+  EXPECT_EQ(platform.transcript().takeThoseThatBegin("log"), R"(
+log "searching : FFF0"
+log "searching : 180A"
 )");
 }
 

@@ -173,6 +173,34 @@ TEST_F(StandardCharacteristics, SetTheLinkFlagAfterTheWalkAlsoWhenTheLinkWasLost
   EXPECT_TRUE(manager->open());
 }
 
+TEST_F(StandardCharacteristics, SetTheLinkFlagBeforeADelayIsCancelledOrArmed) {
+  platform.didDisconnect(reader.peripheral);
+  std::vector<bool> seen;
+  platform.onDelay = [&](const std::string&) { seen.push_back(manager->open()); };
+  platform.didDiscoverCharacteristics(reader.peripheral, reader.service, {reader.rx});
+  EXPECT_EQ(seen, std::vector<bool>(4, true));
+}
+
+TEST_F(StandardCharacteristics, AreThoseOfEveryReaderWhoseNameDoesNotBeginSo) {
+  for (const auto& [name, kvr] : kFamilies) {
+    reader.peripheral->nameReads.set({name});
+    platform.take();
+    platform.didDiscoverCharacteristics(reader.peripheral, reader.service, {reader.rx});
+    const bool standard = platform.take().find("p_getReaderInfo") != std::string::npos;
+    EXPECT_EQ(standard, !kvr) << name.value_or("(no name)");
+  }
+}
+
+TEST_F(StandardCharacteristics, WhoseTextOnlyBeginsLikeOneThatIsLookedForAreNone) {
+  platform.didDiscoverCharacteristics(reader.peripheral, reader.service,
+                                      {characteristicOf("2A270000-3B5B-4654-85FE-E998B123ADEA"),
+                                       characteristicOf("BA821003-3B5B-4654-85FE-E998B123ADEA"),
+                                       characteristicOf("BA821002-3B5B-4654-85FE-E998B123ADEB")});
+  EXPECT_EQ(platform.transcript().takeThoseThatBegin("log"), kNothing);
+  EXPECT_EQ(Peer::rxCharacteristic(*manager), nullptr);
+  EXPECT_EQ(Peer::txCharacteristic(*manager), nullptr);
+}
+
 TEST_F(StandardCharacteristics, WithAnErrorAreOneLineAndNothingElse) {
   platform.didDisconnect(reader.peripheral);
   reader.service->shownCharacteristics = {reader.rx, reader.tx};

@@ -18,11 +18,7 @@ class ValueEvent : public LinkTest {
     manager->connectBLE(kvr.peripheral);
     platform.take();
   }
-  /// The bytes that wait in the receive buffer; absent when nothing ever came.
-  std::optional<NSData> buffered() {
-    const auto& data = Peer::_mutableReceivedData(*manager);
-    return data ? std::optional(data->copy()) : std::nullopt;
-  }
+  std::optional<NSData> buffered() { return bufferedIn(*manager); }
   /// What a value event leads to, without the line of the event itself.
   std::string take() {
     const std::string transcript = platform.take();
@@ -62,6 +58,14 @@ TEST_F(ValueEvent, OfAManufacturerNameInIts128BitFormIsTheSame) {
   platform.didUpdateValue(kvr.peripheral, characteristicOf("00002A29-0000-1000-8000-00805F9B34FB"),
                           NSData{'A'});
   EXPECT_EQ(take(), "\nlog \"BLE_D5_NOVA_Manufacturer_Name : A\"\n");
+}
+
+TEST_F(ValueEvent, OfACharacteristicThatOnlyBeginsLikeTheManufacturerNameIsAValueLikeAnyOther) {
+  const auto near = characteristicOf("2A290000-3B5B-4654-85FE-E998B123ADEA");
+  platform.didUpdateValue(kvr.peripheral, near, kPart);
+  EXPECT_EQ(take(), "\nreceiver dispatchRcpFrmReader <bb0103>\n");
+  platform.didUpdateValue(standard.peripheral, near, kFrame);
+  EXPECT_EQ(take(), std::string("\n") + kDelivered);
 }
 
 TEST_F(ValueEvent, OfAManufacturerNameThatIsNoAsciiOrAbsentPrintsAsAbsent) {
@@ -204,6 +208,23 @@ TEST_F(NotificationStateEvent, OfAKvrReaderLeavesItsBytesInTheReceiveBuffer) {
   EXPECT_EQ(buffered(), kPart);
   // What the next link of a standard reader brings comes behind them.
   platform.didUpdateValue(standard.peripheral, standard.rx, kFrame.subdataWithRange({3, 6}));
+  EXPECT_EQ(take(), std::string("\n") + kDelivered);
+}
+
+TEST_F(NotificationStateEvent, WithAnEmptyValueRunsAParse) {
+  standard.rx->shownValue = NSData{0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37, 0x00};
+  platform.didUpdateNotificationState(standard.peripheral, standard.rx);
+  EXPECT_EQ(take(), std::string("\n") + kDelivered);
+  standard.rx->shownValue = NSData{};
+  platform.didUpdateNotificationState(standard.peripheral, standard.rx);
+  EXPECT_EQ(take(), std::string("\n") + kDelivered);
+}
+
+TEST_F(NotificationStateEvent, DoesNotAskWhetherThereIsALink) {
+  platform.didDisconnect(standard.peripheral);
+  platform.take();
+  standard.rx->shownValue = kFrame;
+  platform.didUpdateNotificationState(standard.peripheral, standard.rx);
   EXPECT_EQ(take(), std::string("\n") + kDelivered);
 }
 

@@ -302,11 +302,18 @@ TEST_F(Writing, HandlesNoEventWhileItPauses) {
   EXPECT_TRUE(transcript.ends_with("log \"[TX BLE] <14>\"\nan event\n")) << transcript;
 }
 
-TEST_F(Writing, MayBeAskedForFromAnotherThread) {
-  plugInWith(0x04);
+TEST_F(Writing, RunsWhollyOnTheThreadThatAsksForIt) {
+  plugInWith(0x08);
+  std::vector<std::thread::id> ranOn;
+  platform.onRequest = [&](const std::string&) { ranOn.push_back(std::this_thread::get_id()); };
+  platform.onLog = platform.onRequest;
   bool sent = false;
-  std::jthread([&] { sent = manager->send(counting(21)); }).join();
+  std::jthread sender([&] { sent = manager->send(counting(21)); });
+  const std::vector<std::thread::id> expected(6, sender.get_id());
+  sender.join();
   EXPECT_TRUE(sent);
+  // A request for notifications, a write and a log line for each of the two slices.
+  EXPECT_EQ(ranOn, expected);
   EXPECT_EQ(rhythm(), "20 pause 1");
 }
 

@@ -116,11 +116,21 @@ TEST_F(Delivery, ReadsTheReceiverInsideTheSecondSubmission) {
   dispatch->beforeWork = [&] {
     if (++submissions == 2) manager->setRcpReceiverDelegate(later);
   };
-  arrive(kFrameA);
+  const Events events = arrive(kFrameA);
   EXPECT_EQ(submissions, 2);
-  const Events events = arrive(kFrameB);
-  EXPECT_EQ(std::ranges::count(events, "LATER <bb021100 007ea7c5>"), 1);
-  EXPECT_EQ(std::ranges::count(events, kHeardB[1]), 0);
+  EXPECT_EQ(std::ranges::count(events, "LATER <bb010300 01b17e20 37>"), 1);
+  EXPECT_EQ(std::ranges::count(events, kHeardA[1]), 0);
+}
+
+TEST_F(Delivery, AsksTheReceiverInsideTheSecondSubmission) {
+  const auto dispatch = std::make_shared<RecordingDispatch>(log);
+  swapManager(dispatch);
+  const auto wavering = std::make_shared<WaveringListener>();
+  manager->setRcpReceiverDelegate(wavering);
+  int submissions = 0;
+  dispatch->beforeWork = [&] { wavering->willing = ++submissions == 2; };
+  arrive(kFrameA);
+  EXPECT_EQ(wavering->frames, 1);
 }
 
 TEST_F(Delivery, GivesTheFrameToTheReceiverThatIsSetWhenTheWorkRuns) {

@@ -49,6 +49,11 @@ void RecordingPlatform::recordRequest(const std::string& line) {
   if (onRequest) onRequest(line);
 }
 
+void RecordingPlatform::recordDelay(const std::string& line) {
+  transcript_->add(line);
+  if (onDelay) onDelay(line);
+}
+
 std::shared_ptr<RecordingPeripheral> RecordingPlatform::peripheral(const std::string& name) {
   return peripheral(name, name);
 }
@@ -68,8 +73,8 @@ std::shared_ptr<CBCentralManager> RecordingPlatform::makeCentral(
     std::weak_ptr<CBCentralManagerDelegate> delegate, const std::shared_ptr<RunLoop>& queue) {
   const std::string owner = ownerText(delegate.lock());
   auto central = std::make_shared<RecordingCentral>(*this, ++centralsMade_, std::move(delegate));
-  transcript_->add(central->label() + " initWithDelegate " + owner + " queue " +
-                   (queue ? "present" : "(absent)"));
+  recordRequest(central->label() + " initWithDelegate " + owner + " queue " +
+                (queue ? "present" : "(absent)"));
   central_ = central;
   return central;
 }

@@ -92,12 +92,16 @@ class RecordingPlatform {
 
   /// Called with each log line after it is recorded.
   std::function<void(const std::string&)> onLog;
-  /// Called with each request of a central manager or a peripheral, before it returns: to look at
-  /// the manager in that moment. No radio calls out from there, so it must not change anything.
+  /// Called when a central manager is made and with each request of one or of a peripheral, before
+  /// it returns: to look at the manager in that moment. No radio calls out from there, so it must
+  /// not change anything.
   std::function<void(const std::string&)> onRequest;
+  /// The same with each delayed request that is made or cancelled.
+  std::function<void(const std::string&)> onDelay;
 
   // For the recording objects.
   void recordRequest(const std::string& line);
+  void recordDelay(const std::string& line);
   /// `manager#1` for the manager that the pointer belongs to, else `(unknown)`; `(absent)` if null.
   [[nodiscard]] std::string ownerText(const std::shared_ptr<const void>& object) const;
   /// The same for an address; it says so when the address is not the manager's own.

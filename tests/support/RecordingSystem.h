@@ -52,9 +52,9 @@ class RecordingRunLoop final : public RunLoop {
  private:
   void record(const std::string& verb, const SEL& selector, const void* target, const void* object,
               const std::string& rest) {
-    platform_.transcript().add(verb + " " + std::string(selector.name) + " on " +
-                               platform_.addressText(target) +
-                               (object != nullptr ? " with an object" : "") + rest);
+    platform_.recordDelay(verb + " " + std::string(selector.name) + " on " +
+                          platform_.addressText(target) +
+                          (object != nullptr ? " with an object" : "") + rest);
   }
 
   RecordingPlatform& platform_;
