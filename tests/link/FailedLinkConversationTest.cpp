@@ -1,68 +1,11 @@
 // Conversations whose link does not come about as it should, each from its scan to its end: the
-// radio, the attempt, discovery, the delays.
+// attempt, discovery, the delays.
 #include "link/ConversationTest.h"
 
 namespace kestrin::test {
 namespace {
 
 class FailedLink : public ConversationTest {};
-
-TEST_F(FailedLink, WithARadioThatCanNotBeUsedIsAStatusAndAtMostALineOfTheLog) {
-  const std::pair<std::int64_t, std::string> kStates[] = {
-      {0, "log \" CBManager state is unknown\"\n"},
-      {1, "log \" CBManager hardware is resetting\"\n"},
-      {2, "log \" CBManager hardware is unsupported\"\n"},
-      {3, "log \" CBManager state is unauthorized\"\n"},
-      {4, "log \" CBManager is powered off\"\n"},
-      {6, ""},
-  };
-  for (const auto& [state, line] : kStates) {
-    RecordingPlatform other;
-    const auto one = other.makeManager();
-    const auto listener = std::make_shared<RecordingDelegate>(other);
-    const auto hearer = std::make_shared<RecordingReceiver>(other);
-    one->setDelegate(listener);
-    one->setRcpReceiverDelegate(hearer);
-    other.take();
-    EXPECT_TRUE(one->scanBLE());
-    other.didUpdateState(state);
-    other.run(3600.0);
-    one->close();
-    EXPECT_EQ(other.takeTimed(), R"(
-delegate scanBleStatus 0
-central#1 initWithDelegate manager#1 queue (absent)
-central#1 scanForPeripheralsWithServices (absent) options (absent)
-* central#1 didUpdateState )" + std::to_string(state) +
-                                     "\n" + line + R"(at 3600 s
-central#1 stopScan
-receiver plugChangedStatus false
-)");
-  }
-}
-
-TEST_F(FailedLink, WithARadioThatIsOffStartsWhenItComesOn) {
-  scanBLE();
-  platform.didUpdateState(4);
-  platform.run(60.0);
-  platform.didUpdateState(5);
-  close();
-  EXPECT_EQ(platform.takeTimed(), R"(
-> scanBLE
-delegate scanBleStatus 0
-central#1 initWithDelegate manager#1 queue (absent)
-central#1 scanForPeripheralsWithServices (absent) options (absent)
-* central#1 didUpdateState 4
-log " CBManager is powered off"
-at 60 s
-* central#1 didUpdateState 5
-log " CBManager is powered on"
-log "start San"
-central#1 scanForPeripheralsWithServices (absent) options (absent)
-> close
-central#1 stopScan
-receiver plugChangedStatus false
-)");
-}
 
 TEST_F(FailedLink, WithNoReaderInRangeIsLinesOfTheLogOnly) {
   scanBLE();
