@@ -1,5 +1,6 @@
 #include "KestrinBLESDK/KestrinBLESDK_vers.h"
 
-const double KestrinBLESDKVersionNumber = 1.0;
+// KESTRIN_VERSION_NUMBER and KESTRIN_VERSION_MAJOR come from the project's one version, by the build.
+const double KestrinBLESDKVersionNumber = KESTRIN_VERSION_NUMBER;
 const unsigned char KestrinBLESDKVersionString[] =
-    "@(#)PROGRAM:KestrinBLESDK  PROJECT:KestrinBLESDK-1\n";
+    "@(#)PROGRAM:KestrinBLESDK  PROJECT:KestrinBLESDK-" KESTRIN_VERSION_MAJOR "\n";

@@ -1,0 +1,84 @@
+# What `cmake --install` lays out: libraries, headers, package files for CMake and pkg-config, the
+# commands with their manual pages and completions. Three components, which are three Debian packages:
+# library, development, tools.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(kestrin_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/KestrinBLESDK)
+
+# What is installed may be moved as a whole, so files name each other relatively.
+file(RELATIVE_PATH kestrin_pc_to_prefix
+  /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" kestrin_pc_to_prefix "${kestrin_pc_to_prefix}")
+
+# kestrin_install_library(TARGET EXPORT_NAME)
+# EXPORT_NAME.cmake is what find_package reads for it.
+function(kestrin_install_library target export_name)
+  install(TARGETS ${target} EXPORT ${export_name}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(EXPORT ${export_name}
+    NAMESPACE KestrinBLESDK:: DESTINATION ${kestrin_package_dir} COMPONENT development)
+endfunction()
+
+# kestrin_install_pc(NAME): packaging/NAME.pc.in, where pkg-config looks for it.
+function(kestrin_install_pc name)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endfunction()
+
+# kestrin_install_command(TARGET): the program, its manual page and its completions.
+function(kestrin_install_command target)
+  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/man/${target}.1.in ${PROJECT_BINARY_DIR}/${target}.1
+    @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${target}.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/${target}.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${target} COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/_${target}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
+endfunction()
+
+kestrin_install_library(KestrinBLESDK KestrinBLESDKTargets)
+kestrin_install_pc(kestrinblesdk)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  COMPONENT development
+  FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN rcp EXCLUDE
+  PATTERN DescriptorWaker.h EXCLUDE)
+foreach(component IN ITEMS simulated bluez)
+  if(TARGET KestrinBLESDK_${component})
+    kestrin_install_library(KestrinBLESDK_${component} KestrinBLESDK_${component}Targets)
+    kestrin_install_pc(kestrinblesdk-${component})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/radios/${component}/include/
+      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+  endif()
+endforeach()
+
+configure_package_config_file(
+  ${PROJECT_SOURCE_DIR}/packaging/KestrinBLESDKConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/KestrinBLESDKConfig.cmake
+  INSTALL_DESTINATION ${kestrin_package_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/KestrinBLESDKConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/KestrinBLESDKConfig.cmake
+  ${PROJECT_BINARY_DIR}/KestrinBLESDKConfigVersion.cmake
+  DESTINATION ${kestrin_package_dir} COMPONENT development)
+
+foreach(command IN ITEMS kestrin kestrin-vreader)
+  if(TARGET ${command})
+    kestrin_install_command(${command})
+  endif()
+endforeach()
+
+foreach(component IN ITEMS library development tools)
+  set(name_library libkestrinblesdk${PROJECT_VERSION_MAJOR})
+  set(name_development libkestrinblesdk-dev)
+  set(name_tools kestrin-tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/SECURITY.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name_${component}} COMPONENT ${component})
+endforeach()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkestrinblesdk-dev COMPONENT development)

@@ -1,0 +1,46 @@
+# Debian packages, made with `cpack -G DEB` in a build folder that was configured with
+# -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH).
+set(library_package libkestrinblesdk${PROJECT_VERSION_MAJOR})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kestrinblesdk)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "The KestrinBLESDK maintainers <maintainers@localhost>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL library development tools)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+# Which version of which library a program needs, by what it is linked with.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+# Its own library is not installed where packages are made.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(this_library "${library_package} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
+  "client library for handheld RFID readers over Bluetooth LE
+ Scans for readers, connects, sends command frames and hands back whole, checked ones. With a simulated
+ radio, and with BlueZ as the real one.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkestrinblesdk-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS ${this_library})
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+  "client library for handheld RFID readers over Bluetooth LE, development
+ Headers, and the package files of CMake and pkg-config.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kestrin-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION comm)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${this_library})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS bluez)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+  "work a handheld RFID reader from the command line
+ kestrin scans for readers, listens to one and sends it frames. kestrin-vreader puts virtual readers in
+ range of the system's Bluetooth stack.")
+
+include(CPack)

@@ -1,0 +1,40 @@
+# bash completion for kestrin(1).
+
+_kestrin() {
+  local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
+  COMPREPLY=()
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    case ${COMP_WORDS[i]} in
+      demo | scan | monitor | send | frame | replay | doctor)
+        command=${COMP_WORDS[i]}
+        break
+        ;;
+    esac
+  done
+  case $before in
+    --radio)
+      mapfile -t COMPREPLY < <(compgen -W 'bluez simulated' -- "$word")
+      return
+      ;;
+    --adapter)
+      mapfile -t COMPREPLY < <(compgen -W "$(ls /sys/class/bluetooth 2>/dev/null)" -- "$word")
+      return
+      ;;
+    --for | --timeout) return ;;
+  esac
+  local radio='--radio --adapter --log' words=--help
+  case $command in
+    '') words='demo scan monitor send frame replay doctor --help --version' ;;
+    demo) words+=' --virtual-time --log' ;;
+    scan) words+=" --for $radio" ;;
+    monitor) words+=" --timeout $radio" ;;
+    send) words+=" --for --timeout $radio" ;;
+    doctor) words+=' --adapter' ;;
+  esac
+  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
+  if [ "$command" = replay ] && [[ $word != -* ]]; then
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$word")
+  fi
+}
+complete -F _kestrin kestrin
