@@ -106,7 +106,7 @@ bool RadioCore::isLeftOver(const std::string& device) const {
   const auto* object = daemon_.tree().device(device);
   return object != nullptr && object->connected && object->servicesResolved &&
          !links_.contains(device) && !disconnections_.contains(device) &&
-         !daemon_.tree().isListenedTo(device);
+         !daemon_.tree().servicesOf(device).empty() && !daemon_.tree().isListenedTo(device);
 }
 
 // A linked device does not advertise, so nobody would ever find it again. It may be another

@@ -78,7 +78,8 @@ class RadioCore final : public DaemonListener {
   void updateScans();
   void sweep(const std::string& adapter);
   void updateName(const std::string& device, const DeviceChange& change);
-  /// Whether the daemon shows a link that is of no use to anybody, as a killed program leaves one.
+  /// Whether the daemon shows a link, other than a classic one, that nobody uses: a killed program
+  /// leaves such.
   [[nodiscard]] bool isLeftOver(const std::string& device) const;
   void sightLeftOver(const std::string& device);
   [[nodiscard]] std::shared_ptr<Link> link(const std::string& device) const;

@@ -67,6 +67,7 @@ void RadioCore::deviceRemoved(const std::string& path) {
 
 void RadioCore::serviceAdded(const std::string& device) {
   if (const auto held = link(device)) held->serviceAdded();
+  sightLeftOver(device);
 }
 
 void RadioCore::serviceRemoved(const std::string& device) {

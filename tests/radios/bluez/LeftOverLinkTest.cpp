@@ -112,10 +112,14 @@ TEST_F(BluezRadioTest, ALateLinkOfACallThatWasGivenUpIsEndedWhenItIsCancelled) {
   EXPECT_TRUE(waitFor([&] { return daemon->count("Disconnect") == 1; }));
 }
 
+const Properties kServiceProperties{
+    {"UUID", Variant(std::string("ba821000-3b5b-4654-85fe-e998b123adea"))}};
+
 /// A daemon with a linked reader, as a killed program leaves it.
 class BluezLeftOver : public BluezRadioTest {
  protected:
-  void startLinked(const Properties& device, const Properties& characteristic) {
+  void startLinked(const Properties& device, const Properties& characteristic,
+                   bool withService = true) {
     startDaemon([&](BusService& service) {
       service.putQuietly(kAdapterPath, {{kAdapterInterface, {{"Powered", Variant(true)}}}});
       Properties all{{"Address", Variant(std::string("C0:DE:00:00:00:01"))},
@@ -124,6 +128,7 @@ class BluezLeftOver : public BluezRadioTest {
                      {"ServicesResolved", Variant(true)}};
       for (const auto& [name, value] : device) all[name] = value;
       service.putQuietly(kReaderPath, {{kDeviceInterface, all}});
+      if (withService) service.putQuietly(kServicePath, {{kServiceInterface, kServiceProperties}});
       Properties attribute{{"UUID", Variant(std::string("ba821002-3b5b-4654-85fe-e998b123adea"))}};
       for (const auto& [name, value] : characteristic) attribute[name] = value;
       service.putQuietly(kRxPath, {{kCharacteristicInterface, attribute}});
@@ -174,6 +179,15 @@ TEST_F(BluezLeftOver, IsNotReportedBeforeItsServicesAreKnown) {
   ASSERT_NO_FATAL_FAILURE(startLinked({{"ServicesResolved", Variant(false)}}, {}));
   EXPECT_EQ(count(EventKind::sighting), 0U) << "it may be a dead one";
   daemon->changeDevice({{"ServicesResolved", Variant(true)}});
+  EXPECT_TRUE(waitForCount(EventKind::sighting, 1));
+}
+
+TEST_F(BluezLeftOver, IsNotReportedBeforeItHasAServiceSinceClassicLinksHaveNone) {
+  ASSERT_NO_FATAL_FAILURE(startLinked({}, {}, false));
+  EXPECT_EQ(count(EventKind::sighting), 0U);
+  daemon->run([](BusService& service) {
+    service.put(kServicePath, {{kServiceInterface, kServiceProperties}});
+  });
   EXPECT_TRUE(waitForCount(EventKind::sighting, 1));
 }
 
