@@ -29,16 +29,18 @@ check() {
   fi
 }
 
-# wait_for SECONDS WHAT COMMAND...: polls until the command succeeds.
+# wait_for SECONDS WHAT COMMAND...: polls until the command succeeds; less often when it takes long,
+# since looking costs the emulated processor more than waiting.
 wait_for() {
-  local limit=$1 what=$2 end=$((SECONDS + $1))
+  local limit=$1 what=$2 end=$((SECONDS + $1)) polls=0
   shift 2
   until "$@" >/dev/null 2>&1; do
     if [ "$SECONDS" -gt "$end" ]; then
       echo "Waited $limit s in vain for $what" >&2
       return 1
     fi
-    sleep 0.05
+    polls=$((polls + 1))
+    if [ "$polls" -lt 20 ]; then sleep 0.05; else sleep 0.3; fi
   done
 }
 
