@@ -119,18 +119,18 @@ layout_has_changed() {
   closed
   stop_readers TERM
   begin
-  start_readers "${devices[@]}" && expect_told 30 "$powered_on" && link_up &&
+  start_readers "${devices[@]}" && expect_told 30 "$powered_on" && link_up_to KVR-0001 &&
     order burst reader 10 20 && wait_for 20 "10 values in order" all_values_came 10 || return 1
   ask send "$command_of_9_bytes"
   wait_for 10 "the command to arrive" grep -q "^WRITE.* reader BA821001.*$command_of_9_bytes" \
     "$vreader_log" && expect_exactly 0 "$disconnected"
 }
 
-# link_up_to NAME
+# link_up_to NAME: it is the same reader to the application, which is not told of it again.
 link_up_to() {
   local before
   before=$(told 'PLUG 1')
-  rescan && wait_for 30 "$1 to be found" last_found "$1" || return 1
+  rescan && expect_told 30 "LOG DiscoverPeripheral  $1" || return 1
   ask connect
   expect_told 60 'PLUG 1' $((before + 1))
 }
