@@ -72,7 +72,7 @@ class FieldsChanged : public LinkTest {
     Peer::_buf(*manager).fill(0x5A);
     Peer::_bufHead(*manager) = 7;
     Peer::characteristic(*manager) = characteristicOf("2A00");
-    Peer::peripheralNameList(*manager)->push_back("a name");
+    Peer::peripheralNameList(*manager) = {"a name"};
   }
   Names by(const std::function<void()>& work) {
     const Fields before(*manager);
