@@ -63,37 +63,41 @@ TEST_F(Creation, MakesADelegateOfTheCentralThePeripheralAndThePeripheralManager)
   EXPECT_EQ(platform.central()->delegate(), Peer::asCentralManagerDelegate(manager));
 }
 
-// Which of the operations that are no application's business can be named in `Class`.
+// How many of the operations that are no application's business can be named in `Class`.
 template <class Class>
-constexpr std::array kReached = {requires {&Class::p_initCentralManager;
-}  // namespace
-, requires { &Class::p_isKVXDevice; }
-, requires { &Class::p_isConnectedBLE; }
-, requires { &Class::p_disconnectBLE; }
-, requires { &Class::p_getReaderInfo; }
-, requires { &Class::p_pluggedEvent; }
-, requires { &Class::p_sendDataToBLE; }
-, requires { &Class::getCrcPolynomial_acc; }
-, requires { &Class::clearRcpFrmReader; }
-, requires { &Class::parseRcpFrmReader; }
-, requires { &Class::easEnterBackground; }
-, requires { &Class::accessoryDidDisconnect; }
-, requires { &Class::peripheralManagerDidUpdateState; }
-, requires { &Class::centralManagerDidUpdateState; }
-, requires { &Class::centralManager_didDiscoverPeripheral_advertisementData_RSSI; }
-, requires { &Class::centralManager_didConnectPeripheral; }
-, requires { &Class::centralManager_didDisconnectPeripheral_error; }
-, requires { &Class::peripheral_didDiscoverServices; }
-, requires { &Class::peripheral_didDiscoverCharacteristicsForService_error; }
-, requires { &Class::peripheral_didUpdateValueForCharacteristic_error; }
-, requires { &Class::peripheral_didUpdateNotificationStateForCharacteristic_error; }
-,
-};  // namespace kestrin::test
+int reached() {
+  int count = 0;
+  if constexpr (requires { &Class::p_initCentralManager; }) ++count;
+  if constexpr (requires { &Class::p_isKVXDevice; }) ++count;
+  if constexpr (requires { &Class::p_isConnectedBLE; }) ++count;
+  if constexpr (requires { &Class::p_disconnectBLE; }) ++count;
+  if constexpr (requires { &Class::p_getReaderInfo; }) ++count;
+  if constexpr (requires { &Class::p_pluggedEvent; }) ++count;
+  if constexpr (requires { &Class::p_sendDataToBLE; }) ++count;
+  if constexpr (requires { &Class::getCrcPolynomial_acc; }) ++count;
+  if constexpr (requires { &Class::clearRcpFrmReader; }) ++count;
+  if constexpr (requires { &Class::parseRcpFrmReader; }) ++count;
+  if constexpr (requires { &Class::easEnterBackground; }) ++count;
+  if constexpr (requires { &Class::accessoryDidDisconnect; }) ++count;
+  if constexpr (requires { &Class::peripheralManagerDidUpdateState; }) ++count;
+  if constexpr (requires { &Class::centralManagerDidUpdateState; }) ++count;
+  if constexpr (requires { &Class::centralManager_didDiscoverPeripheral_advertisementData_RSSI; })
+    ++count;
+  if constexpr (requires { &Class::centralManager_didConnectPeripheral; }) ++count;
+  if constexpr (requires { &Class::centralManager_didDisconnectPeripheral_error; }) ++count;
+  if constexpr (requires { &Class::peripheral_didDiscoverServices; }) ++count;
+  if constexpr (requires { &Class::peripheral_didDiscoverCharacteristicsForService_error; })
+    ++count;
+  if constexpr (requires { &Class::peripheral_didUpdateValueForCharacteristic_error; }) ++count;
+  if constexpr (requires { &Class::peripheral_didUpdateNotificationStateForCharacteristic_error; })
+    ++count;
+  return count;
+}
 
 TEST_F(Creation, KeepsPrivateOperationsAndEventsOutOfAnApplicationsReach) {
   // The peer names each, so none is missed for being misspelt.
-  EXPECT_EQ(std::ranges::count(kReached<Peer>, true), 21);
-  EXPECT_EQ(std::ranges::count(kReached<KestrinBleMgr>, true), 0);
+  EXPECT_EQ(reached<Peer>(), 21);
+  EXPECT_EQ(reached<KestrinBleMgr>(), 0);
   EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBCentralManagerDelegate*>));
   EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBPeripheralDelegate*>));
   EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBPeripheralManagerDelegate*>));

@@ -8,7 +8,7 @@
 namespace kestrin::test {
 namespace {
 
-using Names = std::vector<std::string>;
+using FieldNames = std::vector<std::string>;
 
 /// Every field at one moment. Delegates are held here, which no manager does.
 struct Fields {
@@ -27,8 +27,8 @@ struct Fields {
         delegate(m.delegate()),
         receiver(m.rcpReceiverDelegate()) {}
 
-  [[nodiscard]] Names differentFrom(const Fields& other) const {
-    Names different;
+  [[nodiscard]] FieldNames differentFrom(const Fields& other) const {
+    FieldNames different;
     const auto compare = [&](bool same, const char* name) {
       if (!same) different.emplace_back(name);
     };
@@ -74,7 +74,7 @@ class FieldsChanged : public LinkTest {
     Peer::characteristic(*manager) = characteristicOf("2A00");
     Peer::peripheralNameList(*manager) = {"a name"};
   }
-  Names by(const std::function<void()>& work) {
+  FieldNames by(const std::function<void()>& work) {
     const Fields before(*manager);
     work();
     return Fields(*manager).differentFrom(before);
@@ -86,13 +86,13 @@ class FieldsChanged : public LinkTest {
     return reader;
   }
 
-  const Names none;
+  const FieldNames none;
   const Reader standard = standardReader();
 };
 
 TEST_F(FieldsChanged, ByAScanAreTheCentralManagerAndBothLists) {
   EXPECT_EQ(by([&] { manager->scanBLE(); }),
-            (Names{"centralManager", "peripheralList", "peripheralNameList"}));
+            (FieldNames{"centralManager", "peripheralList", "peripheralNameList"}));
 }
 
 TEST_F(FieldsChanged, ByTheEndOfAScanAreNone) {
@@ -107,7 +107,7 @@ TEST_F(FieldsChanged, ByAStateOfTheRadioAreNone) {
 
 TEST_F(FieldsChanged, ByAnAcceptedReaderAreThePeripheralAndItsList) {
   EXPECT_EQ(by([&] { platform.didDiscover(platform.peripheral("KVR-2")); }),
-            (Names{"discoveredPeripheral", "peripheralList"}));
+            (FieldNames{"discoveredPeripheral", "peripheralList"}));
 }
 
 TEST_F(FieldsChanged, ByASightingThatIsNotAcceptedAreNone) {
@@ -119,17 +119,18 @@ TEST_F(FieldsChanged, ByASightingThatIsNotAcceptedAreNone) {
 
 TEST_F(FieldsChanged, ByConnectingAreThePeripheralOnly) {
   EXPECT_EQ(by([&] { manager->connectBLE(platform.peripheral("KVR-2")); }),
-            Names{"discoveredPeripheral"});
+            FieldNames{"discoveredPeripheral"});
 }
 
 TEST_F(FieldsChanged, ByALinkThatComesUpAreTheFlagOnly) {
   EXPECT_EQ(by([&] { platform.didConnect(standard.peripheral); }), none);
   Peer::isConnected(*manager) = false;
-  EXPECT_EQ(by([&] { platform.didConnect(standard.peripheral); }), Names{"isConnected"});
+  EXPECT_EQ(by([&] { platform.didConnect(standard.peripheral); }), FieldNames{"isConnected"});
 }
 
 TEST_F(FieldsChanged, ByALostLinkAreTheFlagOnly) {
-  EXPECT_EQ(by([&] { platform.didDisconnect(standard.peripheral, kError); }), Names{"isConnected"});
+  EXPECT_EQ(by([&] { platform.didDisconnect(standard.peripheral, kError); }),
+            FieldNames{"isConnected"});
   EXPECT_EQ(by([&] { platform.didDisconnect(standard.peripheral); }), none);
 }
 
@@ -148,7 +149,7 @@ TEST_F(FieldsChanged, ByStandardCharacteristicsAreBothCharacteristicsAndTheFlag)
               platform.didDiscoverCharacteristics(reader.peripheral, reader.service,
                                                   {characteristicOf("2A27"), reader.rx, reader.tx});
             }),
-            (Names{"rxCharacteristic", "txCharacteristic", "isConnected"}));
+            (FieldNames{"rxCharacteristic", "txCharacteristic", "isConnected"}));
 }
 
 TEST_F(FieldsChanged, ByKvrCharacteristicsAreBothCharacteristicsOnly) {
@@ -158,7 +159,7 @@ TEST_F(FieldsChanged, ByKvrCharacteristicsAreBothCharacteristicsOnly) {
               platform.didDiscoverCharacteristics(reader.peripheral, reader.service,
                                                   {characteristicOf("2A29"), reader.rx, reader.tx});
             }),
-            (Names{"rxCharacteristic", "txCharacteristic"}));
+            (FieldNames{"rxCharacteristic", "txCharacteristic"}));
 }
 
 TEST_F(FieldsChanged, ByCharacteristicsWithAnErrorAreNone) {
@@ -187,12 +188,12 @@ TEST_F(FieldsChanged, BySendingAreNone) {
 
 TEST_F(FieldsChanged, ByAStandardReadersValueAreTheReceiveBufferOnly) {
   EXPECT_EQ(by([&] { platform.didUpdateValue(standard.peripheral, standard.rx, NSData{0x03}); }),
-            Names{"_mutableReceivedData"});
+            FieldNames{"_mutableReceivedData"});
   EXPECT_EQ(by([&] {
               standard.rx->shownValue = NSData{0x04};
               platform.didUpdateNotificationState(standard.peripheral, standard.rx, kError);
             }),
-            Names{"_mutableReceivedData"});
+            FieldNames{"_mutableReceivedData"});
 }
 
 TEST_F(FieldsChanged, ByValuesThatAreNotReassembledAreNone) {

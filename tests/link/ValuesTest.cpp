@@ -96,10 +96,10 @@ TEST_F(ValueEvent, OfAKvrReaderReachesTheReceiverAlsoWhenAbsent) {
 }
 
 TEST_F(ValueEvent, OfAKvrReaderIsDroppedSilentlyWithoutAListeningReceiver) {
-  struct HearsOnlyPlugs final : RcpReceiver {
+  struct DeafToFrames final : RcpReceiver {
     void plugChangedStatus(bool) noexcept override {}
   };
-  const auto deaf = std::make_shared<HearsOnlyPlugs>();
+  const auto deaf = std::make_shared<DeafToFrames>();
   manager->setRcpReceiverDelegate(deaf);
   platform.didUpdateValue(kvr.peripheral, kvr.rx, kFrame);
   EXPECT_EQ(take(), kNothing);
