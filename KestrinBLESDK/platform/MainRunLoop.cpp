@@ -113,6 +113,11 @@ bool MainRunLoop::runOneTurn() {
   return ran;
 }
 
+bool MainRunLoop::isTurning() const {
+  const std::scoped_lock lock(mutex_);
+  return turnTime_.has_value();
+}
+
 void MainRunLoop::wakeLocked() {
   wakeUp_.notify_all();
   if (!waker_) return;

@@ -49,6 +49,8 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   /// Runs everything that was due when the turn began and waits for nothing. Answers whether
   /// anything ran. From inside a task it runs nothing and answers false.
   bool runOneTurn();
+  /// Whether a turn is running, on this or another thread: a `run` operation would do nothing.
+  [[nodiscard]] bool isTurning() const;
   /// Turns until `stop`. With virtual time also until nothing is pending.
   void run();
   /// Turns until the loop's time is `deadline`, or `stop`; then everything due by then has run.

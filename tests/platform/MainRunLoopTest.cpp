@@ -53,6 +53,15 @@ TEST_F(MainRunLoopTurn, IsNotHeldByATaskThatPostsItselfAgain) {
   EXPECT_EQ(ran, (Names{"again", "other"}));
 }
 
+TEST_F(MainRunLoopTurn, CanBeAskedFor) {
+  bool insideATask = false;
+  EXPECT_FALSE(loop.isTurning());
+  loop.post([&] { insideATask = loop.isTurning(); });
+  loop.runOneTurn();
+  EXPECT_TRUE(insideATask);
+  EXPECT_FALSE(loop.isTurning());
+}
+
 TEST_F(MainRunLoopTurn, RunsNothingFromInsideATask) {
   loop->post([this] {
     EXPECT_FALSE(loop->runOneTurn());

@@ -1,0 +1,85 @@
+// A reader worked step by step, for scripts and tests: each operation turns the main run loop until
+// it is done or its time is over.
+//
+//   NSError error;
+//   auto reader = BlockingReader::connect(platform, "KVR", std::chrono::seconds(30), &error);
+//   if (!reader) return fail(error.localizedDescription());
+//   auto answer = reader->exchange(*buildRcpFrame(0x00, 0x22, {}), std::chrono::seconds(5),
+//   &error);
+//
+// An application with an event loop of its own uses `KestrinBleMgr` and its callbacks instead.
+//
+// Threads: the one that turns the platform's run loop, outside of every callback: what would have
+// to wait for itself is refused with an error that says so. Lifetime: a reader has a manager of its
+// own. Dropping it closes the link without waiting for the link's end. Errors: told where the
+// caller asks, in `KestrinErrorDomain` with a code of `BlockingError`.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/platform/Export.h"
+#include "KestrinBLESDK/platform/NSData.h"
+#include "KestrinBLESDK/platform/NSError.h"
+#include "KestrinBLESDK/platform/Platform.h"
+
+namespace kestrin {
+
+/// Codes of `KestrinErrorDomain`.
+enum class BlockingError : std::int64_t {
+  insideCallback = 10,  ///< The run loop is being turned already.
+  noRunLoop = 11,       ///< The platform's run loop is gone or is no `MainRunLoop`.
+  notFound = 12,        ///< No reader of that name came into range in time.
+  notPluggedIn = 13,    ///< The reader was found and the link did not come up in time.
+  unplugged = 14,       ///< The link is down.
+  notWritten = 15,      ///< The reader has no characteristic that can be written.
+  noAnswer = 16,        ///< Nothing that was waited for came in time.
+  stopped = 17,         ///< Somebody stopped the run loop meanwhile.
+  noFrame = 18,         ///< What is to be sent is no whole frame.
+};
+
+class KESTRIN_EXPORT BlockingReader {
+ public:
+  /// Scans, connects to the first reader whose name contains `name` (case counts; every reader's
+  /// does if empty) and returns when it is plugged in. Null when that takes longer than `limit`.
+  static std::unique_ptr<BlockingReader> connect(const Platform& platform, std::string_view name,
+                                                 Time limit, NSError* error = nullptr);
+  ~BlockingReader();
+  BlockingReader(const BlockingReader&) = delete;
+  BlockingReader& operator=(const BlockingReader&) = delete;
+
+  /// The name by which the reader was found.
+  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+  /// Whether the reader is plugged in.
+  [[nodiscard]] bool isPluggedIn() const noexcept;
+
+  /// Hands one whole frame to the radio, which takes 0.05 s per full slice of 20 bytes.
+  bool send(const NSData& frame, NSError* error = nullptr);
+  /// The next frame that has come or comes within `limit`, in the order of arrival; of a reader
+  /// whose name begins with "KVR-Q62T" the next notification's bytes.
+  std::optional<NSData> receive(Time limit, NSError* error = nullptr);
+  /// Sends a frame and returns the first frame with the same code that comes after it within
+  /// `limit`. Other frames are kept for `receive`. A reader whose name begins with "KVR-Q62T" sends
+  /// no whole frames: `send` and `receive` are for that one.
+  std::optional<NSData> exchange(const NSData& frame, Time limit, NSError* error = nullptr);
+  /// Closes the link and returns when it is down; false when that takes longer than `limit`.
+  bool close(Time limit, NSError* error = nullptr);
+
+ private:
+  struct Delegate;
+
+  BlockingReader(std::shared_ptr<MainRunLoop> loop, std::shared_ptr<Delegate> delegate);
+  bool canBeUsed(NSError* error) const;
+  bool waitFor(const std::function<bool()>& done, Time limit, BlockingError whenLate,
+               const std::string& what, NSError* error) const;
+
+  const std::shared_ptr<MainRunLoop> loop_;
+  const std::shared_ptr<Delegate> delegate_;
+  std::string name_;
+};
+
+}  // namespace kestrin
