@@ -55,11 +55,11 @@ TEST_F(MainRunLoopTurn, IsNotHeldByATaskThatPostsItselfAgain) {
 
 TEST_F(MainRunLoopTurn, CanBeAskedFor) {
   bool insideATask = false;
-  EXPECT_FALSE(loop.isTurning());
-  loop.post([&] { insideATask = loop.isTurning(); });
-  loop.runOneTurn();
+  EXPECT_FALSE(loop->isTurning());
+  loop->post([&] { insideATask = loop.isTurning(); });
+  loop->runOneTurn();
   EXPECT_TRUE(insideATask);
-  EXPECT_FALSE(loop.isTurning());
+  EXPECT_FALSE(loop->isTurning());
 }
 
 TEST_F(MainRunLoopTurn, RunsNothingFromInsideATask) {
