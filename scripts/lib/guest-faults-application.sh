@@ -14,14 +14,18 @@ reach() {
       ;;
     linked) ;;
     burst) order burst reader 5000 20 ;;
+    "without a daemon")
+      kill_daemon
+      expect_told 15 "$disconnected" && expect_told 15 "$resetting"
+      ;;
   esac
 }
 
 manager_is_destroyed() {
   reach "$1" || return 1
   ask drop
-  expect_told 15 DROPPED && wait_for 30 "the end of the link" device_is_unlinked &&
-    order return reader || return 1
+  expect_told 15 DROPPED && keep_daemon_up &&
+    wait_for 30 "the end of the link" device_is_unlinked && order return reader || return 1
   begin
   ask new
   ask scan
@@ -38,6 +42,7 @@ delegates_are_destroyed() {
     scanning) order return second && expect_told 30 'LOG DiscoverPeripheral.*KVR-0002' ;;
     connecting) order return reader && expect_told 90 'LOG BLE Connected' ;;
     linked | burst) order drop reader && expect_told 15 "$disconnected" ;;
+    *) start_daemon && expect_told 30 "$powered_on" ;;
   esac || return 1
   expect_exactly 0 'FOUND .*' && expect_exactly 0 'PLUG .*' || return 1
   order vanish second
@@ -57,6 +62,7 @@ platform_is_destroyed() {
     connecting) order return reader && expect_told 90 'PLUG 1' && expect_exactly 0 "$disconnected" ;;
     linked) order drop reader && lost_once ;;
     burst) wait_for 60 "5,000 values in order" all_values_came 5000 ;;
+    *) start_daemon && expect_told 30 "$powered_on" && link_up ;;
   esac
 }
 
@@ -94,13 +100,14 @@ link_in_use_is_not_found() {
 }
 
 start_faults
-for moment in scanning connecting linked burst; do
+moments=(scanning connecting linked burst "without a daemon")
+for moment in "${moments[@]}"; do
   fault "the manager is destroyed: $moment" manager_is_destroyed "$moment"
 done
-for moment in scanning connecting linked burst; do
+for moment in "${moments[@]}"; do
   fault "the delegates are destroyed: $moment" delegates_are_destroyed "$moment"
 done
-for moment in scanning connecting linked burst; do
+for moment in "${moments[@]}"; do
   fault "the platform is destroyed: $moment" platform_is_destroyed "$moment"
 done
 fault "a link that another program works is not reported" link_in_use_is_not_found
