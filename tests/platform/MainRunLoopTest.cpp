@@ -56,7 +56,7 @@ TEST_F(MainRunLoopTurn, IsNotHeldByATaskThatPostsItselfAgain) {
 TEST_F(MainRunLoopTurn, CanBeAskedFor) {
   bool insideATask = false;
   EXPECT_FALSE(loop->isTurning());
-  loop->post([&] { insideATask = loop.isTurning(); });
+  loop->post([&] { insideATask = loop->isTurning(); });
   loop->runOneTurn();
   EXPECT_TRUE(insideATask);
   EXPECT_FALSE(loop->isTurning());
