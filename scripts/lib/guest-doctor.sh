@@ -57,10 +57,22 @@ scan_is_refused() {
     grep -q "^kestrin: can not scan: permission to talk to .* refused: .*adduser USER" "$output"
 }
 
-# The state that the manager is told.
-scan_is_unauthorized() {
-  "$@" "$kestrin" scan --for 60 --log >"$output" 2>&1
-  grep -x ' CBManager state is unauthorized' "$output"
+# state_follows_the_policy: a refused user's manager is told state 3, and 5 when the policy lets him.
+state_follows_the_policy() {
+  local lines=$guest_logs/lines status
+  mkfifo "$lines"
+  as_nobody - "$KESTRIN_BUILD/tests/fault_probe" <"$lines" >"$output" 2>&1 &
+  local probe=$!
+  exec 7>"$lines"
+  printf 'new\nscan\n' >&7
+  wait_for 20 "state 3" grep -x 'LOG  CBManager state is unauthorized' "$output" &&
+    allow_by_default &&
+    wait_for 60 "state 5" grep -x 'LOG  CBManager is powered on' "$output" && refuse_by_default
+  status=$?
+  exec 7>&-
+  wait "$probe"
+  cat "$output"
+  return "$status"
 }
 
 send_works() {
@@ -70,12 +82,20 @@ send_works() {
   return 1
 }
 
+reload_policy() {
+  busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus ReloadConfig
+}
+
 # refuse_by_default: the policy of a system that is stricter than Debian's: root and a group only.
 refuse_by_default() {
+  cp "$policy" "$guest_logs/policy"
   sed -i '/<policy context="default">/,/<\/policy>/d' "$policy"
   ! grep -q 'context="default"' "$policy" && grep -q 'group="bluetooth"' "$policy" &&
-    busctl call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus ReloadConfig &&
-    wait_for 10 "the bus to take the new policy" daemon_refuses_nobody
+    reload_policy && wait_for 10 "the bus to take the new policy" daemon_refuses_nobody
+}
+
+allow_by_default() {
+  cp "$guest_logs/policy" "$policy" && reload_policy
 }
 
 daemon_refuses_nobody() {
@@ -100,10 +120,18 @@ adapter_power_is() {
   daemon_property /org/bluez/hci0 Adapter1 Powered | grep -qx "b $1"
 }
 
+started=$guest_logs/started
+
+# The bus would start this program for a call to the daemon's name, as it shows at the end.
 daemon_stays_away() {
   kill -TERM "$daemon_pid" && wait "$daemon_pid"
+  printf '[D-BUS Service]\nName=org.bluez\nUser=root\nExec=/usr/bin/touch %s\n' "$started" \
+    >/usr/share/dbus-1/system-services/org.bluez.service
+  reload_policy
   doctor_tells 1 '^TROUBLE  daemon +bluetoothd is not running' "systemctl start bluetooth" \
-    '^-        adapter' && ! pgrep -x bluetoothd
+    '^-        adapter' && ! "$kestrin" scan --for 2 && [ ! -e "$started" ] || return 1
+  busctl call org.bluez / org.freedesktop.DBus.Peer Ping
+  wait_for 10 "the bus to start what is called" test -e "$started"
 }
 
 adapter_is_off() {
@@ -116,6 +144,22 @@ adapter_is_blocked() {
     "-> 'rfkill unblock bluetooth'" '^TROUBLE  adapter hci0 .*powered off' && set_block 0 &&
     doctor_tells 0 '^ok       radio block +none'
 }
+
+# A radio that is blocked without warning, in the middle of a scan, comes back with its power.
+scan_outlives_a_block() {
+  "$kestrin" scan --for 60 >"$output" 2>&1 &
+  local scan=$!
+  wait_for 20 "the scan" grep -q '^KVR-0001' "$output" && set_block 1 &&
+    wait_for 20 "the scan to tell of it" grep 'hci0 is powered off.*rfkill unblock' "$output" &&
+    set_block 0 && wait_for 20 "the radio to be back" radio_was_powered_on_twice
+  local status=$?
+  kill -TERM "$scan"
+  wait "$scan" || status=1
+  cat "$output"
+  return "$status"
+}
+
+radio_was_powered_on_twice() { [ "$(grep -c 'is powered on$' "$output")" = 2 ]; }
 
 bus_is_gone() {
   kill -KILL "$bus_pid"
@@ -133,6 +177,7 @@ check "doctor: all is well" doctor_tells 0 '^ok       message bus' \
   '^ok       radio block +none$' '^ok       adapter hci0 .*powered on$' '^A scan works\.$'
 check "doctor: an adapter that is off" adapter_is_off
 check "doctor: an adapter that is blocked" adapter_is_blocked
+check "a scan that a block interrupts goes on when the power is back" scan_outlives_a_block
 
 check "an ordinary user may scan under Debian's policy" scan_finds_the_reader as_nobody -
 check "an ordinary user may connect and send under Debian's policy" send_works as_nobody -
@@ -140,7 +185,8 @@ check "doctor: all is well for an ordinary user" doctor_tells 0 '^ok       permi
   -- as_nobody -
 check "a stricter policy is in force" refuse_by_default || finish_cases
 check "a user whom it refuses is told so at once, and what to do" scan_is_refused as_nobody -
-check "the manager of that user is told state 3, unauthorized" scan_is_unauthorized as_nobody -
+check "the manager of that user is told state 3, and 5 when the policy lets him" \
+  state_follows_the_policy
 check "doctor: a refused user is told of the group" doctor_tells 1 \
   '^TROUBLE  permission +user nobody may not talk to the daemon' \
   "-> 'adduser nobody bluetooth' and log in again" '^A scan does not work\.$' -- as_nobody -

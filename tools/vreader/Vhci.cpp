@@ -74,6 +74,8 @@ std::optional<Bytes> Vhci::read() {
 
 std::optional<std::string> Vhci::write(const Bytes& packet) {
   if (::write(descriptor_, packet.data(), packet.size()) >= 0) return std::nullopt;
+  // An adapter that is down, as a block takes it without a word to the controller, hears nothing.
+  if (errno == ENXIO) return std::nullopt;
   return systemErrorText(errno);
 }
 

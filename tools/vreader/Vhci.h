@@ -26,7 +26,7 @@ class Vhci {
   [[nodiscard]] int fileDescriptor() const noexcept { return descriptor_; }
   /// The next packet for the controller; absent when there is none just now.
   std::optional<Bytes> read();
-  /// One packet for the host; answers what went wrong, if anything.
+  /// One packet for the host, lost while the adapter is down; answers what went wrong, if anything.
   std::optional<std::string> write(const Bytes& packet);
 
  private:
