@@ -6,7 +6,7 @@ kestrin=$KESTRIN_BUILD/bin/kestrin
 # reach MOMENT: from a link to the moment at which the application lets go.
 reach() {
   case $1 in
-    scanning) rescan && wait_for 20 "the end of the link" device_is_unlinked ;;
+    scanning) rescan && wait_for 60 "the end of the link" device_is_unlinked ;;
     connecting)
       closed && order vanish reader || return 1
       ask connect
@@ -16,7 +16,7 @@ reach() {
     burst) order burst reader 5000 20 ;;
     "without a daemon")
       kill_daemon
-      expect_told 15 "$disconnected" && expect_told 15 "$resetting"
+      expect_told 60 "$disconnected" && expect_told 60 "$resetting"
       ;;
   esac
 }
@@ -24,12 +24,12 @@ reach() {
 manager_is_destroyed() {
   reach "$1" || return 1
   ask drop
-  expect_told 15 DROPPED && keep_daemon_up &&
-    wait_for 30 "the end of the link" device_is_unlinked && order return reader || return 1
+  expect_told 60 DROPPED && keep_daemon_up &&
+    wait_for 60 "the end of the link" device_is_unlinked && order return reader || return 1
   begin
   ask new
   ask scan
-  expect_told 30 'FOUND KVR-0001' && ask connect && expect_told 60 'PLUG 1' && probe_is_alive
+  expect_told 60 'FOUND KVR-0001' && ask connect && expect_told 60 'PLUG 1' && probe_is_alive
 }
 
 # The manager goes on without them, and tells new ones what comes.
@@ -37,12 +37,12 @@ delegates_are_destroyed() {
   reach "$1" || return 1
   begin
   ask drop delegates
-  expect_told 15 DROPPED || return 1
+  expect_told 60 DROPPED || return 1
   case $1 in
-    scanning) order return second && expect_told 30 'LOG DiscoverPeripheral.*KVR-0002' ;;
+    scanning) order return second && expect_told 60 'LOG DiscoverPeripheral.*KVR-0002' ;;
     connecting) order return reader && expect_told 90 'LOG BLE Connected' ;;
-    linked | burst) order drop reader && expect_told 15 "$disconnected" ;;
-    *) start_daemon && expect_told 30 "$powered_on" ;;
+    linked | burst) order drop reader && expect_told 60 "$disconnected" ;;
+    *) start_daemon && expect_told 60 "$powered_on" ;;
   esac || return 1
   expect_exactly 0 'FOUND .*' && expect_exactly 0 'PLUG .*' || return 1
   order vanish second
@@ -56,13 +56,15 @@ platform_is_destroyed() {
   reach "$1" || return 1
   begin
   ask drop platform
-  expect_told 15 DROPPED || return 1
+  expect_told 60 DROPPED || return 1
   case $1 in
     scanning) scan_is_alive && link_up ;;
-    connecting) order return reader && expect_told 90 'PLUG 1' && expect_exactly 0 "$disconnected" ;;
+    connecting)
+      order return reader && expect_told 90 'PLUG 1' && expect_exactly 0 "$disconnected"
+      ;;
     linked) order drop reader && lost_once ;;
     burst) wait_for 60 "5,000 values in order" all_values_came 5000 ;;
-    *) start_daemon && expect_told 30 "$powered_on" && link_up ;;
+    *) start_daemon && expect_told 60 "$powered_on" && link_up ;;
   esac
 }
 
@@ -72,7 +74,7 @@ sigterm_leaves_no_link() {
   ask quit
   wait "$probe_pid" || return 1
   : >"$probe_log"
-  wait_for 20 "the end of the link" device_is_unlinked || return 1
+  wait_for 60 "the end of the link" device_is_unlinked || return 1
   "$kestrin" monitor KVR-0001 >"$guest_logs/monitor.out" 2>&1 &
   local monitor=$!
   wait_for 40 "kestrin to be plugged in" kestrin_is_plugged || return 1
@@ -89,7 +91,7 @@ sigkill_leaves_a_link_that_is_found() {
   device_is_linked || return 1
   : >"$probe_log"
   first_link && order burst reader 10 20 &&
-    wait_for 20 "10 values in order" all_values_came 10 && expect_exactly 0 "$disconnected" &&
+    wait_for 60 "10 values in order" all_values_came 10 && expect_exactly 0 "$disconnected" &&
     expect_exactly 1 'LOG BLE Connected'
 }
 

@@ -4,7 +4,8 @@
 source "$KESTRIN_ROOT/scripts/lib/guest-stack.sh"
 probe_log=$guest_logs/probe.log
 # A reader's own name is that of its advertisement, as readers' names are.
-devices=(--reader KVR-0001,id=reader,gap-name=KVR-0001 --reader KVR-0002,id=second,gap-name=KVR-0002)
+devices=(--reader KVR-0001,id=reader,gap-name=KVR-0001
+  --reader KVR-0002,id=second,gap-name=KVR-0002)
 
 # --- the application
 
@@ -58,7 +59,7 @@ rescan() {
   local before
   before=$(told "$powered_on")
   ask scan
-  expect_told 30 "$powered_on" $((before + 1))
+  expect_told 60 "$powered_on" $((before + 1))
 }
 
 # link_up: a new scan, then a connection to the reader that was accepted last. A lone reader is not
@@ -68,7 +69,7 @@ link_up() {
   before=$(told 'PLUG 1')
   rescan || return 1
   if ! grep '^FOUND ' "$probe_log" | tail -n 1 | grep -qx 'FOUND KVR-0001'; then
-    wait_for 30 "the reader to be found" last_found KVR-0001 || return 1
+    wait_for 60 "the reader to be found" last_found KVR-0001 || return 1
   fi
   ask connect
   expect_told 60 'PLUG 1' $((before + 1))
@@ -78,13 +79,13 @@ last_found() { grep '^FOUND ' "$probe_log" | tail -n 1 | grep -qx "FOUND $1"; }
 
 # lost_once: one disconnection report, one unplugged report, and everything works again.
 lost_once() {
-  expect_told "${1:-15}" "$disconnected" && link_up &&
+  expect_told 60 "$disconnected" && link_up &&
     expect_exactly 1 "$disconnected" && expect_exactly 1 'PLUG 0' && probe_is_alive
 }
 
 # The scan that the powered-on report starts is alive: it finds a reader that was not there before.
 scan_is_alive() {
-  order return second && expect_told 30 'FOUND KVR-0002' && order vanish second
+  order return second && expect_told 60 'FOUND KVR-0002' && order vanish second
 }
 
 kill_daemon() {
@@ -132,7 +133,7 @@ device_is_unlinked() { ! device_is_linked; }
 # closed: an end of the link that the application has asked for.
 closed() {
   ask close
-  expect_told 15 "$disconnected" && wait_for 20 "the end of the link" device_is_unlinked
+  expect_told 60 "$disconnected" && wait_for 60 "the end of the link" device_is_unlinked
 }
 
 all_values_came() {
@@ -152,8 +153,8 @@ is_wanted() {
   return 1
 }
 
-# fault CASE COMMAND...: a case that begins linked, whatever became of the one before. Its line tells
-# how many seconds of the machine's time it took.
+# fault CASE COMMAND...: a case that begins linked, whatever became of the one before. Its line is
+# followed by how many seconds of the machine's time it took.
 fault() {
   local from=$SECONDS
   is_wanted "$1" || return 0
@@ -180,6 +181,6 @@ start_faults() {
 
 first_link() {
   begin
-  start_probe && ask scan && expect_told 30 'FOUND KVR-0001' && ask connect &&
+  start_probe && ask scan && expect_told 60 'FOUND KVR-0001' && ask connect &&
     expect_told 60 'PLUG 1'
 }
