@@ -31,8 +31,9 @@ using namespace kestrin::stress;
 constexpr std::size_t kTolerance = 2'000;
 /// The same where no two rounds can be compared, since they are too few.
 constexpr std::size_t kWideTolerance = 64'000;
-/// As many as it takes for the halves of a series to hold the same faults.
-constexpr std::size_t kComparable = 2 * kKeepingFaults;
+/// As many links as it takes for the halves of their series to hold the same faults.
+constexpr std::size_t kComparableLinks = 2 * kKeepingFaults;
+constexpr std::size_t kComparableManagers = 6;
 /// What links leave behind for a moment is waited for.
 constexpr auto kSettling = std::chrono::seconds(20);
 
@@ -44,18 +45,28 @@ void ask(const std::string& request) {
   }
 }
 
-/// Bytes that were allocated at moments that can be compared.
+/// Bytes that were allocated at moments that can be compared, once there are enough of them.
 class Series {
  public:
+  Series(const char* name, std::size_t enough) : name_(name), enough_(enough) {}
   void add(std::size_t allocated) { values_.push_back(allocated); }
-  [[nodiscard]] std::size_t size() const { return values_.size(); }
+  [[nodiscard]] bool grown() const {
+    const auto [before, after] = halves();
+    return values_.size() >= enough_ && after > before + kTolerance;
+  }
+  [[nodiscard]] std::string figures() const {
+    if (values_.size() < enough_) return {};
+    const auto [before, after] = halves();
+    return " (over " + std::to_string(values_.size()) + ' ' + name_ + ' ' + std::to_string(before) +
+           " -> " + std::to_string(after) + ')';
+  }
+
+ private:
   /// What is in the middle of the first and of the second half.
   [[nodiscard]] std::pair<std::size_t, std::size_t> halves() const {
     const auto half = values_.begin() + static_cast<std::ptrdiff_t>(values_.size() / 2);
     return {middleOf({values_.begin(), half}), middleOf({half, values_.end()})};
   }
-
- private:
   static std::size_t middleOf(std::vector<std::size_t> values) {
     if (values.empty()) return 0;
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -63,22 +74,25 @@ class Series {
     return *middle;
   }
 
+  const char* const name_;
+  const std::size_t enough_;
   std::vector<std::size_t> values_;
 };
 
 class Ledger {
  public:
   /// Notes what is held after a round. From the first on, descriptors and threads may not grow.
-  void note(bool newManager, bool oneManagerFromNowOn) {
+  void note(bool newManager, bool linkOfOneManager) {
     last_ = settled();
     if (!first_) first_ = last_;
     if (newManager) managers_.add(last_.allocated);
-    if (oneManagerFromNowOn) links_.add(last_.allocated);
+    if (linkOfOneManager) links_.add(last_.allocated);
     if (grown(last_)) throw std::runtime_error("more than at first: " + figures());
   }
   /// Throws when memory has grown.
   void judge() const {
-    if (last_.allocated > first_->allocated + kWideTolerance || grown(managers_) || grown(links_)) {
+    if (last_.allocated > first_->allocated + kWideTolerance || managers_.grown() ||
+        links_.grown()) {
       throw std::runtime_error("memory grows: " + figures());
     }
   }
@@ -91,22 +105,12 @@ class Ledger {
     text << "descriptors " << first_->descriptors << " -> " << last_.descriptors << ", threads "
          << first_->threads << " -> " << last_.threads << ", allocated bytes " << first_->allocated
          << " -> " << last_.allocated;
-    tell(text, "new managers", managers_);
-    tell(text, "links of one manager", links_);
-    text << ", resident kB " << first_->resident / 1024 << " -> " << last_.resident / 1024;
+    text << managers_.figures() << links_.figures() << ", resident kB " << first_->resident / 1024
+         << " -> " << last_.resident / 1024;
     return text.str();
   }
 
  private:
-  static void tell(std::ostream& text, const char* what, const Series& series) {
-    const auto [before, after] = series.halves();
-    if (series.size() < kComparable) return;
-    text << " (over " << series.size() << ' ' << what << ' ' << before << " -> " << after << ')';
-  }
-  [[nodiscard]] static bool grown(const Series& series) {
-    const auto [before, after] = series.halves();
-    return series.size() >= kComparable && after > before + kTolerance;
-  }
   [[nodiscard]] bool grown(const Holdings& held) const {
     return first_ && (held.descriptors > first_->descriptors || held.threads > first_->threads);
   }
@@ -122,8 +126,8 @@ class Ledger {
 
   std::optional<Holdings> first_;
   Holdings last_;
-  Series managers_;
-  Series links_;
+  Series managers_{"new managers", kComparableManagers};
+  Series links_{"links of one manager", kComparableLinks};
 };
 
 std::string figuresOf(const Rounds& rounds) {
@@ -136,7 +140,8 @@ std::string figuresOf(const Rounds& rounds) {
   return text.str();
 }
 
-/// In the first third managers come and go; in the rest one has to last.
+/// In the first third managers come and go; in the rest one has to last. Both are compared from
+/// when each fault has come once.
 void run(std::size_t count, Rounds& rounds) {
   const auto begin = std::chrono::steady_clock::now();
   const std::size_t withNewManagers = std::max(count / 3, kFaults);
@@ -145,7 +150,8 @@ void run(std::size_t count, Rounds& rounds) {
     try {
       const bool oneManager = i > withNewManagers;
       const Fault fault = rounds.round(!oneManager);
-      ledger.note(fault == Fault::newManager || fault == Fault::newInBurst, oneManager);
+      const bool newManager = fault == Fault::newManager || fault == Fault::newInBurst;
+      ledger.note(newManager && i > kFaults, i > withNewManagers + kKeepingFaults);
       std::cout << "ROUND " << i << ' ' << nameOf(fault) << ", " << ledger.latest() << std::endl;
     } catch (const std::exception& error) {
       throw std::runtime_error("round " + std::to_string(i) + " (" + nameOf(rounds.fault()) +

@@ -16,6 +16,8 @@ using std::chrono::seconds;
 // An attempt that has failed in the daemon after 42 s is made again after a pause, and an emulated
 // machine is slow.
 constexpr Time kPatience = seconds(150);
+/// Always the same, since queues keep the room that the largest burst has taken.
+constexpr std::uint32_t kBurst = 250;
 constexpr std::uint8_t kCode = 0x22;
 constexpr std::uint8_t kAnswerType = 0x01;
 
@@ -146,11 +148,11 @@ void Rounds::exchange() {
 }
 
 void Rounds::burst() {
-  const auto count = static_cast<std::uint32_t>(50 + below(200));
   application_->frames.clear();
-  order("burst", std::to_string(count) + " 20");
-  waitFor("all values of a burst, in order", [&] { return application_->burstIsComplete(count); });
-  values += count;
+  order("burst", std::to_string(kBurst) + " 20");
+  waitFor("all values of a burst, in order",
+          [this] { return application_->burstIsComplete(kBurst); });
+  values += kBurst;
 }
 
 void Rounds::close() {
@@ -211,7 +213,7 @@ void Rounds::endLink() {
       application_->manager->scanBLE();
       return;
     case Fault::newInBurst:
-      order("burst", "500 20");
+      order("burst", std::to_string(2 * kBurst) + " 20");
       return replaceApplication();
     case Fault::newManager:
       return replaceApplication();
