@@ -256,6 +256,13 @@ central#1 scanForPeripheralsWithServices (absent) options (absent)
 )");
 }
 
+TEST_F(RadioState, PoweredOnStartsAScanAlsoWhileAReaderIsLinked) {
+  plugIn(standardReader());
+  platform.didUpdateState(5);
+  EXPECT_EQ(platform.transcript().takeThoseThatBegin("central"),
+            "\ncentral#1 scanForPeripheralsWithServices (absent) options (absent)\n");
+}
+
 TEST_F(RadioState, IsThatOfTheReportingCentralManagerWhileTheScanGoesToTheStoredOne) {
   manager->scanBLE();
   const auto stored = platform.central();
