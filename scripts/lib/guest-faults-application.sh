@@ -45,10 +45,14 @@ delegates_are_destroyed() {
     *) start_daemon && expect_told 60 "$powered_on" ;;
   esac || return 1
   expect_exactly 0 'FOUND .*' && expect_exactly 0 'PLUG .*' || return 1
-  order vanish second
   ask delegates
-  begin
-  link_up && probe_is_alive
+  order vanish second
+  if [ "$1" = connecting ]; then
+    expect_told 60 'PLUG 1'
+  else
+    begin
+    link_up && probe_is_alive
+  fi
 }
 
 # The manager shares the platform: nothing changes.

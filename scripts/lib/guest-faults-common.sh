@@ -21,25 +21,44 @@ start_probe() {
 ask() { echo "$*" >&7; }
 
 # begin: from here on lines are counted.
-begin() { mark=$(wc -l <"$probe_log"); }
+begin() {
+  local lines
+  mapfile -t lines <"$probe_log"
+  mark=${#lines[@]}
+}
 
-# told PATTERN: how many lines since `begin` match as a whole.
-told() { tail -n "+$((mark + 1))" "$probe_log" | grep -cxE "$1"; }
+# told PATTERN: sets `times` to how many lines since `begin` match as a whole. It is asked often, so
+# it starts no program.
+told() {
+  local lines line
+  times=0
+  mapfile -t -s "$mark" lines <"$probe_log"
+  for line in "${lines[@]}"; do
+    if [[ $line =~ ^($1)$ ]]; then times=$((times + 1)); fi
+  done
+}
 
-was_told() { [ "$(told "$1")" -ge "${2:-1}" ]; }
+# was_told PATTERN [TIMES]
+was_told() {
+  told "$1"
+  [ "$times" -ge "${2:-1}" ]
+}
+
+show_told() { tail -n "+$((mark + 1))" "$probe_log"; }
 
 # expect_told SECONDS PATTERN [TIMES]
 expect_told() {
   wait_for "$1" "'$2' from the application" was_told "$2" "${3:-1}" && return 0
-  tail -n "+$((mark + 1))" "$probe_log"
+  show_told
   return 1
 }
 
 # expect_exactly TIMES PATTERN
 expect_exactly() {
-  [ "$(told "$2")" = "$1" ] && return 0
-  echo "'$2' came $(told "$2") times, not $1:"
-  tail -n "+$((mark + 1))" "$probe_log"
+  told "$2"
+  [ "$times" = "$1" ] && return 0
+  echo "'$2' came $times times, not $1:"
+  show_told
   return 1
 }
 
@@ -56,26 +75,35 @@ unsupported='LOG  CBManager hardware is unsupported'
 # rescan: a scan that really runs. The link that it drops is not reported: the central manager that
 # had it is replaced.
 rescan() {
-  local before
-  before=$(told "$powered_on")
+  told "$powered_on"
   ask scan
-  expect_told 60 "$powered_on" $((before + 1))
+  expect_told 60 "$powered_on" $((times + 1))
 }
 
 # link_up: a new scan, then a connection to the reader that was accepted last. A lone reader is not
 # accepted a second time.
 link_up() {
-  local before
-  before=$(told 'PLUG 1')
-  rescan || return 1
-  if ! grep '^FOUND ' "$probe_log" | tail -n 1 | grep -qx 'FOUND KVR-0001'; then
-    wait_for 60 "the reader to be found" last_found KVR-0001 || return 1
-  fi
-  ask connect
-  expect_told 60 'PLUG 1' $((before + 1))
+  rescan && wait_for 60 "the reader to be found" last_found KVR-0001 && connect_again
 }
 
-last_found() { grep '^FOUND ' "$probe_log" | tail -n 1 | grep -qx "FOUND $1"; }
+# connect_again: to the reader that was accepted last, until it is plugged in.
+connect_again() {
+  told 'LOG BLE Connected'
+  ask connect
+  expect_told 60 'LOG BLE Connected' $((times + 1)) || return 1
+  told 'PLUG 1'
+  expect_told 60 'PLUG 1' $((times + 1))
+}
+
+# last_found NAME: whether the application accepted that reader last.
+last_found() {
+  local lines line last=
+  mapfile -t lines <"$probe_log"
+  for line in "${lines[@]}"; do
+    if [[ $line == FOUND\ * ]]; then last=${line#FOUND }; fi
+  done
+  [ "$last" = "$1" ]
+}
 
 # lost_once: one disconnection report, one unplugged report, and everything works again.
 lost_once() {
@@ -128,7 +156,12 @@ device_is_linked() {
   daemon_property /org/bluez/hci0/dev_C0_DE_00_00_00_01 Device1 Connected | grep -qx 'b true'
 }
 
-device_is_unlinked() { ! device_is_linked; }
+# The reader is asked first: that costs less.
+device_is_unlinked() { ! reader_is_linked && ! device_is_linked; }
+
+reader_is_linked() {
+  grep -E '^(DIS)?CONNECTED reader( |$)' "$vreader_log" | tail -n 1 | grep -q '^CONNECTED'
+}
 
 # closed: an end of the link that the application has asked for.
 closed() {

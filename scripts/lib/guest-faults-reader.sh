@@ -129,11 +129,7 @@ layout_has_changed() {
 
 # link_up_to NAME: it is the same reader to the application, which is not told of it again.
 link_up_to() {
-  local before
-  before=$(told 'PLUG 1')
-  rescan && expect_told 60 "LOG DiscoverPeripheral  $1" || return 1
-  ask connect
-  expect_told 60 'PLUG 1' $((before + 1))
+  rescan && expect_told 60 "LOG DiscoverPeripheral  $1" && connect_again
 }
 
 start_faults
