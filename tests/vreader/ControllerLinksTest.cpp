@@ -47,6 +47,18 @@ TEST_F(ControllerTest, OneAttemptAtATimeAndOneLinkPerDevice) {
   EXPECT_EQ(command(Opcode::leCreateConnection, createConnection(1)), Packets{"040f040b010d20"});
 }
 
+TEST_F(ControllerTest, ItKeepsNoMoreLinksThanItWasTold) {
+  controller.setMostLinks(1);
+  const auto first = addDevice();
+  addDevice();
+  command(Opcode::leCreateConnection, createConnection(1));
+  packetsAfter(milliseconds(10));
+  EXPECT_EQ(command(Opcode::leCreateConnection, createConnection(2)), Packets{"040f0409010d20"});
+  first->link->drop(0x13);
+  packetsAfter(milliseconds(0));
+  EXPECT_EQ(command(Opcode::leCreateConnection, createConnection(2)), Packets{"040f0400010d20"});
+}
+
 TEST_F(ControllerTest, ConnectionParametersOutOfRangeAreRefused) {
   Bytes parameters = createConnection(1);
   parameters[13] = 0x05;  // An interval of 6.25 ms.

@@ -66,6 +66,11 @@ TEST(Options, EveryDeviceOrNoneTellsItsNotifications) {
   }
 }
 
+TEST(Options, LinksAreLimitedOnDemand) {
+  EXPECT_FALSE(parse({}).options->mostLinks);
+  EXPECT_EQ(parse({"--most-links", "4"}).options->mostLinks, 4U);
+}
+
 TEST(Options, AnEmptyNameIsNone) {
   std::string problem;
   const auto device = deviceFromText(",id=nameless", false, 1, problem);
@@ -92,6 +97,7 @@ TEST(Options, WrongUsageEndsWithStatus2AndSaysWhatIsWrong) {
       {{"--reader", "K", "--non-reader", "L,address=C0:DE:00:00:00:01"},
        "two devices have the address C0:DE:00:00:00:01"},
       {{"--colour"}, "--colour"},
+      {{"--most-links", "0"}, "--most-links"},
   };
   for (const auto& [arguments, text] : cases) {
     const auto line = parse(arguments);

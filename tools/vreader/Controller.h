@@ -45,6 +45,10 @@ class Controller {
   /// A device begins to advertise anew, or advertises something else.
   void advertisingChanged(const RemoteDevice& device) { scanner_.forget(device.address()); }
 
+  /// The most links that are up at a time; without this call there is no limit. An attempt at one
+  /// more is refused.
+  void setMostLinks(std::size_t most) { mostLinks_ = most; }
+
   /// How often each device advertises, and how soon after a scan or a connection attempt begins.
   static constexpr std::chrono::milliseconds kAdvertisingInterval{100};
   static constexpr std::chrono::milliseconds kFirstAdvertisement{10};
@@ -122,6 +126,7 @@ class Controller {
   Scanner scanner_;
   std::optional<Initiation> initiation_;
   std::map<std::uint16_t, std::unique_ptr<Link>> links_;
+  std::optional<std::size_t> mostLinks_;
   std::optional<RunLoop::TimerId> advertisingTimer_;
   unsigned advertisements_ = 0;
 };

@@ -80,6 +80,11 @@ void Controller::leCreateConnection(ByteReader parameters) {
     status(kOpcode, ErrorCode::connectionAlreadyExists);
     return;
   }
+  if (mostLinks_ && links_.size() >= *mostLinks_) {
+    events_("NO-MORE-LINKS");
+    status(kOpcode, ErrorCode::connectionLimitExceeded);
+    return;
+  }
   status(kOpcode, ErrorCode::success);
   initiation_ = initiation;
   advertiseIn(kFirstAdvertisement);

@@ -180,6 +180,10 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   app.add_option("--vhci", options.vhci, "the device file of virtual controllers")
       ->type_name("PATH")
       ->capture_default_str();
+  app.add_option("--most-links", options.mostLinks,
+                 "how many links the controller keeps at a time (any number)")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(1, 1000));
   app.add_flag("--tell-notifications", tellsNotifications,
                "print a line NOTIFY ID CHARACTERISTIC LENGTH HEX for every notification");
   app.footer(std::string(kDeviceHelp) + Orders::help());

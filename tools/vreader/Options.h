@@ -20,6 +20,8 @@ struct Options {
   std::string vhci = "/dev/vhci";
   /// The controller's own address.
   DeviceAddress address;
+  /// The most links at a time; absent: no limit.
+  std::optional<std::size_t> mostLinks;
 };
 
 /// What the command line came to.
