@@ -11,6 +11,11 @@ file(RELATIVE_PATH kestrin_pc_to_prefix
   /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" kestrin_pc_to_prefix "${kestrin_pc_to_prefix}")
 
+set(kestrin_pc_bluez "")
+if(TARGET KestrinBLESDK_bluez)
+  set(kestrin_pc_bluez "kestrinblesdk-bluez = ${PROJECT_VERSION}")
+endif()
+
 # kestrin_install_library(TARGET EXPORT_NAME)
 # EXPORT_NAME.cmake is what find_package reads for it.
 function(kestrin_install_library target export_name)
@@ -48,11 +53,12 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTAL
   COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN rcp EXCLUDE
   PATTERN DescriptorWaker.h EXCLUDE)
-foreach(component IN ITEMS simulated bluez)
+foreach(component IN ITEMS simulated bluez c)
   if(TARGET KestrinBLESDK_${component})
     kestrin_install_library(KestrinBLESDK_${component} KestrinBLESDK_${component}Targets)
     kestrin_install_pc(kestrinblesdk-${component})
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/radios/${component}/include/
+    get_target_property(folder KestrinBLESDK_${component} SOURCE_DIR)
+    install(DIRECTORY ${folder}/include/
       DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
   endif()
 endforeach()

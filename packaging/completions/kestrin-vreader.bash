@@ -11,6 +11,6 @@ _kestrin_vreader() {
       ;;
     --reader | --non-reader) return ;;
   esac
-  mapfile -t COMPREPLY < <(compgen -W '--help --reader --non-reader --orders --vhci' -- "$word")
+  mapfile -t COMPREPLY < <(compgen -W '--help --reader --non-reader --orders --vhci --tell-notifications' -- "$word")
 }
 complete -F _kestrin_vreader kestrin-vreader
