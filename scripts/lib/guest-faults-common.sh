@@ -138,6 +138,7 @@ stop_readers() {
 # start_readers DEVICE...: as start_vreader takes them.
 start_readers() {
   rm -f "$vreader_orders"
+  : >"$vreader_log"  # What the last ones said is not to be taken for the new ones' word.
   start_vreader "$@" && order vanish second
 }
 
@@ -193,7 +194,7 @@ fault() {
   is_wanted "$1" || return 0
   keep_daemon_up
   begin
-  if ! device_is_linked; then
+  if ! device_is_linked 2>/dev/null; then
     order return reader >/dev/null
     order silent reader off >/dev/null
     link_up >/dev/null 2>&1
