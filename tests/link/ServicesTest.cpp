@@ -37,6 +37,16 @@ TEST_F(ServicesFamily, IsToldByTheBeginningOfTheNameAtThatMoment) {
   }
 }
 
+TEST_F(ServicesFamily, IsAskedForCharacteristicsAlsoWhenTheLinkWasLost) {
+  for (const Reader& reader : {standardReader(), kvrReader()}) {
+    connect(reader.peripheral);
+    platform.didDisconnect(reader.peripheral);
+    platform.take();
+    platform.didDiscoverServices(reader.peripheral, {reader.service});
+    EXPECT_NE(platform.take().find(" discoverCharacteristics "), std::string::npos);
+  }
+}
+
 TEST_F(ServicesFamily, IsOneForAllServicesOfAReport) {
   const Reader reader = kvrReader();
   connect(reader.peripheral);

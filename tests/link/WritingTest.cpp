@@ -180,6 +180,8 @@ log "[TX BLE] <>"
 TEST_F(Writing, BySendAndBySendPowerIsTheSame) {
   for (const CBCharacteristicProperties properties : {0x04U, 0x08U, 0x0CU, 0x12U}) {
     plugInWith(properties);
+    // Once without a link.
+    Peer::isConnected(*manager) = properties != 0x0CU;
     for (const std::optional<NSData>& frame :
          {std::optional(counting(0)), std::optional(counting(9)), std::optional(counting(20)),
           std::optional(counting(45)), std::optional<NSData>()}) {
