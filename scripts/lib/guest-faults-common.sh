@@ -139,7 +139,8 @@ stop_readers() {
 start_readers() {
   rm -f "$vreader_orders"
   : >"$vreader_log"  # What the last ones said is not to be taken for the new ones' word.
-  start_vreader "$@" && order vanish second
+  start_vreader "$@" || return 1
+  if [[ $* == *id=second* ]]; then order vanish second; fi
 }
 
 daemon_is_down() { ! kill -0 "$daemon_pid"; }
