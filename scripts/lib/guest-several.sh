@@ -1,5 +1,6 @@
 # Several readers at once on the real stack, in the virtual machine: four behind one adapter, worked
-# by four managers in one process and by kestrin processes beside it. Run by scripts/realstack.
+# by four managers in one process and by kestrin processes beside it, and a fifth for which the adapter
+# has no link left. Run by scripts/realstack.
 source "$KESTRIN_ROOT/scripts/lib/guest-stack.sh"
 source "$KESTRIN_ROOT/scripts/lib/guest-family-probe.sh"
 kestrin=$KESTRIN_BUILD/bin/kestrin
@@ -8,8 +9,10 @@ managers=(a b c d)
 ids=(ra rb rc rd)
 names=(KVR-0001 KVR-0002 "KVR-Q62T 0003" "KVR-Q62T 0004")
 tx=("$standard_tx" "$standard_tx" FFF2 FFF2)
-devices=()
+# As many links as there are readers of the managers, and one reader more.
+devices=(--most-links 4)
 for at in 0 1 2 3; do devices+=(--reader "${names[at]},id=${ids[at]}"); done
+devices+=(--reader KVR-0005,id=re)
 
 # exchanges ROUND AT COUNT: that many commands of different lengths for the reader AT and what is
 # handed over for its answers, in $commands and $answers. No two readers and no two rounds have a
@@ -90,6 +93,25 @@ lost_one_comes_back() {
   await 60 'b PLUG 1' && work_at_once 6 3 0 1 2 3 && exactly 0 '. PLUG .*'
 }
 
+fifth_is_refused() {
+  ask new e
+  ask scan e
+  await 30 'e FOUND KVR-0005' || return 1
+  ask connect e KVR-0005
+  wait_until 40 "the adapter to refuse a link" reader_told '^NO-MORE-LINKS'
+}
+
+# A controller has room for so many links and no more: the attempt goes on until one ends.
+fifth_waits_for_a_place() {
+  begin
+  fifth_is_refused && work_at_once 4 3 0 1 2 3 && exactly 0 'e (PLUG|LOG BLE) .*' || return 1
+  ask close a
+  # The daemon takes its time to give up an attempt that its controller has refused.
+  await 150 'e PLUG 1' && exactly 1 'e LOG BLE .*' && exactly 0 '[bcd] PLUG .*' || return 1
+  ask close e
+  link_ended re
+}
+
 # kestrin_sends AT: a process of its own for one reader; what it printed is kept in ID.out.
 kestrin_sends() {
   exchanges 7 "$1" 4
@@ -111,9 +133,8 @@ kestrin_got() {
 # Two processes with a reader each, while two managers of a third work theirs.
 processes_side_by_side() {
   local first second both
-  ask close a
   ask close c
-  link_ended ra && link_ended rc || return 1
+  link_ended rc || return 1
   begin
   kestrin_sends 0 &
   first=$!
@@ -154,6 +175,8 @@ check "four at once: every value of four bursts comes to its own manager, in ord
 check "one reader's loss is told to its manager alone, and the others lose no value" \
   loss_disturbs_nobody
 check "the reader that was lost is connected to again and all four work" lost_one_comes_back
+check "a fifth waits while the adapter keeps no more links, and gets the first that is free" \
+  fifth_waits_for_a_place
 check "two kestrin processes and two managers of a third process work a reader each" \
   processes_side_by_side
 check "closing one manager's link leaves the other's" close_leaves_the_others
