@@ -27,11 +27,11 @@ namespace {
 
 using namespace kestrin::stress;
 
-/// Containers that have become a little larger. A leak in every round would be more.
-constexpr std::size_t kTolerance = 2'000;
-/// The same where no two rounds can be compared, since they are too few.
+/// What a leak adds at least, in bytes, from each quarter of a series to the next.
+constexpr std::size_t kLeak = 500;
+/// What may be added in all, also where no two rounds can be compared, since they are too few.
 constexpr std::size_t kWideTolerance = 64'000;
-/// As many links as it takes for the halves of their series to hold the same faults.
+/// Fewer say nothing.
 constexpr std::size_t kComparableLinks = 2 * kKeepingFaults;
 constexpr std::size_t kComparableManagers = 6;
 /// What links leave behind for a moment is waited for.
@@ -45,32 +45,37 @@ void ask(const std::string& request) {
   }
 }
 
-/// Bytes that were allocated at moments that can be compared, once there are enough of them.
+/// Bytes that were allocated at moments that can be compared, once there are enough of them. A
+/// container that needs more room makes one step; a leak goes up all the time.
 class Series {
  public:
   Series(const char* name, std::size_t enough) : name_(name), enough_(enough) {}
   void add(std::size_t allocated) { values_.push_back(allocated); }
   [[nodiscard]] bool grown() const {
-    const auto [before, after] = halves();
-    return values_.size() >= enough_ && after > before + kTolerance;
+    if (values_.size() < enough_) return false;
+    for (std::size_t i = 1; i < kQuarters; ++i) {
+      if (middleOf(i) < middleOf(i - 1) + kLeak) return false;
+    }
+    return true;
   }
   [[nodiscard]] std::string figures() const {
     if (values_.size() < enough_) return {};
-    const auto [before, after] = halves();
-    return " (over " + std::to_string(values_.size()) + ' ' + name_ + ' ' + std::to_string(before) +
-           " -> " + std::to_string(after) + ')';
+    std::string text = " (by quarters of " + std::to_string(values_.size()) + ' ' + name_;
+    for (std::size_t i = 0; i < kQuarters; ++i) text += ' ' + std::to_string(middleOf(i));
+    return text + ')';
   }
 
  private:
-  /// What is in the middle of the first and of the second half.
-  [[nodiscard]] std::pair<std::size_t, std::size_t> halves() const {
-    const auto half = values_.begin() + static_cast<std::ptrdiff_t>(values_.size() / 2);
-    return {middleOf({values_.begin(), half}), middleOf({half, values_.end()})};
+  static constexpr std::size_t kQuarters = 4;
+
+  [[nodiscard]] std::ptrdiff_t begin(std::size_t quarter) const {
+    return static_cast<std::ptrdiff_t>(values_.size() * quarter / kQuarters);
   }
-  static std::size_t middleOf(std::vector<std::size_t> values) {
-    if (values.empty()) return 0;
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
+  [[nodiscard]] std::size_t middleOf(std::size_t quarter) const {
+    std::vector<std::size_t> part(values_.begin() + begin(quarter),
+                                  values_.begin() + begin(quarter + 1));
+    const auto middle = part.begin() + static_cast<std::ptrdiff_t>(part.size() / 2);
+    std::nth_element(part.begin(), middle, part.end());
     return *middle;
   }
 

@@ -340,11 +340,15 @@ TEST(DiagnosisOfTheBus, AWholeDiagnosisOfAStandInDaemonSaysThatAScanWorks) {
 }
 
 class DiagnosisOfTheMachine : public testing::Test {
+ public:
+  ~DiagnosisOfTheMachine() override { std::filesystem::remove_all(root_); }
+  DiagnosisOfTheMachine(const DiagnosisOfTheMachine&) = delete;
+  DiagnosisOfTheMachine& operator=(const DiagnosisOfTheMachine&) = delete;
+
  protected:
   DiagnosisOfTheMachine() : places_{root_ + "/rfkill", root_ + "/bluetooth"} {
     std::filesystem::remove_all(root_);
   }
-  ~DiagnosisOfTheMachine() override { std::filesystem::remove_all(root_); }
 
   void addRadio(const std::string& entry, const std::string& type, const std::string& name,
                 bool soft, bool hard) {
