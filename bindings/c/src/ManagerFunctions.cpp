@@ -152,7 +152,7 @@ kestrin_status kestrin_build_frame(uint8_t type, uint8_t code, const uint8_t* pa
         kestrin::buildRcpFrame(type, code, std::span(payload, payload_length), &error);
     if (!built) return fail(KESTRIN_INVALID_ARGUMENT, error.text.c_str());
     *length = built->length();
-    if (capacity < built->length()) {
+    if (frame == nullptr || capacity < built->length()) {
       const std::string text = "the frame has " + std::to_string(built->length()) +
                                " bytes, the memory for it " + std::to_string(capacity);
       return fail(KESTRIN_TOO_SMALL, text.c_str());
