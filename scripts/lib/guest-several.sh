@@ -48,18 +48,18 @@ work_at_once() {
   done
 }
 
-# bursts TOGETHER AT...: 200 values of a length of its own from each of these readers.
+# bursts TOGETHER AT...: 120 values of a length of its own from each of these readers.
 bursts() {
   local together=$1 at
   shift
-  for at; do order burst "${ids[at]}" 200 $((20 + at)) "$together" || return 1; done
+  for at; do order burst "${ids[at]}" 120 $((20 + at)) "$together" || return 1; done
 }
 
 # bursts_came AT...: all of them, each to the manager of its reader.
 bursts_came() {
   local at
   for at; do
-    await 60 "${managers[at]} FRAME .*" 200 &&
+    await 60 "${managers[at]} FRAME .*" 120 &&
       frames_were "${managers[at]}" "$(values_of "${ids[at]}")" || return 1
   done
 }
