@@ -9,8 +9,8 @@ _kestrin_vreader() {
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
-    --reader | --non-reader) return ;;
+    --reader | --non-reader | --most-links) return ;;
   esac
-  mapfile -t COMPREPLY < <(compgen -W '--help --reader --non-reader --orders --vhci --tell-notifications' -- "$word")
+  mapfile -t COMPREPLY < <(compgen -W '--help --reader --non-reader --orders --vhci --most-links --tell-notifications' -- "$word")
 }
 complete -F _kestrin_vreader kestrin-vreader

@@ -60,10 +60,12 @@ TEST(Options, AReadersTxAndTheSizeOfItsRepliesMayBeSaid) {
 }
 
 TEST(Options, EveryDeviceOrNoneTellsItsNotifications) {
-  for (const auto& device : parse({}).options->devices) EXPECT_FALSE(device.tellsNotifications);
-  for (const auto& device : parse({"--tell-notifications"}).options->devices) {
-    EXPECT_TRUE(device.tellsNotifications);
-  }
+  const auto silent = parse({});
+  const auto telling = parse({"--tell-notifications"});
+  ASSERT_EQ(silent.options->devices.size(), 3U);
+  ASSERT_EQ(telling.options->devices.size(), 3U);
+  for (const auto& device : silent.options->devices) EXPECT_FALSE(device.tellsNotifications);
+  for (const auto& device : telling.options->devices) EXPECT_TRUE(device.tellsNotifications);
 }
 
 TEST(Options, LinksAreLimitedOnDemand) {
