@@ -1,7 +1,13 @@
 # `kestrin doctor` on the real stack: what it tells when all is well and under each trouble, and what
 # a user without privileges can do. Run by scripts/realstack.
 source "$KESTRIN_ROOT/scripts/lib/guest-stack.sh"
-kestrin=$KESTRIN_BUILD/bin/kestrin
+# Copies, since an ordinary user may not be let into the folder that this was built in.
+programs=/run/kestrin-programs
+mkdir -p "$programs"
+cp "$KESTRIN_BUILD/bin/kestrin" "$KESTRIN_BUILD/tests/fault_probe" "$KESTRIN_BUILD"/lib/*.so.* "$programs"
+chmod -R a+rX "$programs"
+export LD_LIBRARY_PATH=$programs
+kestrin=$programs/kestrin
 output=$guest_logs/kestrin.out
 policy=/etc/dbus-1/system.d/bluetooth.conf
 
@@ -61,7 +67,7 @@ scan_is_refused() {
 state_follows_the_policy() {
   local lines=$guest_logs/lines status
   mkfifo "$lines"
-  as_nobody - "$KESTRIN_BUILD/tests/fault_probe" <"$lines" >"$output" 2>&1 &
+  as_nobody - "$programs/fault_probe" <"$lines" >"$output" 2>&1 &
   local probe=$!
   exec 7>"$lines"
   printf 'new\nscan\n' >&7
