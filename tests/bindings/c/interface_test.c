@@ -1,5 +1,5 @@
-/* The C interface, from a program in C on the simulated radio in virtual time. Each case is a function;
- * what does not hold is printed, and the exit status is 1. */
+/* The C interface, from a program in C on the simulated radio in virtual time. Each case is a
+ * function; what does not hold is printed, and the exit status is 1. */
 #include <kestrin/kestrin.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -7,7 +7,7 @@
 
 static int failures = 0;
 
-static void check(bool holds, const char *what, const char *file, int line) {
+static void check(bool holds, const char* what, const char* file, int line) {
   if (holds) return;
   printf("%s:%d: does not hold: %s (last error: '%s')\n", file, line, what, kestrin_last_error());
   ++failures;
@@ -15,23 +15,25 @@ static void check(bool holds, const char *what, const char *file, int line) {
 #define CHECK(condition) check((condition), #condition, __FILE__, __LINE__)
 
 struct application {
-  kestrin_platform *platform;
-  kestrin_manager *manager;
-  kestrin_reader *kept;
+  kestrin_platform* platform;
+  kestrin_manager* manager;
+  kestrin_reader* kept;
   char transcript[2048];
   bool connects;
   kestrin_status inside;
 };
 
-static void note(struct application *application, const char *text) {
+static void note(struct application* application, const char* text) {
   strncat(application->transcript, text,
           sizeof application->transcript - strlen(application->transcript) - 1);
 }
 
-static void on_status(int64_t status, void *user) { note(user, status == 0 ? "scan|" : "stopped|"); }
+static void on_status(int64_t status, void* user) {
+  note(user, status == 0 ? "scan|" : "stopped|");
+}
 
-static void on_found(kestrin_reader *reader, void *user) {
-  struct application *const application = user;
+static void on_found(kestrin_reader* reader, void* user) {
+  struct application* const application = user;
   note(application, "found ");
   note(application, kestrin_reader_name(reader));
   note(application, "|");
@@ -39,13 +41,13 @@ static void on_found(kestrin_reader *reader, void *user) {
   if (application->connects) CHECK(kestrin_connect(application->manager, reader) == KESTRIN_OK);
 }
 
-static void on_plugged(bool plugged, void *user) {
-  struct application *const application = user;
+static void on_plugged(bool plugged, void* user) {
+  struct application* const application = user;
   note(application, plugged ? "plugged|" : "unplugged|");
   if (plugged) application->inside = kestrin_run_for(application->platform, 1);
 }
 
-static void on_frame(const uint8_t *bytes, size_t length, void *user) {
+static void on_frame(const uint8_t* bytes, size_t length, void* user) {
   char text[32] = "no bytes|";
   if (bytes != NULL) snprintf(text, sizeof text, "frame %02x %zu|", (unsigned)bytes[2], length);
   note(user, text);
@@ -54,7 +56,7 @@ static void on_frame(const uint8_t *bytes, size_t length, void *user) {
 static const kestrin_callbacks all_callbacks = {on_status, on_found, on_plugged, on_frame};
 
 /* A manager on a simulated radio with one reader. */
-static void begin(struct application *application, const char *reader) {
+static void begin(struct application* application, const char* reader) {
   memset(application, 0, sizeof *application);
   application->connects = true;
   application->platform = kestrin_platform_create_simulated(true, 1);
@@ -64,7 +66,7 @@ static void begin(struct application *application, const char *reader) {
   CHECK(application->manager != NULL);
 }
 
-static void end(struct application *application) {
+static void end(struct application* application) {
   kestrin_reader_release(application->kept);
   kestrin_manager_release(application->manager);
   kestrin_platform_release(application->platform);
@@ -123,7 +125,7 @@ static void tells_a_lost_link(void) {
 
 static void keeps_a_reader_that_is_retained(void) {
   struct application it;
-  kestrin_reader *current;
+  kestrin_reader* current;
   begin(&it, "KVR-0417");
   it.connects = false;
   CHECK(kestrin_current_reader(it.manager) == NULL);
@@ -144,9 +146,9 @@ static void keeps_a_reader_that_is_retained(void) {
 
 static void tells_nobody_without_callbacks(void) {
   static const kestrin_callbacks none = {NULL, NULL, NULL, NULL};
-  kestrin_platform *const platform = kestrin_platform_create_simulated(true, 1);
-  kestrin_manager *const manager = kestrin_manager_create(platform, &none, NULL);
-  kestrin_reader *reader;
+  kestrin_platform* const platform = kestrin_platform_create_simulated(true, 1);
+  kestrin_manager* const manager = kestrin_manager_create(platform, &none, NULL);
+  kestrin_reader* reader;
   CHECK(kestrin_simulated_add_reader(platform, "KVR-0417") == KESTRIN_OK);
   CHECK(kestrin_scan(manager) == KESTRIN_OK);
   CHECK(kestrin_run_for(platform, 1) == KESTRIN_OK);
@@ -233,8 +235,8 @@ static void tells_how_much_memory_a_frame_needs(void) {
   CHECK(strstr(kestrin_last_error(), "65535") != NULL);
 }
 
-static void count_line(const char *line, size_t length, void *user) {
-  if (length >= 9 && memcmp(line, "start San", 9) == 0) ++*(int *)user;
+static void count_line(const char* line, size_t length, void* user) {
+  if (length >= 9 && memcmp(line, "start San", 9) == 0) ++*(int*)user;
 }
 
 static void hands_the_log_to_a_function(void) {
@@ -252,10 +254,10 @@ static void hands_the_log_to_a_function(void) {
   end(&it);
 }
 
-static void stop_it(void *user) { CHECK(kestrin_stop(user) == KESTRIN_OK); }
+static void stop_it(void* user) { CHECK(kestrin_stop(user) == KESTRIN_OK); }
 
 static void turns_the_run_loop_in_every_way(void) {
-  kestrin_platform *const platform = kestrin_platform_create_simulated(true, 1);
+  kestrin_platform* const platform = kestrin_platform_create_simulated(true, 1);
   CHECK(kestrin_now(platform) == 0);
   CHECK(kestrin_run_for(platform, 2.5) == KESTRIN_OK);
   CHECK(kestrin_now(platform) == 2.5);
@@ -271,7 +273,7 @@ static void turns_the_run_loop_in_every_way(void) {
 }
 
 static void has_the_real_radio_or_says_why_not(void) {
-  kestrin_platform *const platform = kestrin_platform_create(NULL);
+  kestrin_platform* const platform = kestrin_platform_create(NULL);
   if (platform == NULL) {
     CHECK(strcmp(kestrin_last_error(), "this library was built without the real radio") == 0);
     return;
