@@ -2,11 +2,13 @@
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/ReaderSession.h"
+#include "tools/kestrin/SessionReport.h"
 
 namespace kestrin::app {
 
 int runMonitor(const MonitorRequest& request, RadioEnvironment& environment, Console& console) {
-  ReaderSession session(environment, console, request.name);
+  LineReport report(console);
+  ReaderSession session(environment, console, report, request.name);
   const bool plugged = session.plugIn(timeFromSeconds(request.timeout));
   if (plugged) {
     std::optional<Time> duration;

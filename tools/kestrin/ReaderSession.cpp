@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "tools/kestrin/Console.h"
-#include "tools/kestrin/Hex.h"
 #include "tools/kestrin/Seconds.h"
+#include "tools/kestrin/SessionReport.h"
 
 namespace kestrin::app {
 namespace {
@@ -44,10 +44,11 @@ class ReaderSession::Delegate final : public KestrinBLEProtocols,
   ReaderSession& session_;
 };
 
-ReaderSession::ReaderSession(RadioEnvironment& environment, Console& console,
+ReaderSession::ReaderSession(RadioEnvironment& environment, Console& console, SessionReport& report,
                              std::string wantedName)
     : environment_(environment),
       console_(console),
+      report_(report),
       wantedName_(std::move(wantedName)),
       manager_(KestrinBleMgr::init(environment.platform())),
       delegate_(std::make_shared<Delegate>(*this)),
@@ -75,7 +76,7 @@ void ReaderSession::takeReader(const std::shared_ptr<CBPeripheral>& peripheral) 
   if (reader_ || !containsString(name, wantedName_)) return;
   reader_ = peripheral;
   readerName_ = printable(name);
-  console_.line("READER " + readerName_ + " " + printable(peripheral->identifier()));
+  report_.reader(name, peripheral->identifier());
   connect();
 }
 
@@ -86,7 +87,7 @@ void ReaderSession::connect() {
 
 void ReaderSession::takePlugReport(bool plugged) {
   // `close` reports also when there was nothing to unplug.
-  if (reader_) console_.line(plugged ? "PLUGGED" : "UNPLUGGED");
+  if (reader_) report_.plugged(plugged);
   plugged_ = plugged;
   if (plugged) return;
   // The report that `close` makes by itself comes before the link's end.
@@ -94,9 +95,7 @@ void ReaderSession::takePlugReport(bool plugged) {
   if (!closing_) delegate_->connectLater(environment_.loop());
 }
 
-void ReaderSession::takeFrame(const std::optional<NSData>& frame) {
-  console_.line(frame ? "FRAME " + lowerHex(frame->span()) : "FRAME (absent)");
-}
+void ReaderSession::takeFrame(const std::optional<NSData>& frame) { report_.frame(frame); }
 
 bool ReaderSession::ending() const {
   return environment_.interrupted() || console_.outputError().has_value();
@@ -153,7 +152,7 @@ void ReaderSession::tellNotPlugged(Time timeout) {
 
 bool ReaderSession::send(const NSData& frame) {
   if (!manager_->send(frame)) return false;
-  console_.line("SENT " + lowerHex(frame.span()));
+  report_.sent(frame);
   return true;
 }
 

@@ -1,9 +1,9 @@
 // One reader, from the search for it to the end of its link: what `monitor` and `send` share.
-// Prints a line for the reader found and for each plug report and frame.
+// Reports the reader found and each plug report and frame.
 //
 // Threads: the thread that turns the environment's loop.
-// Lifetime: drop it before its environment. `close` before the drop, or the link's end is not
-// waited for. Errors: told on the console.
+// Lifetime: drop it before its environment and its report. `close` before the drop, or the link's
+// end is not waited for. Errors: told on the console.
 #pragma once
 
 #include <KestrinBLESDK/KestrinBleMgr.h>
@@ -19,10 +19,12 @@
 namespace kestrin::app {
 
 class Console;
+class SessionReport;
 
 class ReaderSession {
  public:
-  ReaderSession(RadioEnvironment& environment, Console& console, std::string wantedName);
+  ReaderSession(RadioEnvironment& environment, Console& console, SessionReport& report,
+                std::string wantedName);
   ~ReaderSession();
   ReaderSession(const ReaderSession&) = delete;
   ReaderSession& operator=(const ReaderSession&) = delete;
@@ -60,6 +62,7 @@ class ReaderSession {
 
   RadioEnvironment& environment_;
   Console& console_;
+  SessionReport& report_;
   const std::string wantedName_;
   const std::shared_ptr<KestrinBleMgr> manager_;
   const std::shared_ptr<Delegate> delegate_;

@@ -8,6 +8,7 @@
 #include "tools/kestrin/Frames.h"
 #include "tools/kestrin/Hex.h"
 #include "tools/kestrin/ReaderSession.h"
+#include "tools/kestrin/SessionReport.h"
 
 namespace kestrin::app {
 namespace {
@@ -78,7 +79,8 @@ bool readFrames(const std::vector<std::string>& texts, SendRequest& request, Con
 }
 
 int runSend(const SendRequest& request, RadioEnvironment& environment, Console& console) {
-  ReaderSession session(environment, console, request.name);
+  LineReport report(console);
+  ReaderSession session(environment, console, report, request.name);
   const bool sent = sendAndListen(request, session, environment, console);
   const bool down = session.close();
   const int printed = finishOutput(console);

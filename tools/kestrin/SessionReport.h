@@ -1,0 +1,41 @@
+// What a reader session tells as it happens, for whoever shows it: lines of text, a live screen, or
+// a program that reads.
+//
+// Threads: the thread that turns the session's loop, except for `frame`, which the manager delivers
+// on a thread of its own while that one waits.
+// Lifetime: outlives the session. Errors: none.
+#pragma once
+
+#include <KestrinBLESDK/platform/NSData.h>
+
+#include <optional>
+#include <string>
+
+namespace kestrin::app {
+
+class Console;
+
+class SessionReport {
+ public:
+  virtual ~SessionReport();
+  /// The reader that the session works from now on; both texts as they came from the air.
+  virtual void reader(const std::string& name, const std::string& identifier) = 0;
+  virtual void plugged(bool isPlugged) = 0;
+  virtual void frame(const std::optional<NSData>& frame) = 0;
+  virtual void sent(const NSData& frame) = 0;
+};
+
+/// READER, PLUGGED, UNPLUGGED, FRAME and SENT lines.
+class LineReport final : public SessionReport {
+ public:
+  explicit LineReport(Console& console) : console_(console) {}
+  void reader(const std::string& name, const std::string& identifier) override;
+  void plugged(bool isPlugged) override;
+  void frame(const std::optional<NSData>& frame) override;
+  void sent(const NSData& frame) override;
+
+ private:
+  Console& console_;
+};
+
+}  // namespace kestrin::app
