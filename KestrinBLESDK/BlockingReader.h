@@ -1,18 +1,23 @@
-// A reader worked step by step, for scripts and tests: each operation turns the main run loop until
-// it is done or its time is over.
-//
-//   NSError error;
-//   auto reader = BlockingReader::connect(platform, "KVR", std::chrono::seconds(30), &error);
-//   if (!reader) return fail(error.localizedDescription());
-//   auto answer = reader->exchange(*buildRcpFrame(0x00, 0x22, {}), std::chrono::seconds(5),
-//   &error);
-//
-// An application with an event loop of its own uses `KestrinBleMgr` and its callbacks instead.
-//
-// Threads: the one that turns the platform's run loop, outside of every callback: what would have
-// to wait for itself is refused with an error that says so. Lifetime: a reader has a manager of its
-// own. Dropping it closes the link without waiting for the link's end. Errors: told where the
-// caller asks, in `KestrinErrorDomain` with a code of `BlockingError`.
+/// \class kestrin::BlockingReader
+/// A reader worked step by step, for scripts and tests: each operation turns the main run loop
+/// until it is done or its time is over.
+///
+/// \code
+/// NSError error;
+/// auto reader = BlockingReader::connect(platform, "KVR", 30s, &error);
+/// if (!reader) return fail(error.localizedDescription());
+/// auto answer = reader->exchange(*buildRcpFrame(0x00, 0x22, {}), 5s, &error);
+/// \endcode
+///
+/// An application with an event loop of its own uses `KestrinBleMgr` and its callbacks instead.
+///
+/// Threads: the one that turns the platform's run loop, outside of every callback: what would have
+/// to wait for itself is refused with an error that says so.
+///
+/// Lifetime: a reader has a manager of its own. Dropping it closes the link without waiting for the
+/// link's end.
+///
+/// Errors: told where the caller asks, in `KestrinErrorDomain` with a code of `BlockingError`.
 #pragma once
 
 #include <deque>
@@ -28,6 +33,8 @@
 #include "KestrinBLESDK/platform/Platform.h"
 
 namespace kestrin {
+/// \addtogroup application
+/// @{
 
 /// Codes of `KestrinErrorDomain`.
 enum class BlockingError : std::int64_t {
@@ -48,6 +55,7 @@ class KESTRIN_EXPORT BlockingReader {
   /// does if empty) and returns when it is plugged in. Null when that takes longer than `limit`.
   static std::unique_ptr<BlockingReader> connect(const Platform& platform, std::string_view name,
                                                  Time limit, NSError* error = nullptr);
+  /// Closes the link, without waiting for its end.
   ~BlockingReader();
   BlockingReader(const BlockingReader&) = delete;
   BlockingReader& operator=(const BlockingReader&) = delete;
@@ -57,10 +65,12 @@ class KESTRIN_EXPORT BlockingReader {
   /// Whether the reader is plugged in.
   [[nodiscard]] bool isPluggedIn() const noexcept;
 
-  /// Hands one whole frame to the radio, which takes 0.05 s per full slice of 20 bytes.
+  /// Hands one whole frame to the radio, which takes 0.05 s per full slice of 20 bytes. False, with
+  /// the reason in `error`, when it is no whole frame or can not be written.
   bool send(const NSData& frame, NSError* error = nullptr);
   /// The next frame that has come or comes within `limit`, in the order of arrival; of a reader
-  /// whose name begins with "KVR-Q62T" the next notification's bytes.
+  /// whose name begins with "KVR-Q62T" the next notification's bytes. Absent, with the reason in
+  /// `error`, when none comes.
   std::optional<NSData> receive(Time limit, NSError* error = nullptr);
   /// Sends a frame and returns the first frame with the same code that comes after it within
   /// `limit`. Other frames are kept for `receive`. A reader whose name begins with "KVR-Q62T" sends
@@ -81,5 +91,7 @@ class KESTRIN_EXPORT BlockingReader {
   const std::shared_ptr<Delegate> delegate_;
   std::string name_;
 };
+
+/// @}
 
 }  // namespace kestrin

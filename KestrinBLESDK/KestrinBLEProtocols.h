@@ -1,10 +1,13 @@
-// The scan delegate: what an application hears of a scan. Derive from it, override what you want to
-// hear, and hand a `std::shared_ptr` of your own class to `KestrinBleMgr::setDelegate`.
-//
-// Threads: every callback comes on the main run loop.
-// Lifetime: the manager holds the delegate weakly and reads it anew before each callback; a
-// delegate may drop itself, or another, from inside one.
-// Errors: callbacks are `noexcept`: an exception that escapes one ends the program.
+/// \class kestrin::KestrinBLEProtocols
+/// The scan delegate: what an application hears of a scan. Derive from it, override what you want
+/// to hear, and hand a `std::shared_ptr` of your own class to `KestrinBleMgr::setDelegate`.
+///
+/// Threads: every callback comes on the main run loop.
+///
+/// Lifetime: the manager holds the delegate weakly and reads it anew before each callback; a
+/// delegate may drop itself, or another, from inside one.
+///
+/// Errors: callbacks are `noexcept`: an exception that escapes one ends the program.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +18,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup application
+/// @{
 
 // Virtual, so that one object can be scan delegate and receiver at once.
 class KESTRIN_EXPORT KestrinBLEProtocols : public virtual SelectorResponder {
@@ -24,6 +29,8 @@ class KESTRIN_EXPORT KestrinBLEProtocols : public virtual SelectorResponder {
   /// `scanningBleDeive:` A reader in range, never null, each time the scan accepts one.
   virtual void scanningBleDeive(const std::shared_ptr<CBPeripheral>& peripheral) noexcept;
 };
+
+/// @}
 
 namespace detail {
 

@@ -1,18 +1,21 @@
-// `KestrinBleMgr`: works a handheld RFID reader over Bluetooth Low Energy.
-//
-// Scan with `scanBLE`, pick a reader that the scan delegate is given, `connectBLE` to it, hand
-// command frames to `send`, and get whole, CRC-checked frames and plugged-in reports through the
-// receiver. docs/link.md tells the life of a link.
-//
-// Threads: everything happens on the main run loop of the manager's platform: call the operations
-// on the thread that turns it. `sharedInstance` may be called from any thread; `send`, `sendPower`
-// and `writeRawData` may be called from another thread than the main run loop's while no link comes
-// or goes, one at a time, and block it.
-// Lifetime: a manager keeps its central manager, peripheral and characteristics, and neither of its
-// delegates. A pending delayed request keeps the manager. It may be dropped at any moment, also
-// from inside a callback.
-// Errors: there are no error results and no exceptions. A failure is a line in the log; the
-// application learns about the link through `RcpReceiver::plugChangedStatus`.
+/// \class kestrin::KestrinBleMgr
+/// The manager: works a handheld RFID reader over Bluetooth Low Energy.
+///
+/// Scan with `scanBLE`, pick a reader that the scan delegate is given, `connectBLE` to it, hand
+/// command frames to `send`, and get whole, CRC-checked frames and plugged-in reports through the
+/// receiver. docs/link.md tells the life of a link.
+///
+/// Threads: everything happens on the main run loop of the manager's platform: call the operations
+/// on the thread that turns it. `sharedInstance` may be called from any thread; `send`, `sendPower`
+/// and `writeRawData` may be called from another thread than the main run loop's while no link
+/// comes or goes, one at a time, and block it.
+///
+/// Lifetime: a manager keeps its central manager, peripheral and characteristics, and neither of
+/// its delegates. A pending delayed request keeps the manager. It may be dropped at any moment,
+/// also from inside a callback.
+///
+/// Errors: there are no error results and no exceptions. A failure is a line in the log; the
+/// application learns about the link through `RcpReceiver::plugChangedStatus`.
 #pragma once
 
 #include <array>
@@ -34,6 +37,8 @@
 #include "KestrinBLESDK/platform/Platform.h"
 
 namespace kestrin {
+/// \addtogroup application
+/// @{
 
 struct RcpFrmReader;
 
@@ -62,10 +67,12 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   /// decides at compile time which callbacks are implemented.
   template <class Delegate>
   void setDelegate(const std::weak_ptr<Delegate>& delegate) noexcept;
+  /// The same with a pointer that keeps: the manager holds it weakly all the same.
   template <class Delegate>
   void setDelegate(const std::shared_ptr<Delegate>& delegate) noexcept {
     setDelegate(std::weak_ptr<Delegate>(delegate));
   }
+  /// From now on nobody is told of scans.
   void setDelegate(std::nullptr_t) noexcept { _delegate.reset(); }
 
   /// `rcpReceiverDelegate` The receiver; null when none is set or it is gone.
@@ -73,10 +80,12 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   /// `setRcpReceiverDelegate:` Sets the receiver, held weakly; as `setDelegate`.
   template <class Receiver>
   void setRcpReceiverDelegate(const std::weak_ptr<Receiver>& receiver) noexcept;
+  /// The same with a pointer that keeps: the manager holds it weakly all the same.
   template <class Receiver>
   void setRcpReceiverDelegate(const std::shared_ptr<Receiver>& receiver) noexcept {
     setRcpReceiverDelegate(std::weak_ptr<Receiver>(receiver));
   }
+  /// From now on nobody is told of plug changes and frames.
   void setRcpReceiverDelegate(std::nullptr_t) noexcept { _rcpReceiverDelegate.reset(); }
 
   /// `scanBLE` Tells the scan delegate 0, drops the connection to the last reader, and scans with a
@@ -248,5 +257,7 @@ void KestrinBleMgr::setRcpReceiverDelegate(const std::weak_ptr<Receiver>& receiv
   }
   _rcpReceiverDelegate = receiver;
 }
+
+/// @}
 
 }  // namespace kestrin

@@ -1,7 +1,10 @@
-// Frames of the reader control protocol (RCP), for applications that build commands and read
-// replies. The layout stands in docs/protocol.md.
-//
-// Threads: pure functions. Errors: a payload that does not fit the length field is refused.
+/// \file
+/// Frames of the reader control protocol (RCP), for applications that build commands and read
+/// replies. The layout stands in docs/protocol.md.
+///
+/// Threads: pure functions.
+///
+/// Errors: a payload that does not fit the length field is refused.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +16,8 @@
 #include "KestrinBLESDK/platform/NSError.h"
 
 namespace kestrin {
+/// \addtogroup application
+/// @{
 
 /// The largest payload that the 16-bit length field can tell. A receiver of this library accepts
 /// payloads of up to 1,021 bytes only.
@@ -30,5 +35,7 @@ KESTRIN_EXPORT std::optional<NSData> buildRcpFrame(std::uint8_t type, std::uint8
 /// final XOR; its check value over "123456789" is 0x29B1). Over a frame's CRC bytes too, high byte
 /// first, it is 0x0000 exactly when they are right.
 KESTRIN_EXPORT std::uint16_t rcpFrameCrc(std::span<const std::uint8_t> bytes) noexcept;
+
+/// @}
 
 }  // namespace kestrin

@@ -1,13 +1,16 @@
-// The receiver: what an application hears of a connected reader. Derive from it, override what you
-// want to hear, and hand a `std::shared_ptr` of your own class to
-// `KestrinBleMgr::setRcpReceiverDelegate`.
-//
-// Threads: every callback comes while the main run loop's thread waits for it, one at a time and in
-// order. A receiver must not count on running on any particular thread in `dispatchRcpFrmReader`,
-// and must not wait there for the main run loop.
-// Lifetime: the manager holds the receiver weakly and reads it anew before each callback; a
-// receiver may drop itself, or another, from inside one.
-// Errors: callbacks are `noexcept`: an exception that escapes one ends the program.
+/// \class kestrin::RcpReceiver
+/// The receiver: what an application hears of a connected reader. Derive from it, override what you
+/// want to hear, and hand a `std::shared_ptr` of your own class to
+/// `KestrinBleMgr::setRcpReceiverDelegate`.
+///
+/// Threads: every callback comes while the main run loop's thread waits for it, one at a time and
+/// in order. A receiver must not count on running on any particular thread in
+/// `dispatchRcpFrmReader`, and must not wait there for the main run loop.
+///
+/// Lifetime: the manager holds the receiver weakly and reads it anew before each callback; a
+/// receiver may drop itself, or another, from inside one.
+///
+/// Errors: callbacks are `noexcept`: an exception that escapes one ends the program.
 #pragma once
 
 #include <optional>
@@ -18,6 +21,8 @@
 #include "KestrinBLESDK/platform/NSData.h"
 
 namespace kestrin {
+/// \addtogroup application
+/// @{
 
 // Virtual, so that one object can be scan delegate and receiver at once.
 class KESTRIN_EXPORT RcpReceiver : public virtual SelectorResponder {
@@ -31,6 +36,8 @@ class KESTRIN_EXPORT RcpReceiver : public virtual SelectorResponder {
   /// as they came, unchecked and possibly absent.
   virtual void dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept;
 };
+
+/// @}
 
 namespace detail {
 

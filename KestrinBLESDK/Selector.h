@@ -1,11 +1,12 @@
-// Which callbacks a delegate implements.
-//
-// A delegate's class is looked at when the delegate is set: a callback counts as implemented when
-// the class, or one between it and the library's own, overrides it. Before each callback the
-// manager asks `respondsToSelector`, which answers from that, or however the class decides that
-// overrides it.
-//
-// Threads: the main run loop's.
+/// \file
+/// Which callbacks a delegate implements.
+///
+/// A delegate's class is looked at when the delegate is set: a callback counts as implemented when
+/// the class, or one between it and the library's own, overrides it. Before each callback the
+/// manager asks `respondsToSelector`, which answers from that, or however the class decides that
+/// overrides it.
+///
+/// Threads: the main run loop's.
 #pragma once
 
 #include <cstdint>
@@ -14,23 +15,29 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup application
+/// @{
 
 /// The callbacks of both delegates.
 enum class Selector : std::uint8_t {
-  scanBleStatus,
-  scanningBleDeive,
-  plugChangedStatus,
-  dispatchRcpFrmReader,
+  scanBleStatus,         ///< `scanBleStatus:` of the scan delegate.
+  scanningBleDeive,      ///< `scanningBleDeive:` of the scan delegate.
+  plugChangedStatus,     ///< `plugChangedStatus:` of the receiver.
+  dispatchRcpFrmReader,  ///< `dispatchRcpFrmReader:` of the receiver.
 };
 
-/// A set of callbacks.
+/// A set of callbacks; empty at first.
 class SelectorTable {
  public:
+  /// Adds one callback.
   constexpr void add(Selector selector) noexcept { bits_ |= bit(selector); }
+  /// Adds those of another set.
   constexpr void add(SelectorTable other) noexcept { bits_ |= other.bits_; }
+  /// Whether the callback is in this set.
   [[nodiscard]] constexpr bool contains(Selector selector) const noexcept {
     return (bits_ & bit(selector)) != 0;
   }
+  /// Whether no callback is in this set.
   [[nodiscard]] constexpr bool empty() const noexcept { return bits_ == 0; }
 
  private:
@@ -52,8 +59,9 @@ class KESTRIN_EXPORT SelectorResponder {
 
  protected:
   SelectorResponder() noexcept = default;
-  // What a class implements is no part of an object's value, so copies start without it.
+  /// What a class implements is no part of an object's value, so copies start without it.
   SelectorResponder(const SelectorResponder&) noexcept {}
+  /// Keeps what was found for this object.
   SelectorResponder& operator=(const SelectorResponder&) noexcept { return *this; }
 
  private:
@@ -61,6 +69,8 @@ class KESTRIN_EXPORT SelectorResponder {
   // Each setting adds what it found: a class may be known better at one place than at another.
   SelectorTable implemented_;
 };
+
+/// @}
 
 namespace detail {
 

@@ -1,22 +1,35 @@
-// The central role of a radio: its state, scanning and links.
-//
-// What every radio promises:
-// - A scan is honoured only when powered on. A peripheral is reported once per scan request and
-//   again only when its name changes. A second request while scanning starts that count anew.
-// - Every event comes on the main run loop, one at a time, and never from inside a request. The
-//   first is a state report.
-// - Requests made before the object was dropped are carried out; a dropped one delivers no further
-//   event, and lets go of the links and attempts that are still its own.
-// - Connecting never times out: a failed attempt is repeated inside the radio, with a growing
-//   pause, until it succeeds or is cancelled. It waits out a radio that is switched off and finds a
-//   device that appears later.
-// - `didConnectPeripheral` comes at the first evidence of the link. Every link ends with exactly
-//   one disconnection report, and so does a cancelled pending attempt; cancelling neither reports
-//   nothing.
-//
-// Threads: called on the main run loop.
-// Lifetime: the delegate is held weakly.
-// Errors: reported by events. Absent peripherals and those of another radio are ignored.
+/// \class kestrin::CBCentralManager
+/// The central role of a radio: its state, scanning and links.
+///
+/// What every radio promises:
+/// - A scan is honoured only when powered on. A peripheral is reported once per scan request and
+/// \code
+/// again only when its name changes. A second request while scanning starts that count anew.
+/// \endcode
+/// - Every event comes on the main run loop, one at a time, and never from inside a request. The
+/// \code
+/// first is a state report.
+/// \endcode
+/// - Requests made before the object was dropped are carried out; a dropped one delivers no further
+/// \code
+/// event, and lets go of the links and attempts that are still its own.
+/// \endcode
+/// - Connecting never times out: a failed attempt is repeated inside the radio, with a growing
+/// \code
+/// pause, until it succeeds or is cancelled. It waits out a radio that is switched off and finds a
+/// device that appears later.
+/// \endcode
+/// - `didConnectPeripheral` comes at the first evidence of the link. Every link ends with exactly
+/// \code
+/// one disconnection report, and so does a cancelled pending attempt; cancelling neither reports
+/// nothing.
+/// \endcode
+///
+/// Threads: called on the main run loop.
+///
+/// Lifetime: the delegate is held weakly.
+///
+/// Errors: reported by events. Absent peripherals and those of another radio are ignored.
 #pragma once
 
 #include <cstdint>
@@ -31,22 +44,26 @@
 #include "KestrinBLESDK/platform/NSError.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class CBCentralManager;
 
 /// The radio's state. Values above 5 may be added by a radio and mean nothing to this library.
 enum class CBManagerState : std::int64_t {
-  unknown = 0,
-  resetting = 1,
-  unsupported = 2,
-  unauthorized = 3,
-  poweredOff = 4,
-  poweredOn = 5,
+  unknown = 0,       ///< Not reported yet.
+  resetting = 1,     ///< What the radio needs has gone and is waited for.
+  unsupported = 2,   ///< This machine has no radio that can be used.
+  unauthorized = 3,  ///< This user may not use the radio.
+  poweredOff = 4,    ///< The radio is switched off.
+  poweredOn = 5,     ///< Scans and links work.
 };
 
 /// What a sighting carried besides the name that `CBPeripheral::name` answers.
 struct CBAdvertisementData {
+  /// The name in the advertisement or the scan response; absent when neither carried one.
   std::optional<std::string> localName;
+  /// The services that it advertised; empty when it named none.
   std::vector<CBUUID> serviceUUIDs;
 };
 
@@ -105,5 +122,7 @@ class KESTRIN_EXPORT CBCentralManager {
   /// `cancelPeripheralConnection:` Drops the link or abandons the attempt.
   virtual void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) = 0;
 };
+
+/// @}
 
 }  // namespace kestrin

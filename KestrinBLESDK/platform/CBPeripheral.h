@@ -1,13 +1,16 @@
-// A device in range or once in range, and the events it reports.
-//
-// There is one `CBPeripheral` object per device for the life of the process, over all central
-// managers, so devices are compared by identity.
-//
-// Threads: `writeValue...`, `setNotifyValue...`, `readValue...` and `name` may be called from any
-// thread; everything else on the main run loop. Every event comes on the main run loop, one at a
-// time, and never from inside a request.
-// Lifetime: the delegate is held weakly. Requests without a link go nowhere, quietly.
-// Errors: reported with the event that answers the request.
+/// \class kestrin::CBPeripheral
+/// A device in range or once in range, and the events it reports.
+///
+/// There is one `CBPeripheral` object per device for the life of the process, over all central
+/// managers, so devices are compared by identity.
+///
+/// Threads: `writeValue...`, `setNotifyValue...`, `readValue...` and `name` may be called from any
+/// thread; everything else on the main run loop. Every event comes on the main run loop, one at a
+/// time, and never from inside a request.
+///
+/// Lifetime: the delegate is held weakly. Requests without a link go nowhere, quietly.
+///
+/// Errors: reported with the event that answers the request.
 #pragma once
 
 #include <memory>
@@ -23,6 +26,8 @@
 #include "KestrinBLESDK/platform/NSError.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class CBPeripheral;
 
@@ -84,5 +89,7 @@ class KESTRIN_EXPORT CBPeripheral {
       const std::optional<NSData>& value, const std::shared_ptr<CBCharacteristic>& characteristic,
       CBCharacteristicWriteType type) = 0;
 };
+
+/// @}
 
 }  // namespace kestrin

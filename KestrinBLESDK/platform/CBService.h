@@ -1,8 +1,11 @@
-// A service of a connected peripheral, as one link sees it.
-//
-// Threads: read on the main run loop.
-// Lifetime: each link has objects of its own; see CBCharacteristic.h.
-// Errors: none.
+/// \class kestrin::CBService
+/// A service of a connected peripheral, as one link sees it.
+///
+/// Threads: read on the main run loop.
+///
+/// Lifetime: each link has objects of its own; see CBCharacteristic.h.
+///
+/// Errors: none.
 #pragma once
 
 #include <memory>
@@ -15,6 +18,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class KESTRIN_EXPORT CBService {
  public:
@@ -28,5 +33,7 @@ class KESTRIN_EXPORT CBService {
   /// `debugDescription` A descriptive text for a log line.
   [[nodiscard]] virtual std::string debugDescription() const = 0;
 };
+
+/// @}
 
 }  // namespace kestrin

@@ -1,8 +1,11 @@
-// A Bluetooth UUID as a value. A 16-bit UUID is short for a 128-bit one in the Bluetooth base range
-// (xxxxxxxx-0000-1000-8000-00805F9B34FB; Bluetooth Core, Vol 3, Part B, 2.5.1), so both forms are
-// the same value here.
-//
-// Threads: a plain value. Errors: text that is no UUID is refused, see `UUIDWithString`.
+/// \class kestrin::CBUUID
+/// A Bluetooth UUID as a value. A 16-bit UUID is short for a 128-bit one in the Bluetooth base
+/// range (xxxxxxxx-0000-1000-8000-00805F9B34FB; Bluetooth Core, Vol 3, Part B, 2.5.1), so both
+/// forms are the same value here.
+///
+/// Threads: a plain value.
+///
+/// Errors: text that is no UUID is refused, see `UUIDWithString`.
 #pragma once
 
 #include <array>
@@ -16,12 +19,15 @@
 #include "KestrinBLESDK/platform/NSError.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class KESTRIN_EXPORT CBUUID {
  public:
   /// The 16 bytes, most significant first, as the text form writes them.
   using Bytes = std::array<std::uint8_t, 16>;
 
+  /// The UUID of these 16 bytes.
   explicit constexpr CBUUID(const Bytes& bytes) noexcept : bytes_(bytes) {}
   /// The UUID that a 16-bit value stands for.
   explicit constexpr CBUUID(std::uint16_t shortUUID) noexcept : bytes_(kBase) {
@@ -41,8 +47,10 @@ class KESTRIN_EXPORT CBUUID {
   [[nodiscard]] bool isEqual(const CBUUID& other) const noexcept { return *this == other; }
   /// The 16-bit value, absent when this UUID has none.
   [[nodiscard]] std::optional<std::uint16_t> shortUUID() const noexcept;
+  /// The 16 bytes, most significant first.
   [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; }
 
+  /// Orders UUIDs by their bytes; equal in whichever form either was given.
   // NOLINTNEXTLINE(modernize-use-nullptr): the generated comparison with 0 is no pointer's.
   friend constexpr auto operator<=>(const CBUUID&, const CBUUID&) noexcept = default;
 
@@ -51,5 +59,7 @@ class KESTRIN_EXPORT CBUUID {
                                   0x80, 0x00, 0x00, 0x80, 0x5F, 0x9B, 0x34, 0xFB};
   Bytes bytes_{};
 };
+
+/// @}
 
 }  // namespace kestrin

@@ -1,9 +1,12 @@
-// Time for a run loop: where it comes from and how to wait for it. Real and virtual time differ
-// here and nowhere else.
-//
-// Threads: all operations from any thread.
-// Lifetime: shared by the loops that read it.
-// Errors: none.
+/// \class kestrin::Clock
+/// Time for a run loop: where it comes from and how to wait for it. Real and virtual time differ
+/// here and nowhere else.
+///
+/// Threads: all operations from any thread.
+///
+/// Lifetime: shared by the loops that read it.
+///
+/// Errors: none.
 #pragma once
 
 #include <chrono>
@@ -14,6 +17,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 /// A point in time or a span of it, in nanoseconds. Points count from the clock's own beginning.
 using Time = std::chrono::nanoseconds;
@@ -56,5 +61,7 @@ class KESTRIN_EXPORT MonotonicClock final : public Clock {
   void wait(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock,
             std::optional<Time> deadline) override;
 };
+
+/// @}
 
 }  // namespace kestrin

@@ -1,8 +1,11 @@
-// Once-only execution, and the global work queues with synchronous submission.
-//
-// Threads: any thread.
-// Lifetime: submitted work is borrowed: it has run when `dispatch_sync` returns.
-// Errors: none; work must not throw.
+/// \file
+/// Once-only execution, and the global work queues with synchronous submission.
+///
+/// Threads: any thread.
+///
+/// Lifetime: submitted work is borrowed: it has run when `dispatch_sync` returns.
+///
+/// Errors: none; work must not throw.
 #pragma once
 
 #include <mutex>
@@ -12,6 +15,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 /// `dispatch_once_t` Marks whether the work of a `dispatch_once` is done.
 using dispatch_once_t = std::once_flag;
@@ -28,17 +33,19 @@ inline constexpr long DISPATCH_QUEUE_PRIORITY_HIGH = 2;
 
 /// A global queue, by its priority.
 struct dispatch_queue_t {
-  long priority = 0;
+  long priority = 0;  ///< Which of the global queues it is.
 };
 
 /// A borrowed piece of work: neither copied nor kept.
 class WorkReference {
  public:
+  /// Refers to `work`, which has to live as long as this is used.
   template <class Work>
   requires(!std::is_same_v<std::remove_cvref_t<Work>, WorkReference>)
       // NOLINTNEXTLINE(google-explicit-constructor): a call site writes the work itself.
       WorkReference(const Work& work)
   noexcept : work_(&work), run_([](const void* w) { (*static_cast<const Work*>(w))(); }) {}
+  /// Runs the work on the calling thread.
   void operator()() const { run_(work_); }
 
  private:
@@ -46,6 +53,7 @@ class WorkReference {
   void (*run_)(const void*);
 };
 
+/// The global queues. A platform may bring others by overriding the operations.
 class KESTRIN_EXPORT Dispatch {
  public:
   virtual ~Dispatch();
@@ -57,5 +65,7 @@ class KESTRIN_EXPORT Dispatch {
   /// nothing else. Work on a concurrent queue must not count on any particular thread.
   virtual void dispatch_sync(const dispatch_queue_t& queue, WorkReference work) const;
 };
+
+/// @}
 
 }  // namespace kestrin

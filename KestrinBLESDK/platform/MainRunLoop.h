@@ -1,14 +1,17 @@
-// The run loop that the whole library runs on, with real or virtual time.
-//
-// An application turns it with one of the `run` operations, or lets its own event loop host it: the
-// descriptor is readable whenever a turn has something to do, and `runOneTurn` does it.
-//
-// Threads: one thread turns a loop; `post`, `arm`, `cancel`, the delayed requests, `now` and `stop`
-// may be called from any thread. No lock is held while a task runs.
-// Lifetime: destroy it on the thread that turned it, not from inside a task. What is pending is
-// dropped.
-// Errors: a task that throws ends the turn; the exception leaves the `run` operation, and the rest
-// stays pending. `fileDescriptor` answers -1 when the system has no descriptors left.
+/// \class kestrin::MainRunLoop
+/// The run loop that the whole library runs on, with real or virtual time.
+///
+/// An application turns it with one of the `run` operations, or lets its own event loop host it:
+/// the descriptor is readable whenever a turn has something to do, and `runOneTurn` does it.
+///
+/// Threads: one thread turns a loop; `post`, `arm`, `cancel`, the delayed requests, `now` and
+/// `stop` may be called from any thread. No lock is held while a task runs.
+///
+/// Lifetime: destroy it on the thread that turned it, not from inside a task. What is pending is
+/// dropped.
+///
+/// Errors: a task that throws ends the turn; the exception leaves the `run` operation, and the rest
+/// stays pending. `fileDescriptor` answers -1 when the system has no descriptors left.
 #pragma once
 
 #include <functional>
@@ -23,12 +26,17 @@
 #include "KestrinBLESDK/platform/TimerQueue.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class DescriptorWaker;
 
 class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
  public:
+  /// A loop on a clock of its own, real time unless another is given. Nothing runs until it is
+  /// turned.
   explicit MainRunLoop(std::shared_ptr<Clock> clock = std::make_shared<MonotonicClock>());
+  /// Drops what is pending.
   ~MainRunLoop() override;
   MainRunLoop(const MainRunLoop&) = delete;
   MainRunLoop& operator=(const MainRunLoop&) = delete;
@@ -90,5 +98,7 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   bool stopRequested_ = false;
   std::unique_ptr<DescriptorWaker> waker_;  // Made when the descriptor is first asked for.
 };
+
+/// @}
 
 }  // namespace kestrin

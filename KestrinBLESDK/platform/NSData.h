@@ -1,12 +1,15 @@
-// Byte buffers: `NSData` is immutable and cheap to copy (copies share the bytes), `NSMutableData`
-// grows and is owned by one holder. Frames, slices and notified values cross every interface as
-// `NSData`.
-//
-// Threads: an `NSData` may be read and copied from any thread at once. An `NSMutableData` belongs
-// to one thread at a time.
-// Lifetime: `bytes()` stays valid as long as any copy of that `NSData` lives; for `NSMutableData`
-// until the next change.
-// Errors: none. Running out of memory ends the program, as everywhere in this library.
+/// \file
+/// Byte buffers: `NSData` is immutable and cheap to copy (copies share the bytes), `NSMutableData`
+/// grows and is owned by one holder. Frames, slices and notified values cross every interface as
+/// `NSData`.
+///
+/// Threads: an `NSData` may be read and copied from any thread at once. An `NSMutableData` belongs
+/// to one thread at a time.
+///
+/// Lifetime: `bytes()` stays valid as long as any copy of that `NSData` lives; for `NSMutableData`
+/// until the next change.
+///
+/// Errors: none. Running out of memory ends the program, as everywhere in this library.
 #pragma once
 
 #include <cstddef>
@@ -20,20 +23,25 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class NSMutableData;
 
 /// A range of bytes: `location` is the first byte's index, `length` the number of bytes.
 struct NSRange {
-  std::size_t location = 0;
-  std::size_t length = 0;
+  std::size_t location = 0;  ///< The first byte's index.
+  std::size_t length = 0;    ///< How many bytes.
 };
 
+/// Bytes that never change, cheap to copy: copies share them.
 class KESTRIN_EXPORT NSData {
  public:
   /// An empty buffer.
   NSData() noexcept = default;
+  /// A buffer holding the listed bytes.
   NSData(std::initializer_list<std::uint8_t> bytes);
+  /// A buffer holding a copy of `bytes`.
   explicit NSData(std::span<const std::uint8_t> bytes);
 
   /// `dataWithBytes:length:` A buffer holding a copy of `length` bytes at `bytes`.
@@ -55,11 +63,15 @@ class KESTRIN_EXPORT NSData {
   /// and never shortened, for example `<bb000300 01b17e65 97>`; `<>` when empty.
   [[nodiscard]] std::string description() const;
 
+  /// A view of the bytes, valid as long as any copy of this buffer lives.
   [[nodiscard]] std::span<const std::uint8_t> span() const noexcept {
     return {bytes_.get(), length_};
   }
+  /// The first byte, for range loops.
   [[nodiscard]] const std::uint8_t* begin() const noexcept { return bytes_.get(); }
+  /// One past the last byte.
   [[nodiscard]] const std::uint8_t* end() const noexcept { return bytes_.get() + length_; }
+  /// Whether both hold the same bytes.
   friend KESTRIN_EXPORT bool operator==(const NSData& a, const NSData& b) noexcept;
 
  private:
@@ -67,9 +79,12 @@ class KESTRIN_EXPORT NSData {
   std::size_t length_ = 0;
 };
 
+/// Bytes that grow and shrink, owned by one holder.
 class KESTRIN_EXPORT NSMutableData {
  public:
+  /// An empty buffer.
   NSMutableData() noexcept = default;
+  /// A buffer holding a copy of `bytes`.
   explicit NSMutableData(std::span<const std::uint8_t> bytes)
       : bytes_(bytes.begin(), bytes.end()) {}
 
@@ -83,6 +98,7 @@ class KESTRIN_EXPORT NSMutableData {
   void setLength(std::size_t length) { bytes_.resize(length); }
   /// `copy` An immutable buffer holding a copy of the bytes.
   [[nodiscard]] NSData copy() const { return NSData(span()); }
+  /// A view of the bytes, valid until the buffer is changed next.
   [[nodiscard]] std::span<const std::uint8_t> span() const noexcept { return bytes_; }
 
  private:
@@ -91,5 +107,7 @@ class KESTRIN_EXPORT NSMutableData {
 
 /// The bytes as the log shows them, see `NSData::description`.
 KESTRIN_EXPORT std::string descriptionOfBytes(std::span<const std::uint8_t> bytes);
+
+/// @}
 
 }  // namespace kestrin

@@ -1,6 +1,9 @@
-// What went wrong, in words for a person: a domain, a code within it and a readable text.
-//
-// Threads: a plain value. Errors: none.
+/// \struct kestrin::NSError
+/// What went wrong, in words for a person: a domain, a code within it and a readable text.
+///
+/// Threads: a plain value.
+///
+/// Errors: none.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +12,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 struct KESTRIN_EXPORT NSError {
   /// Who speaks, for example `CBATTErrorDomain`.
@@ -25,6 +30,7 @@ struct KESTRIN_EXPORT NSError {
   /// `Error Domain=CBATTErrorDomain Code=14 "Unlikely Error"`.
   [[nodiscard]] std::string description() const;
 
+  /// Whether domain, code and text are the same.
   friend bool operator==(const NSError&, const NSError&) = default;
 };
 
@@ -34,5 +40,7 @@ inline constexpr char CBErrorDomain[] = "CBErrorDomain";
 inline constexpr char CBATTErrorDomain[] = "CBATTErrorDomain";
 /// Errors in what the application handed to this library.
 inline constexpr char KestrinErrorDomain[] = "KestrinErrorDomain";
+
+/// @}
 
 }  // namespace kestrin

@@ -1,9 +1,12 @@
-// The log: `NSLog` formats a line and hands it to a sink. Nothing is shortened.
-//
-// Threads: `NSLog` may be called from any thread; a sink must allow that. A sink is called without
-// any lock held, and may call back into the library.
-// Lifetime: a platform shares its sink; the process-wide default sink is kept until replaced.
-// Errors: none; a sink must not throw.
+/// \file
+/// The log: `NSLog` formats a line and hands it to a sink. Nothing is shortened.
+///
+/// Threads: `NSLog` may be called from any thread; a sink must allow that. A sink is called without
+/// any lock held, and may call back into the library.
+///
+/// Lifetime: a platform shares its sink; the process-wide default sink is kept until replaced.
+///
+/// Errors: none; a sink must not throw.
 #pragma once
 
 #include <concepts>
@@ -19,7 +22,11 @@
 #include "KestrinBLESDK/platform/NSError.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
+/// Where log lines go. Derive from it and put yours into `Platform::log`, or make it the process's
+/// with `setDefaultLogSink`.
 class KESTRIN_EXPORT NSLogSink {
  public:
   virtual ~NSLogSink();
@@ -94,5 +101,7 @@ void NSLog(NSLogSink& sink, std::string_view format, const Arguments&... argumen
   line += format;
   sink.write(line);
 }
+
+/// @}
 
 }  // namespace kestrin

@@ -1,9 +1,12 @@
-// Named notifications, delivered at once to every observer of the name.
-//
-// Threads: any thread; handlers run on the thread that posts, which for this library's own
-// notification must be the one that turns the main run loop. No lock is held meanwhile.
-// Lifetime: observers are held weakly; one that is gone is skipped and forgotten.
-// Errors: none.
+/// \class kestrin::NSNotificationCenter
+/// Named notifications, delivered at once to every observer of the name.
+///
+/// Threads: any thread; handlers run on the thread that posts, which for this library's own
+/// notification must be the one that turns the main run loop. No lock is held meanwhile.
+///
+/// Lifetime: observers are held weakly; one that is gone is skipped and forgotten.
+///
+/// Errors: none.
 #pragma once
 
 #include <memory>
@@ -16,6 +19,8 @@
 #include "KestrinBLESDK/platform/SEL.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 /// Posted by an application that leaves the foreground: every manager closes its link on the next
 /// turn of the main run loop.
@@ -48,5 +53,7 @@ class KESTRIN_EXPORT NSNotificationCenter {
   std::mutex mutex_;
   std::vector<Observation> observations_;
 };
+
+/// @}
 
 }  // namespace kestrin

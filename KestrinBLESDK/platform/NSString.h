@@ -1,6 +1,9 @@
-// Text from bytes, and the text tests of the link logic, on `std::string`.
-//
-// Threads: pure functions. Errors: bytes that are no text of the encoding give an absent text.
+/// \file
+/// Text from bytes, and the text tests of the link logic, on `std::string`.
+///
+/// Threads: pure functions.
+///
+/// Errors: bytes that are no text of the encoding give an absent text.
 #pragma once
 
 #include <optional>
@@ -10,7 +13,10 @@
 #include "KestrinBLESDK/platform/NSData.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
+/// How bytes stand for characters, numbered as in `initWithData:encoding:`.
 enum class NSStringEncoding : unsigned long {
   /// 7-bit ASCII: a byte of 0x80 or more is no character.
   NSASCIIStringEncoding = 1,
@@ -33,5 +39,7 @@ inline bool hasPrefix(const std::optional<std::string>& text, std::string_view p
 
 /// `isEqualToString:` Exact, case-sensitive.
 inline bool isEqualToString(std::string_view a, std::string_view b) noexcept { return a == b; }
+
+/// @}
 
 }  // namespace kestrin

@@ -1,6 +1,11 @@
-// Blocking the calling thread, which is the write path's only flow control.
-//
-// Threads: from any thread. Lifetime: shared. Errors: none.
+/// \class kestrin::NSThread
+/// Blocking the calling thread, which is the write path's only flow control.
+///
+/// Threads: from any thread.
+///
+/// Lifetime: shared.
+///
+/// Errors: none.
 #pragma once
 
 #include <memory>
@@ -8,6 +13,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class MainRunLoop;
 
@@ -22,5 +29,7 @@ class KESTRIN_EXPORT NSThread {
 /// Sleeps by the loop's clock, so that virtual time passes too, and lets the loop's frozen time
 /// move on when its own thread sleeps. The loop is held weakly; without it nothing sleeps.
 KESTRIN_EXPORT std::shared_ptr<NSThread> sleepOn(std::weak_ptr<MainRunLoop> loop);
+
+/// @}
 
 }  // namespace kestrin

@@ -1,8 +1,11 @@
-// A radio: what makes central managers. Each radio is a library of its own.
-//
-// Threads: `initWithDelegate_queue` on the main run loop; `stateReason` from any thread.
-// Lifetime: central managers keep alive what they need of their radio.
-// Errors: a radio that can not work says so by its state, and why by `stateReason`.
+/// \class kestrin::Radio
+/// A radio: what makes central managers. Each radio is a library of its own.
+///
+/// Threads: `initWithDelegate_queue` on the main run loop; `stateReason` from any thread.
+///
+/// Lifetime: central managers keep alive what they need of their radio.
+///
+/// Errors: a radio that can not work says so by its state, and why by `stateReason`.
 #pragma once
 
 #include <memory>
@@ -12,6 +15,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class RunLoop;
 
@@ -26,5 +31,7 @@ class KESTRIN_EXPORT Radio {
   /// is powered on.
   [[nodiscard]] virtual std::string stateReason() const = 0;
 };
+
+/// @}
 
 }  // namespace kestrin

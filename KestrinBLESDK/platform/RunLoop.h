@@ -1,11 +1,14 @@
-// The operations that the library and the radios ask of a run loop: delayed requests on an object,
-// timers, and work posted from another thread.
-//
-// Threads: every operation may be called from any thread; what was armed or posted runs on the
-// thread that turns the loop, one at a time and in order of due time, ties in order of arming.
-// Lifetime: a pending delayed request keeps its target alive. A loop that is destroyed drops what
-// is pending.
-// Errors: none; work must not throw.
+/// \class kestrin::RunLoop
+/// The operations that the library and the radios ask of a run loop: delayed requests on an object,
+/// timers, and work posted from another thread.
+///
+/// Threads: every operation may be called from any thread; what was armed or posted runs on the
+/// thread that turns the loop, one at a time and in order of due time, ties in order of arming.
+///
+/// Lifetime: a pending delayed request keeps its target alive. A loop that is destroyed drops what
+/// is pending.
+///
+/// Errors: none; work must not throw.
 #pragma once
 
 #include <cstdint>
@@ -17,9 +20,12 @@
 #include "KestrinBLESDK/platform/SEL.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class KESTRIN_EXPORT RunLoop {
  public:
+  /// What runs in a turn. It must not throw.
   using Task = std::function<void()>;
   /// Names one armed timer; never used again for another.
   using TimerId = std::uint64_t;
@@ -46,5 +52,7 @@ class KESTRIN_EXPORT RunLoop {
                                                                        const SEL& selector,
                                                                        const void* object) = 0;
 };
+
+/// @}
 
 }  // namespace kestrin

@@ -1,10 +1,13 @@
-// The one queue of timers: what is due when, in order of due time, ties in order of arming. It
-// knows no clock and no thread; `MainRunLoop` asks it under a lock.
-//
-// Threads: one at a time.
-// Lifetime: owns the tasks; a task that leaves the queue is handed to the caller, so that it is run
-// and released without the caller's lock.
-// Errors: none.
+/// \class kestrin::TimerQueue
+/// The one queue of timers: what is due when, in order of due time, ties in order of arming. It
+/// knows no clock and no thread; `MainRunLoop` asks it under a lock.
+///
+/// Threads: one at a time.
+///
+/// Lifetime: owns the tasks; a task that leaves the queue is handed to the caller, so that it is
+/// run and released without the caller's lock.
+///
+/// Errors: none.
 #pragma once
 
 #include <cstdint>
@@ -20,17 +23,22 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin {
+/// \addtogroup platform
+/// @{
 
 class KESTRIN_EXPORT TimerQueue {
  public:
+  /// What runs when a timer is due.
   using Task = std::function<void()>;
+  /// Names one timer; counts up from 1 in order of arming.
   using Id = std::uint64_t;
 
   /// What a delayed request is cancelled by.
   struct Request {
-    const void* target = nullptr;
-    std::string_view selector;
-    const void* object = nullptr;
+    const void* target = nullptr;  ///< The object that it runs on.
+    std::string_view selector;     ///< The operation's name.
+    const void* object = nullptr;  ///< The argument; null when absent.
+    /// Whether target, operation and argument are the same.
     friend bool operator==(const Request&, const Request&) = default;
   };
 
@@ -47,6 +55,7 @@ class KESTRIN_EXPORT TimerQueue {
   Task takeDue(Time now, Id barrier);
   /// The id that the next armed timer gets.
   [[nodiscard]] Id nextId() const noexcept { return nextId_; }
+  /// How many timers are pending.
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
 
  private:
@@ -68,5 +77,7 @@ class KESTRIN_EXPORT TimerQueue {
   std::unordered_map<Id, Time> dueById_;
   std::unordered_multimap<Request, Place, RequestHash> places_;
 };
+
+/// @}
 
 }  // namespace kestrin

@@ -49,3 +49,5 @@ need_commands() {
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev libsdbus-c++-dev)
 test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev librapidcheck-dev
   binutils dbus libsystemd-dev libglib2.0-dev libasio-dev qt6-base-dev)
+# What scripts/docs needs.
+docs_packages=(doxygen python3)

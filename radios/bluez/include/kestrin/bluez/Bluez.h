@@ -1,13 +1,18 @@
-// The real radio on Linux: the central role over the Bluetooth daemon (BlueZ) on the message bus.
-//
-//   kestrin::bluez::install();  // once, before the first KestrinBleMgr::sharedInstance()
-//
-// Threads: `makeRadio` and `install` from any thread. A radio has a thread of its own for the bus
-// and reports every event on the main run loop.
-// Lifetime: a radio lives as long as someone holds it or one of its central managers. The last
-// release waits for what was asked of it before to be handed to the daemon, two seconds at most.
-// Errors: none is thrown. Without a bus, a daemon or an adapter the radio reports the state
-// unsupported and `Radio::stateReason` says what to do.
+/// \file
+/// The real radio on Linux: the central role over the Bluetooth daemon (BlueZ) on the message bus.
+///
+/// \code
+/// kestrin::bluez::install();  // once, before the first KestrinBleMgr::sharedInstance()
+/// \endcode
+///
+/// Threads: `makeRadio` and `install` from any thread. A radio has a thread of its own for the bus
+/// and reports every event on the main run loop.
+///
+/// Lifetime: a radio lives as long as someone holds it or one of its central managers. The last
+/// release waits for what was asked of it before to be handed to the daemon, two seconds at most.
+///
+/// Errors: none is thrown. Without a bus, a daemon or an adapter the radio reports the state
+/// unsupported and `Radio::stateReason` says what to do.
 #pragma once
 
 #include <memory>
@@ -19,6 +24,8 @@
 #include "KestrinBLESDK/platform/RunLoop.h"
 
 namespace kestrin::bluez {
+/// \addtogroup bluez
+/// @{
 
 /// Which adapter on which bus.
 struct Options {
@@ -36,5 +43,7 @@ KESTRIN_EXPORT std::shared_ptr<Radio> makeRadio(std::weak_ptr<RunLoop> mainRunLo
 
 /// Makes such a radio, on `MainRunLoop::main()`, the one that `Platform::systemDefault()` uses.
 KESTRIN_EXPORT void install(Options options = {});
+
+/// @}
 
 }  // namespace kestrin::bluez

@@ -1,7 +1,10 @@
-// What a peripheral's attribute server holds: services with their characteristics, in handle order.
-// The layouts of both reader families stand here once, for virtual readers of every kind.
-//
-// Threads: plain values and pure functions. Errors: none.
+/// \file
+/// What a peripheral's attribute server holds: services with their characteristics, in handle
+/// order. The layouts of both reader families stand here once, for virtual readers of every kind.
+///
+/// Threads: plain values and pure functions.
+///
+/// Errors: none.
 #pragma once
 
 #include <optional>
@@ -13,8 +16,12 @@
 #include "KestrinBLESDK/platform/NSData.h"
 
 namespace kestrin::simulated {
+/// \addtogroup simulated
+/// @{
 
+/// One characteristic of a service.
 struct GattCharacteristic {
+  /// Which characteristic it is.
   CBUUID uuid;
   /// A mask of `CBCharacteristicProperty...` bits.
   CBCharacteristicProperties properties = 0;
@@ -22,8 +29,11 @@ struct GattCharacteristic {
   NSData value;
 };
 
+/// One service of a peripheral.
 struct GattService {
+  /// Which service it is.
   CBUUID uuid;
+  /// What belongs to it, in handle order.
   std::vector<GattCharacteristic> characteristics;
 };
 
@@ -32,7 +42,10 @@ using GattLayout = std::vector<GattService>;
 
 /// The two families of readers. The name that a reader advertises tells them apart: one that begins
 /// with "KVR-Q62T" is of that family.
-enum class ReaderFamily { standard, kvrQ62T };
+enum class ReaderFamily {
+  standard,  ///< Every reader whose name does not begin so.
+  kvrQ62T,   ///< The KVR-Q62T family.
+};
 
 /// The two characteristics that commands and replies travel on, named from the host's side.
 struct ReaderCharacteristics {
@@ -42,6 +55,7 @@ struct ReaderCharacteristics {
   CBUUID rx;
 };
 
+/// Which they are for readers of a family.
 KESTRIN_EXPORT ReaderCharacteristics readerCharacteristics(ReaderFamily family);
 
 /// The data service that a reader of the family tells in its advertisements.
@@ -55,5 +69,7 @@ KESTRIN_EXPORT GattLayout readerLayout(
 
 /// A peripheral that is no reader: generic access and a battery level.
 KESTRIN_EXPORT GattLayout nonReaderLayout();
+
+/// @}
 
 }  // namespace kestrin::simulated

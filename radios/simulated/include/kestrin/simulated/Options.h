@@ -1,7 +1,10 @@
-// How a simulated radio and its air behave.
-//
-// Threads: a plain value. Errors: a range whose maximum lies below its minimum counts as its
-// minimum alone.
+/// \struct kestrin::simulated::Options
+/// How a simulated radio and its air behave.
+///
+/// Threads: a plain value.
+///
+/// Errors: a range whose maximum lies below its minimum counts as its
+/// minimum alone.
 #pragma once
 
 #include <chrono>
@@ -14,12 +17,14 @@
 #include "KestrinBLESDK/platform/NSLog.h"
 
 namespace kestrin::simulated {
+/// \addtogroup simulated
+/// @{
 
 /// Every value from `min` to `max` is as likely as every other.
 template <class T>
 struct Range {
-  T min;
-  T max;
+  T min;  ///< The least value.
+  T max;  ///< The largest value, itself included.
 };
 
 struct Options {
@@ -49,5 +54,7 @@ struct Options {
   /// How long after a linked peripheral has vanished its link is found to be lost.
   Time supervisionTimeout = std::chrono::milliseconds(500);
 };
+
+/// @}
 
 }  // namespace kestrin::simulated

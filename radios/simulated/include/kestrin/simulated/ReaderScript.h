@@ -1,9 +1,12 @@
-// How a virtual reader behaves, with no radio in it: slices of commands in, frames of replies out.
-// Virtual readers of every kind play the same script.
-//
-// Threads: a `ReaderConversation` belongs to one thread at a time; the functions are pure.
-// Lifetime: a conversation owns its copy of the script.
-// Errors: bytes that are no frame are skipped; a script must not throw.
+/// \file
+/// How a virtual reader behaves, with no radio in it: slices of commands in, frames of replies out.
+/// Virtual readers of every kind play the same script.
+///
+/// Threads: a `ReaderConversation` belongs to one thread at a time; the functions are pure.
+///
+/// Lifetime: a conversation owns its copy of the script.
+///
+/// Errors: bytes that are no frame are skipped; a script must not throw.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +19,8 @@
 #include "KestrinBLESDK/platform/NSData.h"
 
 namespace kestrin::simulated {
+/// \addtogroup simulated
+/// @{
 
 /// A reader's answer: one whole command frame in, whole reply frames out, none for no answer.
 using ReaderScript = std::function<std::vector<NSData>(const NSData& frame)>;
@@ -61,5 +66,7 @@ KESTRIN_EXPORT std::vector<NSData> cutIntoPieces(const NSData& bytes,
                                                  const std::function<std::size_t()>& nextSize);
 /// The same with pieces of one size.
 KESTRIN_EXPORT std::vector<NSData> cutIntoPieces(const NSData& bytes, std::size_t size);
+
+/// @}
 
 }  // namespace kestrin::simulated

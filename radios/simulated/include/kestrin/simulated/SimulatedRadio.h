@@ -1,11 +1,14 @@
-// A radio in the process, with virtual peripherals in range, for applications that have no reader
-// at hand. It keeps every promise that CBCentralManager.h and CBPeripheral.h make.
-//
-// Threads: on the thread that turns the main run loop, except for `stateReason`, which may be
-// called from any.
-// Lifetime: central managers keep alive what they need of their radio. The run loop is held weakly:
-// once it has ended nothing happens any more.
-// Errors: none.
+/// \class kestrin::simulated::SimulatedRadio
+/// A radio in the process, with virtual peripherals in range, for applications that have no reader
+/// at hand. It keeps every promise that CBCentralManager.h and CBPeripheral.h make.
+///
+/// Threads: on the thread that turns the main run loop, except for `stateReason`, which may be
+/// called from any.
+///
+/// Lifetime: central managers keep alive what they need of their radio. The run loop is held
+/// weakly: once it has ended nothing happens any more.
+///
+/// Errors: none.
 #pragma once
 
 #include <memory>
@@ -20,11 +23,15 @@
 #include "kestrin/simulated/VirtualPeripheral.h"
 
 namespace kestrin::simulated {
+/// \addtogroup simulated
+/// @{
 
 class RadioCore;
 
 class KESTRIN_EXPORT SimulatedRadio final : public Radio {
  public:
+  /// A radio that reports on `mainRunLoop`, with nothing in range. A `SimulatedPlatform` makes its
+  /// own.
   SimulatedRadio(std::weak_ptr<RunLoop> mainRunLoop, const Options& options);
   ~SimulatedRadio() override;
   SimulatedRadio(const SimulatedRadio&) = delete;
@@ -53,5 +60,7 @@ class KESTRIN_EXPORT SimulatedRadio final : public Radio {
  private:
   const std::shared_ptr<RadioCore> core_;
 };
+
+/// @}
 
 }  // namespace kestrin::simulated

@@ -1,11 +1,16 @@
-// Time that passes only when somebody waits for it: a run loop with this clock does hours of
-// waiting at once and the same way every time.
-//
-//   auto loop = std::make_shared<kestrin::MainRunLoop>(std::make_shared<VirtualClock>());
-//
-// Threads: all operations from any thread.
-// Lifetime: shared by the loops that read it.
-// Errors: none.
+/// \class kestrin::simulated::VirtualClock
+/// Time that passes only when somebody waits for it: a run loop with this clock does hours of
+/// waiting at once and the same way every time.
+///
+/// \code
+/// auto loop = std::make_shared<kestrin::MainRunLoop>(std::make_shared<VirtualClock>());
+/// \endcode
+///
+/// Threads: all operations from any thread.
+///
+/// Lifetime: shared by the loops that read it.
+///
+/// Errors: none.
 #pragma once
 
 #include <condition_variable>
@@ -16,6 +21,8 @@
 #include "KestrinBLESDK/platform/Export.h"
 
 namespace kestrin::simulated {
+/// \addtogroup simulated
+/// @{
 
 class KESTRIN_EXPORT VirtualClock final : public Clock {
  public:
@@ -32,5 +39,7 @@ class KESTRIN_EXPORT VirtualClock final : public Clock {
   mutable std::mutex mutex_;
   Time now_{};
 };
+
+/// @}
 
 }  // namespace kestrin::simulated

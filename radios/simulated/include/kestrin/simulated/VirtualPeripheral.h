@@ -1,12 +1,15 @@
-// One virtual device in range of a simulated radio: what to make it do, and what it has seen.
-//
-// A change holds from the next message on that the device gets or sends. Every error that the
-// device is told to answer with is answered until it is told otherwise.
-//
-// Threads: on the thread that turns the main run loop.
-// Lifetime: the radio keeps the device as long as any central manager or the radio itself lives; a
-// handle that outlives both does nothing.
-// Errors: none; a UUID that the device does not have changes nothing.
+/// \class kestrin::simulated::VirtualPeripheral
+/// One virtual device in range of a simulated radio: what to make it do, and what it has seen.
+///
+/// A change holds from the next message on that the device gets or sends. Every error that the
+/// device is told to answer with is answered until it is told otherwise.
+///
+/// Threads: on the thread that turns the main run loop.
+///
+/// Lifetime: the radio keeps the device as long as any central manager or the radio itself lives; a
+/// handle that outlives both does nothing.
+///
+/// Errors: none; a UUID that the device does not have changes nothing.
 #pragma once
 
 #include <cstddef>
@@ -22,14 +25,18 @@
 #include "kestrin/simulated/ReaderScript.h"
 
 namespace kestrin::simulated {
+/// \addtogroup simulated
+/// @{
 
 class Device;
 
 /// One write as the device got it.
 struct ReceivedWrite {
+  /// What was written to.
   CBUUID characteristic;
-  /// May be empty.
+  /// The bytes of this one write; may be empty.
   NSData value{};
+  /// Whether the device was to answer.
   CBCharacteristicWriteType type = CBCharacteristicWriteType::CBCharacteristicWriteWithResponse;
   /// When it arrived, by the run loop's clock.
   Time at{};
@@ -119,5 +126,7 @@ class KESTRIN_EXPORT VirtualPeripheral {
  private:
   const std::shared_ptr<Device> device_;
 };
+
+/// @}
 
 }  // namespace kestrin::simulated
