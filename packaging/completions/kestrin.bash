@@ -20,15 +20,20 @@ _kestrin() {
       mapfile -t COMPREPLY < <(compgen -W "$(ls /sys/class/bluetooth 2>/dev/null)" -- "$word")
       return
       ;;
+    --record)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      return
+      ;;
     --for | --timeout) return ;;
   esac
-  local radio='--radio --adapter --log' words=--help
+  local radio='--radio --adapter --log --record' words=--help
   case $command in
     '') words='demo scan monitor send frame replay doctor --help --version' ;;
-    demo) words+=' --virtual-time --log' ;;
-    scan) words+=" --for $radio" ;;
-    monitor) words+=" --timeout $radio" ;;
-    send) words+=" --for --timeout $radio" ;;
+    demo) words+=' --virtual-time --log --record' ;;
+    scan) words+=" --for --json $radio" ;;
+    monitor) words+=" --timeout --json $radio" ;;
+    send) words+=" --for --timeout --json $radio" ;;
     doctor) words+=' --adapter' ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")

@@ -13,6 +13,7 @@
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/InterruptSignals.h"
 #include "tools/kestrin/RadioEnvironment.h"
+#include "tools/kestrin/RecordedEnvironment.h"
 
 namespace kestrin::app {
 namespace {
@@ -47,6 +48,14 @@ std::string checkRadio(const std::string& text) {
   return "'" + printable(text) + "' is no radio; there are bluez and simulated";
 }
 
+void addRecord(CLI::App& command, std::optional<std::string>& file) {
+  command
+      .add_option("--record", file,
+                  "Write everything that passes between application, radio and reader to a file, "
+                  "one JSON object per line, for replay and timeline")
+      ->type_name("FILE");
+}
+
 void addRadioOptions(CLI::App& command, RadioRequest& radio) {
   const auto chosen = [&radio](const std::string& name) {
     radio.kind = name == "simulated" ? RadioKind::simulated : RadioKind::bluez;
@@ -62,6 +71,11 @@ void addRadioOptions(CLI::App& command, RadioRequest& radio) {
       ->type_name("NAME");
   command.add_flag("--log", radio.log, "Show the library's log on standard error");
   command.add_flag("--virtual-time", radio.virtualTime, "For tests")->group(kHidden);
+  addRecord(command, radio.record);
+}
+
+void addJson(CLI::App& command, bool& json) {
+  command.add_flag("--json", json, "Print one JSON object per line, for programs that read it");
 }
 
 void addSearchTimeout(CLI::App& command, double& timeout) {
@@ -80,6 +94,7 @@ void addDemo(CLI::App& app, Requests& requests) {
   command->add_flag("--virtual-time", requests.demo.virtualTime,
                     "End at once: time passes only on the timeline");
   command->add_flag("--log", requests.demo.log, "Show the library's log on standard error");
+  addRecord(*command, requests.demo.record);
   command->footer("Example:\n  kestrin demo --virtual-time");
 }
 
@@ -90,6 +105,7 @@ void addScan(CLI::App& app, Requests& requests) {
       ->add_option("--for", requests.scan.duration, "End after this time (else when interrupted)")
       ->check(checkSeconds)
       ->type_name("SECONDS");
+  addJson(*command, requests.scan.json);
   addRadioOptions(*command, requests.radio);
   command->footer(
       "The radio's state is told on standard error.\n\nExamples:\n"
@@ -105,6 +121,7 @@ void addMonitor(CLI::App& app, Requests& requests) {
   command->add_option("--for", requests.monitor.duration, "For tests")
       ->check(checkSeconds)
       ->group(kHidden);
+  addJson(*command, requests.monitor.json);
   addRadioOptions(*command, requests.radio);
   command->footer(
       "Prints READER, PLUGGED, UNPLUGGED and FRAME lines. A lost link is made again.\n\nExamples:\n"
@@ -125,6 +142,7 @@ void addSend(CLI::App& app, Requests& requests) {
       ->type_name("SECONDS")
       ->capture_default_str();
   addSearchTimeout(*command, requests.send.timeout);
+  addJson(*command, requests.send.json);
   addRadioOptions(*command, requests.radio);
   command->footer(
       "Prints READER, PLUGGED, SENT, FRAME and UNPLUGGED lines.\n\nExamples:\n"
@@ -176,14 +194,21 @@ bool fitTogether(const RadioRequest& radio, Console& console) {
   return true;
 }
 
-int runOnRadio(const RadioRequest& request, Console& console,
+int runOnRadio(const std::string& name, const RadioRequest& request, Console& console,
                const std::function<int(RadioEnvironment&)>& command) {
   if (!fitTogether(request, console)) return kWrongUsage;
+  std::shared_ptr<Recorder> recorder;
+  if (request.record) {
+    recorder = Recorder::open(*request.record, console);
+    if (!recorder) return kFailure;
+  }
   const BlockedInterruptSignals blocked;
-  const auto environment = makeRadioEnvironment(request, console);
+  auto environment = makeRadioEnvironment(request, console);
   if (!environment) return kFailure;
+  if (recorder) environment = recordEnvironment(std::move(environment), recorder, name, request);
   const InterruptSignals signals(environment->loop(), [&] { environment->interrupt(); });
-  return command(*environment);
+  const int status = command(*environment);
+  return recorder && !recorder->finish() && status == kSuccess ? kFailure : status;
 }
 
 int run(const std::string& command, Requests& requests, Console& console) {
@@ -194,7 +219,7 @@ int run(const std::string& command, Requests& requests, Console& console) {
   if (command == "send" && !readFrames(requests.frames, requests.send, console)) {
     return kWrongUsage;
   }
-  return runOnRadio(requests.radio, console, [&](RadioEnvironment& environment) {
+  return runOnRadio(command, requests.radio, console, [&](RadioEnvironment& environment) {
     if (command == "scan") return runScan(requests.scan, environment, console);
     if (command == "monitor") return runMonitor(requests.monitor, environment, console);
     return runSend(requests.send, environment, console);

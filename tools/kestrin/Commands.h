@@ -33,6 +33,8 @@ int runReplay(const std::string& file, Console& console);
 struct ScanRequest {
   /// Seconds; absent: until interrupted.
   std::optional<double> duration;
+  /// Whether the output is JSON.
+  bool json = false;
 };
 /// Prints the readers in range.
 int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& console);
@@ -43,6 +45,8 @@ struct MonitorRequest {
   double timeout = 30;
   /// Seconds from plugged in; absent: until interrupted.
   std::optional<double> duration;
+  /// Whether the output is JSON.
+  bool json = false;
 };
 /// Prints what a reader sends.
 int runMonitor(const MonitorRequest& request, RadioEnvironment& environment, Console& console);
@@ -54,6 +58,8 @@ struct SendRequest {
   double timeout = 30;
   /// Seconds to listen after the last frame.
   double duration = 2;
+  /// Whether the output is JSON.
+  bool json = false;
 };
 /// Reads the frames of a command line; on an error says so and answers false.
 bool readFrames(const std::vector<std::string>& texts, SendRequest& request, Console& console);
@@ -63,6 +69,8 @@ int runSend(const SendRequest& request, RadioEnvironment& environment, Console& 
 struct DemoRequest {
   bool virtualTime = false;
   bool log = false;
+  /// The file for a recording; absent: none.
+  std::optional<std::string> record;
 };
 /// Does the main job on the simulated radio and prints a timeline of it.
 int runDemo(const DemoRequest& request, Console& console);

@@ -12,6 +12,8 @@
 #include "tools/kestrin/DemoTimeline.h"
 #include "tools/kestrin/Frames.h"
 #include "tools/kestrin/RadioEnvironment.h"
+#include "tools/kestrin/RecordedEnvironment.h"
+#include "tools/kestrin/RecordedManager.h"
 #include "tools/kestrin/Seconds.h"
 #include "tools/kestrin/SimulatedScene.h"
 
@@ -25,15 +27,32 @@ constexpr Time kScanTime = seconds(1);
 constexpr Time kPause = milliseconds(250);  // Between chapters, for the person who reads along.
 constexpr Time kPatience = seconds(10);     // Far longer than anything here takes.
 
+RecordingHeader headerOf(const DemoRequest& request) {
+  RadioRequest radio;
+  radio.kind = RadioKind::simulated;
+  radio.virtualTime = request.virtualTime;
+  return recordingHeader("demo", radio);
+}
+
+/// A platform that records when there is a recorder.
+RecordedPlatform platformOf(simulated::SimulatedPlatform& simulated,
+                            const std::shared_ptr<Recorder>& recorder) {
+  if (recorder) return recordedPlatform(simulated.platform(), recorder);
+  return {.platform = simulated.platform(), .keep = nullptr};
+}
+
 class Demo {
  public:
-  Demo(const DemoRequest& request, Console& console)
-      : console_(console),
+  Demo(const DemoRequest& request, Console& console, std::shared_ptr<Recorder> recorder)
+      : request_(request),
+        console_(console),
         timeline_(std::make_shared<DemoTimeline>(console, logSink(request.log))),
         simulated_(sceneOptions(request.virtualTime, timeline_)),
         scene_(simulated_),
         loop_(simulated_.runLoop()),
-        manager_(KestrinBleMgr::init(simulated_.platform())) {
+        recorder_(std::move(recorder)),
+        recorded_(platformOf(simulated_, recorder_)),
+        manager_(std::make_unique<RecordedManager>(recorded_.platform, recorder_)) {
     manager_->setDelegate(timeline_);
     manager_->setRcpReceiverDelegate(timeline_);
     scene_.setObserver(
@@ -42,7 +61,9 @@ class Demo {
 
   /// False when something that should have happened has not, which has been told.
   bool run() {
-    timeline_->begin(simulated_.platform().mainRunLoop.lock());
+    const auto loop = simulated_.platform().mainRunLoop.lock();
+    timeline_->begin(loop);
+    if (recorder_) recorder_->begin(headerOf(request_), loop);
     const bool whole =
         scan() && workStandardReader() && loseLink() && workAgain() && workKvrReader();
     if (whole) tellFigures();
@@ -72,7 +93,10 @@ class Demo {
 
   std::shared_ptr<CBPeripheral> accepted(const SceneReader& reader) const {
     const auto& readers = timeline_->readers();
-    const auto found = std::find(readers.begin(), readers.end(), reader.device().peripheral());
+    const std::string wanted = reader.device().peripheral()->identifier();
+    const auto found = std::find_if(readers.begin(), readers.end(), [&](const auto& candidate) {
+      return candidate->identifier() == wanted;
+    });
     return found == readers.end() ? nullptr : *found;
   }
 
@@ -172,12 +196,15 @@ class Demo {
                   millisecondsText(timeline_->elapsed()) + " s");
   }
 
+  const DemoRequest& request_;
   Console& console_;
   const std::shared_ptr<DemoTimeline> timeline_;
   simulated::SimulatedPlatform simulated_;
   SimulatedScene scene_;
   MainRunLoop& loop_;
-  const std::shared_ptr<KestrinBleMgr> manager_;
+  const std::shared_ptr<Recorder> recorder_;
+  const RecordedPlatform recorded_;
+  const std::unique_ptr<RecordedManager> manager_;
   std::size_t framesSent_ = 0;
   std::size_t linkLosses_ = 0;
 };
@@ -185,8 +212,13 @@ class Demo {
 }  // namespace
 
 int runDemo(const DemoRequest& request, Console& console) {
-  Demo demo(request, console);
-  const bool whole = demo.run();
+  std::shared_ptr<Recorder> recorder;
+  if (request.record) {
+    recorder = Recorder::open(*request.record, console);
+    if (!recorder) return kFailure;
+  }
+  bool whole = Demo(request, console, recorder).run();
+  if (recorder) whole = recorder->finish() && whole;
   const int printed = finishOutput(console);
   return whole ? printed : kFailure;
 }

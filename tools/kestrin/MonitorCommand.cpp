@@ -1,14 +1,14 @@
 // `kestrin monitor`: prints what a reader sends until interrupted.
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
+#include "tools/kestrin/JsonReport.h"
 #include "tools/kestrin/ReaderSession.h"
-#include "tools/kestrin/SessionReport.h"
 
 namespace kestrin::app {
 
 int runMonitor(const MonitorRequest& request, RadioEnvironment& environment, Console& console) {
-  LineReport report(console);
-  ReaderSession session(environment, console, report, request.name);
+  const auto report = makeSessionReport(request.json, environment, console);
+  ReaderSession session(environment, console, *report, request.name);
   const bool plugged = session.plugIn(timeFromSeconds(request.timeout));
   if (plugged) {
     std::optional<Time> duration;

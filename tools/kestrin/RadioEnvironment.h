@@ -16,6 +16,7 @@
 namespace kestrin::app {
 
 class Console;
+class Recorder;
 
 enum class RadioKind { bluez, simulated };
 
@@ -27,6 +28,8 @@ struct RadioRequest {
   bool log = false;
   /// Whether the simulated radio runs in virtual time.
   bool virtualTime = false;
+  /// The file for a recording; absent: none.
+  std::optional<std::string> record;
 };
 
 class RadioEnvironment {
@@ -38,6 +41,10 @@ class RadioEnvironment {
 
   [[nodiscard]] virtual Platform platform() const = 0;
   [[nodiscard]] virtual MainRunLoop& loop() const = 0;
+  /// The radio for what this application watches by itself, which is no part of a conversation.
+  [[nodiscard]] virtual std::shared_ptr<Radio> unrecordedRadio() const { return platform().radio; }
+  /// Null when nothing is recorded.
+  [[nodiscard]] virtual std::shared_ptr<Recorder> recorder() const { return nullptr; }
 
   /// Asks the running command to come to its end; on the loop's thread.
   void interrupt() noexcept { interrupted_ = true; }

@@ -50,10 +50,10 @@ ReaderSession::ReaderSession(RadioEnvironment& environment, Console& console, Se
       console_(console),
       report_(report),
       wantedName_(std::move(wantedName)),
-      manager_(KestrinBleMgr::init(environment.platform())),
+      manager_(std::make_unique<RecordedManager>(environment.platform(), environment.recorder())),
       delegate_(std::make_shared<Delegate>(*this)),
       watch_(std::make_unique<RadioWatch>(
-          environment.platform().radio, [this](CBManagerState state) { takeRadioState(state); })) {
+          environment.unrecordedRadio(), [this](CBManagerState state) { takeRadioState(state); })) {
   manager_->setDelegate(delegate_);
   manager_->setRcpReceiverDelegate(delegate_);
 }

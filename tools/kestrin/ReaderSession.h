@@ -15,6 +15,7 @@
 
 #include "tools/kestrin/RadioEnvironment.h"
 #include "tools/kestrin/RadioWatch.h"
+#include "tools/kestrin/RecordedManager.h"
 
 namespace kestrin::app {
 
@@ -64,7 +65,7 @@ class ReaderSession {
   Console& console_;
   SessionReport& report_;
   const std::string wantedName_;
-  const std::shared_ptr<KestrinBleMgr> manager_;
+  const std::unique_ptr<RecordedManager> manager_;
   const std::shared_ptr<Delegate> delegate_;
   const std::unique_ptr<RadioWatch> watch_;
   std::vector<std::string> namesSeen_;

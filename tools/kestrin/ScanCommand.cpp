@@ -8,8 +8,10 @@
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/Frames.h"
+#include "tools/kestrin/JsonReport.h"
 #include "tools/kestrin/RadioEnvironment.h"
 #include "tools/kestrin/RadioWatch.h"
+#include "tools/kestrin/RecordedManager.h"
 #include "tools/kestrin/Seconds.h"
 
 namespace kestrin::app {
@@ -19,16 +21,22 @@ constexpr Time kLiveInterval = std::chrono::milliseconds(250);
 
 class ReaderLines final : public KestrinBLEProtocols {
  public:
-  explicit ReaderLines(Console& console) : console_(console) {}
+  /// `json` is null for plain lines.
+  ReaderLines(Console& console, JsonReport* json) : console_(console), json_(json) {}
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& peripheral) noexcept override {
     ++count_;
-    console_.line(printable(peripheral->name().value_or("")) + '\t' +
-                  printable(peripheral->identifier()));
+    const std::string name = peripheral->name().value_or("");
+    if (json_ != nullptr) {
+      json_->reader(name, peripheral->identifier());
+    } else {
+      console_.line(printable(name) + '\t' + printable(peripheral->identifier()));
+    }
   }
   [[nodiscard]] std::size_t count() const { return count_; }
 
  private:
   Console& console_;
+  JsonReport* const json_;
   std::size_t count_ = 0;
 };
 
@@ -81,19 +89,21 @@ void scanUntilEnd(const ScanRequest& request, RadioEnvironment& environment, Con
 
 int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& console) {
   bool everOn = false;
-  const RadioWatch watch(environment.platform().radio, [&](CBManagerState state) {
+  JsonReport json(console, environment.loop());
+  const RadioWatch watch(environment.unrecordedRadio(), [&](CBManagerState state) {
     everOn = everOn || state == CBManagerState::poweredOn;
+    if (request.json) json.state(state);
     // A state that ends the scan is told with the scan's failure.
     if (state != CBManagerState::unknown && !watch.unusable()) console.note(watch.description());
   });
-  const auto manager = KestrinBleMgr::init(environment.platform());
-  const auto readers = std::make_shared<ReaderLines>(console);
-  manager->setDelegate(readers);
-  manager->scanBLE();
+  RecordedManager manager(environment.platform(), environment.recorder());
+  const auto readers = std::make_shared<ReaderLines>(console, request.json ? &json : nullptr);
+  manager.setDelegate(readers);
+  manager.scanBLE();
   const auto liveLine = std::make_shared<LiveLine>(environment, console, watch, readers);
   liveLine->show();
   scanUntilEnd(request, environment, console, watch);
-  manager->stopSacnBLE();
+  manager.stopSacnBLE();
   console.flush();
   if (watch.unusable() || (!everOn && !environment.interrupted())) {
     console.note("can not scan: " + watch.description());

@@ -7,8 +7,8 @@
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/Frames.h"
 #include "tools/kestrin/Hex.h"
+#include "tools/kestrin/JsonReport.h"
 #include "tools/kestrin/ReaderSession.h"
-#include "tools/kestrin/SessionReport.h"
 
 namespace kestrin::app {
 namespace {
@@ -79,8 +79,8 @@ bool readFrames(const std::vector<std::string>& texts, SendRequest& request, Con
 }
 
 int runSend(const SendRequest& request, RadioEnvironment& environment, Console& console) {
-  LineReport report(console);
-  ReaderSession session(environment, console, report, request.name);
+  const auto report = makeSessionReport(request.json, environment, console);
+  ReaderSession session(environment, console, *report, request.name);
   const bool sent = sendAndListen(request, session, environment, console);
   const bool down = session.close();
   const int printed = finishOutput(console);
