@@ -5,14 +5,14 @@
 #include <KestrinBLESDK/RcpFrame.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <chrono>
 #include <functional>
 #include <string>
 
 #include "kestrin/Captured.h"
-#include "kestrin/simulated/SimulatedPlatform.h"
+#include "kestrin/TestEnvironment.h"
 #include "tools/kestrin/Hex.h"
-#include "tools/kestrin/RadioEnvironment.h"
 
 namespace kestrin::app {
 namespace {
@@ -20,24 +20,7 @@ namespace {
 using simulated::ReaderFamily;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-class TestEnvironment final : public RadioEnvironment {
- public:
-  explicit TestEnvironment(CBManagerState state) : simulated_(options(state)) {}
-  [[nodiscard]] Platform platform() const override { return simulated_.platform(); }
-  [[nodiscard]] MainRunLoop& loop() const override { return simulated_.runLoop(); }
-  [[nodiscard]] simulated::SimulatedRadio& radio() const { return simulated_.radio(); }
-
- private:
-  static simulated::Options options(CBManagerState state) {
-    simulated::Options options;
-    options.virtualTime = true;
-    options.state = state;
-    options.log = logSink(false);
-    return options;
-  }
-  simulated::SimulatedPlatform simulated_;
-};
+using test::TestEnvironment;
 
 /// What a monitor prints of the answer to the get-reader-info that each link-up sends.
 std::string readerInfoLine() {
@@ -151,13 +134,90 @@ TEST_F(MonitorCommand, PrintsPlugReportsAndFramesAndClosesWhenInterrupted) {
   EXPECT_LT(now(), seconds(21));
 }
 
-TEST_F(MonitorCommand, TakesTheFirstReaderWhoseNameContainsTheWantedOne) {
+TEST_F(MonitorCommand, TakesTheOneReaderWhoseNameContainsTheWantedOne) {
   addReader("KVR-1");
   const auto wanted = addReader("my KVR-2 reader");
   addReader("kvr-2 KVR");
   EXPECT_EQ(monitor("KVR-2", 1), kSuccess);
   EXPECT_EQ(output().substr(0, output().find('\n')),
             "READER my KVR-2 reader " + wanted->identifier());
+}
+
+/// What is told of two readers that are both meant, in whichever order they were heard.
+void expectBothListed(const std::string& errors, const std::string& begin, const std::string& one,
+                      const std::string& other) {
+  const std::string end = "; give the whole name of one, or its identifier\n";
+  EXPECT_TRUE(errors == begin + one + ", " + other + end ||
+              errors == begin + other + ", " + one + end)
+      << errors;
+}
+
+TEST_F(MonitorCommand, ListsSeveralReadersThatAreMeantAndWorksNone) {
+  const auto one = addReader("KVR-1\n");
+  const auto other = addReader("KVR-2");
+  addReader("TQM_HOLV-1");
+  EXPECT_EQ(monitor("KVR"), kFailure);
+  EXPECT_EQ(output(), "");
+  expectBothListed(
+      errors(), "kestrin: 'KVR' fits several readers: ", "'KVR-1\\x0a' (" + one->identifier() + ")",
+      "'KVR-2' (" + other->identifier() + ")");
+  EXPECT_EQ(one->connectionAttempts() + other->connectionAttempts(), 0U);
+  EXPECT_LT(now(), seconds(2));
+}
+
+TEST_F(MonitorCommand, WithoutANameTakesTheOneReaderInRange) {
+  const auto reader = addReader("KVR-1");
+  EXPECT_EQ(monitor("", 1), kSuccess);
+  EXPECT_EQ(output().substr(0, output().find('\n')), "READER KVR-1 " + reader->identifier());
+}
+
+TEST_F(MonitorCommand, WithoutANameListsTheReadersInRange) {
+  const auto one = addReader("KVR-1");
+  const auto other = addReader("TQM_HOLV-1");
+  EXPECT_EQ(monitor(""), kFailure);
+  expectBothListed(errors(),
+                   "kestrin: several readers are in range: ", "'KVR-1' (" + one->identifier() + ")",
+                   "'TQM_HOLV-1' (" + other->identifier() + ")");
+}
+
+TEST_F(MonitorCommand, WithoutANameAndWithNobodyInRangeSaysSo) {
+  EXPECT_EQ(monitor(""), kFailure);
+  EXPECT_EQ(errors(), "kestrin: no reader was found within 30 s; no reader at all is in range\n");
+}
+
+TEST_F(MonitorCommand, AWholeNameCountsForMoreThanAPartOfOne) {
+  addReader("KVR-12");
+  const auto wanted = addReader("KVR-1");
+  EXPECT_EQ(monitor("KVR-1", 1), kSuccess);
+  EXPECT_EQ(output().substr(0, output().find('\n')), "READER KVR-1 " + wanted->identifier());
+}
+
+TEST_F(MonitorCommand, AnIdentifierTellsReadersOfTheSameNameApart) {
+  const auto one = addReader("KVR-1");
+  const auto other = addReader("KVR-1");
+  EXPECT_EQ(monitor("KVR-1"), kFailure);
+  expectBothListed(errors(),
+                   "kestrin: 'KVR-1' fits several readers: ", "'KVR-1' (" + one->identifier() + ")",
+                   "'KVR-1' (" + other->identifier() + ")");
+  std::string lower = other->identifier();
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  EXPECT_EQ(monitor(lower, 1), kSuccess);
+  EXPECT_EQ(output().substr(0, output().find('\n')), "READER KVR-1 " + other->identifier());
+  EXPECT_EQ(one->connectionAttempts(), 0U);
+}
+
+TEST_F(MonitorCommand, AReaderThatIsHeardALittleLaterIsMeantAsWell) {
+  addReader("KVR-1");
+  after(milliseconds(300), [&] { addReader("KVR-2"); });
+  EXPECT_EQ(monitor("KVR"), kFailure);
+  EXPECT_NE(errors().find("'KVR-2'"), std::string::npos) << errors();
+}
+
+TEST_F(MonitorCommand, IsNotHeldUpLongByTheSearchForOtherReaders) {
+  addReader("KVR-1");
+  EXPECT_EQ(monitor("KVR", 0), kSuccess);
+  // The link-up itself takes more than two seconds.
+  EXPECT_LT(now(), milliseconds(3200));
 }
 
 TEST_F(MonitorCommand, WaitsForAReaderThatComesLater) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -215,10 +216,16 @@ TEST(Program, HelpsWithExamplesOfEachCommand) {
 
 TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
   expectUsageError({}, "a command is missing (kestrin --help tells more)");
-  expectUsageError({"sacn"}, "'sacn' is no command (kestrin --help tells more)");
-  expectUsageError({"--foo"}, "'--foo' is not expected here (kestrin --help tells more)");
+  expectUsageError({"bogus"}, "'bogus' is no command (kestrin --help tells more)");
+  expectUsageError({"--foo"}, "'--foo' is no option of kestrin (kestrin --help tells more)");
   expectUsageError({"replay"}, "FILE is required (kestrin replay --help tells more)");
-  expectUsageError({"monitor"}, "NAME is required (kestrin monitor --help tells more)");
+  expectUsageError({"send"}, "NAME is required (kestrin send --help tells more)");
+  expectUsageError({"monitor", ""},
+                   "NAME: is empty; give a part of the reader's name (kestrin monitor --help tells "
+                   "more)");
+  expectUsageError({"send", "", "BB00030001B17E6597"},
+                   "NAME: is empty; give a part of the reader's name (kestrin send --help tells "
+                   "more)");
   expectUsageError({"send", "KVR"}, "FRAME is required (kestrin send --help tells more)");
   expectUsageError({"demo", "now"}, "'now' is not expected here (kestrin demo --help tells more)");
   expectUsageError({"doctor", "now"},
@@ -239,6 +246,37 @@ TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
                    "--adapter: only the real radio has adapters; leave out --radio simulated");
   expectUsageError({"scan", "--virtual-time"},
                    "--virtual-time: only the simulated radio has it; add --radio simulated");
+}
+
+TEST(Program, AMistypedWordIsToldWithWhatWasProbablyMeant) {
+  expectUsageError({"sacn"},
+                   "'sacn' is no command; did you mean scan? (kestrin --help tells more)");
+  expectUsageError({"--versoin"},
+                   "'--versoin' is no option of kestrin; did you mean --version? (kestrin --help "
+                   "tells more)");
+  for (const Arguments& arguments :
+       {Arguments{"monitor", "--timout", "3"}, Arguments{"monitor", "KVR", "--timout=3"}}) {
+    expectUsageError(arguments,
+                     "'--timout' is no option of monitor; did you mean --timeout? (kestrin monitor "
+                     "--help tells more)");
+  }
+  expectUsageError({"monitor", "-timeout", "3"},
+                   "'-timeout' is no option of monitor; did you mean --timeout? (kestrin monitor "
+                   "--help tells more)");
+}
+
+TEST(Program, AnOptionInTheWrongPlaceIsToldWhereItBelongs) {
+  expectUsageError({"scan", "--timeout", "3"},
+                   "'--timeout' is no option of scan, but of monitor and send (kestrin scan --help "
+                   "tells more)");
+  expectUsageError({"--radio", "simulated", "scan"},
+                   "'--radio' is written behind a command; it belongs to scan, monitor and send "
+                   "(kestrin --help tells more)");
+}
+
+TEST(Program, AnOptionThatHelpDoesNotShowIsNotSuggested) {
+  expectUsageError({"scan", "--virtual-tim"},
+                   "'--virtual-tim' is no option of scan (kestrin scan --help tells more)");
 }
 
 TEST(Program, ARadioThatIsNotThereIsAFailureWithAReason) {
@@ -441,8 +479,10 @@ TEST_P(SignalledProgram, ScanEndsCleanly) {
   EXPECT_EQ(program.finish(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(EachSignal, SignalledProgram, testing::Values(SIGINT, SIGTERM),
-                         [](const auto& value) { return value.param == SIGINT ? "INT" : "TERM"; });
+INSTANTIATE_TEST_SUITE_P(EachSignal, SignalledProgram, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const auto& value) {
+                           return std::string(::sigabbrev_np(value.param));
+                         });
 
 }  // namespace
 }  // namespace kestrin::app::test

@@ -98,7 +98,12 @@ TEST(Options, WrongUsageEndsWithStatus2AndSaysWhatIsWrong) {
       {{"--reader", "K,id=a", "--reader", "L,id=a"}, "two devices have the id a"},
       {{"--reader", "K", "--non-reader", "L,address=C0:DE:00:00:00:01"},
        "two devices have the address C0:DE:00:00:00:01"},
-      {{"--colour"}, "--colour"},
+      {{"--colour"}, "'--colour' is no option of kestrin-vreader (kest"},
+      {{"--raeder", "K"}, "'--raeder' is no option of kestrin-vreader; did you mean --reader?"},
+      {{"--order=P"}, "'--order' is no option of kestrin-vreader; did you mean --orders?"},
+      {{"reader"}, "'reader' is not expected here"},
+      {{"--reader", "K,familiy=q62t"}, "there is no key \"familiy\"; did you mean family?"},
+      {{"--reader", "K,\x1b[2J=1"}, "there is no key \"\\x1b[2J\""},
       {{"--most-links", "0"}, "--most-links"},
   };
   for (const auto& [arguments, text] : cases) {

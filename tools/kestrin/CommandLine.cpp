@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <functional>
@@ -9,11 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "tools/NearestWord.h"
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/InterruptSignals.h"
 #include "tools/kestrin/RadioEnvironment.h"
 #include "tools/kestrin/RecordedEnvironment.h"
+#include "tools/kestrin/Suspension.h"
 
 namespace kestrin::app {
 namespace {
@@ -41,6 +44,11 @@ std::string checkSeconds(const std::string& text) {
   const bool number = result.ec == std::errc() && result.ptr == end;
   if (number && std::isfinite(seconds) && seconds >= 0 && seconds <= kMost) return "";
   return "'" + printable(text) + "' is no number of seconds, as in 2 or 0.5";
+}
+
+/// An empty NAME is most often a variable that a script forgot to set, and would fit every reader.
+std::string checkName(const std::string& text) {
+  return text.empty() ? "is empty; give a part of the reader's name" : "";
 }
 
 std::string checkRadio(const std::string& text) {
@@ -115,8 +123,11 @@ void addScan(CLI::App& app, Requests& requests) {
 void addMonitor(CLI::App& app, Requests& requests) {
   CLI::App* const command = app.add_subcommand(
       "monitor", "Connect to a reader and print what it sends until interrupted");
-  command->add_option("NAME", requests.monitor.name, "A part of the reader's name; case counts")
-      ->required();
+  command
+      ->add_option("NAME", requests.monitor.name,
+                   "A part of the reader's name, where case counts, or its identifier; left out: "
+                   "the one reader in range")
+      ->check(checkName);
   addSearchTimeout(*command, requests.monitor.timeout);
   command->add_option("--for", requests.monitor.duration, "For tests")
       ->check(checkSeconds)
@@ -131,8 +142,11 @@ void addMonitor(CLI::App& app, Requests& requests) {
 void addSend(CLI::App& app, Requests& requests) {
   CLI::App* const command = app.add_subcommand(
       "send", "Connect to a reader, send frames and print the frames that arrive");
-  command->add_option("NAME", requests.send.name, "A part of the reader's name; case counts")
-      ->required();
+  command
+      ->add_option("NAME", requests.send.name,
+                   "A part of the reader's name, where case counts, or its identifier")
+      ->required()
+      ->check(checkName);
   command
       ->add_option("FRAME", requests.frames,
                    "Whole frames in hexadecimal, CRC included, as `kestrin frame` prints them")
@@ -147,7 +161,7 @@ void addSend(CLI::App& app, Requests& requests) {
   command->footer(
       "Prints READER, PLUGGED, SENT, FRAME and UNPLUGGED lines.\n\nExamples:\n"
       "  kestrin send KVR-0417 BB00030001B17E6597\n"
-      "  kestrin send KVR --radio simulated \"$(kestrin frame 00 03 B1)\"");
+      "  kestrin send KVR-0417 --radio simulated \"$(kestrin frame 00 03 B1)\"");
 }
 
 void addFrame(CLI::App& app, Requests& requests) {
@@ -206,7 +220,14 @@ int runOnRadio(const std::string& name, const RadioRequest& request, Console& co
   auto environment = makeRadioEnvironment(request, console);
   if (!environment) return kFailure;
   if (recorder) environment = recordEnvironment(std::move(environment), recorder, name, request);
-  const InterruptSignals signals(environment->loop(), [&] { environment->interrupt(); });
+  Suspension suspension(*environment, [&console] {
+    console.flush();
+    stopThisProcess();
+  });
+  const InterruptSignals signals(environment->loop(),
+                                 {.interrupt = [&] { environment->interrupt(); },
+                                  .suspend = [&] { suspension.request(); },
+                                  .continued = [&] { suspension.continued(); }});
   const int status = command(*environment);
   return recorder && !recorder->finish() && status == kSuccess ? kFailure : status;
 }
@@ -226,6 +247,57 @@ int run(const std::string& command, Requests& requests, Console& console) {
   });
 }
 
+std::vector<std::string> subcommandsOf(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
+  return names;
+}
+
+/// The options of a command that its help shows.
+std::vector<std::string> optionsOf(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command.get_options()) {
+    if (option->get_positional() || option->get_group() == kHidden) continue;
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+/// The commands that have an option, as in `monitor and send`; empty if none has.
+std::string commandsWith(const CLI::App& app, const std::string& option) {
+  std::string text;
+  for (const CLI::App* command : app.get_subcommands({})) {
+    const std::vector<std::string> names = optionsOf(*command);
+    if (std::find(names.begin(), names.end(), option) == names.end()) continue;
+    text += (text.empty() ? "" : ", ") + command->get_name();
+  }
+  if (const std::size_t last = text.rfind(", "); last != std::string::npos) {
+    text.replace(last, 2, " and ");
+  }
+  return text;
+}
+
+/// What was typed and is not expected, and what was probably meant. `command` is null when it
+/// stands before any command.
+std::string tellUnexpected(const CLI::App& app, const CLI::App* command, const std::string& typed) {
+  if (!typed.starts_with('-')) {
+    if (command != nullptr) return "'" + typed + "' is not expected here";
+    const std::string meant = tools::nearestWord(typed, subcommandsOf(app));
+    return "'" + typed + "' is no command" + (meant.empty() ? "" : "; did you mean " + meant + "?");
+  }
+  const std::string option = typed.substr(0, typed.find('='));
+  const std::string owners = commandsWith(app, option);
+  if (command == nullptr && !owners.empty()) {
+    return "'" + option + "' is written behind a command; it belongs to " + owners;
+  }
+  std::string text =
+      "'" + option + "' is no option of " + (command != nullptr ? command : &app)->get_name();
+  const std::string meant =
+      tools::nearestWord(option, optionsOf(command != nullptr ? *command : app));
+  if (!meant.empty()) return text + "; did you mean " + meant + "?";
+  return owners.empty() ? text : text + ", but of " + owners;
+}
+
 /// Help and version are no errors; everything else is wrong usage, told in one line.
 int tellParseResult(const CLI::App& app, const CLI::ParseError& error, Console& console) {
   if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
@@ -236,19 +308,17 @@ int tellParseResult(const CLI::App& app, const CLI::ParseError& error, Console& 
     console.line(shown);
     return finishOutput(console);
   }
-  std::string place = "kestrin";
-  for (const CLI::App* command : app.get_subcommands()) place += ' ' + command->get_name();
-  const bool top = app.get_subcommands().empty();
+  const std::vector<CLI::App*> commands = app.get_subcommands();
   // What was not expected says more than what is missing because of it.
   const std::vector<std::string> unexpected = app.remaining(true);
   std::string text = error.what();
+  const bool early = commands.empty() || !app.remaining(false).empty();
   if (!unexpected.empty()) {
-    const bool option = unexpected.front().starts_with('-');
-    text =
-        "'" + unexpected.front() + "' is " + (top && !option ? "no command" : "not expected here");
-  } else if (top) {
+    text = tellUnexpected(app, early ? nullptr : commands.front(), unexpected.front());
+  } else if (commands.empty()) {
     text = "a command is missing";
   }
+  const std::string place = early ? "kestrin" : "kestrin " + commands.front()->get_name();
   console.note(printable(text) + " (" + place + " --help tells more)");
   return kWrongUsage;
 }

@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "tools/kestrin/Suspension.h"
+
 namespace kestrin::app {
 namespace {
 
@@ -15,6 +17,25 @@ sigset_t signalSet(std::initializer_list<int> numbers) {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int number : numbers) sigaddset(&signals, number);
+  return signals;
+}
+
+bool isIgnored(int number) {
+  struct sigaction action {};
+  return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+/// The signals that are waited for, and that must be blocked for that.
+sigset_t steeringSignals() {
+  sigset_t signals = signalSet({SIGINT, SIGTERM, SIGQUIT, SIGCONT, SIGWINCH});
+  for (const int number : {SIGHUP, SIGTSTP}) {
+    if (!isIgnored(number)) sigaddset(&signals, number);
+  }
+  return signals;
+}
+
+sigset_t with(sigset_t signals, int number) {
+  sigaddset(&signals, number);
   return signals;
 }
 
@@ -31,7 +52,7 @@ void endProcess(int signalNumber) {
 }  // namespace
 
 BlockedInterruptSignals::BlockedInterruptSignals() {
-  const sigset_t signals = signalSet({SIGINT, SIGTERM});
+  const sigset_t signals = steeringSignals();
   pthread_sigmask(SIG_BLOCK, &signals, &before_);
 }
 
@@ -39,8 +60,8 @@ BlockedInterruptSignals::~BlockedInterruptSignals() {
   pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
-InterruptSignals::InterruptSignals(MainRunLoop& loop, std::function<void()> onInterrupt)
-    : loop_(loop), onInterrupt_(std::move(onInterrupt)) {
+InterruptSignals::InterruptSignals(MainRunLoop& loop, SignalTasks tasks)
+    : loop_(loop), tasks_(std::move(tasks)), awaited_(with(steeringSignals(), kEndOfWaiting)) {
   // Blocked before the thread starts, which inherits it, so that the signal can not come too early.
   const sigset_t ending = signalSet({kEndOfWaiting});
   sigset_t before{};
@@ -56,15 +77,41 @@ InterruptSignals::~InterruptSignals() {
 }
 
 void InterruptSignals::wait() {
-  const sigset_t signals = signalSet({SIGINT, SIGTERM, kEndOfWaiting});
-  bool interrupted = false;
   while (!ending_) {
     int received = 0;
-    if (sigwait(&signals, &received) != 0 || received == kEndOfWaiting) continue;
-    if (interrupted) endProcess(received);
-    interrupted = true;
-    loop_.post(onInterrupt_);
+    if (sigwait(&awaited_, &received) == 0 && received != kEndOfWaiting) take(received);
   }
+}
+
+void InterruptSignals::take(int received) {
+  switch (received) {
+    case SIGCONT:
+      suspending_ = false;
+      post(tasks_.continued);
+      return;
+    case SIGWINCH:
+      post(tasks_.resized);
+      return;
+    case SIGTSTP:
+      // The loop may be stuck, for example in a write that nobody takes.
+      if (std::exchange(suspending_, true)) {
+        if (tasks_.beforeEnd) tasks_.beforeEnd();
+        stopThisProcess();
+      } else {
+        post(tasks_.suspend);
+      }
+      return;
+    default:
+      if (received == SIGQUIT || std::exchange(interrupted_, true)) {
+        if (tasks_.beforeEnd) tasks_.beforeEnd();
+        endProcess(received);
+      }
+      post(tasks_.interrupt);
+  }
+}
+
+void InterruptSignals::post(const std::function<void()>& task) {
+  if (task) loop_.post(task);
 }
 
 }  // namespace kestrin::app

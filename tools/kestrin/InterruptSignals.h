@@ -1,5 +1,9 @@
-// SIGINT and SIGTERM as an ordinary task on a run loop: the first asks the command to end cleanly,
-// a second one ends the process at once.
+// The signals by which a terminal or a user steers the process, as ordinary tasks on a run loop.
+//
+// SIGINT, SIGTERM and SIGHUP ask the command to end cleanly; a second one ends the process at once.
+// SIGTSTP asks it to be suspended; a second one stops it at once. SIGCONT and SIGWINCH are told.
+// SIGQUIT ends the process at once. SIGHUP and SIGTSTP stay ignored where the parent had them
+// ignored, as nohup(1) does.
 //
 // Threads: made and dropped on one thread, before any other thread is started (a thread that does
 // not block the signals would be killed by them). A thread of its own waits for them.
@@ -16,7 +20,7 @@
 
 namespace kestrin::app {
 
-/// Keeps both signals waiting as long as it lives, in this thread and those it starts.
+/// Keeps the signals waiting as long as it lives, in this thread and those it starts.
 class BlockedInterruptSignals {
  public:
   BlockedInterruptSignals();
@@ -28,20 +32,36 @@ class BlockedInterruptSignals {
   sigset_t before_{};
 };
 
-/// Posts `onInterrupt` to `loop` at the first signal. Both must be blocked meanwhile.
+/// What the signals do, on the loop but for the last one. What is left empty does nothing.
+struct SignalTasks {
+  std::function<void()> interrupt{};
+  std::function<void()> suspend{};
+  std::function<void()> continued{};
+  std::function<void()> resized{};
+  /// Puts the terminal right before the process ends or stops at once; on the waiting thread.
+  std::function<void()> beforeEnd{};
+};
+
+/// Posts the tasks to `loop`. The signals must be blocked meanwhile.
 class InterruptSignals {
  public:
-  InterruptSignals(MainRunLoop& loop, std::function<void()> onInterrupt);
+  InterruptSignals(MainRunLoop& loop, SignalTasks tasks);
   ~InterruptSignals();
   InterruptSignals(const InterruptSignals&) = delete;
   InterruptSignals& operator=(const InterruptSignals&) = delete;
 
  private:
   void wait();
+  void take(int received);
+  void post(const std::function<void()>& task);
 
   MainRunLoop& loop_;
-  const std::function<void()> onInterrupt_;
+  const SignalTasks tasks_;
+  const sigset_t awaited_;
   std::atomic<bool> ending_ = false;
+  // The waiting thread's.
+  bool interrupted_ = false;
+  bool suspending_ = false;
   std::thread thread_;
 };
 

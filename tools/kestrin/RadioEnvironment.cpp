@@ -55,7 +55,19 @@ class BluezEnvironment final : public RadioEnvironment {
 
 }  // namespace
 
+Background::~Background() = default;
+
 RadioEnvironment::~RadioEnvironment() = default;
+
+void RadioEnvironment::leave() {
+  leaving_ = true;
+  if (background_ != nullptr) background_->leave();
+}
+
+void RadioEnvironment::comeBack() {
+  leaving_ = false;
+  if (background_ != nullptr) background_->comeBack();
+}
 
 std::shared_ptr<NSLogSink> logSink(bool shown) {
   if (shown) return std::make_shared<StandardErrorLogSink>();

@@ -32,6 +32,17 @@ struct RadioRequest {
   std::optional<std::string> record;
 };
 
+/// What has to happen when the process leaves the foreground and when it comes back.
+class Background {
+ public:
+  virtual ~Background();
+  /// Before the application-entered-background notification: what ends from now on stays ended.
+  virtual void leave() = 0;
+  /// Whether everything that the notification ended is down.
+  [[nodiscard]] virtual bool isDown() const = 0;
+  virtual void comeBack() = 0;
+};
+
 class RadioEnvironment {
  public:
   RadioEnvironment() = default;
@@ -50,7 +61,21 @@ class RadioEnvironment {
   void interrupt() noexcept { interrupted_ = true; }
   [[nodiscard]] bool interrupted() const noexcept { return interrupted_; }
 
+  /// The running command's, null for none; it must take itself back.
+  void setBackground(Background* background) noexcept { background_ = background; }
+  /// From `leave` to `comeBack` the process is about to be, or was, suspended.
+  void leave();
+  void comeBack();
+  [[nodiscard]] bool leaving() const noexcept { return leaving_; }
+  [[nodiscard]] bool isDown() const { return background_ == nullptr || background_->isDown(); }
+  /// How long the process was stopped altogether, which counts against nobody's time limit.
+  [[nodiscard]] Time timeAway() const noexcept { return timeAway_; }
+  void addTimeAway(Time span) noexcept { timeAway_ += span; }
+
  private:
+  Background* background_ = nullptr;
+  bool leaving_ = false;
+  Time timeAway_{};
   bool interrupted_ = false;
 };
 

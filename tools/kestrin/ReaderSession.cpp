@@ -1,8 +1,5 @@
 #include "tools/kestrin/ReaderSession.h"
 
-#include <KestrinBLESDK/platform/NSString.h>
-
-#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -14,6 +11,9 @@ namespace kestrin::app {
 namespace {
 
 constexpr Time kLongestGoodbye = std::chrono::seconds(10);
+// After the first reader that is meant, others that are meant as well get this long to be seen: to
+// work whichever was heard first would sooner or later be to work the wrong one.
+constexpr Time kSettling = std::chrono::milliseconds(500);
 
 }  // namespace
 
@@ -34,9 +34,12 @@ class ReaderSession::Delegate final : public KestrinBLEProtocols,
   void connectLater(RunLoop& loop) {
     loop.post([weak = weak_from_this()] {
       const auto self = weak.lock();
-      if (self && !self->session_.closing_ && !self->session_.manager_->open()) {
-        self->session_.connect();
-      }
+      if (self) self->session_.connect();
+    });
+  }
+  void settleLater(RunLoop& loop) {
+    loop.arm(kSettling, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->session_.settle();
     });
   }
 
@@ -49,16 +52,17 @@ ReaderSession::ReaderSession(RadioEnvironment& environment, Console& console, Se
     : environment_(environment),
       console_(console),
       report_(report),
-      wantedName_(std::move(wantedName)),
+      choice_(std::move(wantedName)),
       manager_(std::make_unique<RecordedManager>(environment.platform(), environment.recorder())),
       delegate_(std::make_shared<Delegate>(*this)),
       watch_(std::make_unique<RadioWatch>(
           environment.unrecordedRadio(), [this](CBManagerState state) { takeRadioState(state); })) {
   manager_->setDelegate(delegate_);
   manager_->setRcpReceiverDelegate(delegate_);
+  environment_.setBackground(this);
 }
 
-ReaderSession::~ReaderSession() = default;
+ReaderSession::~ReaderSession() { environment_.setBackground(nullptr); }
 
 void ReaderSession::takeRadioState(CBManagerState state) {
   // Until there is a link: from then on its loss says what matters.
@@ -69,20 +73,57 @@ void ReaderSession::takeRadioState(CBManagerState state) {
 }
 
 void ReaderSession::takeReader(const std::shared_ptr<CBPeripheral>& peripheral) {
-  const std::string name = peripheral->name().value_or("");
-  if (std::find(namesSeen_.begin(), namesSeen_.end(), name) == namesSeen_.end()) {
-    namesSeen_.push_back(name);
+  choice_.take(peripheral);
+  report_.seen(choice_.seen());
+  if (reader_ || ambiguous_ || choice_.meant().empty()) return;
+  if (choice_.isIdentified()) {
+    work(choice_.meant().front());
+  } else if (choosing_) {
+    report_.choose(choice_.meant());
+  } else if (!settling_) {
+    settling_ = true;
+    delegate_->settleLater(environment_.loop());
   }
-  if (reader_ || !containsString(name, wantedName_)) return;
-  reader_ = peripheral;
-  readerName_ = printable(name);
-  report_.reader(name, peripheral->identifier());
+}
+
+void ReaderSession::settle() {
+  settling_ = false;
+  if (reader_ || closing_) return;
+  const std::vector<SeenReader> meant = choice_.meant();
+  if (meant.size() == 1) {
+    work(meant.front());
+  } else {
+    choosing_ = report_.choose(meant);
+    ambiguous_ = !choosing_;
+  }
+}
+
+void ReaderSession::work(const SeenReader& reader) {
+  if (reader_) return;
+  reader_ = reader.peripheral;
+  readerName_ = printable(reader.name);
+  report_.reader(reader.name, reader.identifier);
   connect();
 }
 
 void ReaderSession::connect() {
+  if (closing_ || away_ || manager_->open()) return;
   linkWanted_ = true;
   manager_->connectBLE(reader_);
+}
+
+void ReaderSession::leave() {
+  away_ = true;
+  closedSinceLeaving_ = false;
+}
+
+void ReaderSession::comeBack() {
+  away_ = false;
+  if (reader_) {
+    connect();
+  } else if (searching_ && !closing_) {
+    manager_->scanBLE();
+  }
 }
 
 void ReaderSession::takePlugReport(bool plugged) {
@@ -90,9 +131,10 @@ void ReaderSession::takePlugReport(bool plugged) {
   if (reader_) report_.plugged(plugged);
   plugged_ = plugged;
   if (plugged) return;
+  closedSinceLeaving_ = true;
   // The report that `close` makes by itself comes before the link's end.
   if (!inClose_) linkWanted_ = false;
-  if (!closing_) delegate_->connectLater(environment_.loop());
+  if (reader_) delegate_->connectLater(environment_.loop());
 }
 
 void ReaderSession::takeFrame(const std::optional<NSData>& frame) { report_.frame(frame); }
@@ -101,13 +143,36 @@ bool ReaderSession::ending() const {
   return environment_.interrupted() || console_.outputError().has_value();
 }
 
-bool ReaderSession::find(Time timeout) {
+/// Lets events happen until `done`, for at most `timeout`, in which the time that the process
+/// spends away does not count.
+bool ReaderSession::wait(Time timeout, const std::function<bool()>& done) {
   MainRunLoop& loop = environment_.loop();
+  const Time begin = loop.now() - environment_.timeAway();
+  const auto deadline = [&] { return timeAfter(begin + environment_.timeAway(), timeout); };
+  const auto ended = [&] {
+    return !environment_.leaving() && (done() || loop.now() >= deadline());
+  };
+  while (!ended() && !ending()) {
+    // What is under way to a stop has a limit of its own.
+    const Time next = environment_.leaving() ? timeAfter(loop.now(), kLongestGoodbye) : deadline();
+    loop.runUntil(next, [&] { return ended() || ending(); });
+  }
+  return done();
+}
+
+bool ReaderSession::find(Time timeout) {
+  searching_ = true;
   manager_->scanBLE();
-  loop.runUntil(loop.now() + timeout, [this] { return reader_ || watch_->unusable() || ending(); });
+  const auto found = [this] { return reader_ || ambiguous_ || watch_->unusable(); };
+  wait(timeout, [&] { return found() || choosing_; });
+  // A person takes as long as a person takes.
+  while (choosing_ && !found() && !ending()) wait(std::chrono::hours(24), found);
+  searching_ = false;
   if (reader_ || ending()) return reader_ != nullptr;
-  if (watch_->unusable()) {
-    console_.note("can not search for '" + printable(wantedName_) + "': " + watch_->description());
+  if (ambiguous_) {
+    tellAmbiguous();
+  } else if (watch_->unusable()) {
+    console_.note("can not search for " + wantedInWords() + ": " + watch_->description());
   } else {
     tellNotFound(timeout);
   }
@@ -116,23 +181,34 @@ bool ReaderSession::find(Time timeout) {
 
 bool ReaderSession::plugIn(Time timeout) {
   if (!find(timeout)) return false;
-  MainRunLoop& loop = environment_.loop();
-  loop.runUntil(loop.now() + timeout, [this] { return plugged_ || ending(); });
+  wait(timeout, [this] { return plugged_; });
   if (!plugged_ && !ending()) tellNotPlugged(timeout);
   return plugged_ && !ending();
 }
 
+std::string ReaderSession::wantedInWords() const {
+  return choice_.wanted().empty() ? "a reader" : "'" + printable(choice_.wanted()) + "'";
+}
+
+void ReaderSession::tellAmbiguous() {
+  const std::string wanted = choice_.wanted().empty() ? "several readers are in range"
+                                                      : wantedInWords() + " fits several readers";
+  console_.note(wanted + ": " + listOf(choice_.meant()) +
+                "; give the whole name of one, or its identifier");
+}
+
 void ReaderSession::tellNotFound(Time timeout) {
-  std::string text = "no reader whose name contains '" + printable(wantedName_) +
-                     "' was found within " + secondsText(timeout) + " s; ";
+  const std::string which =
+      choice_.wanted().empty() ? "" : " whose name contains " + wantedInWords();
+  std::string text = "no reader" + which + " was found within " + secondsText(timeout) + " s; ";
   if (watch_->state() != CBManagerState::poweredOn) {
     text += watch_->description();
-  } else if (namesSeen_.empty()) {
+  } else if (choice_.seen().empty()) {
     text += "no reader at all is in range";
   } else {
     text += "in range:";
-    for (const std::string& name : namesSeen_) {
-      text += (&name == &namesSeen_.front() ? " '" : ", '") + printable(name) + "'";
+    for (const SeenReader& reader : choice_.seen()) {
+      text += (&reader == &choice_.seen().front() ? " '" : ", '") + printable(reader.name) + "'";
     }
   }
   console_.note(text);
@@ -156,17 +232,16 @@ bool ReaderSession::send(const NSData& frame) {
   return true;
 }
 
-void ReaderSession::catchUp() { environment_.loop().runFor(Time::zero()); }
+void ReaderSession::catchUp() {
+  environment_.loop().runFor(Time::zero());
+  if (environment_.leaving()) wait(kLongestGoodbye, [] { return true; });
+}
 
 void ReaderSession::listen(std::optional<Time> duration, bool untilUnplugged) {
-  MainRunLoop& loop = environment_.loop();
-  const auto done = [&] { return ending() || (untilUnplugged && !plugged_); };
-  if (duration) {
-    loop.runUntil(loop.now() + *duration, done);
-    return;
-  }
+  const auto done = [&] { return untilUnplugged && !plugged_; };
   // A loop has no end of its own here; a day is as good a deadline as any.
-  while (!done()) loop.runUntil(loop.now() + std::chrono::hours(24), done);
+  while (!wait(duration.value_or(std::chrono::hours(24)), done) && !duration && !ending()) {
+  }
 }
 
 bool ReaderSession::close() {

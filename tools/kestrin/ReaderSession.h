@@ -8,13 +8,14 @@
 
 #include <KestrinBLESDK/KestrinBleMgr.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tools/kestrin/RadioEnvironment.h"
 #include "tools/kestrin/RadioWatch.h"
+#include "tools/kestrin/ReaderChoice.h"
 #include "tools/kestrin/RecordedManager.h"
 
 namespace kestrin::app {
@@ -22,17 +23,19 @@ namespace kestrin::app {
 class Console;
 class SessionReport;
 
-class ReaderSession {
+class ReaderSession final : private Background {
  public:
   ReaderSession(RadioEnvironment& environment, Console& console, SessionReport& report,
                 std::string wantedName);
-  ~ReaderSession();
+  ~ReaderSession() override;
   ReaderSession(const ReaderSession&) = delete;
   ReaderSession& operator=(const ReaderSession&) = delete;
 
-  /// Searches for the first reader whose name contains the wanted one and brings its link up, each
-  /// for at most `timeout`. False when that failed, which has been told, or was interrupted.
+  /// Searches for the reader that is meant and brings its link up, each for at most `timeout`.
+  /// False when that failed, which has been told, or was interrupted.
   bool plugIn(Time timeout);
+  /// Takes one of the readers that `SessionReport::choose` was told of.
+  void work(const SeenReader& reader);
   /// Sends one frame; false when it was refused.
   bool send(const NSData& frame);
   /// Lets events happen for `duration`, or without end. Ends early when interrupted, when the
@@ -44,6 +47,9 @@ class ReaderSession {
   bool close();
 
   [[nodiscard]] bool plugged() const noexcept { return plugged_; }
+  /// Whether there is a link, plugged in or not yet.
+  [[nodiscard]] bool linked() const noexcept { return manager_->open(); }
+  [[nodiscard]] std::string radioInWords() const { return watch_->description(); }
   /// Whether the command shall come to its end.
   [[nodiscard]] bool ending() const;
   /// The reader's name as it may be printed; empty before one is found.
@@ -57,22 +63,34 @@ class ReaderSession {
   void takeFrame(const std::optional<NSData>& frame);
   void takeRadioState(CBManagerState state);
   void connect();
+  void settle();
+  void leave() override;
+  [[nodiscard]] bool isDown() const override { return closedSinceLeaving_ && !manager_->open(); }
+  void comeBack() override;
+  bool wait(Time timeout, const std::function<bool()>& done);
   bool find(Time timeout);
+  [[nodiscard]] std::string wantedInWords() const;
+  void tellAmbiguous();
   void tellNotFound(Time timeout);
   void tellNotPlugged(Time timeout);
 
   RadioEnvironment& environment_;
   Console& console_;
   SessionReport& report_;
-  const std::string wantedName_;
+  ReaderChoice choice_;
   const std::unique_ptr<RecordedManager> manager_;
   const std::shared_ptr<Delegate> delegate_;
   const std::unique_ptr<RadioWatch> watch_;
-  std::vector<std::string> namesSeen_;
   std::shared_ptr<CBPeripheral> reader_;
   std::string readerName_;
   bool plugged_ = false;
   bool linkWanted_ = false;  // From each connection request to the report of its end.
+  bool searching_ = false;
+  bool settling_ = false;
+  bool choosing_ = false;   // Somebody picks one of several readers.
+  bool ambiguous_ = false;  // Nobody does.
+  bool away_ = false;
+  bool closedSinceLeaving_ = false;
   bool closing_ = false;
   bool inClose_ = false;
 };

@@ -71,6 +71,25 @@ class LiveLine : public std::enable_shared_from_this<LiveLine> {
   const Time begin_;
 };
 
+/// Scans again when the process comes back.
+class ScanAgain final : public Background {
+ public:
+  ScanAgain(RadioEnvironment& environment, RecordedManager& manager)
+      : environment_(environment), manager_(manager) {
+    environment_.setBackground(this);
+  }
+  ~ScanAgain() override { environment_.setBackground(nullptr); }
+  ScanAgain(const ScanAgain&) = delete;
+  ScanAgain& operator=(const ScanAgain&) = delete;
+  void leave() override {}
+  [[nodiscard]] bool isDown() const override { return true; }
+  void comeBack() override { manager_.scanBLE(); }
+
+ private:
+  RadioEnvironment& environment_;
+  RecordedManager& manager_;
+};
+
 void scanUntilEnd(const ScanRequest& request, RadioEnvironment& environment, Console& console,
                   const RadioWatch& watch) {
   MainRunLoop& loop = environment.loop();
@@ -99,6 +118,7 @@ int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& 
   RecordedManager manager(environment.platform(), environment.recorder());
   const auto readers = std::make_shared<ReaderLines>(console, request.json ? &json : nullptr);
   manager.setDelegate(readers);
+  const ScanAgain scanAgain(environment, manager);
   manager.scanBLE();
   const auto liveLine = std::make_shared<LiveLine>(environment, console, watch, readers);
   liveLine->show();

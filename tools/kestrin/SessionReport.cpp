@@ -2,6 +2,7 @@
 
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/Hex.h"
+#include "tools/kestrin/ReaderChoice.h"
 
 namespace kestrin::app {
 

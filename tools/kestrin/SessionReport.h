@@ -1,8 +1,7 @@
 // What a reader session tells as it happens, for whoever shows it: lines of text, a live screen, or
 // a program that reads.
 //
-// Threads: the thread that turns the session's loop, except for `frame`, which the manager delivers
-// on a thread of its own while that one waits.
+// Threads: the thread that turns the session's loop.
 // Lifetime: outlives the session. Errors: none.
 #pragma once
 
@@ -10,10 +9,12 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrin::app {
 
 class Console;
+struct SeenReader;
 
 class SessionReport {
  public:
@@ -23,6 +24,11 @@ class SessionReport {
   virtual void plugged(bool isPlugged) = 0;
   virtual void frame(const std::optional<NSData>& frame) = 0;
   virtual void sent(const NSData& frame) = 0;
+  /// Every reader seen so far, whenever one is added.
+  virtual void seen(const std::vector<SeenReader>& /*readers*/) {}
+  /// Several readers are meant. Answers whether somebody will `work` one of them; else the search
+  /// ends here.
+  virtual bool choose(const std::vector<SeenReader>& /*readers*/) { return false; }
 };
 
 /// READER, PLUGGED, UNPLUGGED, FRAME and SENT lines.

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "KestrinBLESDK/platform/NSLog.h"
+#include "tools/NearestWord.h"
 #include "tools/vreader/Att.h"
 #include "tools/vreader/Numbers.h"
 #include "tools/vreader/Orders.h"
@@ -32,6 +34,17 @@ constexpr std::string_view kDeviceHelp =
     "Without any device there are KVR-0001, KVR-Q62T-0001 and Lamp, which is no reader.\n\n";
 
 constexpr std::string_view kFamilyPrefix = "KVR-Q62T";
+
+const std::vector<std::string>& deviceKeys() {
+  static const std::vector<std::string> keys{"id",       "family", "address",   "address-type",
+                                             "gap-name", "tx",     "reply-size"};
+  return keys;
+}
+
+std::string suggestion(const std::string& typed, const std::vector<std::string>& known) {
+  const std::string meant = tools::nearestWord(typed, known);
+  return meant.empty() ? "" : "; did you mean " + meant + "?";
+}
 
 std::vector<std::string> split(const std::string& text, char separator) {
   std::vector<std::string> parts;
@@ -104,7 +117,7 @@ std::string setKey(DeviceText& device, const std::string& text) {
     device.addressType =
         value == "public" ? DeviceAddress::Type::publicDevice : DeviceAddress::Type::randomDevice;
   } else {
-    return "there is no key \"" + key + "\"";
+    return "there is no key \"" + key + "\"" + suggestion(key, deviceKeys());
   }
   return {};
 }
@@ -122,8 +135,25 @@ std::string conflict(const std::vector<DeviceSettings>& devices) {
   return {};
 }
 
+/// What was typed and is not expected says more than what is missing because of it.
+std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> unexpected = app.remaining();
+  if (unexpected.empty()) return error.what();
+  const std::string& typed = unexpected.front();
+  if (!typed.starts_with('-')) return "'" + typed + "' is not expected here";
+  std::vector<std::string> known;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+  }
+  const std::string option = typed.substr(0, typed.find('='));
+  return "'" + option + "' is no option of kestrin-vreader" + suggestion(option, known);
+}
+
 CommandLine wrongUsage(const std::string& text) {
-  return {std::nullopt, "kestrin-vreader: " + text + "; see kestrin-vreader --help\n", 2};
+  return {std::nullopt,
+          "kestrin-vreader: " + StandardErrorLogSink::escaped(text) +
+              " (kestrin-vreader --help tells more)\n",
+          2};
 }
 
 }  // namespace
@@ -192,7 +222,7 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
   } catch (const CLI::CallForHelp&) {
     return {std::nullopt, app.help(), 0};
   } catch (const CLI::ParseError& error) {
-    return wrongUsage(error.what());
+    return wrongUsage(whatIsWrong(app, error));
   }
 
   if (readers.empty() && nonReaders.empty()) {
