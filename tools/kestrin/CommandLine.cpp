@@ -1,22 +1,22 @@
 #include "tools/kestrin/CommandLine.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "tools/NearestWord.h"
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
-#include "tools/kestrin/InterruptSignals.h"
 #include "tools/kestrin/RadioEnvironment.h"
-#include "tools/kestrin/RecordedEnvironment.h"
-#include "tools/kestrin/Suspension.h"
+#include "tools/kestrin/RunOnRadio.h"
+#include "tools/kestrin/ScreenLog.h"
+#include "tools/kestrin/TerminalScreen.h"
+#include "tools/kestrin/UnexpectedWord.h"
 
 namespace kestrin::app {
 namespace {
@@ -121,8 +121,8 @@ void addScan(CLI::App& app, Requests& requests) {
 }
 
 void addMonitor(CLI::App& app, Requests& requests) {
-  CLI::App* const command = app.add_subcommand(
-      "monitor", "Connect to a reader and print what it sends until interrupted");
+  CLI::App* const command =
+      app.add_subcommand("monitor", "Connect to a reader and show what it sends until interrupted");
   command
       ->add_option("NAME", requests.monitor.name,
                    "A part of the reader's name, where case counts, or its identifier; left out: "
@@ -135,7 +135,9 @@ void addMonitor(CLI::App& app, Requests& requests) {
   addJson(*command, requests.monitor.json);
   addRadioOptions(*command, requests.radio);
   command->footer(
-      "Prints READER, PLUGGED, UNPLUGGED and FRAME lines. A lost link is made again.\n\nExamples:\n"
+      "On a terminal a live screen; else READER, PLUGGED, UNPLUGGED and FRAME lines. A lost link "
+      "is\n"
+      "made again.\n\nExamples:\n"
       "  kestrin monitor KVR-0417\n  kestrin monitor TQM --radio simulated");
 }
 
@@ -195,41 +197,13 @@ void addDoctor(CLI::App& app, Requests& requests) {
       "  kestrin doctor");
 }
 
-/// Wrong uses that only the options together show.
-bool fitTogether(const RadioRequest& radio, Console& console) {
-  if (radio.kind == RadioKind::simulated && radio.adapter) {
-    console.note("--adapter: only the real radio has adapters; leave out --radio simulated");
-    return false;
-  }
-  if (radio.kind != RadioKind::simulated && radio.virtualTime) {
-    console.note("--virtual-time: only the simulated radio has it; add --radio simulated");
-    return false;
-  }
-  return true;
-}
-
-int runOnRadio(const std::string& name, const RadioRequest& request, Console& console,
-               const std::function<int(RadioEnvironment&)>& command) {
-  if (!fitTogether(request, console)) return kWrongUsage;
-  std::shared_ptr<Recorder> recorder;
-  if (request.record) {
-    recorder = Recorder::open(*request.record, console);
-    if (!recorder) return kFailure;
-  }
-  const BlockedInterruptSignals blocked;
-  auto environment = makeRadioEnvironment(request, console);
-  if (!environment) return kFailure;
-  if (recorder) environment = recordEnvironment(std::move(environment), recorder, name, request);
-  Suspension suspension(*environment, [&console] {
-    console.flush();
-    stopThisProcess();
-  });
-  const InterruptSignals signals(environment->loop(),
-                                 {.interrupt = [&] { environment->interrupt(); },
-                                  .suspend = [&] { suspension.request(); },
-                                  .continued = [&] { suspension.continued(); }});
-  const int status = command(*environment);
-  return recorder && !recorder->finish() && status == kSuccess ? kFailure : status;
+/// On a terminal a monitor shows a screen, with the log on it unless that goes somewhere else.
+void askForScreen(TerminalScreen& screen, Requests& requests) {
+  requests.monitor.screen = &screen;
+  if (!requests.radio.log) return;
+  const bool logIsSeen = ::isatty(STDERR_FILENO) == 1;
+  requests.monitor.log = std::make_shared<ScreenLog>(logIsSeen ? nullptr : logSink(true));
+  requests.radio.logTo = requests.monitor.log;
 }
 
 int run(const std::string& command, Requests& requests, Console& console) {
@@ -240,17 +214,14 @@ int run(const std::string& command, Requests& requests, Console& console) {
   if (command == "send" && !readFrames(requests.frames, requests.send, console)) {
     return kWrongUsage;
   }
-  return runOnRadio(command, requests.radio, console, [&](RadioEnvironment& environment) {
+  TerminalScreen screen(STDIN_FILENO, STDOUT_FILENO);
+  if (command == "monitor" && !requests.monitor.json && screen.isPossible())
+    askForScreen(screen, requests);
+  return runOnRadio(command, requests.radio, screen, console, [&](RadioEnvironment& environment) {
     if (command == "scan") return runScan(requests.scan, environment, console);
     if (command == "monitor") return runMonitor(requests.monitor, environment, console);
     return runSend(requests.send, environment, console);
   });
-}
-
-std::vector<std::string> subcommandsOf(const CLI::App& app) {
-  std::vector<std::string> names;
-  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
-  return names;
 }
 
 /// The options of a command that its help shows.
@@ -263,39 +234,14 @@ std::vector<std::string> optionsOf(const CLI::App& command) {
   return names;
 }
 
-/// The commands that have an option, as in `monitor and send`; empty if none has.
-std::string commandsWith(const CLI::App& app, const std::string& option) {
-  std::string text;
-  for (const CLI::App* command : app.get_subcommands({})) {
-    const std::vector<std::string> names = optionsOf(*command);
-    if (std::find(names.begin(), names.end(), option) == names.end()) continue;
-    text += (text.empty() ? "" : ", ") + command->get_name();
-  }
-  if (const std::size_t last = text.rfind(", "); last != std::string::npos) {
-    text.replace(last, 2, " and ");
-  }
-  return text;
-}
+KnownCommand known(const CLI::App& command) { return {command.get_name(), optionsOf(command)}; }
 
-/// What was typed and is not expected, and what was probably meant. `command` is null when it
-/// stands before any command.
-std::string tellUnexpected(const CLI::App& app, const CLI::App* command, const std::string& typed) {
-  if (!typed.starts_with('-')) {
-    if (command != nullptr) return "'" + typed + "' is not expected here";
-    const std::string meant = tools::nearestWord(typed, subcommandsOf(app));
-    return "'" + typed + "' is no command" + (meant.empty() ? "" : "; did you mean " + meant + "?");
-  }
-  const std::string option = typed.substr(0, typed.find('='));
-  const std::string owners = commandsWith(app, option);
-  if (command == nullptr && !owners.empty()) {
-    return "'" + option + "' is written behind a command; it belongs to " + owners;
-  }
-  std::string text =
-      "'" + option + "' is no option of " + (command != nullptr ? command : &app)->get_name();
-  const std::string meant =
-      tools::nearestWord(option, optionsOf(command != nullptr ? *command : app));
-  if (!meant.empty()) return text + "; did you mean " + meant + "?";
-  return owners.empty() ? text : text + ", but of " + owners;
+std::string unexpectedInWords(const CLI::App& app, const CLI::App* command,
+                              const std::string& typed) {
+  std::vector<KnownCommand> commands;
+  for (const CLI::App* each : app.get_subcommands({})) commands.push_back(known(*each));
+  return tellUnexpected(commands, known(command != nullptr ? *command : app), command != nullptr,
+                        typed);
 }
 
 /// Help and version are no errors; everything else is wrong usage, told in one line.
@@ -314,7 +260,7 @@ int tellParseResult(const CLI::App& app, const CLI::ParseError& error, Console& 
   std::string text = error.what();
   const bool early = commands.empty() || !app.remaining(false).empty();
   if (!unexpected.empty()) {
-    text = tellUnexpected(app, early ? nullptr : commands.front(), unexpected.front());
+    text = unexpectedInWords(app, early ? nullptr : commands.front(), unexpected.front());
   } else if (commands.empty()) {
     text = "a command is missing";
   }

@@ -4,6 +4,7 @@
 // Errors: each answers the exit status and says on the console what was wrong.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,8 @@ namespace kestrin::app {
 
 class Console;
 class RadioEnvironment;
+class ScreenLog;
+class TerminalScreen;
 
 /// Exit statuses. Wrong usage includes wrong hexadecimal text on the command line.
 inline constexpr int kSuccess = 0;
@@ -47,8 +50,12 @@ struct MonitorRequest {
   std::optional<double> duration;
   /// Whether the output is JSON.
   bool json = false;
+  /// Where it is shown as a live screen; null: as lines.
+  TerminalScreen* screen = nullptr;
+  /// The library's log on that screen, if it is wanted.
+  std::shared_ptr<ScreenLog> log{};
 };
-/// Prints what a reader sends.
+/// Shows what a reader sends.
 int runMonitor(const MonitorRequest& request, RadioEnvironment& environment, Console& console);
 
 struct SendRequest {

@@ -94,6 +94,10 @@ void Console::flush() {
 
 void Console::note(std::string_view text) {
   flush();
+  if (noteTaker_) {
+    noteTaker_(text);
+    return;
+  }
   std::string whole = "kestrin: ";
   whole += text;
   whole += '\n';

@@ -6,10 +6,12 @@
 // Errors: a failed write is remembered, see `outputError`; the rest of the output is dropped.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace kestrin::app {
 
@@ -28,6 +30,8 @@ class Console {
   void line(std::string_view text);
   /// One line for a person, "kestrin: " in front.
   void note(std::string_view text);
+  /// From now on notes go to `taker` instead of standard error; an empty one ends that.
+  void redirectNotes(std::function<void(std::string_view)> taker) { noteTaker_ = std::move(taker); }
   /// Gathers lines into large writes from now on, for output of any length.
   void holdOutput() { holding_ = true; }
   /// Writes what is held.
@@ -47,6 +51,7 @@ class Console {
   const int output_;
   const int errors_;
   const bool terminal_;
+  std::function<void(std::string_view)> noteTaker_;
   bool holding_ = false;
   bool liveShown_ = false;
   std::string held_;

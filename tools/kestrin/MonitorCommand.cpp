@@ -1,24 +1,67 @@
-// `kestrin monitor`: prints what a reader sends until interrupted.
+// `kestrin monitor`: shows what a reader sends until interrupted.
+#include <string>
+#include <vector>
+
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/JsonReport.h"
+#include "tools/kestrin/MonitorScreen.h"
 #include "tools/kestrin/ReaderSession.h"
 
 namespace kestrin::app {
+namespace {
 
-int runMonitor(const MonitorRequest& request, RadioEnvironment& environment, Console& console) {
-  const auto report = makeSessionReport(request.json, environment, console);
-  ReaderSession session(environment, console, *report, request.name);
+bool monitorReader(const MonitorRequest& request, RadioEnvironment& environment,
+                   ReaderSession& session) {
   const bool plugged = session.plugIn(timeFromSeconds(request.timeout));
   if (plugged) {
     std::optional<Time> duration;
     if (request.duration) duration = timeFromSeconds(*request.duration);
     session.listen(duration, false);
   }
-  const bool down = session.close();
-  const int printed = finishOutput(console);
   // An interruption is how this command is meant to end, whenever it comes.
-  return down && (plugged || environment.interrupted()) ? printed : kFailure;
+  return plugged || environment.interrupted();
+}
+
+bool monitorAsText(const MonitorRequest& request, RadioEnvironment& environment, Console& console) {
+  const auto report = makeSessionReport(request.json, environment, console);
+  ReaderSession session(environment, console, *report, request.name);
+  const bool done = monitorReader(request, environment, session);
+  return session.close() && done;
+}
+
+bool monitorOnScreen(const MonitorRequest& request, RadioEnvironment& environment,
+                     Console& console) {
+  std::vector<std::string> notes;
+  bool done = false;
+  {
+    MonitorScreen screen(*request.screen, environment, request.name, request.log);
+    console.redirectNotes([&](std::string_view text) {
+      notes.emplace_back(text);
+      screen.note(notes.back());
+    });
+    ReaderSession session(environment, console, screen, request.name);
+    screen.setSession(&session);
+    done = monitorReader(request, environment, session);
+    screen.closing();
+    done = session.close() && done;
+    screen.setSession(nullptr);
+    console.redirectNotes({});
+  }
+  // The screen is gone, and with it what it said of the failure.
+  for (const std::string& text : notes) {
+    if (!done) console.note(text);
+  }
+  return done;
+}
+
+}  // namespace
+
+int runMonitor(const MonitorRequest& request, RadioEnvironment& environment, Console& console) {
+  const bool done = request.screen != nullptr ? monitorOnScreen(request, environment, console)
+                                              : monitorAsText(request, environment, console);
+  const int printed = finishOutput(console);
+  return done ? printed : kFailure;
 }
 
 }  // namespace kestrin::app

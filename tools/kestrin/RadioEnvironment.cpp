@@ -19,10 +19,14 @@ class SilentLog final : public NSLogSink {
   void write(std::string_view /*line*/) noexcept override {}
 };
 
+std::shared_ptr<NSLogSink> logOf(const RadioRequest& request) {
+  return request.log && request.logTo ? request.logTo : logSink(request.log);
+}
+
 class SimulatedEnvironment final : public RadioEnvironment {
  public:
   explicit SimulatedEnvironment(const RadioRequest& request)
-      : simulated_(sceneOptions(request.virtualTime, logSink(request.log))), scene_(simulated_) {
+      : simulated_(sceneOptions(request.virtualTime, logOf(request))), scene_(simulated_) {
     scene_.startTagReports();
   }
   [[nodiscard]] Platform platform() const override { return simulated_.platform(); }
@@ -41,7 +45,7 @@ class BluezEnvironment final : public RadioEnvironment {
     platform_.radio = bluez::makeRadio(loop_, {.adapter = request.adapter, .busAddress = {}});
     platform_.mainRunLoop = loop_;
     platform_.thread = sleepOn(loop_);
-    platform_.log = logSink(request.log);
+    platform_.log = logOf(request);
   }
   [[nodiscard]] Platform platform() const override { return platform_; }
   [[nodiscard]] MainRunLoop& loop() const override { return *loop_; }

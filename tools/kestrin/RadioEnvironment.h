@@ -24,8 +24,9 @@ struct RadioRequest {
   RadioKind kind = RadioKind::bluez;
   /// The adapter of the real radio; absent: its own choice.
   std::optional<std::string> adapter;
-  /// Whether the library's log goes to standard error.
+  /// Whether the library's log goes to standard error, or to `logTo` if there is one.
   bool log = false;
+  std::shared_ptr<NSLogSink> logTo{};
   /// Whether the simulated radio runs in virtual time.
   bool virtualTime = false;
   /// The file for a recording; absent: none.

@@ -139,6 +139,10 @@ void ReaderSession::takePlugReport(bool plugged) {
 
 void ReaderSession::takeFrame(const std::optional<NSData>& frame) { report_.frame(frame); }
 
+std::string ReaderSession::radioTrouble() const {
+  return watch_->state() == CBManagerState::poweredOn ? "" : watch_->description();
+}
+
 bool ReaderSession::ending() const {
   return environment_.interrupted() || console_.outputError().has_value();
 }

@@ -49,7 +49,8 @@ class ReaderSession final : private Background {
   [[nodiscard]] bool plugged() const noexcept { return plugged_; }
   /// Whether there is a link, plugged in or not yet.
   [[nodiscard]] bool linked() const noexcept { return manager_->open(); }
-  [[nodiscard]] std::string radioInWords() const { return watch_->description(); }
+  /// What is the matter with the radio; empty when it is on.
+  [[nodiscard]] std::string radioTrouble() const;
   /// Whether the command shall come to its end.
   [[nodiscard]] bool ending() const;
   /// The reader's name as it may be printed; empty before one is found.
