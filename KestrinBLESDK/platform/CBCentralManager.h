@@ -3,27 +3,17 @@
 ///
 /// What every radio promises:
 /// - A scan is honoured only when powered on. A peripheral is reported once per scan request and
-/// \code
-/// again only when its name changes. A second request while scanning starts that count anew.
-/// \endcode
+///   again only when its name changes. A second request while scanning starts that count anew.
 /// - Every event comes on the main run loop, one at a time, and never from inside a request. The
-/// \code
-/// first is a state report.
-/// \endcode
+///   first is a state report.
 /// - Requests made before the object was dropped are carried out; a dropped one delivers no further
-/// \code
-/// event, and lets go of the links and attempts that are still its own.
-/// \endcode
+///   event, and lets go of the links and attempts that are still its own.
 /// - Connecting never times out: a failed attempt is repeated inside the radio, with a growing
-/// \code
-/// pause, until it succeeds or is cancelled. It waits out a radio that is switched off and finds a
-/// device that appears later.
-/// \endcode
+///   pause, until it succeeds or is cancelled. It waits out a radio that is switched off and finds
+///   a device that appears later.
 /// - `didConnectPeripheral` comes at the first evidence of the link. Every link ends with exactly
-/// \code
-/// one disconnection report, and so does a cancelled pending attempt; cancelling neither reports
-/// nothing.
-/// \endcode
+///   one disconnection report, and so does a cancelled pending attempt; cancelling neither reports
+///   nothing.
 ///
 /// Threads: called on the main run loop.
 ///
@@ -61,9 +51,10 @@ enum class CBManagerState : std::int64_t {
 
 /// What a sighting carried besides the name that `CBPeripheral::name` answers.
 struct CBAdvertisementData {
-  /// The name in the advertisement or the scan response; absent when neither carried one.
+  /// The name that came with the sighting, in the advertisement or the scan response; absent when
+  /// none did. The real radio gives the one that its daemon knows, which may be an earlier one.
   std::optional<std::string> localName;
-  /// The services that it advertised; empty when it named none.
+  /// The services that it advertised, as far as the radio knows them.
   std::vector<CBUUID> serviceUUIDs;
 };
 
@@ -79,7 +70,9 @@ class KESTRIN_EXPORT CBCentralManagerDelegate {
   /// `centralManagerDidUpdateState:` The state as it is when the report is made, and each change.
   virtual void centralManagerDidUpdateState(
       const std::shared_ptr<CBCentralManager>& central) noexcept;
-  /// `centralManager:didDiscoverPeripheral:advertisementData:RSSI:` A sighting; `RSSI` in dBm.
+  /// `centralManager:didDiscoverPeripheral:advertisementData:RSSI:` A sighting; `RSSI` in
+  /// dBm, from -127 to 20, or 127 when it is not available (Bluetooth Core, Vol 4, Part E,
+  /// 7.7.65.2).
   virtual void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
       const std::shared_ptr<CBCentralManager>& central,
       const std::shared_ptr<CBPeripheral>& peripheral, const CBAdvertisementData& advertisementData,

@@ -68,7 +68,7 @@ KESTRIN_C_EXPORT const char* kestrin_version(void);
  */
 KESTRIN_C_EXPORT kestrin_platform* kestrin_platform_create(const char* adapter);
 /** A simulated radio without any reader in range. In virtual time kestrin_run_for waits for
- * nothing. NULL on failure. */
+ * nothing, and the same `seed` with the same calls gives the same events. NULL on failure. */
 KESTRIN_C_EXPORT kestrin_platform* kestrin_platform_create_simulated(bool virtual_time,
                                                                      uint64_t seed);
 /** Releases what a create function returned. Not from inside a callback. */
@@ -96,7 +96,8 @@ KESTRIN_C_EXPORT const char* kestrin_radio_trouble(kestrin_platform* platform);
 
 /* --- the run loop */
 
-/** Turns the run loop for so long, or until kestrin_stop. */
+/** Turns the run loop for so long, or until kestrin_stop. What is no positive number of seconds
+ * counts as zero: what is due runs. */
 KESTRIN_C_EXPORT kestrin_status kestrin_run_for(kestrin_platform* platform, double seconds);
 /** Turns it until kestrin_stop; in virtual time also until nothing is pending. */
 KESTRIN_C_EXPORT kestrin_status kestrin_run(kestrin_platform* platform);

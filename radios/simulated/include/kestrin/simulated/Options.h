@@ -37,7 +37,8 @@ struct Options {
   std::shared_ptr<NSLogSink> log{};
   /// The radio's state to begin with.
   CBManagerState state = CBManagerState::poweredOn;
-  /// Bytes of each notification that a reply is cut into, 1 to 20: an ATT_MTU of 23 leaves 20.
+  /// Bytes of each notification that a reply is cut into, 1 to 20: an ATT_MTU of 23 leaves 20
+  /// (Bluetooth Core, Vol 3, Part F, 3.4.7.1).
   Range<std::size_t> pieceSize{20, 20};
   /// How long a message takes in either direction. Messages never overtake each other.
   Range<Time> latency{std::chrono::milliseconds(5), std::chrono::milliseconds(15)};
