@@ -55,7 +55,9 @@ class Names:
         elif program in ("kestrin", "kestrin-vreader"):
             subcommand = words[1] if program == "kestrin" and re.match("[a-z]", " ".join(words[1:])) else None
             known = self._help_of(program, subcommand)
-            if known is None:
+            if not os.path.isfile(os.path.join(self.binaries, program)):
+                yield f"{program} is not built"
+            elif known is None:
                 yield f"{program} has no subcommand {subcommand}"
             else:
                 yield from self._unknown_options(words, known)
@@ -71,7 +73,10 @@ class Names:
     @functools.lru_cache(maxsize=None)
     def _help_of(self, program, subcommand):
         command = [os.path.join(self.binaries, program), *([subcommand] if subcommand else []), "--help"]
-        result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        try:
+            result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        except OSError:
+            return None
         return result.stdout if result.returncode == 0 else None
 
     def _wrong_for_cmake(self, command):
