@@ -86,19 +86,22 @@ void InterruptSignals::wait() {
 void InterruptSignals::take(int received) {
   switch (received) {
     case SIGCONT:
-      suspending_ = false;
       post(tasks_.continued);
       return;
     case SIGWINCH:
       post(tasks_.resized);
       return;
     case SIGTSTP:
+      if (!tasks_.suspend) return;
       // The loop may be stuck, for example in a write that nobody takes.
-      if (std::exchange(suspending_, true)) {
+      if (suspending_.exchange(true)) {
         if (tasks_.beforeEnd) tasks_.beforeEnd();
         stopThisProcess();
       } else {
-        post(tasks_.suspend);
+        loop_.post([this] {
+          suspending_ = false;
+          tasks_.suspend();
+        });
       }
       return;
     default:

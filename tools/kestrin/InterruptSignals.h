@@ -1,7 +1,8 @@
 // The signals by which a terminal or a user steers the process, as ordinary tasks on a run loop.
 //
 // SIGINT, SIGTERM and SIGHUP ask the command to end cleanly; a second one ends the process at once.
-// SIGTSTP asks it to be suspended; a second one stops it at once. SIGCONT and SIGWINCH are told.
+// SIGTSTP asks it to be suspended; one more, before the loop has taken that up, stops it at once.
+// SIGCONT and SIGWINCH are told.
 // SIGQUIT ends the process at once. SIGHUP and SIGTSTP stay ignored where the parent had them
 // ignored, as nohup(1) does.
 //
@@ -59,9 +60,8 @@ class InterruptSignals {
   const SignalTasks tasks_;
   const sigset_t awaited_;
   std::atomic<bool> ending_ = false;
-  // The waiting thread's.
-  bool interrupted_ = false;
-  bool suspending_ = false;
+  std::atomic<bool> suspending_ = false;  // A task to suspend waits for its turn.
+  bool interrupted_ = false;              // The waiting thread's.
   std::thread thread_;
 };
 

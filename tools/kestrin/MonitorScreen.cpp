@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "tools/kestrin/Console.h"
 #include "tools/kestrin/RadioEnvironment.h"
 #include "tools/kestrin/ReaderSession.h"
 #include "tools/kestrin/ScreenLog.h"
@@ -166,7 +167,7 @@ void MonitorScreen::update() {
   view_.byteRate = rate_.bytes(now);
   view_.radio = session_ != nullptr ? session_->radioTrouble() : "";
   if (!log_) return;
-  for (std::string& line : log_->take()) addLine(std::move(line));
+  for (const std::string& line : log_->take()) addLine(printable(line));
 }
 
 void MonitorScreen::changed() {

@@ -39,7 +39,7 @@ class MonitorScreen final : public SessionReport {
   void setSession(ReaderSession* session) { session_ = session; }
   /// The link is being closed.
   void closing();
-  /// A line for a person, among those of the log.
+  /// A line for a person, safe for a terminal, among those of the log.
   void note(const std::string& text);
   void key(char pressed);
 

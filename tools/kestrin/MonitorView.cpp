@@ -32,7 +32,7 @@ Span stateSpan(const MonitorView& view) {
     case LinkState::connecting:
       return {"connecting to " + reader, Style::busy};
     case LinkState::linked:
-      return {"linked, not yet plugged in: " + reader, Style::busy};
+      return {"linked, not ready yet: " + reader, Style::busy};
     case LinkState::plugged:
       return {"plugged in: " + reader, Style::good};
     case LinkState::lost:
@@ -133,7 +133,7 @@ class Body {
     lines_.push_back({{"log", Style::dim}});
     for (std::size_t i = view_.log.size() - std::min(view_.log.size(), left());
          i < view_.log.size(); ++i) {
-      lines_.push_back({{printable(view_.log[i])}});
+      lines_.push_back({{view_.log[i]}});
     }
   }
 

@@ -1,6 +1,6 @@
 // What the live screen of `kestrin monitor` shows, and how that fills a terminal of any size.
 //
-// Threads: plain values. Errors: none. Whatever came from the air is made safe for a terminal here.
+// Threads: plain values. Errors: none. Names and identifiers are made safe for a terminal here.
 #pragma once
 
 #include <KestrinBLESDK/platform/Clock.h>
@@ -61,7 +61,7 @@ struct MonitorView {
   /// The name on the command line; empty for none.
   std::string wanted;
   LinkState state = LinkState::searching;
-  /// What is wrong with the radio; empty when it is on.
+  /// What is wrong with the radio, safe for a terminal; empty when it is on.
   std::string radio;
   std::string reader;
   std::string identifier;
@@ -75,6 +75,7 @@ struct MonitorView {
   std::uint64_t byteRate = 0;
   /// The last ones, oldest first.
   std::deque<ShownFrame> frames;
+  /// Safe for a terminal.
   std::deque<std::string> log;
 };
 

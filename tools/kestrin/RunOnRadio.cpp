@@ -42,7 +42,7 @@ int runOnRadio(const std::string& name, const RadioRequest& request, TerminalScr
   if (recorder) environment = recordEnvironment(std::move(environment), recorder, name, request);
   Suspension suspension(*environment, [&] {
     console.flush();
-    screen.putRight();
+    screen.stepAside();
     stopThisProcess();
     screen.comeBack();
   });

@@ -14,7 +14,7 @@ namespace {
 // The second screen, without a cursor and without wrapping; and back.
 constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[H\x1b[2J";
 constexpr std::string_view kLeave = "\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l";
-constexpr std::chrono::duration<int, std::milli> kLongestWait(200);
+constexpr std::chrono::duration<int, std::milli> kLongestWait(1000);
 
 /// A variable of the environment; empty if there is none.
 std::string_view variable(const char* name) {
@@ -63,6 +63,11 @@ void TerminalScreen::leave() {
   const std::scoped_lock lock(mutex_);
   putRightLocked();
   entered_ = false;
+}
+
+void TerminalScreen::stepAside() {
+  const std::scoped_lock lock(mutex_);
+  putRightLocked();
 }
 
 void TerminalScreen::putRight() noexcept {

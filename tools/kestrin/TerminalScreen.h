@@ -38,10 +38,12 @@ class TerminalScreen {
   void enter();
   /// Gives it back as it was.
   void leave();
-  /// Gives it back for a process that ends or stops at once, whatever its other threads do; nothing
-  /// is shown from then on. It waits a moment, not longer, for what is under way.
+  /// Gives it back for a while; nothing is shown until `comeBack`.
+  void stepAside();
+  /// `stepAside` for a process that ends or stops at once, whatever its other threads do. It waits
+  /// a moment, not longer, for what is under way and for a terminal that takes nothing.
   void putRight() noexcept;
-  /// Takes it again, if it was taken, after a stop in which anybody may have changed it.
+  /// Takes it again, if it was taken, after a while in which anybody may have changed it.
   void comeBack();
   [[nodiscard]] ScreenSize size() const;
   /// Shows these lines, top down, and nothing else. Writes only what has changed; nothing if not
