@@ -1,6 +1,6 @@
 // Fuzzes every text that `kestrin` reads, each against a plainer reading of the same text:
-// hexadecimal, recordings in pieces of any size, whole recordings through `replay`, and command
-// lines.
+// hexadecimal, recordings of both forms in pieces of any size, whole recordings through `replay`
+// and `timeline`, and command lines.
 //
 // Input: a byte that picks the kind of text, what that kind needs, the text.
 #include <sys/mman.h>
@@ -14,7 +14,10 @@
 #include "tools/kestrin/Commands.h"
 #include "tools/kestrin/Console.h"
 #include "tools/kestrin/Hex.h"
+#include "tools/kestrin/RecordedEventJson.h"
 #include "tools/kestrin/Recording.h"
+#include "tools/kestrin/SequencePicture.h"
+#include "tools/kestrin/TimelinePicture.h"
 
 namespace kestrin::fuzz {
 namespace {
@@ -113,11 +116,12 @@ std::optional<RecordingError> plainRecording(const std::string& text,
   return std::nullopt;
 }
 
-void readRecording(ByteSource input) {
-  const ByteView cuts = input.take(input.u8() & 0x0F);
-  const std::string text = textOf(input.rest());
+bool isJson(const std::string& text) { return text.starts_with('{'); }
+
+/// Reads `text` in pieces of these sizes, at once when there are none.
+std::optional<RecordingError> readInPieces(const std::string& text, ByteView cuts,
+                                           Recording& recording) {
   RecordingReader reader;
-  Recording recording;
   std::optional<RecordingError> error;
   std::size_t at = 0;
   for (std::size_t i = 0; at < text.size() && !error; ++i) {
@@ -126,6 +130,61 @@ void readRecording(ByteSource input) {
     at += size;
   }
   if (!error) error = reader.finish(recording);
+  return error;
+}
+
+void checkPicture(const std::string& picture) {
+  require(std::none_of(picture.begin(), picture.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 && c != '\n'; }),
+          "a picture has no control characters");
+  std::size_t opened = 0;
+  for (const char c : picture) {
+    require(c != '<' || opened == 0, "a picture has no < in a text or in a tag");
+    if (c == '<') ++opened;
+    if (c == '>' && opened > 0) --opened;
+  }
+}
+
+/// What is read of the JSON form holds together, however it came.
+void readJsonRecording(const std::string& text, ByteView cuts) {
+  Recording recording;
+  Recording whole;
+  const auto error = readInPieces(text, cuts, recording);
+  const auto wholeError = readInPieces(text, {}, whole);
+  require(error.has_value() == wholeError.has_value(), "pieces make no difference");
+  if (error) {
+    require(error->line == wholeError->line && error->column == wholeError->column,
+            "nor to where a mistake is");
+    const auto lines = split(text, '\n');
+    require(error->line >= 1 && error->line <= lines.size(), "a mistake is in one of the lines");
+    require(error->column >= 1 && error->column <= lines[error->line - 1].size() + 1,
+            "at a column that the line has");
+    require(!error->text.empty(), "and is told");
+    return;
+  }
+  require(recording.events() == whole.events() && recording.cutLine() == whole.cutLine(),
+          "nor to what is read");
+  require(recording.size() <= recording.events().size(), "an arrival is an event");
+  for (const app::RecordedEvent& event : recording.events()) {
+    const auto again = app::readEventLine(app::jsonLine(event));
+    require(std::holds_alternative<app::RecordedEvent>(again) &&
+                std::get<app::RecordedEvent>(again) == event,
+            "what is written again is the same");
+  }
+  if (!app::fitsTimeline(recording.events())) return;
+  checkPicture(app::timelinePicture(recording.events(), text));
+  checkPicture(app::sequencePicture(recording.events(), text));
+}
+
+void readRecording(ByteSource input) {
+  const ByteView cuts = input.take(input.u8() & 0x0F);
+  const std::string text = textOf(input.rest());
+  if (isJson(text)) {
+    readJsonRecording(text, cuts);
+    return;
+  }
+  Recording recording;
+  const auto error = readInPieces(text, cuts, recording);
   std::vector<Bytes> arrivals;
   const auto mistake = plainRecording(text, arrivals);
   require(error.has_value() == mistake.has_value(), "a recording is right or it is not");
@@ -168,6 +227,14 @@ void replay(ByteSource input) {
   {
     app::Console console(output.descriptor(), errors.descriptor());
     status = app::runReplay(file.path(), console);
+  }
+  if (isJson(text)) {
+    Recording recording;
+    const bool wrong = readInPieces(text, {}, recording).has_value();
+    require(status == (wrong ? app::kFailure : app::kSuccess), "the exit status tells of mistakes");
+    require(!wrong || output.text().empty(), "of a damaged recording nothing is replayed");
+    require(errors.text().empty() == (!wrong && !recording.cutLine()), "a cut is told");
+    return;
   }
   std::vector<Bytes> arrivals;
   const bool wrong = plainRecording(text, arrivals).has_value();

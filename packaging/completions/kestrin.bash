@@ -5,7 +5,7 @@ _kestrin() {
   COMPREPLY=()
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
-      demo | scan | monitor | send | frame | replay | doctor)
+      demo | scan | monitor | send | frame | replay | timeline | doctor)
         command=${COMP_WORDS[i]}
         break
         ;;
@@ -20,24 +20,25 @@ _kestrin() {
       mapfile -t COMPREPLY < <(compgen -W "$(ls /sys/class/bluetooth 2>/dev/null)" -- "$word")
       return
       ;;
-    --record)
+    --record | --output)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
-    --for | --timeout) return ;;
+    --for | --timeout | --from | --to) return ;;
   esac
   local radio='--radio --adapter --log --record' words=--help
   case $command in
-    '') words='demo scan monitor send frame replay doctor --help --version' ;;
+    '') words='demo scan monitor send frame replay timeline doctor --help --version' ;;
     demo) words+=' --virtual-time --log --record' ;;
     scan) words+=" --for --json $radio" ;;
     monitor) words+=" --timeout --json $radio" ;;
     send) words+=" --for --timeout --json $radio" ;;
+    timeline) words+=' --sequence --from --to --output' ;;
     doctor) words+=' --adapter' ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
-  if [ "$command" = replay ] && [[ $word != -* ]]; then
+  if [[ $command == replay || $command == timeline ]] && [[ $word != -* ]]; then
     compopt -o filenames 2>/dev/null
     mapfile -t COMPREPLY < <(compgen -f -- "$word")
   fi

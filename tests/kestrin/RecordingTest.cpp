@@ -79,5 +79,107 @@ TEST(Recording, AnErrorHasItsLineAndColumn) {
   EXPECT_EQ(recordingErrorOf("00\n0").line, 2U);
 }
 
+constexpr char kHeader[] = R"({"format":"kestrin-recording","version":1})"
+                           "\n";
+
+std::string valueLine(const std::string& kind, const std::string& name,
+                      const std::string& characteristic, const std::string& rest) {
+  return R"({"time":1,"kind":")" + kind + R"(","identifier":"C0","name":")" + name +
+         R"(","characteristic":")" + characteristic + "\"" + rest + "}\n";
+}
+
+Recording recordingOf(std::string_view text) {
+  RecordingReader reader;
+  Recording recording;
+  auto error = reader.take(text);
+  if (!error) error = reader.finish(recording);
+  EXPECT_FALSE(error) << error->line << ":" << error->column << ": " << error->text;
+  return recording;
+}
+
+TEST(JsonRecording, ItsArrivalsAreItsValuesAsTheManagerRoutesThem) {
+  const std::string bytes = R"(,"bytes":"bb01")";
+  const std::string text =
+      kHeader + valueLine("notification", "KVR", "FFF1", bytes) +
+      valueLine("notification", "KVR-Q62T 1", "FFF1", bytes) +
+      valueLine("read-value", "KVR-Q62T 1", "2A29", bytes) +
+      valueLine("notification", "KVR", "FFF1", bytes + R"(,"error":"no")") +
+      valueLine("notification", "KVR", "FFF1", "") +
+      valueLine("subscription", "KVR-Q62T 1", "FFF1", bytes + R"(,"error":"no")") +
+      valueLine("write", "KVR", "FFF2", bytes) +
+      valueLine("notification", "KVR", "FFF1", R"(,"bytes":"")");
+  const Recording recording = recordingOf(text);
+  EXPECT_TRUE(recording.isJson());
+  ASSERT_EQ(arrivalsOf(recording), (Arrivals{{0xBB, 0x01}, {0xBB, 0x01}, {0xBB, 0x01}, {}}));
+  EXPECT_FALSE(recording.isRaw(0));
+  EXPECT_TRUE(recording.isRaw(1));
+  EXPECT_FALSE(recording.isRaw(2));
+  EXPECT_EQ(recording.events().size(), 8U);
+  EXPECT_EQ(read(text), arrivalsOf(recording));
+}
+
+TEST(JsonRecording, ACutLastLineIsLeftOutAndTold) {
+  const std::string line = valueLine("notification", "KVR", "FFF1", R"(,"bytes":"bb")");
+  const std::string text = kHeader + line + line;
+  for (std::size_t length = text.size() - line.size() + 1; length < text.size() - 1; ++length) {
+    const Recording recording = recordingOf(text.substr(0, length));
+    EXPECT_EQ(arrivalsOf(recording), Arrivals{{0xBB}});
+    EXPECT_EQ(recording.cutLine(), 3U);
+  }
+  // Without its end alone a line is whole.
+  EXPECT_EQ(recordingOf(text.substr(0, text.size() - 1)).size(), 2U);
+  EXPECT_EQ(recordingOf(text.substr(0, text.size() - 1)).cutLine(), std::nullopt);
+  EXPECT_EQ(recordingOf(text.substr(0, text.size() - line.size())).cutLine(), std::nullopt);
+}
+
+TEST(JsonRecording, ACutHeaderLeavesNothing) {
+  const Recording recording = recordingOf(R"({"format":"kestr)");
+  EXPECT_TRUE(recording.isJson());
+  EXPECT_EQ(recording.cutLine(), 1U);
+  EXPECT_EQ(recording.header(), std::nullopt);
+}
+
+TEST(JsonRecording, ALineThatIsCutInTheMiddleIsDamage) {
+  const std::string line = valueLine("notification", "KVR", "FFF1", R"(,"bytes":"bb")");
+  const auto error = recordingErrorOf(kHeader + line.substr(0, 10) + "\n" + line);
+  EXPECT_EQ(error.line, 2U);
+  EXPECT_EQ(error.column, 11U);
+}
+
+TEST(JsonRecording, AnErrorHasItsLineAndColumn) {
+  const auto error =
+      recordingErrorOf(std::string(kHeader) + R"({"time":1,"kind":"frame","bytes":"zz"})");
+  EXPECT_EQ(error.line, 2U);
+  EXPECT_EQ(error.column, 35U);
+  EXPECT_EQ(recordingErrorOf(std::string(kHeader) + "\n").line, 2U);
+  EXPECT_EQ(recordingErrorOf(std::string("BB\n") + kHeader).line, 2U);
+}
+
+TEST(JsonRecording, TimeDoesNotGoBack) {
+  const auto error = recordingErrorOf(std::string(kHeader) +
+                                      "{\"time\":2,\"kind\":\"scan\"}\n"
+                                      "{\"kind\":\"scan\",\"time\":1.5}\n");
+  EXPECT_EQ(error.line, 3U);
+  EXPECT_EQ(error.column, 23U);
+  EXPECT_EQ(error.text, "the time goes back, from 2 s to 1.5 s; a recording is in order of time");
+}
+
+TEST(JsonRecording, ALineWithoutAnEndIsNotGatheredForEver) {
+  RecordingReader reader;
+  ASSERT_FALSE(reader.take(kHeader));
+  ASSERT_FALSE(reader.take(R"({"time":1,"kind":"log","text":")"));
+  std::optional<RecordingError> error;
+  const std::string piece(1U << 16, 'x');
+  std::size_t pieces = 0;
+  while (!error && pieces < 100) {
+    error = reader.take(piece);
+    ++pieces;
+  }
+  ASSERT_TRUE(error);
+  EXPECT_EQ(pieces, 16U);
+  EXPECT_EQ(error->line, 2U);
+  EXPECT_EQ(error->column, (1U << 20) + 1);
+}
+
 }  // namespace
 }  // namespace kestrin::app

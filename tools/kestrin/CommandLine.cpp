@@ -32,6 +32,7 @@ struct Requests {
   std::vector<std::string> frames;
   FrameRequest frame;
   std::string recording;
+  TimelineRequest timeline;
   DoctorRequest doctor;
 };
 
@@ -180,11 +181,33 @@ void addReplay(CLI::App& app, Requests& requests) {
   command->add_option("FILE", requests.recording, "The recording, - for standard input")
       ->required();
   command->footer(
-      "Input: one arrival per line in hexadecimal; an empty line is an arrival of no bytes, a "
-      "line\n"
-      "that starts with # a comment. Output: LOG and FRAME lines.\n\nExamples:\n"
+      "Input: what --record has written, or one arrival per line in hexadecimal; an empty line\n"
+      "is an arrival of no bytes, a line that starts with # a comment. Output: LOG and FRAME "
+      "lines.\n\nExamples:\n"
       "  kestrin replay recording.txt\n"
       "  echo 'BB 01 03 00 01 B1 7E 20 37' | kestrin replay -");
+}
+
+void addTimeline(CLI::App& app, Requests& requests) {
+  CLI::App* const command =
+      app.add_subcommand("timeline", "Draw a recorded conversation as an SVG picture");
+  TimelineRequest& request = requests.timeline;
+  command->add_option("FILE", request.file, "What --record has written, - for standard input")
+      ->required();
+  command->add_option("--output", request.output, "The file for the picture (else standard output)")
+      ->type_name("FILE");
+  command->add_flag("--sequence", request.sequence,
+                    "Draw who talks to whom, in order, instead of when");
+  command->add_option("--from", request.from, "Leave out what was before")
+      ->check(checkSeconds)
+      ->type_name("SECONDS");
+  command->add_option("--to", request.to, "Leave out what was after")
+      ->check(checkSeconds)
+      ->type_name("SECONDS");
+  command->footer(
+      "Examples:\n  kestrin demo --virtual-time --record demo.jsonl\n"
+      "  kestrin timeline demo.jsonl --output demo.svg\n"
+      "  kestrin timeline --sequence demo.jsonl --to 3 --output link-up.svg");
 }
 
 void addDoctor(CLI::App& app, Requests& requests) {
@@ -210,6 +233,7 @@ int run(const std::string& command, Requests& requests, Console& console) {
   if (command == "demo") return runDemo(requests.demo, console);
   if (command == "frame") return runFrame(requests.frame, console);
   if (command == "replay") return runReplay(requests.recording, console);
+  if (command == "timeline") return runTimeline(requests.timeline, console);
   if (command == "doctor") return runDoctor(requests.doctor, console);
   if (command == "send" && !readFrames(requests.frames, requests.send, console)) {
     return kWrongUsage;
@@ -283,11 +307,13 @@ int runCommandLine(int argumentCount, const char* const* arguments, Console& con
   addSend(app, requests);
   addFrame(app, requests);
   addReplay(app, requests);
+  addTimeline(app, requests);
   addDoctor(app, requests);
   app.footer(
       "Examples:\n  kestrin demo\n  kestrin scan --for 5\n  kestrin monitor KVR-0417\n"
       "  kestrin send KVR-0417 BB00030001B17E6597\n  kestrin frame 00 03 B1\n"
-      "  kestrin replay recording.txt\n  kestrin doctor\n\n"
+      "  kestrin replay recording.txt\n  kestrin timeline recording.jsonl --output link.svg\n"
+      "  kestrin doctor\n\n"
       "Without a reader at hand: add --radio simulated to scan, monitor and send.\n"
       "Exit status: 0 done, 1 failed, 2 wrong usage.");
   try {

@@ -33,6 +33,20 @@ int runFrame(const FrameRequest& request, Console& console);
 /// what comes of it.
 int runReplay(const std::string& file, Console& console);
 
+struct TimelineRequest {
+  /// The recording, standard input for `-`.
+  std::string file;
+  /// The file for the picture; absent: standard output.
+  std::optional<std::string> output;
+  /// Whether the picture shows who talks to whom instead of when.
+  bool sequence = false;
+  /// The part to be drawn, in seconds from the beginning.
+  double from = 0;
+  std::optional<double> to;
+};
+/// Draws a recording.
+int runTimeline(const TimelineRequest& request, Console& console);
+
 struct ScanRequest {
   /// Seconds; absent: until interrupted.
   std::optional<double> duration;

@@ -16,8 +16,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr char kRecordingFormat[] = "kestrin-recording";
-// Further than any run lasts, and far from what can not be counted.
-constexpr double kLongestRecordedTime = 3.0e9;
+// Longer than any run, and so short that a double still tells microseconds apart.
+constexpr double kLongestRecordedTime = 1.0e9;
 
 // Each field that is more than a number of its own, by its name in the file.
 template <class T>
@@ -167,7 +167,7 @@ void LineReading::takeTime(std::string_view key, std::optional<Time>& value) {
   take(key, &Json::is_number, "a number of seconds", seconds);
   if (!seconds) return;
   if (!(*seconds >= 0 && *seconds <= kLongestRecordedTime)) {
-    return refuse(key, "\"" + std::string(key) + "\" is to be from 0 to 3000000000 seconds");
+    return refuse(key, "\"" + std::string(key) + "\" is to be from 0 to 1000000000 seconds");
   }
   value = std::chrono::microseconds(std::llround(*seconds * 1e6));
 }
