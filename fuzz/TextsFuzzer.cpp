@@ -313,8 +313,9 @@ void buildFrame(ByteSource input) {
 }
 
 void send(ByteSource input) {
-  std::vector<std::string> arguments{"send",      "KVR", "--radio", "simulated", "--virtual-time",
-                                     "--timeout", "3",   "--for",   "0",         "--"};
+  std::vector<std::string> arguments{
+      "send",      "KVR-0417", "--radio", "simulated", "--virtual-time",
+      "--timeout", "3",        "--for",   "0",         "--"};
   const auto frames = takeArguments(input);
   arguments.insert(arguments.end(), frames.begin(), frames.end());
   std::string printed;
