@@ -15,18 +15,20 @@ namespace kestrin::app {
 namespace {
 
 // Where the four stand.
-constexpr double kApplication = 180;
-constexpr double kManager = 500;
-constexpr double kRadio = 730;
-constexpr double kReader = 990;
-constexpr std::pair<double, std::string_view> kLifelines[] = {
-    {kApplication, "application"}, {kManager, "manager"}, {kRadio, "radio"}, {kReader, "reader"}};
+constexpr double kApplicationLine = 180;
+constexpr double kManagerLine = 500;
+constexpr double kRadioLine = 730;
+constexpr double kReaderLine = 990;
+constexpr std::pair<double, std::string_view> kLifelines[] = {{kApplicationLine, "application"},
+                                                              {kManagerLine, "manager"},
+                                                              {kRadioLine, "radio"},
+                                                              {kReaderLine, "reader"}};
 
 constexpr double kPictureWidth = 1090;
 constexpr double kTimeColumn = 104;
 constexpr double kHeads = 44;
 constexpr double kFirstRow = 96;
-constexpr double kRowHeight = 24;
+constexpr double kArrowRow = 24;
 constexpr double kBoxWidth = 100;
 constexpr double kBoxHeight = 24;
 constexpr double kBarWidth = 6;
@@ -42,21 +44,21 @@ struct Arrow {
 std::optional<Arrow> arrowOf(EventKind kind) {
   switch (kind) {
     case EventKind::call:
-      return Arrow{kApplication, kManager};
+      return Arrow{kApplicationLine, kManagerLine};
     case EventKind::scan:
     case EventKind::stopScan:
-      return Arrow{kManager, kRadio};
+      return Arrow{kManagerLine, kRadioLine};
     case EventKind::state:
-      return Arrow{kRadio, kManager};
+      return Arrow{kRadioLine, kManagerLine};
     default:
       break;
   }
   switch (infoOf(kind).direction) {
     case EventDirection::out:
-      return Arrow{kManager, kReader};
+      return Arrow{kManagerLine, kReaderLine};
     case EventDirection::in:
-      if (kind <= EventKind::frame) return Arrow{kManager, kApplication};
-      return Arrow{kReader, kManager};
+      if (kind <= EventKind::frame) return Arrow{kManagerLine, kApplicationLine};
+      return Arrow{kReaderLine, kManagerLine};
     case EventDirection::self:
       break;
   }
@@ -97,8 +99,8 @@ void Sequence::drawTime(Time time) {
   if (lastTime_ && time - *lastTime_ >= kNotedSilence) {
     shapes_.text(kTimeColumn, y_, secondsText(time - *lastTime_) + " s later", "note",
                  Svg::Anchor::end);
-    shapes_.line(kTimeColumn + 8, y_ - 4, kReader, y_ - 4, "grid");
-    y_ += kRowHeight;
+    shapes_.line(kTimeColumn + 8, y_ - 4, kReaderLine, y_ - 4, "grid");
+    y_ += kArrowRow;
   }
   if (!lastTime_ || *lastTime_ != time) {
     shapes_.text(kTimeColumn, y_, millisecondsText(time), "axis", Svg::Anchor::end);
@@ -108,10 +110,10 @@ void Sequence::drawTime(Time time) {
 
 void Sequence::drawArrow(const Arrow& arrow, const std::string& label, std::string_view style) {
   shapes_.arrow(arrow.from, arrow.to, y_ - 4, style);
-  const bool throughRadio = arrow.from == kReader || arrow.to == kReader;
+  const bool throughRadio = arrow.from == kReaderLine || arrow.to == kReaderLine;
   const double middle = (arrow.from + arrow.to) / 2;
   if (throughRadio) {
-    shapes_.dot(kRadio, y_ - 4, style);
+    shapes_.dot(kRadioLine, y_ - 4, style);
     // The radio's line must not go through the letters.
     const double width = labelWidth(label) + 4;
     shapes_.rectangle(middle - width / 2, y_ - 18, width, 11, "background");
@@ -127,7 +129,7 @@ void Sequence::armDelay(const std::string& operation) {
 }
 
 void Sequence::drawDelay(const RunningDelay& delay, bool fired) {
-  const double x = kManager - 3 + static_cast<double>(delay.column) * (kBarWidth + 3);
+  const double x = kManagerLine - 3 + static_cast<double>(delay.column) * (kBarWidth + 3);
   bars_.rectangle(x, delay.top, kBarWidth, std::max(y_ - delay.top, kBarWidth),
                   fired ? "delay" : "dropped");
 }
@@ -146,7 +148,7 @@ void Sequence::drawOwnDoing(const RecordedEvent& event, const std::string& label
   if (event.kind == EventKind::delayArmed) armDelay(operation);
   if (event.kind == EventKind::delayFired) endDelay(operation, true);
   if (event.kind == EventKind::delayCancelled) endDelay(operation, false);
-  shapes_.text(kManager - 12, y_, label, "label", Svg::Anchor::end);
+  shapes_.text(kManagerLine - 12, y_, label, "label", Svg::Anchor::end);
 }
 
 void Sequence::drawEvent(const RecordedEvent& event, const std::string& label) {
@@ -156,7 +158,7 @@ void Sequence::drawEvent(const RecordedEvent& event, const std::string& label) {
   } else {
     drawOwnDoing(event, label);
   }
-  y_ += kRowHeight;
+  y_ += kArrowRow;
 }
 
 void Sequence::drawHeads(double y) {

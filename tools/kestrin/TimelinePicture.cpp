@@ -19,7 +19,7 @@ namespace {
 constexpr double kLeftEdge = 150;   // Lanes' names stand in front of it.
 constexpr double kRightRoom = 260;  // For labels behind the last event.
 constexpr double kTop = 92;
-constexpr double kRowHeight = 14;
+constexpr double kLabelRow = 14;
 constexpr double kLanePadding = 10;
 constexpr double kBarHeight = 15;
 
@@ -188,11 +188,11 @@ double Timeline::drawMarks(std::string_view lane, double top) {
   }
   const std::vector<std::size_t> rows = labelRows(spans);
   const std::size_t most = rows.empty() ? 0 : *std::max_element(rows.begin(), rows.end());
-  const double line = top + kLanePadding + kRowHeight * static_cast<double>(most + 1) + 4;
+  const double line = top + kLanePadding + kLabelRow * static_cast<double>(most + 1) + 4;
   shapes_.line(kLeftEdge, line, scale_.end(), line, "rule");
   if (lane == kPauseLane) drawPauseBars(line);
   for (std::size_t i = 0; i < marks.size(); ++i) {
-    const double y = line - 6 - kRowHeight * static_cast<double>(rows[i]);
+    const double y = line - 6 - kLabelRow * static_cast<double>(rows[i]);
     shapes_.line(spans[i].begin, y - 8, spans[i].begin, line, "leader");
     if (lane != kPauseLane) shapes_.dot(spans[i].begin, line, marks[i].style);
     shapes_.text(spans[i].begin + 4, y, labels[i], "label");
