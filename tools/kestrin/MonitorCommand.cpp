@@ -1,5 +1,6 @@
 // `kestrin monitor`: shows what a reader sends until interrupted.
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/kestrin/Commands.h"
@@ -30,23 +31,37 @@ bool monitorAsText(const MonitorRequest& request, RadioEnvironment& environment,
   return session.close() && done;
 }
 
+/// Has notes go to a screen for as long as it lives.
+class NotesOnScreen {
+ public:
+  NotesOnScreen(Console& console, MonitorScreen& screen, std::vector<std::string>& notes)
+      : console_(console) {
+    console_.redirectNotes([&](std::string_view text) {
+      notes.emplace_back(text);
+      screen.note(notes.back());
+    });
+  }
+  ~NotesOnScreen() { console_.redirectNotes({}); }
+  NotesOnScreen(const NotesOnScreen&) = delete;
+  NotesOnScreen& operator=(const NotesOnScreen&) = delete;
+
+ private:
+  Console& console_;
+};
+
 bool monitorOnScreen(const MonitorRequest& request, RadioEnvironment& environment,
                      Console& console) {
   std::vector<std::string> notes;
   bool done = false;
   {
     MonitorScreen screen(*request.screen, environment, request.name, request.log);
-    console.redirectNotes([&](std::string_view text) {
-      notes.emplace_back(text);
-      screen.note(notes.back());
-    });
+    const NotesOnScreen onScreen(console, screen, notes);
     ReaderSession session(environment, console, screen, request.name);
     screen.setSession(&session);
     done = monitorReader(request, environment, session);
     screen.closing();
     done = session.close() && done;
     screen.setSession(nullptr);
-    console.redirectNotes({});
   }
   // The screen is gone, and with it what it said of the failure.
   for (const std::string& text : notes) {

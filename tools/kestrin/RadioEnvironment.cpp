@@ -8,6 +8,7 @@
 
 #ifdef KESTRIN_HAS_BLUEZ
 #include "kestrin/bluez/Bluez.h"
+#include "kestrin/bluez/SleepWatch.h"
 #endif
 
 namespace kestrin::app {
@@ -87,6 +88,20 @@ std::unique_ptr<RadioEnvironment> makeRadioEnvironment(const RadioRequest& reque
   console.note("--radio bluez: this build has no such radio; the one it has is --radio simulated");
   return nullptr;
 #endif
+}
+
+std::shared_ptr<void> watchSleep([[maybe_unused]] const RadioRequest& request,
+                                 [[maybe_unused]] RadioEnvironment& environment) {
+#ifdef KESTRIN_HAS_BLUEZ
+  if (request.kind == RadioKind::bluez) {
+    bluez::SleepOptions options;
+    options.beforeSleep = [&environment] { environment.leave(); };
+    options.isDown = [&environment] { return environment.isDown(); };
+    options.afterWake = [&environment] { environment.comeBack(); };
+    return bluez::watchSleep(environment.platform(), std::move(options));
+  }
+#endif
+  return nullptr;
 }
 
 }  // namespace kestrin::app

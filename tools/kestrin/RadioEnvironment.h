@@ -84,6 +84,10 @@ class RadioEnvironment {
 std::unique_ptr<RadioEnvironment> makeRadioEnvironment(const RadioRequest& request,
                                                        Console& console);
 
+/// On the real radio: lets the environment leave when the machine is about to sleep, and come back
+/// when it is awake, for as long as the answer is kept. Drop it before the environment.
+std::shared_ptr<void> watchSleep(const RadioRequest& request, RadioEnvironment& environment);
+
 /// Standard error when `shown`, else a log that nobody reads.
 std::shared_ptr<NSLogSink> logSink(bool shown);
 

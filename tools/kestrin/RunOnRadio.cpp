@@ -56,6 +56,7 @@ int runOnRadio(const std::string& name, const RadioRequest& request, TerminalScr
                                       },
                                   .resized = [&] { screen.forget(); },
                                   .beforeEnd = [&] { screen.putRight(); }});
+  const auto sleep = watchSleep(request, *environment);
   const int status = command(*environment);
   return recorder && !recorder->finish() && status == kSuccess ? kFailure : status;
 }
