@@ -1,6 +1,6 @@
 # What `cmake --install` lays out: libraries, headers, package files for CMake and pkg-config, the
-# commands with their manual pages and completions. Three components, which are three Debian packages:
-# library, development, tools.
+# commands with their manual pages and completions. Components, each of which is a Debian package:
+# library, development, tools, and python where it is built.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -79,7 +79,27 @@ foreach(command IN ITEMS kestrin kestrin-vreader)
   endif()
 endforeach()
 
-foreach(component IN ITEMS library development tools)
+# Where Debian's Python looks for what a package has brought, below /usr, and for what the system's owner
+# has, below /usr/local.
+set(kestrin_components library development tools)
+if(TARGET kestrin_python)
+  list(APPEND kestrin_components python)
+  foreach(fact IN ITEMS FILES PYTHON_MAJOR PYTHON_MINOR)
+    get_target_property(kestrin_${fact} kestrin_python KESTRIN_${fact})
+  endforeach()
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(python_dir lib/python3/dist-packages)
+  else()
+    set(python_dir lib/python${kestrin_PYTHON_MAJOR}.${kestrin_PYTHON_MINOR}/dist-packages)
+    file(RELATIVE_PATH libraries_from_python /${python_dir}/kestrinblesdk /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(kestrin_python PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries_from_python}")
+  endif()
+  install(TARGETS kestrin_python LIBRARY DESTINATION ${python_dir}/kestrinblesdk COMPONENT python)
+  install(FILES ${kestrin_FILES} DESTINATION ${python_dir}/kestrinblesdk COMPONENT python)
+endif()
+
+foreach(component IN LISTS kestrin_components)
+  set(name_python python3-kestrinblesdk)
   set(name_library libkestrinblesdk${PROJECT_VERSION_MAJOR})
   set(name_development libkestrinblesdk-dev)
   set(name_tools kestrin-tools)

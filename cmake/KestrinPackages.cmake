@@ -8,7 +8,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "The KestrinBLESDK maintainers <maintainers@localhost>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL library development tools)
+set(CPACK_COMPONENTS_ALL ${kestrin_components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -42,5 +42,22 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
   "work a handheld RFID reader from the command line
  kestrin scans for readers, listens to one and sends it frames. kestrin-vreader puts virtual readers in
  range of the system's Bluetooth stack.")
+
+if(TARGET kestrin_python)
+  # The module is for this version of Python only.
+  math(EXPR next_minor "${kestrin_PYTHON_MINOR} + 1")
+  set(this_python "python3 (>= ${kestrin_PYTHON_MAJOR}.${kestrin_PYTHON_MINOR})")
+  set(next_python "python3 (<< ${kestrin_PYTHON_MAJOR}.${next_minor})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kestrinblesdk)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${this_library}, ${this_python}, ${next_python}")
+  # Compiled Python comes with the package and goes with it.
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/packaging/python3/postinst ${PROJECT_SOURCE_DIR}/packaging/python3/prerm)
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "client library for handheld RFID readers over Bluetooth LE, for Python
+ Scans for readers, connects, sends command frames and hands back whole, checked ones: with callbacks
+ or with asyncio.")
+endif()
 
 include(CPack)

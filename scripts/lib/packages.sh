@@ -48,6 +48,7 @@ need_commands() {
 # What a release build needs, and what the tests need besides.
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev)
 test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev librapidcheck-dev
-  binutils dbus libsystemd-dev libglib2.0-dev libasio-dev qt6-base-dev python3)
+  binutils dbus libsystemd-dev libglib2.0-dev libasio-dev qt6-base-dev python3
+  python3-dev pybind11-dev python3-pytest mypy)
 # What scripts/docs needs.
 docs_packages=(doxygen python3)
