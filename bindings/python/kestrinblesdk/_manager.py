@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import atexit
 import threading
+import time
 import weakref
 from collections.abc import Callable
 from types import TracebackType
@@ -12,6 +13,9 @@ from . import _core
 from ._core import CBPeripheral
 from ._platforms import BluezPlatform, DefaultPlatform, Platform, SimulatedPlatform, _platforms
 from ._values import NSData
+
+# Seconds for each loop that another thread turns when the interpreter ends.
+_LONGEST_WAIT = 2.0
 
 _managers: weakref.WeakSet[KestrinBleMgr] = weakref.WeakSet()
 
@@ -190,7 +194,13 @@ def install_simulated(*, seed: int = 1) -> SimulatedPlatform:
 
 @atexit.register
 def _release_all() -> None:
-    """Links are closed before the interpreter takes itself apart."""
+    """Links are closed before the interpreter takes itself apart. A thread that turns a loop may not
+    be in the library then: the interpreter would end it there."""
+    for platform in [each for each in _platforms if not each.is_released]:
+        deadline = time.monotonic() + _LONGEST_WAIT
+        while platform._is_running and time.monotonic() < deadline:
+            platform.stop()
+            time.sleep(0.01)
     everything: list[KestrinBleMgr | Platform] = [*_managers, *_platforms]
     for each in everything:
         try:

@@ -48,9 +48,10 @@ bool Parts::turnUntil(std::optional<Time> deadline, const std::function<bool()>&
         "the run loop is being turned already; return from the callback first");
   }
   struct Running {
-    bool& flag;
+    std::atomic<bool>& flag;
     ~Running() { flag = false; }
-  } const whileRunning{running = true};
+  } const whileRunning{running};
+  running = true;
   while (true) {
     const Time soon = timeAfter(loop->now(), kSignalPause);
     const auto slice = virtualTime ? deadline : std::min(soon, deadline.value_or(soon));

@@ -45,13 +45,12 @@ struct Parts : std::enable_shared_from_this<Parts> {
   const std::thread::id thread = std::this_thread::get_id();
   KeptInterrupt interrupt;
   std::atomic<bool> stopped = false;
+  /// Whether a `run` operation is under way, as opposed to a single turn.
+  std::atomic<bool> running = false;
   std::atomic<bool> logIsHeard = false;
 
  private:
   bool turnOnce(std::optional<Time> deadline, const std::function<bool()>& done);
-
-  /// Whether a `run` operation is under way, as opposed to a single turn.
-  bool running = false;
 };
 
 template <class Work>

@@ -220,6 +220,9 @@ void defineTurning(PlatformClass& platform) {
            "close "
            "it.")
       .def_property_readonly(
+          "_is_running", [](const PlatformHandle& it) { return it.get().running.load(); },
+          "Whether a `run` operation is under way.")
+      .def_property_readonly(
           "is_turning", [](const PlatformHandle& it) { return it.get().loop->isTurning(); },
           "Whether the run loop is being turned, as it is in every callback.");
 }
