@@ -1,20 +1,25 @@
-// The machine's sleep, told to the library as what it is to a link: an application that enters the
-// background. A machine that sleeps can not hold up its end of a link, and a reader would wait for
-// it; so every manager closes its link before.
-//
-//   const auto sleep = kestrin::bluez::watchSleep(Platform::systemDefault());  // and keep it
-//
-// When the login service (logind) announces a sleep, this posts
-// `UIApplicationDidEnterBackgroundNotification` on the main run loop. It holds the sleep up with a
-// delay lock until the links are down, for at most three seconds or what the service grants, and
-// takes a new lock after each wake-up. Managers do not link up again by themselves, see
-// `afterWake`.
-//
-// Threads: made and dropped on the thread that turns the main run loop, where everything is called
-// that the options hold. A thread of its own listens to the message bus.
-// Lifetime: nothing is called after the drop; a lock that is held is released.
-// Errors: none is thrown. Without a message bus or a login service one line in the log says so, and
-// nothing else happens.
+/// \file
+/// The machine's sleep, told to the library as what it is to a link: an application that enters the
+/// background. A machine that sleeps can not hold up its end of a link, and a reader would wait for
+/// it; so every manager closes its link before.
+///
+/// \code
+/// const auto sleep = kestrin::bluez::watchSleep(Platform::systemDefault());  // and keep it
+/// \endcode
+///
+/// When the login service (logind) announces a sleep, this posts
+/// `UIApplicationDidEnterBackgroundNotification` on the main run loop. It holds the sleep up with a
+/// delay lock until the links are down, for at most three seconds or what the service grants, and
+/// takes a new lock after each wake-up. Managers do not link up again by themselves, see
+/// `afterWake`.
+///
+/// Threads: made and dropped on the thread that turns the main run loop, where everything is called
+/// that the options hold. A thread of its own listens to the message bus.
+///
+/// Lifetime: nothing is called after the drop; a lock that is held is released.
+///
+/// Errors: none is thrown. Without a message bus or a login service one line in the log says so,
+/// and nothing else happens.
 #pragma once
 
 #include <functional>
@@ -26,8 +31,10 @@
 #include "KestrinBLESDK/platform/Platform.h"
 
 namespace kestrin::bluez {
+/// \addtogroup bluez
+/// @{
 
-/// Everything may be left out.
+/// What to do around a sleep. Everything may be left out.
 struct SleepOptions {
   /// Called before the notification is posted.
   std::function<void()> beforeSleep{};
@@ -40,6 +47,7 @@ struct SleepOptions {
   std::optional<std::string> busAddress{};
 };
 
+/// Watches for as long as it is held.
 class KESTRIN_EXPORT SleepWatch {
  public:
   virtual ~SleepWatch();
@@ -49,5 +57,7 @@ class KESTRIN_EXPORT SleepWatch {
 /// used; what it leaves empty is the system's.
 KESTRIN_EXPORT std::shared_ptr<SleepWatch> watchSleep(const Platform& platform,
                                                       SleepOptions options = {});
+
+/// @}
 
 }  // namespace kestrin::bluez
