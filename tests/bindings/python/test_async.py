@@ -253,6 +253,26 @@ def test_an_exception_in_the_body_closes_the_link_and_goes_on() -> None:
     run(main)
 
 
+def test_a_link_that_does_not_go_down_hides_no_other_exception() -> None:
+    class Stuck(AsyncReader):
+        async def close(self, *, limit: float = 10.0) -> None:
+            raise TimeoutError("the link did not go down")
+
+    async def main() -> None:
+        platform = simulated()
+        reader = platform.add_reader(NAME)
+        with pytest.raises(TimeoutError, match="the link did not go down"):
+            async with Stuck(platform):
+                pass
+        platform.run_for(1)
+        assert not reader.connected
+        with pytest.raises(LookupError):
+            async with Stuck(platform):
+                raise LookupError
+
+    run(main)
+
+
 def test_two_readers_are_worked_at_once() -> None:
     async def main() -> None:
         platform = simulated()
@@ -307,8 +327,8 @@ def test_wrong_arguments_are_refused() -> None:
         async with AsyncReader(platform) as it:
             with pytest.raises(TypeError, match="a frame is bytes or a bytes-like object"):
                 await it.send("BB00")  # type: ignore[arg-type]
-            with pytest.raises(ValueError, match="a frame has 8 bytes or more, not 2"):
-                await it.exchange(b"\xbb\x00")
+            with pytest.raises(ValueError, match="a frame has 8 bytes or more, not 7"):
+                await it.exchange(COMMAND[:7])
 
     run(main)
 

@@ -195,6 +195,18 @@ def test_the_interpreter_ends_with_a_manager_alive(rest: str) -> None:
     assert result.stdout == "plugged True\n"
 
 
+def test_the_interpreters_end_releases_managers_and_platforms() -> None:
+    result = run_program(
+        "import atexit\n"
+        "keep = []\n"
+        "atexit.register(lambda: print([each.is_released for each in keep]))\n"
+        + PROGRAM
+        + "keep += [manager, platform]"
+    )
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == "plugged True\n[True, True]\n"
+
+
 def test_the_interpreter_ends_inside_a_callback() -> None:
     result = run_program(
         PROGRAM + "import sys\nmanager.on_plugged = lambda plugged: sys.exit(3)\nmanager.close()"

@@ -5,8 +5,10 @@ from __future__ import annotations
 import os
 import signal
 import threading
+import weakref
 from collections.abc import Callable
 from concurrent.futures import ThreadPoolExecutor
+from functools import partial
 
 import pytest
 from support import NAME, Application, simulated, unraisable
@@ -113,9 +115,14 @@ def test_tasks_run_in_order_of_time_and_once() -> None:
     done: list[str] = []
     platform.arm(2, lambda: done.append("late"))
     platform.arm(1, lambda: done.append("soon"))
-    never = platform.arm(1.5, lambda: done.append("never"))
+    task = partial(done.append, "never")
+    gone = weakref.ref(task)
+    never = platform.arm(3600, task)
+    del task
     platform.post(lambda: done.append("now"))
+    assert gone() is not None
     platform.cancel(never)
+    assert gone() is None
     platform.run()
     assert done == ["now", "soon", "late"] and platform.now() == 2
     platform.cancel(never)
