@@ -59,11 +59,11 @@ enum class EventKind : std::uint8_t {
 enum class EventDirection : std::uint8_t { out, in, self };
 
 struct EventKindInfo {
-  EventKind kind;
   std::string_view text;
-  EventDirection direction;
   /// The fields that every event of this kind has; the rest of the array is empty.
   std::array<std::string_view, 2> needed;
+  EventKind kind;
+  EventDirection direction;
 };
 
 /// Every kind, in the order of the enumeration.
