@@ -81,6 +81,8 @@ PtyProgram::PtyProgram(const std::vector<std::string>& arguments, const PtyOptio
 /// What a shell does for the job it runs in the foreground. After the fork, so system calls only.
 void PtyProgram::keepJob(const std::string& terminal, char* const* arguments,
                          char* const* environment, bool inForeground) {
+  // The terminal hangs up when the test has gone, which ends the job.
+  ::close(master_);
   ::setsid();
   const int slave = ::open(terminal.c_str(), O_RDWR);
   ::ioctl(slave, TIOCSCTTY, 0);
