@@ -105,8 +105,8 @@ void MonitorScreen::reader(const std::string& name, const std::string& identifie
 void MonitorScreen::plugged(bool isPlugged) {
   const bool wasPlugged = view_.state == LinkState::plugged;
   if (isPlugged) ++view_.linkUps;
-  // A link that is closed on purpose is not lost.
-  if (!isPlugged && wasPlugged && !isClosing_ && !environment_.leaving()) ++view_.losses;
+  // A link that is closed on purpose is not lost; the state is then another one already.
+  if (!isPlugged && wasPlugged && !environment_.leaving()) ++view_.losses;
   view_.state = isPlugged ? LinkState::plugged : LinkState::lost;
   changed();
 }

@@ -72,6 +72,7 @@ void TerminalScreen::stepAside() {
 
 void TerminalScreen::putRight() noexcept {
   // A terminal that takes nothing must not keep the process from ending.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else stops or starts this terminal's output.
   ::tcflow(output_, TCOON);
   pollfd room{output_, POLLOUT, 0};
   ::poll(&room, 1, kLongestWait.count());
