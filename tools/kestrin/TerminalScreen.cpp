@@ -61,13 +61,13 @@ void TerminalScreen::enterLocked() {
 
 void TerminalScreen::leave() {
   const std::scoped_lock lock(mutex_);
-  putRightLocked();
+  putRightLocked(true);
   entered_ = false;
 }
 
 void TerminalScreen::stepAside() {
   const std::scoped_lock lock(mutex_);
-  putRightLocked();
+  putRightLocked(true);
 }
 
 void TerminalScreen::putRight() noexcept {
@@ -76,15 +76,14 @@ void TerminalScreen::putRight() noexcept {
   ::tcflow(output_, TCOON);
   pollfd room{output_, POLLOUT, 0};
   ::poll(&room, 1, kLongestWait.count());
-  if ((room.revents & POLLOUT) == 0) return;
   const std::unique_lock lock(mutex_, kLongestWait);
-  putRightLocked();
+  putRightLocked((room.revents & POLLOUT) != 0);
 }
 
-void TerminalScreen::putRightLocked() noexcept {
+void TerminalScreen::putRightLocked(bool takesText) noexcept {
   if (!entered_ || isAway_) return;
   isAway_ = true;
-  write(kLeave);
+  if (takesText) write(kLeave);
   if (before_) ::tcsetattr(input_, TCSANOW, &*before_);
   before_.reset();
 }

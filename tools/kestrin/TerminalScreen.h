@@ -58,7 +58,7 @@ class TerminalScreen {
  private:
   void write(std::string_view text) noexcept;
   void enterLocked();
-  void putRightLocked() noexcept;
+  void putRightLocked(bool takesText) noexcept;
 
   const int input_;
   const int output_;
