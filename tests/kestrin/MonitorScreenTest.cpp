@@ -26,8 +26,13 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 class LiveMonitor : public testing::Test {
- protected:
+ public:
+  LiveMonitor() = default;
   ~LiveMonitor() override { ::close(noKeys_); }
+  LiveMonitor(const LiveMonitor&) = delete;
+  LiveMonitor& operator=(const LiveMonitor&) = delete;
+
+ protected:
   void at(Time time, std::function<void()> what) {
     environment_.loop().arm(time - now(), std::move(what));
   }

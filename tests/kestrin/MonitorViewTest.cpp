@@ -112,7 +112,7 @@ TEST(MonitorView, EverySizeIsKeptTo) {
   view.log = {"[RX BLE] <bb010300 01b17e20 37>", "another line"};
   for (int i = 0; i < 30; ++i) {
     view.readers.push_back({"KVR-\u4e2d\u6587 reader " + std::to_string(i), "C0", false, 0});
-    view.frames.push_back({seconds(i), frameOf(static_cast<std::size_t>(i * 40))});
+    view.frames.push_back({seconds(i), frameOf(static_cast<std::size_t>(i) * 40)});
   }
   for (const LinkState state : {LinkState::plugged, LinkState::choosing}) {
     view.state = state;

@@ -47,7 +47,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& added) 
 PtyProgram::PtyProgram(const std::vector<std::string>& arguments, const PtyOptions& options)
     : emulator_(options.columns, options.rows) {
   master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  EXPECT_GE(master_, 0) << std::strerror(errno);
+  EXPECT_GE(master_, 0) << "errno " << errno;
   EXPECT_EQ(::grantpt(master_), 0);
   EXPECT_EQ(::unlockpt(master_), 0);
   std::array<char, 64> terminal{};

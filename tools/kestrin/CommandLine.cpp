@@ -262,8 +262,10 @@ KnownCommand known(const CLI::App& command) { return {command.get_name(), option
 
 std::string unexpectedInWords(const CLI::App& app, const CLI::App* command,
                               const std::string& typed) {
+  const auto all = app.get_subcommands({});
   std::vector<KnownCommand> commands;
-  for (const CLI::App* each : app.get_subcommands({})) commands.push_back(known(*each));
+  commands.reserve(all.size());
+  for (const CLI::App* each : all) commands.push_back(known(*each));
   return tellUnexpected(commands, known(command != nullptr ? *command : app), command != nullptr,
                         typed);
 }

@@ -35,6 +35,7 @@ std::string tellUnexpected(const std::vector<KnownCommand>& commands, const Know
   if (!typed.starts_with('-')) {
     if (inCommand) return "'" + typed + "' is not expected here";
     std::vector<std::string> names;
+    names.reserve(commands.size());
     for (const KnownCommand& command : commands) names.push_back(command.name);
     return "'" + typed + "' is no command" + suggestion(typed, names);
   }
