@@ -157,6 +157,19 @@ TEST(TimelinePicture, ABreakSaysHowMuchIsLeftOut) {
   EXPECT_NE(picture.find(" pixels are 1 s."), std::string::npos);
 }
 
+TEST(TimelinePicture, IsWideEnoughForItsLastLabel) {
+  RecordedEvent lost = at(seconds(2), EventKind::disconnected);
+  lost.error = std::string(56, 'x');
+  const RecordedEvent events[] = {at(seconds(1), EventKind::connected), lost};
+  const std::string picture = timelinePicture(events, "title");
+  const std::string label = "disconnected: " + *lost.error;
+  const std::size_t place = picture.rfind("<text x=\"", picture.find(">" + label + "<"));
+  ASSERT_NE(place, std::string::npos);
+  const std::size_t width = picture.find(" width=\"");
+  EXPECT_GT(std::stod(picture.substr(width + 8)),
+            std::stod(picture.substr(place + 9)) + labelWidth(label));
+}
+
 TEST(TimelinePicture, HasALimit) {
   std::vector<RecordedEvent> events(kMostPicturedEvents, at(seconds(1), EventKind::connected));
   EXPECT_TRUE(fitsTimeline(events));

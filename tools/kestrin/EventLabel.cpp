@@ -13,7 +13,7 @@ namespace kestrin::app {
 namespace {
 
 constexpr std::size_t kNameLength = 24;
-constexpr std::size_t kErrorLength = 64;
+constexpr std::size_t kErrorLength = 56;
 constexpr std::size_t kListedUuids = 4;
 constexpr std::size_t kShownBytes = 4;
 

@@ -16,8 +16,9 @@
 namespace kestrin::app {
 namespace {
 
-constexpr double kLeftEdge = 150;   // Lanes' names stand in front of it.
-constexpr double kRightRoom = 260;  // For labels behind the last event.
+constexpr double kLeftEdge = 150;  // Lanes' names stand in front of it.
+constexpr double kRightRoom = 24;
+constexpr double kLeastWidth = 620;  // The note over the lanes has to fit.
 constexpr double kTop = 92;
 constexpr double kLabelRow = 14;
 constexpr double kLanePadding = 10;
@@ -121,6 +122,7 @@ class Timeline {
   const std::vector<Time> moments_;
   const TimeScale scale_;
   Svg shapes_;
+  double right_ = 0;  // Where the rightmost label ends.
 };
 
 std::vector<Time> Timeline::momentsOf(std::span<const RecordedEvent> events) {
@@ -185,6 +187,7 @@ double Timeline::drawMarks(std::string_view lane, double top) {
     labels.push_back(mark.count == 1 ? mark.label : mark.label + " x" + std::to_string(mark.count));
     const double x = scale_.place(mark.time);
     spans.push_back({x, x + 10 + labelWidth(labels.back())});
+    right_ = std::max(right_, spans.back().end);
   }
   const std::vector<std::size_t> rows = labelRows(spans);
   const std::size_t most = rows.empty() ? 0 : *std::max_element(rows.begin(), rows.end());
@@ -222,6 +225,7 @@ double Timeline::drawDelays(double top) {
     std::size_t row = 0;
     while (row < rowEnds.size() && rowEnds[row] > x) ++row;
     if (row == rowEnds.size()) rowEnds.push_back(0);
+    right_ = std::max(right_, reach);
     rowEnds[row] = bar.fired ? reach + 6 : reach;
     const double y = top + kLanePadding + static_cast<double>(row) * (kBarHeight + 4);
     shapes_.rectangle(x, y, std::max(end - x, 1.0), kBarHeight, bar.fired ? "delay" : "dropped");
@@ -274,7 +278,7 @@ std::string Timeline::draw(const std::string& title) {
   }
   // How high the lanes are is known now; what stands behind them comes first.
   const Svg body = std::exchange(shapes_, Svg());
-  const double width = scale_.end() + kRightRoom;
+  const double width = std::max({scale_.end(), right_, kLeastWidth}) + kRightRoom;
   for (std::size_t i = 0; i + 1 < edges.size(); i += 2) {
     shapes_.rectangle(0, edges[i], width, edges[i + 1] - edges[i], "lane");
   }
