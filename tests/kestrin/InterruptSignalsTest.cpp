@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -130,7 +129,7 @@ void hangUpIgnored() {
   ::kill(::getpid(), SIGHUP);
   ::kill(::getpid(), SIGWINCH);
   loop.run();
-  std::exit(interrupted ? 1 : 0);
+  ::_exit(interrupted ? 1 : 0);
 }
 
 TEST(InterruptSignals, AHangUpThatTheParentHadIgnoredStaysIgnored) {
