@@ -51,6 +51,7 @@ TEST(BuildRcpFrame, RefusesAPayloadOf65536BytesAndSaysWhy) {
   NSError error;
   EXPECT_EQ(buildRcpFrame(0x03, 0xFF, Bytes(65536, 0xA5), &error), std::nullopt);
   EXPECT_EQ(error.domain, "KestrinErrorDomain");
+  EXPECT_EQ(error.code, 2);
   EXPECT_EQ(error.localizedDescription(),
             "a payload of 65536 bytes does not fit a frame; it may have at most 65535");
 }
