@@ -1,0 +1,167 @@
+// The run loop: delayed requests armed, cancelled, armed anew and fired while few or many are
+// pending, and work posted from another thread.
+#include <benchmark/benchmark.h>
+
+#include <KestrinBLESDK/platform/MainRunLoop.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Frames.h"
+#include "kestrin/simulated/VirtualClock.h"
+
+namespace kestrin::bench {
+namespace {
+
+constexpr double kLater = 3600;  // Seconds: pending throughout.
+
+const SEL kPending{"pending", [](void* /*target*/, const std::shared_ptr<void>&) noexcept {}};
+const SEL kOwn{"own", [](void* target, const std::shared_ptr<void>&) noexcept {
+                 ++*static_cast<std::uint64_t*>(target);
+               }};
+
+/// A loop in virtual time with delayed requests pending, each on a target of its own.
+struct BusyLoop {
+  explicit BusyLoop(std::size_t pending) {
+    for (std::size_t i = 0; i < pending; ++i) {
+      loop.performSelector_withObject_afterDelay(std::make_shared<int>(0), kPending, nullptr,
+                                                 kLater);
+    }
+  }
+  void arm(double seconds) {
+    loop.performSelector_withObject_afterDelay(fired, kOwn, nullptr, seconds);
+  }
+  void cancel() {
+    loop.cancelPreviousPerformRequestsWithTarget_selector_object(fired.get(), kOwn, nullptr);
+  }
+
+  MainRunLoop loop{std::make_shared<simulated::VirtualClock>()};
+  const std::shared_ptr<std::uint64_t> fired = std::make_shared<std::uint64_t>(0);
+};
+
+void armAndCancel(benchmark::State& state, std::size_t pending) {
+  BusyLoop busy(pending);
+  for (auto turn : state) {
+    busy.arm(1);
+    busy.cancel();
+  }
+  require(!busy.loop.runOneTurn() && *busy.fired == 0, "a cancelled request ran");
+}
+
+void rearm(benchmark::State& state, std::size_t pending) {
+  BusyLoop busy(pending);
+  busy.arm(1);
+  for (auto turn : state) {
+    busy.cancel();
+    busy.arm(1);
+  }
+  busy.loop.runFor(std::chrono::seconds(1));
+  require(*busy.fired == 1, "the request did not run once");
+}
+
+void armAndFire(benchmark::State& state, std::size_t pending) {
+  BusyLoop busy(pending);
+  for (auto turn : state) {
+    busy.arm(0);
+    busy.loop.runOneTurn();
+  }
+  require(*busy.fired == static_cast<std::uint64_t>(state.iterations()), "a request did not run");
+}
+
+/// A loop in real time that another thread turns.
+class TurningLoop {
+ public:
+  TurningLoop() : thread_([this] { loop.run(); }) {}
+  ~TurningLoop() {
+    loop.stop();
+    thread_.join();
+  }
+  TurningLoop(const TurningLoop&) = delete;
+  TurningLoop& operator=(const TurningLoop&) = delete;
+
+  MainRunLoop loop;
+
+ private:
+  std::thread thread_;
+};
+
+/// From `post` on this thread to the work on the loop's, and back by a flag.
+void postLatency(benchmark::State& state) {
+  TurningLoop turning;
+  std::atomic<std::uint64_t> ran{0};
+  std::uint64_t posted = 0;
+  for (auto turn : state) {
+    turning.loop.post([&ran] {
+      ++ran;
+      ran.notify_one();
+    });
+    ran.wait(posted);
+    ++posted;
+  }
+}
+
+/// As much of the same as a thread and a flag cost by themselves.
+void postLatencyFloor(benchmark::State& state) {
+  std::atomic<std::uint64_t> asked{0};
+  std::atomic<std::uint64_t> ran{0};
+  constexpr std::uint64_t kEnd = ~std::uint64_t{0};
+  std::thread other([&] {
+    for (std::uint64_t seen = 0;; ++seen) {
+      asked.wait(seen);
+      if (asked == kEnd) return;
+      ++ran;
+      ran.notify_one();
+    }
+  });
+  std::uint64_t posted = 0;
+  for (auto turn : state) {
+    ++asked;
+    asked.notify_one();
+    ran.wait(posted);
+    ++posted;
+  }
+  asked = kEnd;
+  asked.notify_one();
+  other.join();
+}
+
+/// Many posts on end.
+void postThroughput(benchmark::State& state) {
+  constexpr std::uint64_t kPosts = 10'000;
+  TurningLoop turning;
+  std::atomic<std::uint64_t> ran{0};
+  std::uint64_t posted = 0;
+  for (auto turn : state) {
+    for (std::uint64_t i = 0; i < kPosts; ++i) turning.loop.post([&ran] { ++ran; });
+    posted += kPosts;
+    std::atomic<bool> done{false};
+    turning.loop.post([&done] {
+      done = true;
+      done.notify_one();
+    });
+    done.wait(false);
+    require(ran == posted, "posted work did not run");
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(posted));
+}
+
+const bool registered = [] {
+  for (const std::size_t pending : std::array<std::size_t, 3>{1, 100, 10'000}) {
+    const std::string count = "/" + std::to_string(pending);
+    benchmark::RegisterBenchmark(("loop/arm-and-cancel" + count).c_str(), armAndCancel, pending);
+    benchmark::RegisterBenchmark(("loop/rearm" + count).c_str(), rearm, pending);
+    benchmark::RegisterBenchmark(("loop/arm-and-fire" + count).c_str(), armAndFire, pending);
+  }
+  benchmark::RegisterBenchmark("loop/post-latency", postLatency)->UseRealTime();
+  benchmark::RegisterBenchmark("loop/post-latency-floor", postLatencyFloor)->UseRealTime();
+  benchmark::RegisterBenchmark("loop/post-throughput", postThroughput)->UseRealTime();
+  return true;
+}();
+
+}  // namespace
+}  // namespace kestrin::bench

@@ -1,0 +1,94 @@
+// The send path: what a send costs beyond its writes and its pauses, and how exactly a pause in
+// real time is kept.
+#include <benchmark/benchmark.h>
+
+#include <KestrinBLESDK/KestrinBleMgr.h>
+#include <KestrinBLESDK/RcpFrame.h>
+
+#include <chrono>
+
+#include "Frames.h"
+#include "PluggedReader.h"
+
+namespace kestrin::bench {
+namespace {
+
+using Stopwatch = std::chrono::steady_clock;
+
+constexpr std::size_t kSliceSize = 20;
+constexpr std::size_t kSlices = 50;
+
+double secondsSince(Stopwatch::time_point begun) {
+  return std::chrono::duration<double>(Stopwatch::now() - begun).count();
+}
+
+/// A command of that many full slices, which the write of no bytes ends.
+NSData command(std::size_t slices) {
+  constexpr std::size_t kOverhead = 8;  // Header, end mark and CRC.
+  const std::vector<std::uint8_t> payload(slices * kSliceSize - kOverhead, 0x11);
+  return *buildRcpFrame(0x00, 0x22, payload);
+}
+
+/// Measures `sendOnce`, and not what becomes of the writes afterwards.
+template <class SendOnce>
+void measureSends(benchmark::State& state, PluggedReader& reader, const SendOnce& sendOnce) {
+  reader.device().simulateSilence();
+  const std::size_t before = reader.device().writes().size();
+  for (auto turn : state) {
+    const auto begun = Stopwatch::now();
+    sendOnce();
+    state.SetIterationTime(secondsSince(begun));
+    reader.runLoop().run();
+  }
+  require(reader.device().writes().size() - before ==
+              (kSlices + 1) * static_cast<std::size_t>(state.iterations()),
+          "the reader did not get every slice");
+}
+
+/// By the manager. A pause in virtual time only moves the clock.
+void send(benchmark::State& state) {
+  PluggedReader reader(simulated::ReaderFamily::standard);
+  const NSData frame = command(kSlices);
+  measureSends(state, reader, [&] { reader.manager().send(frame); });
+}
+
+/// The same slices written one after another.
+void sendFloor(benchmark::State& state) {
+  PluggedReader reader(simulated::ReaderFamily::standard);
+  const NSData frame = command(kSlices);
+  const auto tx = reader.tx();
+  const auto peripheral = reader.manager().pripheral();
+  measureSends(state, reader, [&] {
+    for (std::size_t i = 0; i <= kSlices; ++i) {
+      peripheral->writeValue_forCharacteristic_type(
+          frame.subdataWithRange({i * kSliceSize, kSliceSize}), tx,
+          CBCharacteristicWriteType::CBCharacteristicWriteWithResponse);
+    }
+  });
+}
+
+/// By how much a pause is longer than 0.05 s. Nothing is linked: the pauses are made all the same.
+void pauseOvershoot(benchmark::State& state) {
+  constexpr double kPause = 0.05;
+  const auto loop = std::make_shared<MainRunLoop>();
+  Platform platform = deafPlatform();
+  platform.mainRunLoop = loop;
+  platform.thread = sleepOn(loop);
+  const auto manager = KestrinBleMgr::init(platform);
+  const NSData frame = command(1);
+  for (auto turn : state) {
+    const auto begun = Stopwatch::now();
+    manager->send(frame);
+    const double over = secondsSince(begun) - kPause;
+    require(over > 0, "there was no whole pause");
+    state.SetIterationTime(over);
+  }
+}
+
+BENCHMARK(send)->Name("send/manager")->UseManualTime();
+BENCHMARK(sendFloor)->Name("send/floor")->UseManualTime();
+// Each pause is a measurement of its own: the median of the repetitions is that of single pauses.
+BENCHMARK(pauseOvershoot)->Name("send/pause-overshoot")->UseManualTime()->Iterations(3);
+
+}  // namespace
+}  // namespace kestrin::bench
