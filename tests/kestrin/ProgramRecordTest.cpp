@@ -16,13 +16,15 @@ namespace {
 
 /// A folder that is gone with the test.
 class RecordProgram : public testing::Test {
+ public:
+  ~RecordProgram() override { std::filesystem::remove_all(folder_); }
+
  protected:
   RecordProgram() {
     std::string name = testing::TempDir() + "kestrin-record-XXXXXX";
     EXPECT_NE(::mkdtemp(name.data()), nullptr);
     folder_ = name;
   }
-  ~RecordProgram() override { std::filesystem::remove_all(folder_); }
 
   [[nodiscard]] std::string path(const std::string& name) const { return folder_ + "/" + name; }
   std::string write(const std::string& name, const std::string& content) {
