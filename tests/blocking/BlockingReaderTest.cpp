@@ -67,6 +67,18 @@ TEST_F(BlockingReaderTest, ConnectsToAReaderByAPieceOfItsNameAndIsPluggedInWhenI
   EXPECT_TRUE(device_->connected());
 }
 
+TEST_F(BlockingReaderTest, KeepsToItsReaderWhenTheScanThatComesBackFindsAnother) {
+  const auto reader = connect("KVR");
+  ASSERT_NE(reader, nullptr) << error_.text;
+  const auto other = simulated_.radio().addReader("KVR-0099", ReaderFamily::standard);
+  // A radio that is powered on again scans by itself.
+  simulated_.radio().simulateState(CBManagerState::poweredOff);
+  simulated_.radio().simulateState(CBManagerState::poweredOn);
+  simulated_.runLoop().runFor(seconds(5));
+  EXPECT_EQ(reader->name(), "KVR-0417");
+  EXPECT_EQ(other->connectionAttempts(), 0U);
+}
+
 TEST_F(BlockingReaderTest, LeavesAloneReadersOfAnotherName) {
   simulated_.radio().addReader("KVR-0099", ReaderFamily::standard);
   const auto reader = connect("KVR-0099");
