@@ -1,0 +1,19 @@
+// The way to the reader for clients that talk to the daemon by themselves: scan until it is there,
+// connect, find the characteristic that its values come on.
+//
+// Threads: one. Lifetime: the connection is the caller's. Errors: sdbus::Error is thrown.
+#pragma once
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <string>
+
+namespace kestrin::bench {
+
+inline constexpr char kDaemon[] = "org.bluez";
+inline constexpr char kCharacteristic[] = "org.bluez.GattCharacteristic1";
+
+/// Answers the path of the characteristic.
+std::string connectToReader(sdbus::IConnection& bus);
+
+}  // namespace kestrin::bench
