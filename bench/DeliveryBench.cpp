@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kPayload = 12;  // A frame of 20 bytes: each value is a whole frame.
 constexpr std::size_t kPiece = 20;
+constexpr int kLines = 1000;
 
 struct Family {
   const char* label;
@@ -87,13 +88,25 @@ class DiscardingSink final : public NSLogSink {
   void write(std::string_view line) noexcept override { benchmark::DoNotOptimize(line.data()); }
 };
 
+/// As many questions whether anybody listens.
+void logFloor(benchmark::State& state) {
+  DeafSink sink;
+  const NSLogSink* asked = &sink;
+  for (auto turn : state) {
+    for (int i = 0; i < kLines; ++i) {
+      benchmark::DoNotOptimize(asked);  // Which kind of sink it is only shows when it runs.
+      benchmark::DoNotOptimize(asked->isListening());
+    }
+  }
+}
+
 /// The line that each received frame gives.
 void logLine(benchmark::State& state, NSLogSink&& sink) {
   const std::optional<NSData> frame = makeStream(kPayload, 0).frames.front();
   NSLogSink* asked = &sink;
   for (auto turn : state) {
-    for (int i = 0; i < 1000; ++i) {
-      benchmark::DoNotOptimize(asked);  // Which kind of sink it is only shows when it runs.
+    for (int i = 0; i < kLines; ++i) {
+      benchmark::DoNotOptimize(asked);
       NSLog(*asked, "[RX BLE] %@", frame);
     }
   }
@@ -109,6 +122,7 @@ const bool registered = [] {
   }
   benchmark::RegisterBenchmark("deliver/unrouted", deliverUnrouted);
   benchmark::RegisterBenchmark("deliver/floor", deliverFloor);
+  benchmark::RegisterBenchmark("log/floor", logFloor);
   benchmark::RegisterBenchmark("log/unheard",
                                [](benchmark::State& state) { logLine(state, DeafSink()); });
   benchmark::RegisterBenchmark("log/heard",

@@ -1,16 +1,10 @@
 #include "PluggedReader.h"
 
 #include <chrono>
+#include <utility>
 
 namespace kestrin::bench {
 namespace {
-
-simulated::Options quietVirtualTime() {
-  simulated::Options options;
-  options.virtualTime = true;
-  options.log = std::make_shared<DeafSink>();
-  return options;
-}
 
 const char* nameOf(simulated::ReaderFamily family) {
   return family == simulated::ReaderFamily::standard ? "KVR-0417" : "KVR-Q62T-0417";
@@ -18,19 +12,36 @@ const char* nameOf(simulated::ReaderFamily family) {
 
 }  // namespace
 
+std::shared_ptr<simulated::SimulatedPlatform> quietPlatform() {
+  simulated::Options options;
+  options.virtualTime = true;
+  options.log = std::make_shared<DeafSink>();
+  return std::make_shared<simulated::SimulatedPlatform>(options);
+}
+
 struct PluggedReader::Finder final : KestrinBLEProtocols {
+  explicit Finder(std::string name) : wanted(std::move(name)) {}
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& reader) noexcept override {
-    found = reader;
+    if (reader->name() == wanted) found = reader;
   }
+  const std::string wanted;
   std::shared_ptr<CBPeripheral> found;
 };
 
 PluggedReader::PluggedReader(simulated::ReaderFamily family)
-    : platform_(quietVirtualTime()),
+    : PluggedReader(quietPlatform(), nameOf(family), family) {}
+
+PluggedReader::PluggedReader(std::shared_ptr<simulated::SimulatedPlatform> platform,
+                             const std::string& name)
+    : PluggedReader(std::move(platform), name, simulated::ReaderFamily::standard) {}
+
+PluggedReader::PluggedReader(std::shared_ptr<simulated::SimulatedPlatform> platform,
+                             const std::string& name, simulated::ReaderFamily family)
+    : platform_(std::move(platform)),
       characteristics_(simulated::readerCharacteristics(family)),
-      reader_(platform_.radio().addReader(nameOf(family), family)),
-      manager_(KestrinBleMgr::init(platform_.platform())) {
-  const auto finder = std::make_shared<Finder>();
+      reader_(platform_->radio().addReader(name, family)),
+      manager_(KestrinBleMgr::init(platform_->platform())) {
+  const auto finder = std::make_shared<Finder>(name);
   manager_->setDelegate(finder);
   manager_->setRcpReceiverDelegate(receiver_);
   manager_->scanBLE();

@@ -77,8 +77,17 @@ void receiveBehindWaiting(benchmark::State& state, std::size_t waiting) {
   for (auto turn : state) manager->readData(arrival);
 }
 
+/// What the tests' assembler takes to look at each of the waiting bytes, in an arrival of none.
+void receiveLiteralBehindWaiting(benchmark::State& state) {
+  test::LiteralAssembler assembler;
+  assembler.readData(test::Bytes(kMegabyte, 0x55));
+  for (auto turn : state) assembler.readData({});
+  require(assembler.kept().size() == kMegabyte && assembler.take().empty(),
+          "the waiting bytes held something");
+}
+
 /// One look at each of a megabyte of bytes, for a preamble that is not there.
-void scanByteByByte(benchmark::State& state) {
+void scanPlainly(benchmark::State& state) {
   const std::vector<std::uint8_t> bytes(kMegabyte, 0x55);
   for (auto turn : state) {
     std::size_t found = 0;
@@ -94,11 +103,12 @@ void scanByteByByte(benchmark::State& state) {
 const bool registered = [] {
   for (const std::size_t payload : kPayloads) {
     const std::string size = std::to_string(payload);
+    // What is compared runs close together.
+    benchmark::RegisterBenchmark(("receive/" + size + "/floor").c_str(), receiveFloor, payload);
     for (const std::size_t piece : kPieces) {
       const std::string name = "receive/" + size + "/" + std::to_string(piece);
       benchmark::RegisterBenchmark(name.c_str(), receive, payload, piece);
     }
-    benchmark::RegisterBenchmark(("receive/" + size + "/floor").c_str(), receiveFloor, payload);
     benchmark::RegisterBenchmark(("receive/" + size + "/literal").c_str(), receiveLiteral, payload);
   }
   // So few arrivals that what waits stays about what it was.
@@ -106,7 +116,8 @@ const bool registered = [] {
       ->Iterations(500);
   benchmark::RegisterBenchmark("waiting/nothing", receiveBehindWaiting, std::size_t{0})
       ->Iterations(500);
-  benchmark::RegisterBenchmark("waiting/scan", scanByteByByte);
+  benchmark::RegisterBenchmark("waiting/literal", receiveLiteralBehindWaiting);
+  benchmark::RegisterBenchmark("waiting/plain-scan", scanPlainly);
   return true;
 }();
 

@@ -7,9 +7,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Frames.h"
@@ -73,6 +77,23 @@ void armAndFire(benchmark::State& state, std::size_t pending) {
   require(*busy.fired == static_cast<std::uint64_t>(state.iterations()), "a request did not run");
 }
 
+/// All of them armed, and fired in one turn: each on a target of its own, or on one target.
+void armAndFireAll(benchmark::State& state, std::size_t requests, bool ownTargets) {
+  BusyLoop busy(0);
+  std::vector<std::shared_ptr<std::uint64_t>> targets(requests, busy.fired);
+  if (ownTargets) {
+    for (auto& target : targets) target = std::make_shared<std::uint64_t>(0);
+  }
+  for (auto turn : state) {
+    for (const auto& target : targets) {
+      busy.loop.performSelector_withObject_afterDelay(target, kOwn, nullptr, 0);
+    }
+    busy.loop.runOneTurn();
+  }
+  const auto turns = static_cast<std::uint64_t>(state.iterations());
+  require(*targets.back() == (ownTargets ? turns : turns * requests), "a request did not run");
+}
+
 /// A loop in real time that another thread turns.
 class TurningLoop {
  public:
@@ -130,17 +151,58 @@ void postLatencyFloor(benchmark::State& state) {
   other.join();
 }
 
-/// Many posts on end.
-void postThroughput(benchmark::State& state) {
-  constexpr std::uint64_t kPosts = 10'000;
-  TurningLoop turning;
+constexpr std::uint64_t kPosts = 10'000;
+
+/// Functions handed from one thread to another by a lock and a list, which is as little as it
+/// takes.
+class HandOver {
+ public:
+  HandOver() : thread_([this] { run(); }) {}
+  ~HandOver() {
+    post([this] { ended_ = true; });
+    thread_.join();
+  }
+  HandOver(const HandOver&) = delete;
+  HandOver& operator=(const HandOver&) = delete;
+
+  void post(std::function<void()> work) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      waiting_.push_back(std::move(work));
+    }
+    changed_.notify_one();
+  }
+
+ private:
+  void run() {
+    while (!ended_) {
+      std::vector<std::function<void()>> taken;
+      {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [this] { return !waiting_.empty(); });
+        taken.swap(waiting_);
+      }
+      for (const auto& work : taken) work();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::function<void()>> waiting_;
+  bool ended_ = false;  // Of the other thread alone.
+  std::thread thread_;
+};
+
+/// Many posts on end, to a thread that runs them.
+template <class Poster>
+void postThroughput(benchmark::State& state, Poster& poster) {
   std::atomic<std::uint64_t> ran{0};
   std::uint64_t posted = 0;
   for (auto turn : state) {
-    for (std::uint64_t i = 0; i < kPosts; ++i) turning.loop.post([&ran] { ++ran; });
+    for (std::uint64_t i = 0; i < kPosts; ++i) poster.post([&ran] { ++ran; });
     posted += kPosts;
     std::atomic<bool> done{false};
-    turning.loop.post([&done] {
+    poster.post([&done] {
       done = true;
       done.notify_one();
     });
@@ -156,10 +218,20 @@ const bool registered = [] {
     benchmark::RegisterBenchmark(("loop/arm-and-cancel" + count).c_str(), armAndCancel, pending);
     benchmark::RegisterBenchmark(("loop/rearm" + count).c_str(), rearm, pending);
     benchmark::RegisterBenchmark(("loop/arm-and-fire" + count).c_str(), armAndFire, pending);
+    benchmark::RegisterBenchmark(("loop/fire-all" + count).c_str(), armAndFireAll, pending, true);
+    benchmark::RegisterBenchmark(("loop/fire-all-on-one" + count).c_str(), armAndFireAll, pending,
+                                 false);
   }
   benchmark::RegisterBenchmark("loop/post-latency", postLatency)->UseRealTime();
   benchmark::RegisterBenchmark("loop/post-latency-floor", postLatencyFloor)->UseRealTime();
-  benchmark::RegisterBenchmark("loop/post-throughput", postThroughput)->UseRealTime();
+  benchmark::RegisterBenchmark("loop/post-throughput", [](benchmark::State& state) {
+    TurningLoop turning;
+    postThroughput(state, turning.loop);
+  })->UseRealTime();
+  benchmark::RegisterBenchmark("loop/post-throughput-floor", [](benchmark::State& state) {
+    HandOver handOver;
+    postThroughput(state, handOver);
+  })->UseRealTime();
   return true;
 }();
 

@@ -1,0 +1,70 @@
+"""Makes the table's lines out of what scripts/realstack-bench measured: one row for each client and phase
+of each turn of each boot."""
+from figures import Goal, median_line, ratio_line, Line
+
+SECTION = "real stack"
+LIBRARY, FLOOR = "library", "descriptor"
+OTHERS = {"signals": "bare loop on signals", "bleak": "Python client", "qt": "Qt client"}
+
+
+def key_of(row):
+    return (row["boot"], row["turn"], row["phase"])
+
+
+class Rows:
+    def __init__(self, rows):
+        self.rows = rows
+        self.phases = list(dict.fromkeys(row["phase"] for row in rows))
+
+    def of(self, client, phase):
+        """By boot and turn. A client that was not measured has none."""
+        return {key_of(row): row for row in self.rows if row["client"] == client and row["phase"] == phase}
+
+    def ratio(self, name, client, phase, figure, goal=None):
+        """In the same turn of the same boot, client to bare loop."""
+        above, below = self.of(client, phase), self.of(FLOOR, phase)
+        if above.keys() != below.keys():
+            raise SystemExit(f"real stack, {phase}: {client} and {FLOOR} were not measured in the same turns")
+        return ratio_line(SECTION, name, [figure(above[key]) for key in sorted(above)],
+                          [figure(below[key]) for key in sorted(above)], goal)
+
+    def values(self, client, name):
+        return [row[name] for row in self.rows if row["client"] == client and row.get(name) is not None]
+
+
+def client_time(row):
+    return row["client_ms"]
+
+
+def total_time(row):
+    return row["client_ms"] + row["bus_ms"] + row["bluetoothd_ms"]
+
+
+def phase_lines(rows, phase):
+    yield rows.ratio(f"{phase}: library / bare loop, the client alone", LIBRARY, phase, client_time, 1.5)
+    yield rows.ratio(f"{phase}: library / bare loop, client, bus and daemon", LIBRARY, phase, total_time, 1.1)
+    for client, words in OTHERS.items():
+        if rows.of(client, phase):
+            yield rows.ratio(f"{phase}: {words} / bare loop, the client alone", client, phase, client_time)
+            yield rows.ratio(f"{phase}: {words} / bare loop, client, bus and daemon", client, phase,
+                             total_time)
+    for client, words in {LIBRARY: "library", FLOOR: "bare loop", **OTHERS}.items():
+        found = rows.of(client, phase)
+        if found:
+            goal = Goal(0, exactly=True) if client == LIBRARY else None
+            yield Line(SECTION, f"{phase}: {words}, values lost in all turns",
+                       sum(row["lost"] for row in found.values()), goal=goal)
+
+
+def lines_of(rows):
+    rows = Rows(rows)
+    lines = [line for phase in rows.phases for line in phase_lines(rows, phase)]
+    for client, words in {LIBRARY: "library", FLOOR: "bare loop", **OTHERS}.items():
+        for name, told, unit in (("idle_ms_per_s", "idle, linked", " ms per second"),
+                                 ("connect_ms", "from connect to services known", " ms"),
+                                 ("rss_kb", "resident", " kB")):
+            values = rows.values(client, name)
+            if values:
+                goal = 0.1 if client == LIBRARY and name == "idle_ms_per_s" else None
+                lines.append(median_line(SECTION, f"{words}: {told}", values, goal, unit))
+    return lines
