@@ -49,7 +49,7 @@ need_commands() {
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev)
 test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev librapidcheck-dev
   binutils dbus libsystemd-dev libglib2.0-dev libasio-dev qt6-base-dev python3
-  python3-dev pybind11-dev python3-pytest mypy)
+  python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev)
 # What the benches need: those in the process, and the other clients on the real stack.
 bench_packages=(libbenchmark-dev qt6-connectivity-dev python3-bleak)
 # What scripts/docs needs.

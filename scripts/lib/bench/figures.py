@@ -2,6 +2,10 @@
 import statistics
 
 
+class Unusable(Exception):
+    """What was measured, or where it is to be written, is not as it has to be."""
+
+
 class Goal:
     """A bound that a figure must not pass, or the value that it must have."""
 
@@ -57,4 +61,6 @@ def median_line(section, name, values, goal=None, unit=""):
 
 
 def ratio_line(section, name, above, below, goal=None):
-    return median_line(section, name, [a / b for a, b in zip(above, below, strict=True)], goal)
+    if len(above) != len(below):
+        raise Unusable(f"{name}: {len(above)} turns beside {len(below)}")
+    return median_line(section, name, [a / b for a, b in zip(above, below)], goal)

@@ -19,7 +19,7 @@ def receive_lines(build):
                              times[base + str(piece)], whole, 1.4 if small else 1.2)
         yield ratio_line(RECEIVE, f"payload {payload}: byte by byte / one piece", times[base + "literal"],
                          whole)
-    added = [a - b for a, b in zip(times["waiting/megabyte"], times["waiting/nothing"], strict=True)]
+    added = [a - b for a, b in zip(times["waiting/megabyte"], times["waiting/nothing"])]
     yield ratio_line(RECEIVE, "a megabyte waits: added per arrival / one scan of it, byte by byte", added,
                      times["waiting/literal"], 0.02)
     yield ratio_line(RECEIVE, "a megabyte waits: added per arrival / a bare loop over it", added,

@@ -101,7 +101,7 @@ def machine():
     return {
         "processor": models[0] if models else platform.machine(),
         "cores": os.cpu_count(),
-        "kernel": platform.release(),
+        "kernel": re.match(r"[\d.]*\d", platform.release()).group(),
         "system": system.group(1) if system else platform.system(),
         "load": round(os.getloadavg()[0], 2),
     }

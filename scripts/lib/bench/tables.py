@@ -1,6 +1,8 @@
 """The table for the terminal, and those of docs/performance.md."""
 import re
 
+from figures import Unusable
+
 BEGIN, END = "<!-- figures: {} -->", "<!-- end of figures -->"
 
 
@@ -12,7 +14,10 @@ class Table:
         self.cells = {}
         for heading, lines in columns.items():
             for line in lines:
-                self.cells.setdefault((line.section, line.name), {})[heading] = line
+                cell = self.cells.setdefault((line.section, line.name), {})
+                if heading in cell:
+                    raise Unusable(f"two figures have the name: {line.name}")
+                cell[heading] = line
 
     def sections(self):
         return list(dict.fromkeys(section for section, _ in self.cells))
@@ -48,5 +53,5 @@ def replaced(document, section, figures):
     begin = BEGIN.format(section)
     pattern = re.compile(re.escape(begin) + r"\n.*?" + re.escape(END), re.DOTALL)
     if len(pattern.findall(document)) != 1:
-        raise SystemExit(f"the document has no one place for the figures of: {section}")
+        raise Unusable(f"the document has no one place for the figures of: {section}")
     return pattern.sub(lambda _: f"{begin}\n{figures}\n{END}", document)
