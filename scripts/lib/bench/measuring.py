@@ -4,6 +4,9 @@ import os
 import platform
 import re
 import subprocess
+import sys
+
+from figures import Unusable
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
 PRESETS = {"g++": "bench", "clang": "bench-clang"}
@@ -11,12 +14,24 @@ LIBRARIES = ["KestrinBLESDK", "KestrinBLESDK_simulated", "KestrinBLESDK_bluez"]
 
 
 def run(*words, **options):
-    return subprocess.run(words, cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True, **options).stdout
+    """What a command prints. When it fails, that is shown."""
+    result = subprocess.run(words, cwd=ROOT, stdout=subprocess.PIPE, text=True, **options)
+    if result.returncode != 0:
+        print(result.stdout, file=sys.stderr)
+        raise Unusable(f"status {result.returncode}: {' '.join(words)}")
+    return result.stdout
+
+
+def run_aloud(*words):
+    """A command that takes long and tells how far it is."""
+    status = subprocess.run(words, cwd=ROOT).returncode
+    if status != 0:
+        raise Unusable(f"status {status}: {' '.join(words)}")
 
 
 def install(packages):
     script = 'source scripts/lib/packages.sh && install_packages "${build_packages[@]}" ' + " ".join(packages)
-    subprocess.run(["bash", "-c", script], cwd=ROOT, check=True)
+    run_aloud("bash", "-c", script)
 
 
 def build(compiler):
