@@ -54,4 +54,4 @@ def replaced(document, section, figures):
     pattern = re.compile(re.escape(begin) + r"\n.*?" + re.escape(END), re.DOTALL)
     if len(pattern.findall(document)) != 1:
         raise Unusable(f"the document has no one place for the figures of: {section}")
-    return pattern.sub(lambda _: f"{begin}\n{figures}\n{END}", document)
+    return pattern.sub(lambda _: f"{begin}\n\n{figures}\n\n{END}", document)
