@@ -35,7 +35,7 @@ void deliver(benchmark::State& state, const Family& family) {
   manager->setRcpReceiverDelegate(receiver);
   const auto peripheral = std::make_shared<FeedPeripheral>(family.reader, family.rx);
   manager->connectBLE(peripheral);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (const NSData& piece : stream.pieces) peripheral->notify(piece);
   }
   require(
@@ -49,7 +49,7 @@ void deliverUnrouted(benchmark::State& state) {
   const auto manager = KestrinBleMgr::init(deafPlatform());
   const auto receiver = std::make_shared<CountingReceiver>();
   manager->setRcpReceiverDelegate(receiver);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (const NSData& piece : stream.pieces) manager->readData(piece);
   }
   require(
@@ -62,7 +62,7 @@ void deliverFloor(benchmark::State& state) {
   const Stream stream = makeStream(kPayload, kPiece);
   const auto counting = std::make_shared<CountingReceiver>();
   const std::weak_ptr<RcpReceiver> weak = counting;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (const NSData& piece : stream.pieces) {
       const std::optional<NSData> value(piece);
       if (const auto receiver = weak.lock()) receiver->dispatchRcpFrmReader(value);
@@ -76,7 +76,7 @@ void wholeWay(benchmark::State& state, const Family& family) {
   const Stream stream = makeStream(kPayload, kPiece);
   PluggedReader reader(family.kind);
   const std::uint64_t before = reader.receiver().frames();
-  for (auto turn : state) reader.notify(stream.pieces);
+  for ([[maybe_unused]] auto turn : state) reader.notify(stream.pieces);
   require(reader.receiver().frames() - before ==
               stream.pieces.size() * static_cast<std::uint64_t>(state.iterations()),
           "values were lost");
@@ -92,7 +92,7 @@ class DiscardingSink final : public NSLogSink {
 void logFloor(benchmark::State& state) {
   DeafSink sink;
   const NSLogSink* asked = &sink;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (int i = 0; i < kLines; ++i) {
       benchmark::DoNotOptimize(asked);  // Which kind of sink it is only shows when it runs.
       benchmark::DoNotOptimize(asked->isListening());
@@ -104,7 +104,7 @@ void logFloor(benchmark::State& state) {
 void logLine(benchmark::State& state, NSLogSink&& sink) {
   const std::optional<NSData> frame = makeStream(kPayload, 0).frames.front();
   NSLogSink* asked = &sink;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (int i = 0; i < kLines; ++i) {
       benchmark::DoNotOptimize(asked);
       NSLog(*asked, "[RX BLE] %@", frame);

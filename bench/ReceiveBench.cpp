@@ -34,7 +34,7 @@ struct Feed {
 /// The frames through the library.
 void receive(benchmark::State& state, std::size_t payload, std::size_t piece) {
   Feed feed(makeStream(payload, piece));
-  for (auto turn : state) feed.feed();
+  for ([[maybe_unused]] auto turn : state) feed.feed();
   require(feed.receiver->frames() ==
               feed.stream.frames.size() * (static_cast<std::uint64_t>(state.iterations()) + 1),
           "frames were lost");
@@ -46,7 +46,7 @@ void receiveFloor(benchmark::State& state, std::size_t payload) {
   const Stream stream = makeStream(payload, 0);
   const auto counting = std::make_shared<CountingReceiver>();
   const std::weak_ptr<RcpReceiver> weak = counting;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (const NSData& bytes : stream.frames) {
       require(rcpFrameCrc(bytes.span().subspan(1)) == 0, "a frame's CRC is wrong");
       const std::optional<NSData> frame(std::in_place, bytes.span());
@@ -63,7 +63,7 @@ void receiveLiteral(benchmark::State& state, std::size_t payload) {
   const Stream stream = makeStream(payload, 0);
   test::Bytes bytes(stream.pieces.front().begin(), stream.pieces.front().end());
   test::LiteralAssembler assembler;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     assembler.readData(bytes);
     benchmark::DoNotOptimize(assembler.take());
   }
@@ -74,14 +74,14 @@ void receiveBehindWaiting(benchmark::State& state, std::size_t waiting) {
   const auto manager = KestrinBleMgr::init(deafPlatform());
   if (waiting > 0) manager->readData(NSData(std::vector<std::uint8_t>(waiting, 0x55)));
   const NSData arrival(std::vector<std::uint8_t>(20, 0x55));
-  for (auto turn : state) manager->readData(arrival);
+  for ([[maybe_unused]] auto turn : state) manager->readData(arrival);
 }
 
 /// What the tests' assembler takes to look at each of the waiting bytes, in an arrival of none.
 void receiveLiteralBehindWaiting(benchmark::State& state) {
   test::LiteralAssembler assembler;
   assembler.readData(test::Bytes(kMegabyte, 0x55));
-  for (auto turn : state) assembler.readData({});
+  for ([[maybe_unused]] auto turn : state) assembler.readData({});
   require(assembler.kept().size() == kMegabyte && assembler.take().empty(),
           "the waiting bytes held something");
 }
@@ -89,7 +89,7 @@ void receiveLiteralBehindWaiting(benchmark::State& state) {
 /// One look at each of a megabyte of bytes, for a preamble that is not there.
 void scanPlainly(benchmark::State& state) {
   const std::vector<std::uint8_t> bytes(kMegabyte, 0x55);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     std::size_t found = 0;
     for (const std::uint8_t& byte : bytes) {
       if (byte == 0xBB) break;

@@ -50,7 +50,7 @@ struct BusyLoop {
 
 void armAndCancel(benchmark::State& state, std::size_t pending) {
   BusyLoop busy(pending);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     busy.arm(1);
     busy.cancel();
   }
@@ -60,7 +60,7 @@ void armAndCancel(benchmark::State& state, std::size_t pending) {
 void rearm(benchmark::State& state, std::size_t pending) {
   BusyLoop busy(pending);
   busy.arm(1);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     busy.cancel();
     busy.arm(1);
   }
@@ -70,7 +70,7 @@ void rearm(benchmark::State& state, std::size_t pending) {
 
 void armAndFire(benchmark::State& state, std::size_t pending) {
   BusyLoop busy(pending);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     busy.arm(0);
     busy.loop.runOneTurn();
   }
@@ -84,7 +84,7 @@ void armAndFireAll(benchmark::State& state, std::size_t requests, bool ownTarget
   if (ownTargets) {
     for (auto& target : targets) target = std::make_shared<std::uint64_t>(0);
   }
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (const auto& target : targets) {
       busy.loop.performSelector_withObject_afterDelay(target, kOwn, nullptr, 0);
     }
@@ -116,7 +116,7 @@ void postLatency(benchmark::State& state) {
   TurningLoop turning;
   std::atomic<std::uint64_t> ran{0};
   std::uint64_t posted = 0;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     turning.loop.post([&ran] {
       ++ran;
       ran.notify_one();
@@ -140,7 +140,7 @@ void postLatencyFloor(benchmark::State& state) {
     }
   });
   std::uint64_t posted = 0;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     ++asked;
     asked.notify_one();
     ran.wait(posted);
@@ -198,7 +198,7 @@ template <class Poster>
 void postThroughput(benchmark::State& state, Poster& poster) {
   std::atomic<std::uint64_t> ran{0};
   std::uint64_t posted = 0;
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     for (std::uint64_t i = 0; i < kPosts; ++i) poster.post([&ran] { ++ran; });
     posted += kPosts;
     std::atomic<bool> done{false};

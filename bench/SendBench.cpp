@@ -37,7 +37,7 @@ template <class SendOnce>
 void measureSends(benchmark::State& state, PluggedReader& reader, const SendOnce& sendOnce) {
   reader.device().simulateSilence();
   const std::size_t before = reader.device().writes().size();
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     const auto begun = Stopwatch::now();
     sendOnce();
     state.SetIterationTime(secondsSince(begun));
@@ -81,7 +81,7 @@ void pauseOvershoot(benchmark::State& state) {
   platform.thread = sleepOn(loop);
   const auto manager = KestrinBleMgr::init(platform);
   const NSData frame = command(1);
-  for (auto turn : state) {
+  for ([[maybe_unused]] auto turn : state) {
     std::array<double, 5> tooLong{};
     for (double& over : tooLong) {
       const auto begun = Stopwatch::now();
