@@ -5,6 +5,7 @@ from figures import Goal, Line, Unusable, median_line, ratio_line
 SECTION = "real stack"
 LIBRARY, FLOOR = "library", "descriptor"
 OTHERS = {"signals": "bare loop on signals", "bleak": "Python client", "qt": "Qt client"}
+CLIENTS = {LIBRARY: "library", FLOOR: "bare loop", **OTHERS}
 
 
 def key_of(row):
@@ -23,7 +24,7 @@ class Rows:
     def ratio(self, name, client, phase, figure, goal=None):
         """In the same turn of the same boot, client to bare loop."""
         above, below = self.of(client, phase), self.of(FLOOR, phase)
-        if above.keys() != below.keys():
+        if not above or above.keys() != below.keys():
             raise Unusable(f"real stack, {phase}: {client} and {FLOOR} were not measured in the same turns")
         return ratio_line(SECTION, name, [figure(above[key]) for key in sorted(above)],
                           [figure(below[key]) for key in sorted(above)], goal)
@@ -48,13 +49,24 @@ def phase_lines(rows, phase):
             yield rows.ratio(f"{phase}: {words} / bare loop, the client alone", client, phase, client_time)
             yield rows.ratio(f"{phase}: {words} / bare loop, client, bus and daemon", client, phase,
                              total_time)
-    for client, words in {LIBRARY: "library", FLOOR: "bare loop", **OTHERS}.items():
-        found = rows.of(client, phase)
-        if found:
-            # Flat out there is no rate to keep up with: what is lost then is only told.
-            goal = Goal(0, exactly=True) if client == LIBRARY and phase.endswith("/s") else None
-            yield Line(SECTION, f"{phase}: {words}, values lost in all turns",
-                       sum(row["lost"] for row in found.values()), goal=goal)
+    if phase.endswith("/s"):  # Flat out there is no rate to keep up with: what is lost then is only told.
+        lost = sum(row["lost"] for row in rows.of(LIBRARY, phase).values())
+        yield Line(SECTION, f"{phase}: library, values lost in all turns", lost, goal=Goal(0, exactly=True))
+
+
+def spent(rows):
+    """Cells: what each client's runs took of the processor, and what was lost in all of them."""
+    rows = Rows(rows)
+    cells = [["phase", "client", "client, ms", "bus, ms", "daemon, ms", "values lost"]]
+    for phase in rows.phases:
+        for client, words in CLIENTS.items():
+            found = rows.of(client, phase).values()
+            if found:
+                times = [median_line(SECTION, "", [row[name] for row in found]).shown()
+                         for name in ("client_ms", "bus_ms", "bluetoothd_ms")]
+                lost, sent = (sum(row[name] for row in found) for name in ("lost", "values"))
+                cells.append([phase, words, *times, f"{lost:,} of {sent + lost:,}"])
+    return cells
 
 
 def lines_of(rows):
@@ -62,7 +74,7 @@ def lines_of(rows):
     lines = [line for phase in rows.phases for line in phase_lines(rows, phase)]
     # What belongs to the link is the same in each phase; memory is looked at when all has come in.
     first, last = rows.phases[0], rows.phases[-1]
-    for client, words in {LIBRARY: "library", FLOOR: "bare loop", **OTHERS}.items():
+    for client, words in CLIENTS.items():
         for name, phase, told, unit in (("idle_ms_per_s", first, "idle, linked", " ms per second"),
                                         ("connect_ms", first, "from connect to services known", " ms"),
                                         ("rss_kb", last, "resident", " kB"),

@@ -36,6 +36,10 @@ def for_terminal(table):
     rows = [["what", "goal", *table.headings]]
     for section in table.sections():
         rows += [[""], [section.upper()], *table.rows(section, lambda shown: shown + "  MISSED")]
+    return aligned(rows)
+
+
+def aligned(rows):
     rows = [row + [""] * (len(rows[0]) - len(row)) for row in rows]
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
     return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip()
@@ -43,8 +47,12 @@ def for_terminal(table):
 
 
 def for_document(table, section):
-    rows = [["What", "Goal", *table.headings], ["---"] * (2 + len(table.headings)),
-            *table.rows(section, lambda shown: f"**{shown}**, missed")]
+    return marked_down([["What", "Goal", *table.headings],
+                        *table.rows(section, lambda shown: f"**{shown}**, missed")])
+
+
+def marked_down(rows):
+    rows = [rows[0], ["---"] * len(rows[0]), *rows[1:]]
     return "\n".join("| " + " | ".join(row) + " |" for row in rows)
 
 
