@@ -132,13 +132,12 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   static std::uint16_t getCrcPolynomial_acc(std::uint8_t abyte, std::uint16_t acc) noexcept;
   static void clearRcpFrmReader(RcpFrmReader* reader) noexcept;
   std::int32_t parseRcpFrmReader() noexcept;
-  void takeArrival(const NSData& data) noexcept;
-  void judgeMessageType(RcpFrmReader& reader, std::uint8_t abyte) noexcept;
-  void judgeLength(RcpFrmReader& reader, std::uint8_t abyte) noexcept;
-  void judgeEndMark(RcpFrmReader& reader, std::uint8_t abyte) noexcept;
-  bool judgeCrc(std::span<const std::uint8_t> frameBytes) noexcept;
-  void trimReceivedData(std::int32_t length, std::int32_t start, std::int32_t end) noexcept;
-  void deliver(const std::optional<NSData>& frame) noexcept;
+  class Parse;  // One parse of the receive buffer.
+  void takeWaitingArrivals() noexcept;
+  /// A receiver or a log sink may drop the manager: called before either is, in a parse.
+  void keepWhileParsing() noexcept;
+  void keepFrom(std::size_t start) noexcept;
+  void hopTwice(WorkReference work) const noexcept;
 
   // Background (link/KestrinBleMgr.cpp).
   void easEnterBackground() noexcept;
@@ -225,7 +224,10 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
 
   // What the object runs on, and what bytes wait while a parse runs.
   const Platform platform_;
+  /// The dispatch is the system's own, which runs work where it is handed over.
+  const bool hopsInPlace_;
   bool parsing_ = false;
+  std::shared_ptr<KestrinBleMgr> keptWhileParsing_;
   std::vector<NSData> waitingArrivals_;
 };
 

@@ -31,7 +31,8 @@ std::shared_ptr<KestrinBleMgr> KestrinBleMgr::init(const Platform& platform) noe
   return self;
 }
 
-KestrinBleMgr::KestrinBleMgr(OnlyInit, const Platform& platform) noexcept : platform_(platform) {}
+KestrinBleMgr::KestrinBleMgr(OnlyInit, const Platform& platform) noexcept
+    : platform_(platform), hopsInPlace_(platform.dispatch == Dispatch::system()) {}
 
 KestrinBleMgr::~KestrinBleMgr() = default;
 

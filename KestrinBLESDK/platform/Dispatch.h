@@ -8,6 +8,7 @@
 /// Errors: none; work must not throw.
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -57,6 +58,8 @@ class WorkReference {
 class KESTRIN_EXPORT Dispatch {
  public:
   virtual ~Dispatch();
+  /// The system's own queues, one object for the whole process, which lives as long as it does.
+  static const std::shared_ptr<Dispatch>& system();
   /// `dispatch_get_global_queue` The concurrent queue of that priority; `flags` is 0.
   [[nodiscard]] virtual dispatch_queue_t dispatch_get_global_queue(long priority,
                                                                    unsigned long flags) const;

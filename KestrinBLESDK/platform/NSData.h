@@ -12,6 +12,7 @@
 /// Errors: none. Running out of memory ends the program, as everywhere in this library.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -96,6 +97,17 @@ class KESTRIN_EXPORT NSMutableData {
   void appendData(const NSData& data) { bytes_.insert(bytes_.end(), data.begin(), data.end()); }
   /// `setLength:` Cuts the buffer to `length` bytes, or grows it with zero bytes.
   void setLength(std::size_t length) { bytes_.resize(length); }
+  /// `replaceBytesInRange:withBytes:length:` The part of `range` that lies within this buffer gives
+  /// way to the `length` bytes at `bytes`, which are not this buffer's own; with a length of 0,
+  /// where `bytes` may be null, it is taken out.
+  void replaceBytesInRange_withBytes_length(NSRange range, const std::uint8_t* bytes,
+                                            std::size_t length) {
+    const std::size_t first = std::min(range.location, bytes_.size());
+    const std::size_t count = std::min(range.length, bytes_.size() - first);
+    const auto at = bytes_.begin() + static_cast<std::ptrdiff_t>(first);
+    const auto behind = bytes_.erase(at, at + static_cast<std::ptrdiff_t>(count));
+    bytes_.insert(behind, bytes, bytes + length);
+  }
   /// `copy` An immutable buffer holding a copy of the bytes.
   [[nodiscard]] NSData copy() const { return NSData(span()); }
   /// A view of the bytes, valid until the buffer is changed next.

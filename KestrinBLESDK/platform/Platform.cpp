@@ -77,7 +77,7 @@ Platform Platform::systemDefault() {
           .mainRunLoop = MainRunLoop::main(),
           .thread = sleepOn(MainRunLoop::main()),
           .notificationCenter = NSNotificationCenter::defaultCenter(),
-          .dispatch = std::make_shared<Dispatch>(),
+          .dispatch = Dispatch::system(),
           .log = defaultLogSink()};
 }
 

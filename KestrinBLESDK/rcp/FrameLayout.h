@@ -32,14 +32,14 @@ inline constexpr std::uint16_t kCrcInitial = 0xFFFF;
 /// The running CRC `accumulator`, moved on by one byte: the same as eight steps of polynomial
 /// 0x1021, most significant bit first, by shifts instead of a table.
 constexpr std::uint16_t crcStep(std::uint8_t byte, std::uint16_t accumulator) noexcept {
-  // Unsigned int throughout: the shifts to the left must be cut back to 16 bits, never sign-extend.
-  unsigned acc = accumulator;
-  acc = (acc >> 8 | acc << 8) & 0xFFFFU;
-  acc ^= byte;
-  acc ^= (acc & 0x00FFU) >> 4;
-  acc ^= acc << 12 & 0xFFFFU;
-  acc ^= (acc & 0x00FFU) << 5;
-  return static_cast<std::uint16_t>(acc);
+  // Cut back to 16 bits at each step, as the definition has it; compilers need no more than that to
+  // keep it short.
+  auto acc = static_cast<std::uint16_t>(accumulator >> 8 | accumulator << 8);
+  acc = static_cast<std::uint16_t>(acc ^ byte);
+  acc = static_cast<std::uint16_t>(acc ^ (acc & 0x00FF) >> 4);
+  acc = static_cast<std::uint16_t>(acc ^ acc << 12);
+  acc = static_cast<std::uint16_t>(acc ^ (acc & 0x00FF) << 5);
+  return acc;
 }
 
 /// The running CRC moved on by every byte in order.

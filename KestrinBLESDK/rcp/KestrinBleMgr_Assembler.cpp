@@ -1,9 +1,12 @@
 // The receive assembler: gathers notified bytes, finds and checks whole frames, delivers each.
 //
-// It does no work twice within a scan: a preamble is sought with `memchr`, a payload is passed in
-// one stride, and the CRC runs over a frame once, when its last byte is there. What can be observed
-// (deliveries, log lines, their order, and the bytes that are kept) is that of looking at the
-// buffer byte by byte.
+// It does no work twice within a parse: a preamble is sought with `memchr`, a frame of the usual
+// form is passed in one stride, and the CRC runs over a frame once, when its last byte is there.
+// What can be observed (deliveries, log lines, their order, and the bytes that are kept) is that of
+// looking at the buffer byte by byte.
+//
+// What every arrival and every frame passes is inlined by demand: a call costs as much there as
+// what it does.
 #include <algorithm>
 #include <cstring>
 #include <span>
@@ -16,25 +19,200 @@
 namespace kestrin {
 namespace {
 
-/// The index of the first preamble at or after `from`; when there is none, of the last byte, so
-/// that the scan has passed them all.
-std::int32_t seekPreamble(const std::uint8_t* bytes, std::int32_t from, std::int32_t n) noexcept {
-  const void* found = std::memchr(bytes + from, rcp::kPreamble, static_cast<std::size_t>(n - from));
-  if (found == nullptr) return n - 1;
-  return static_cast<std::int32_t>(static_cast<const std::uint8_t*>(found) - bytes);
-}
-
-/// Passes the payload byte at `i` and those after it that are there, and returns the index of the
-/// last one passed. The record counts the byte at `i` already.
-std::int32_t passPayload(RcpFrmReader& reader, std::int32_t i, std::int32_t n) noexcept {
-  const std::int32_t missing = rcp::kHeaderLength + reader.length - reader.count;
-  const std::int32_t more = std::min(missing, n - 1 - i);
-  reader.count = static_cast<std::uint16_t>(reader.count + more);
-  if (reader.count - reader.length == rcp::kHeaderLength) reader.state = RcpFrmState::EndMark;
-  return i + more;
-}
+/// A buffer of up to this many bytes keeps its memory when it is trimmed: two of the longest frames
+/// and one of the longest notifications (Bluetooth Core, Vol 3, Part F, 3.2.9) fit. What a longer
+/// one took, while bytes without a preamble waited in it, is given back.
+constexpr std::size_t kKeptBuffer = 4096;
 
 }  // namespace
+
+/// One parse of the receive buffer.
+class KestrinBleMgr::Parse final {
+ public:
+  /// Adds an arrival to the buffer, in front of its parse.
+  [[gnu::always_inline]] static void gather(KestrinBleMgr& manager, const NSData& data) noexcept {
+    if (manager._mutableReceivedData) {
+      manager._mutableReceivedData->appendData(data);
+    } else {
+      manager._mutableReceivedData = data.mutableCopy();
+    }
+  }
+
+  explicit Parse(KestrinBleMgr& manager) noexcept
+      : manager_(manager),
+        // A buffer of 2 GiB or more counts as negative and is kept unparsed.
+        n_(static_cast<std::int32_t>(manager._mutableReceivedData->length())),
+        p_(manager._mutableReceivedData->bytes()) {}
+
+  [[gnu::always_inline]] void run() noexcept {
+    clearRcpFrmReader(&reader_);
+    for (std::int32_t i = 0; i < n_; ++i) {
+      ++reader_.count;
+      i = examine(i);
+    }
+    trim();
+  }
+
+ private:
+  /// Acts on the byte at `i` and returns the index of the last byte passed.
+  [[gnu::always_inline]] std::int32_t examine(std::int32_t i) noexcept {
+    switch (reader_.state) {
+      case RcpFrmState::Preamble:
+        i = seekPreamble(i);
+        if (reader_.state != RcpFrmState::CrcLow) break;
+        [[fallthrough]];
+      case RcpFrmState::CrcLow:
+        if (acceptFrame(std::span(p_ + start_, p_ + i + 1))) end_ = i;
+        clearRcpFrmReader(&reader_);
+        break;
+      case RcpFrmState::MessageType:
+        judgeMessageType(p_[i]);
+        break;
+      case RcpFrmState::Code:
+        reader_.state = RcpFrmState::LengthHigh;
+        break;
+      case RcpFrmState::LengthHigh:
+        reader_.length = static_cast<std::uint16_t>(p_[i] << 8);
+        reader_.state = RcpFrmState::LengthLow;
+        break;
+      case RcpFrmState::LengthLow:
+        judgeLength(p_[i]);
+        break;
+      case RcpFrmState::Payload:
+        i = passPayload(i);
+        break;
+      case RcpFrmState::EndMark:
+        judgeEndMark(p_[i]);
+        break;
+      case RcpFrmState::CrcHigh:
+        reader_.state = RcpFrmState::CrcLow;
+        break;
+    }
+    return i;
+  }
+
+  /// Takes the first preamble at or after `i`, and of its frame what needs no look at each byte.
+  [[gnu::always_inline]] std::int32_t seekPreamble(std::int32_t i) noexcept {
+    if (p_[i] != rcp::kPreamble) {
+      const void* found = std::memchr(p_ + i, rcp::kPreamble, static_cast<std::size_t>(n_ - i));
+      if (found == nullptr) {
+        reader_.count = 0;
+        return n_ - 1;
+      }
+      i = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(found) - p_);
+      reader_.count = 1;
+    }
+    start_ = i;
+    reader_.state = RcpFrmState::MessageType;
+    return i + passWhole(std::span(p_ + i, p_ + n_));
+  }
+
+  /// How many of `bytes`, which begin with a preamble, are passed behind it. Of a frame of the
+  /// usual form, with its header and end mark right, that is up to its last byte; while its payload
+  /// is not all there, all there is. Of any other none, so that each byte is looked at.
+  [[gnu::always_inline]] std::int32_t passWhole(std::span<const std::uint8_t> bytes) noexcept {
+    if (bytes.size() < rcp::kHeaderLength) return 0;
+    if ((bytes[1] & rcp::kReceivedTypeMask) == 0) return 0;
+    const auto length = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
+    if (length >= rcp::kRejectedPayloadLength) return 0;
+    const std::size_t endMark = rcp::kHeaderLength + std::size_t{length};
+    if (bytes.size() <= endMark) return static_cast<std::int32_t>(bytes.size()) - 1;
+    const std::size_t last = endMark + rcp::kTrailerLength - 1;
+    if (bytes.size() <= last || bytes[endMark] != rcp::kEndMark) return 0;
+    reader_.state = RcpFrmState::CrcLow;
+    return static_cast<std::int32_t>(last);
+  }
+
+  [[gnu::always_inline]] void judgeMessageType(std::uint8_t abyte) noexcept {
+    if ((abyte & rcp::kReceivedTypeMask) != 0) {
+      reader_.state = RcpFrmState::Code;
+      return;
+    }
+    manager_.keepWhileParsing();
+    manager_.log("[ERROR]parseFrmReader:MESSAGE");
+    clearRcpFrmReader(&reader_);
+  }
+
+  [[gnu::always_inline]] void judgeLength(std::uint8_t abyte) noexcept {
+    reader_.length = static_cast<std::uint16_t>(reader_.length | abyte);
+    if (reader_.length >= rcp::kRejectedPayloadLength) {
+      clearRcpFrmReader(&reader_);
+      manager_.keepWhileParsing();
+      manager_.log("[ERROR]parseFrmReader:LENGTH2");
+      return;
+    }
+    reader_.state = reader_.length != 0 ? RcpFrmState::Payload : RcpFrmState::EndMark;
+  }
+
+  /// Passes the payload byte at `i`, which the record counts already, and those after it that are
+  /// there.
+  [[gnu::always_inline]] std::int32_t passPayload(std::int32_t i) noexcept {
+    const std::int32_t missing = rcp::kHeaderLength + reader_.length - reader_.count;
+    const std::int32_t more = std::min(missing, n_ - 1 - i);
+    reader_.count = static_cast<std::uint16_t>(reader_.count + more);
+    if (reader_.count - reader_.length == rcp::kHeaderLength) reader_.state = RcpFrmState::EndMark;
+    return i + more;
+  }
+
+  [[gnu::always_inline]] void judgeEndMark(std::uint8_t abyte) noexcept {
+    if (abyte == rcp::kEndMark) {
+      reader_.state = RcpFrmState::CrcHigh;
+      return;
+    }
+    manager_.keepWhileParsing();
+    manager_.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
+    manager_.log("[Test] %@", *manager_._mutableReceivedData);
+    clearRcpFrmReader(&reader_);
+  }
+
+  /// Delivers the frame if its CRC is right, and answers whether it was.
+  [[gnu::always_inline]] bool acceptFrame(std::span<const std::uint8_t> bytes) noexcept {
+    std::uint16_t acc = rcp::kCrcInitial;
+    // From the message type on: the preamble is not covered, the CRC's own bytes are.
+    for (const std::uint8_t abyte : bytes.subspan(1)) acc = getCrcPolynomial_acc(abyte, acc);
+    manager_.keepWhileParsing();
+    if (acc != 0) {
+      manager_.log("[parseRcpFrmReader] CRC_ERROR");
+      return false;
+    }
+    const std::optional<NSData> frame(std::in_place, bytes);
+    manager_.log("[RX BLE] %@", frame);
+    deliver(frame);
+    return true;
+  }
+
+  [[gnu::always_inline]] void deliver(const std::optional<NSData>& frame) noexcept {
+    // Not `this`: as long as nobody outside can reach it, its fields stay in registers.
+    const auto handOver = [&manager = manager_, &frame] {
+      const auto receiver = manager._rcpReceiverDelegate.lock();
+      if (respondsToSelector(receiver.get(), Selector::dispatchRcpFrmReader)) {
+        receiver->dispatchRcpFrmReader(frame);
+      }
+    };
+    if (manager_.hopsInPlace_) {
+      handOver();
+    } else {
+      manager_.hopTwice(handOver);
+    }
+  }
+
+  [[gnu::always_inline]] void trim() noexcept {
+    if (n_ == end_ + 1) {
+      manager_._mutableReceivedData->setLength(0);
+    } else if (start_ > 0) {
+      manager_.keepFrom(static_cast<std::size_t>(start_));
+    }
+    // From index 0 on the kept bytes are the buffer as it is.
+  }
+
+  KestrinBleMgr& manager_;
+  const std::int32_t n_;
+  const std::uint8_t* const p_;
+  /// Where the last preamble is, and where the last accepted frame ends.
+  std::int32_t start_ = 0;
+  std::int32_t end_ = 0;
+  RcpFrmReader reader_;
+};
 
 std::uint16_t KestrinBleMgr::getCrcPolynomial_acc(std::uint8_t abyte, std::uint16_t acc) noexcept {
   return rcp::crcStep(abyte, acc);
@@ -53,147 +231,57 @@ std::int32_t KestrinBleMgr::readData(const NSData& data) noexcept {
     waitingArrivals_.push_back(data);
     return 0;
   }
-  const auto self = shared_from_this();  // A receiver may drop the manager.
   parsing_ = true;
-  takeArrival(data);
-  while (!waitingArrivals_.empty()) {
-    for (const NSData& waiting : std::exchange(waitingArrivals_, {})) takeArrival(waiting);
-  }
-  parsing_ = false;
-  return 0;
-}
-
-void KestrinBleMgr::takeArrival(const NSData& data) noexcept {
-  const NSData copy = NSData::dataWithData(data);
-  if (_mutableReceivedData) {
-    _mutableReceivedData->appendData(copy);
+  Parse::gather(*this, data);
+  Parse(*this).run();
+  if (keptWhileParsing_) {
+    takeWaitingArrivals();
   } else {
-    _mutableReceivedData = copy.mutableCopy();
+    parsing_ = false;  // Nobody was called, so nothing waits.
   }
-  parseRcpFrmReader();
+  return 0;
 }
 
 std::int32_t KestrinBleMgr::parseRcpFrmReader() noexcept {
-  // A buffer of 2 GiB or more counts as negative and is kept unparsed.
-  const auto n = static_cast<std::int32_t>(_mutableReceivedData->length());
-  const std::uint8_t* const p = _mutableReceivedData->bytes();
-  std::int32_t start = 0;
-  std::int32_t end = 0;
-  RcpFrmReader reader;
-  clearRcpFrmReader(&reader);
-  for (std::int32_t i = 0; i < n; ++i) {
-    ++reader.count;
-    switch (reader.state) {
-      case RcpFrmState::Preamble:
-        i = seekPreamble(p, i, n);
-        if (p[i] != rcp::kPreamble) {
-          reader.count = 0;
-          break;
-        }
-        reader.count = 1;
-        reader.state = RcpFrmState::MessageType;
-        start = i;
-        break;
-      case RcpFrmState::MessageType:
-        judgeMessageType(reader, p[i]);
-        break;
-      case RcpFrmState::Code:
-        reader.state = RcpFrmState::LengthHigh;
-        break;
-      case RcpFrmState::LengthHigh:
-        reader.length = static_cast<std::uint16_t>(p[i] << 8);
-        reader.state = RcpFrmState::LengthLow;
-        break;
-      case RcpFrmState::LengthLow:
-        judgeLength(reader, p[i]);
-        break;
-      case RcpFrmState::Payload:
-        i = passPayload(reader, i, n);
-        break;
-      case RcpFrmState::EndMark:
-        judgeEndMark(reader, p[i]);
-        break;
-      case RcpFrmState::CrcHigh:
-        reader.state = RcpFrmState::CrcLow;
-        break;
-      case RcpFrmState::CrcLow:
-        if (judgeCrc(std::span(p + start, p + i + 1))) end = i;
-        clearRcpFrmReader(&reader);
-        break;
-    }
-  }
-  trimReceivedData(n, start, end);
+  Parse(*this).run();
   return 0;
 }
 
-void KestrinBleMgr::judgeMessageType(RcpFrmReader& reader, std::uint8_t abyte) noexcept {
-  if ((abyte & rcp::kReceivedTypeMask) != 0) {
-    reader.state = RcpFrmState::Code;
-    return;
+void KestrinBleMgr::takeWaitingArrivals() noexcept {
+  while (!waitingArrivals_.empty()) {
+    for (const NSData& waiting : std::exchange(waitingArrivals_, {})) {
+      Parse::gather(*this, waiting);
+      parseRcpFrmReader();
+    }
   }
-  log("[ERROR]parseFrmReader:MESSAGE");
-  clearRcpFrmReader(&reader);
+  parsing_ = false;
+  // From here on nothing of this object is touched: this may be its last owner.
+  const auto self = std::move(keptWhileParsing_);
 }
 
-void KestrinBleMgr::judgeLength(RcpFrmReader& reader, std::uint8_t abyte) noexcept {
-  reader.length = static_cast<std::uint16_t>(reader.length | abyte);
-  if (reader.length >= rcp::kRejectedPayloadLength) {
-    clearRcpFrmReader(&reader);
-    log("[ERROR]parseFrmReader:LENGTH2");
-    return;
-  }
-  reader.state = reader.length != 0 ? RcpFrmState::Payload : RcpFrmState::EndMark;
+void KestrinBleMgr::keepWhileParsing() noexcept {
+  // Only once somebody is called: most arrivals complete no frame. Outside an arrival whoever asked
+  // for the parse keeps the object.
+  if (parsing_ && !keptWhileParsing_) keptWhileParsing_ = shared_from_this();
 }
 
-void KestrinBleMgr::judgeEndMark(RcpFrmReader& reader, std::uint8_t abyte) noexcept {
-  if (abyte == rcp::kEndMark) {
-    reader.state = RcpFrmState::CrcHigh;
-    return;
+void KestrinBleMgr::keepFrom(std::size_t start) noexcept {
+  const auto all = _mutableReceivedData->span();
+  if (all.size() > kKeptBuffer) {
+    _mutableReceivedData = NSMutableData(all.subspan(start));
+  } else {
+    _mutableReceivedData->replaceBytesInRange_withBytes_length({0, start}, nullptr, 0);
   }
-  log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
-  log("[Test] %@", *_mutableReceivedData);
-  clearRcpFrmReader(&reader);
 }
 
-bool KestrinBleMgr::judgeCrc(std::span<const std::uint8_t> bytes) noexcept {
-  std::uint16_t acc = rcp::kCrcInitial;
-  // From the message type on: the preamble is not covered, the CRC's own bytes are.
-  for (const std::uint8_t abyte : bytes.subspan(1)) acc = getCrcPolynomial_acc(abyte, acc);
-  if (acc != 0) {
-    log("[parseRcpFrmReader] CRC_ERROR");
-    return false;
-  }
-  const std::optional<NSData> frame(std::in_place, bytes);
-  log("[RX BLE] %@", frame);
-  deliver(frame);
-  return true;
-}
-
-void KestrinBleMgr::deliver(const std::optional<NSData>& frame) noexcept {
+void KestrinBleMgr::hopTwice(WorkReference work) const noexcept {
   const Dispatch& dispatch = *platform_.dispatch;
-  dispatch.dispatch_sync(
-      dispatch.dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH, 0),
-      [this, &dispatch, &frame] {
-        // The second hop adds nothing and is kept on purpose: a platform may count on both.
-        dispatch.dispatch_sync(
-            dispatch.dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH, 0), [this, &frame] {
-              const auto receiver = rcpReceiverDelegate();
-              if (respondsToSelector(receiver.get(), Selector::dispatchRcpFrmReader)) {
-                receiver->dispatchRcpFrmReader(frame);
-              }
-            });
-      });
-}
-
-void KestrinBleMgr::trimReceivedData(std::int32_t length, std::int32_t start,
-                                     std::int32_t end) noexcept {
-  if (length == end + 1) {
-    _mutableReceivedData->setLength(0);
-  } else if (start > 0) {
-    const auto first = static_cast<std::size_t>(start);
-    _mutableReceivedData = NSMutableData(_mutableReceivedData->span().subspan(first));
-  }
-  // From index 0 on the kept bytes are the buffer as it is.
+  const auto hop = [&dispatch](WorkReference hopped) {
+    dispatch.dispatch_sync(dispatch.dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH, 0),
+                           hopped);
+  };
+  // The second hop adds nothing and is kept on purpose: a platform may count on both.
+  hop([&hop, &work] { hop(work); });
 }
 
 }  // namespace kestrin

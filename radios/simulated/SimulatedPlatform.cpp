@@ -25,7 +25,7 @@ Platform SimulatedPlatform::platform() const {
           .mainRunLoop = runLoop_,
           .thread = sleepOn(runLoop_),
           .notificationCenter = notificationCenter_,
-          .dispatch = std::make_shared<Dispatch>(),
+          .dispatch = Dispatch::system(),
           .log = log_};
 }
 

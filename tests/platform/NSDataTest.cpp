@@ -116,6 +116,30 @@ TEST(NSMutableDataBytes, AreCutOrFilledWithZeroByTheLength) {
   EXPECT_EQ(data.copy(), NSData());
 }
 
+TEST(NSMutableDataBytes, GiveWayToOthersInARange) {
+  const Bytes others = {7, 8, 9};
+  NSMutableData data(Bytes{1, 2, 3, 4});
+  data.replaceBytesInRange_withBytes_length({1, 2}, others.data(), others.size());
+  EXPECT_EQ(data.copy(), (NSData{1, 7, 8, 9, 4}));
+  data.replaceBytesInRange_withBytes_length({5, 0}, others.data(), 1);
+  EXPECT_EQ(data.copy(), (NSData{1, 7, 8, 9, 4, 7}));
+}
+
+TEST(NSMutableDataBytes, AreTakenOutWhereNothingComesInTheirPlace) {
+  NSMutableData data(Bytes{1, 2, 3, 4});
+  data.replaceBytesInRange_withBytes_length({0, 2}, nullptr, 0);
+  EXPECT_EQ(data.copy(), (NSData{3, 4}));
+}
+
+TEST(NSMutableDataBytes, OutsideTheBufferAreNoneToReplace) {
+  const Bytes other = {7};
+  NSMutableData data(Bytes{1, 2, 3});
+  data.replaceBytesInRange_withBytes_length({2, SIZE_MAX}, nullptr, 0);
+  EXPECT_EQ(data.copy(), (NSData{1, 2}));
+  data.replaceBytesInRange_withBytes_length({9, 9}, other.data(), 1);
+  EXPECT_EQ(data.copy(), (NSData{1, 2, 7}));
+}
+
 TEST(NSMutableDataBytes, AreSharedWithNobody) {
   const NSData original = {1, 2, 3};
   NSMutableData changed = original.mutableCopy();

@@ -138,7 +138,7 @@ TEST(CompletedPlatform, TakesEveryEmptyMemberFromTheSystem) {
   EXPECT_EQ(whole.mainRunLoop.lock(), MainRunLoop::main());
   EXPECT_NE(whole.thread, nullptr);
   EXPECT_EQ(whole.notificationCenter, NSNotificationCenter::defaultCenter());
-  EXPECT_NE(whole.dispatch, nullptr);
+  EXPECT_EQ(whole.dispatch, Dispatch::system());
   EXPECT_EQ(whole.log, defaultLogSink());
 }
 

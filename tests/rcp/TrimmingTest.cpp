@@ -120,6 +120,17 @@ TEST_F(ReceiveBuffer, IsKeptFromTheMostRecentPreambleOn) {
   EXPECT_EQ(kept(), part(kFrameA, 0, 4));
 }
 
+TEST_F(ReceiveBuffer, IsKeptFromTheMostRecentPreambleOnHoweverMuchStandsInFront) {
+  const Bytes beginning(kFrameA.begin(), kFrameA.begin() + 5);
+  const Bytes rest(kFrameA.begin() + 5, kFrameA.end());
+  for (const std::size_t waiting : {1U, 4090U, 4091U, 4092U, 100'000U}) {
+    EXPECT_EQ(arrive(joined({Bytes(waiting, 0x00), beginning})), Events());
+    EXPECT_EQ(kept(), beginning) << "behind " << waiting;
+    EXPECT_EQ(arrive(rest), kHeardA) << "behind " << waiting;
+    EXPECT_EQ(kept(), Bytes());
+  }
+}
+
 TEST_F(ReceiveBuffer, IsNotTrimmedToAPreambleInsideAPayload) {
   arrive(joined({kNoise, part(kFrameC, 0, 8)}));
   EXPECT_EQ(kept(), part(kFrameC, 0, 8));

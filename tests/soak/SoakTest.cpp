@@ -301,8 +301,10 @@ TEST(SoakBuffer, GrowsWithBytesWithoutPreambleAndEmptiesWithAFrameThatEndsIt) {
     ASSERT_EQ(kept(), 20 * arrival) << "bytes without a preamble are kept";
   }
   const Bytes frame = numberedFrame(1, {});
+  const std::size_t before = allocatedBytes();
   manager->readData(NSData(part(frame, 0, 5)));
   EXPECT_EQ(kept(), 5U) << "a preamble drops what stands in front of it";
+  EXPECT_LT(allocatedBytes() + 90'000, before) << "and gives back the memory";
   manager->readData(NSData(from(frame, 5)));
   EXPECT_EQ(kept(), 0U) << "a frame that ends the buffer empties it";
   manager->readData(NSData(joined({frame, {0x00}})));
