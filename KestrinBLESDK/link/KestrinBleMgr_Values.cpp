@@ -4,6 +4,14 @@
 #include "KestrinBLESDK/platform/NSString.h"
 
 namespace kestrin {
+namespace {
+
+bool isManufacturerName(const CBUUID& uuid) {
+  // Nearly every value is of a 128-bit UUID, whose text need not be made to see that it differs.
+  return uuid.shortUUID() && isEqualToString(uuid.UUIDString(), reader::kManufacturerName);
+}
+
+}  // namespace
 
 void KestrinBleMgr::peripheral_didUpdateValueForCharacteristic_error(
     const std::shared_ptr<CBPeripheral>& peripheral,
@@ -13,7 +21,7 @@ void KestrinBleMgr::peripheral_didUpdateValueForCharacteristic_error(
     log(" [ERROR] %@", error->localizedDescription());
     return;
   }
-  if (isEqualToString(updated->UUID().UUIDString(), reader::kManufacturerName)) {
+  if (isManufacturerName(updated->UUID())) {
     log("BLE_D5_NOVA_Manufacturer_Name : %@",
         initWithData_encoding(updated->value(), NSStringEncoding::NSASCIIStringEncoding));
     return;
