@@ -44,7 +44,7 @@ class TerminalEmulator {
   void put(std::string_view letter);
 
   std::vector<std::vector<std::string>> cells_;
-  std::size_t columns_;
+  std::size_t columns_ = 0;
   std::size_t row_ = 0;
   std::size_t column_ = 0;
   bool secondScreen_ = false;
