@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -22,6 +23,7 @@ constexpr double kLeastWidth = 620;  // The note over the lanes has to fit.
 constexpr double kTop = 92;
 constexpr double kLabelRow = 14;
 constexpr double kLanePadding = 10;
+constexpr double kBreakTooth = 12;  // From one corner of a zigzag to the next.
 constexpr double kBarHeight = 15;
 
 constexpr char kApplicationLane[] = "application";
@@ -257,11 +259,11 @@ void Timeline::drawBreaks(double bottom) {
   for (std::size_t i = 1; i < stretches.size(); ++i) {
     const double x = scale_.place(stretches[i - 1].end) + kBreakWidth / 2;
     std::string points;
-    bool left = true;
-    for (double y = kTop - 4; y < bottom; y += 12) {
-      points +=
-          (points.empty() ? "" : " ") + coordinate(left ? x - 4 : x + 4) + "," + coordinate(y);
-      left = !left;
+    const double top = kTop - 4;
+    const auto corners = static_cast<int>(std::ceil((bottom - top) / kBreakTooth));
+    for (int corner = 0; corner < corners; ++corner) {
+      points += (points.empty() ? "" : " ") + coordinate(corner % 2 == 0 ? x - 4 : x + 4) + "," +
+                coordinate(top + corner * kBreakTooth);
     }
     shapes_.path(points, "rule");
     const Time leftOut = stretches[i].begin - stretches[i - 1].end;
