@@ -2,17 +2,18 @@
 
 namespace kestrin {
 
-std::size_t TimerQueue::RequestHash::operator()(const Request& request) const noexcept {
-  // Targets differ in practice and selectors among few; a plain mix spreads them well enough.
-  static constexpr std::size_t kMix = 31;
-  return std::hash<const void*>{}(request.target) * kMix +
-         std::hash<std::string_view>{}(request.selector);
+bool TimerQueue::RequestedOrder::operator()(const Requested& a, const Requested& b) const noexcept {
+  const std::less<const void*> before;  // Defined for any two objects, as `<` is not.
+  if (a.request.target != b.request.target) return before(a.request.target, b.request.target);
+  if (a.request.object != b.request.object) return before(a.request.object, b.request.object);
+  const int selectors = a.request.selector.compare(b.request.selector);
+  return selectors != 0 ? selectors < 0 : a.place < b.place;
 }
 
 TimerQueue::Id TimerQueue::arm(Time due, Task task, std::optional<Request> request) {
   const Id id = nextId_++;
   const Place place{due, id};
-  if (request) places_.emplace(*request, place);
+  if (request) requested_.insert({*request, place});
   dueById_.emplace(id, due);
   entries_.emplace(place, Entry{std::move(task), request});
   return id;
@@ -26,8 +27,11 @@ TimerQueue::Task TimerQueue::cancel(Id id) {
 
 std::vector<TimerQueue::Task> TimerQueue::cancelAll(const Request& request) {
   std::vector<Task> tasks;
-  for (auto found = places_.find(request); found != places_.end(); found = places_.find(request)) {
-    tasks.push_back(take(entries_.find(found->second)));
+  const Requested before{request, {Time::min(), 0}};
+  for (auto found = requested_.lower_bound(before);
+       found != requested_.end() && found->request == request;
+       found = requested_.lower_bound(before)) {
+    tasks.push_back(take(entries_.find(found->place)));
   }
   return tasks;
 }
@@ -50,19 +54,10 @@ TimerQueue::Task TimerQueue::takeDue(Time now, Id barrier) {
 
 TimerQueue::Task TimerQueue::take(Entries::iterator entry) {
   Task task = std::move(entry->second.task);
-  if (entry->second.request) forget(*entry->second.request, entry->first);
+  if (entry->second.request) requested_.erase({*entry->second.request, entry->first});
   dueById_.erase(entry->first.second);
   entries_.erase(entry);
   return task;
-}
-
-void TimerQueue::forget(const Request& request, const Place& place) {
-  const auto [first, last] = places_.equal_range(request);
-  for (auto entry = first; entry != last; ++entry) {
-    if (entry->second != place) continue;
-    places_.erase(entry);
-    return;
-  }
 }
 
 }  // namespace kestrin

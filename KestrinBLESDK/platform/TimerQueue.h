@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -63,19 +64,25 @@ class KESTRIN_EXPORT TimerQueue {
     Task task;
     std::optional<Request> request;
   };
-  struct RequestHash {
-    std::size_t operator()(const Request& request) const noexcept;
-  };
   using Place = std::pair<Time, Id>;
   using Entries = std::map<Place, Entry>;
+  /// A timer that a request was given for.
+  struct Requested {
+    Request request;
+    Place place;
+  };
+  /// Timers of one request stand together, in order of due time: however many are alike, one of
+  /// them is found without a look at the others.
+  struct RequestedOrder {
+    bool operator()(const Requested& a, const Requested& b) const noexcept;
+  };
 
   Task take(Entries::iterator entry);
-  void forget(const Request& request, const Place& place);
 
   Id nextId_ = 1;
   Entries entries_;
   std::unordered_map<Id, Time> dueById_;
-  std::unordered_multimap<Request, Place, RequestHash> places_;
+  std::set<Requested, RequestedOrder> requested_;
 };
 
 /// @}

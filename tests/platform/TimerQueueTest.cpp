@@ -110,6 +110,16 @@ TEST_F(Timers, AreCancelledTogetherByTheirRequest) {
   EXPECT_EQ(due(2s), (std::vector<int>{3, 4, 5, 6}));
 }
 
+TEST_F(Timers, ThatAreCancelledTogetherAreHandedOverInOrderOfDueTime) {
+  int target = 0;
+  const TimerQueue::Request request{&target, "plug", nullptr};
+  queue.arm(2s, writing(3), request);
+  queue.arm(-1s, writing(1), request);
+  queue.arm(1s, writing(2), request);
+  for (const auto& task : queue.cancelAll(request)) task();
+  EXPECT_EQ(ran, (std::vector<int>{1, 2, 3}));
+}
+
 TEST_F(Timers, ThatHaveRunAreForgottenByTheirRequest) {
   int target = 0;
   const TimerQueue::Request request{&target, "plug", nullptr};
