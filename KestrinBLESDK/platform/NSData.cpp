@@ -30,6 +30,28 @@ NSMutableData NSData::mutableCopy() const { return NSMutableData(span()); }
 
 std::string NSData::description() const { return descriptionOfBytes(span()); }
 
+void NSMutableData::grow(std::size_t length) {
+  storage_.resize(std::max(length, 2 * storage_.size()));
+}
+
+void NSMutableData::setLength(std::size_t length) {
+  if (length > storage_.size()) grow(length);
+  if (length > length_) std::fill_n(storage_.data() + length_, length - length_, std::uint8_t{0});
+  length_ = length;
+}
+
+void NSMutableData::replaceBytesInRange_withBytes_length(NSRange range, const std::uint8_t* bytes,
+                                                         std::size_t length) {
+  const std::size_t first = std::min(range.location, length_);
+  const std::size_t behind = first + std::min(range.length, length_ - first);
+  const std::size_t rest = length_ - behind;
+  const std::size_t whole = first + length + rest;
+  if (whole > storage_.size()) grow(whole);
+  if (rest > 0) std::memmove(storage_.data() + first + length, storage_.data() + behind, rest);
+  std::copy_n(bytes, length, storage_.data() + first);
+  length_ = whole;
+}
+
 bool operator==(const NSData& a, const NSData& b) noexcept {
   return std::ranges::equal(a.span(), b.span());
 }

@@ -87,34 +87,38 @@ class KESTRIN_EXPORT NSMutableData {
   NSMutableData() noexcept = default;
   /// A buffer holding a copy of `bytes`.
   explicit NSMutableData(std::span<const std::uint8_t> bytes)
-      : bytes_(bytes.begin(), bytes.end()) {}
+      : storage_(bytes.begin(), bytes.end()), length_(bytes.size()) {}
 
   /// `length` The number of bytes.
-  [[nodiscard]] std::size_t length() const noexcept { return bytes_.size(); }
+  [[nodiscard]] std::size_t length() const noexcept { return length_; }
   /// `bytes` The first byte; valid until the buffer is changed next.
-  [[nodiscard]] const std::uint8_t* bytes() const noexcept { return bytes_.data(); }
+  [[nodiscard]] const std::uint8_t* bytes() const noexcept { return storage_.data(); }
   /// `appendData:` Adds the bytes at the end.
-  void appendData(const NSData& data) { bytes_.insert(bytes_.end(), data.begin(), data.end()); }
+  void appendData(const NSData& data) {
+    if (data.length() > storage_.size() - length_) grow(length_ + data.length());
+    std::copy_n(data.bytes(), data.length(), storage_.data() + length_);
+    length_ += data.length();
+  }
   /// `setLength:` Cuts the buffer to `length` bytes, or grows it with zero bytes.
-  void setLength(std::size_t length) { bytes_.resize(length); }
+  void setLength(std::size_t length);
   /// `replaceBytesInRange:withBytes:length:` The part of `range` that lies within this buffer gives
   /// way to the `length` bytes at `bytes`, which are not this buffer's own; with a length of 0,
   /// where `bytes` may be null, it is taken out.
   void replaceBytesInRange_withBytes_length(NSRange range, const std::uint8_t* bytes,
-                                            std::size_t length) {
-    const std::size_t first = std::min(range.location, bytes_.size());
-    const std::size_t count = std::min(range.length, bytes_.size() - first);
-    const auto at = bytes_.begin() + static_cast<std::ptrdiff_t>(first);
-    const auto behind = bytes_.erase(at, at + static_cast<std::ptrdiff_t>(count));
-    bytes_.insert(behind, bytes, bytes + length);
-  }
+                                            std::size_t length);
   /// `copy` An immutable buffer holding a copy of the bytes.
   [[nodiscard]] NSData copy() const { return NSData(span()); }
   /// A view of the bytes, valid until the buffer is changed next.
-  [[nodiscard]] std::span<const std::uint8_t> span() const noexcept { return bytes_; }
+  [[nodiscard]] std::span<const std::uint8_t> span() const noexcept {
+    return {storage_.data(), length_};
+  }
 
  private:
-  std::vector<std::uint8_t> bytes_;
+  void grow(std::size_t length);
+
+  // The bytes and what room is left behind them, so that adding a few is no more than a copy.
+  std::vector<std::uint8_t> storage_;
+  std::size_t length_ = 0;
 };
 
 /// The bytes as the log shows them, see `NSData::description`.

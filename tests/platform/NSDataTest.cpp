@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <random>
 #include <utility>
 
 namespace kestrin::test {
@@ -138,6 +139,36 @@ TEST(NSMutableDataBytes, OutsideTheBufferAreNoneToReplace) {
   EXPECT_EQ(data.copy(), (NSData{1, 2}));
   data.replaceBytesInRange_withBytes_length({9, 9}, other.data(), 1);
   EXPECT_EQ(data.copy(), (NSData{1, 2, 7}));
+}
+
+/// Beside a plain vector, on which the same is done in the standard library's own way.
+TEST(NSMutableDataBytes, AreThoseOfAPlainListWhateverIsDoneToThem) {
+  std::mt19937 random(417);
+  const auto upTo = [&](std::size_t most) { return random() % (most + 1); };
+  NSMutableData data;
+  Bytes list;
+  for (int step = 0; step < 20'000; ++step) {
+    const Bytes some(upTo(9), static_cast<std::uint8_t>(step));
+    const std::size_t first = upTo(list.size());
+    const std::size_t count = upTo(list.size() - first);
+    const auto at = list.begin() + static_cast<std::ptrdiff_t>(first);
+    switch (upTo(2)) {
+      case 0:
+        data.appendData(NSData(some));
+        list.insert(list.end(), some.begin(), some.end());
+        break;
+      case 1:
+        data.setLength(first + count + some.size());
+        list.resize(first + count + some.size());
+        break;
+      default:
+        data.replaceBytesInRange_withBytes_length({first, count}, some.data(), some.size());
+        list.insert(list.erase(at, at + static_cast<std::ptrdiff_t>(count)), some.begin(),
+                    some.end());
+        break;
+    }
+    ASSERT_EQ(Bytes(data.span().begin(), data.span().end()), list) << "step " << step;
+  }
 }
 
 TEST(NSMutableDataBytes, AreSharedWithNobody) {
