@@ -7,6 +7,7 @@
 #include "Conversions.h"
 #include "LinkGatt.h"
 #include "Posting.h"
+#include "ValueInbox.h"
 
 namespace kestrin::bluez {
 namespace {
@@ -17,6 +18,29 @@ constexpr char kCharacteristicInterface[] = "org.bluez.GattCharacteristic1";
 constexpr Time kRequestLimit = std::chrono::seconds(65);
 
 using CallOptions = std::map<std::string, sdbus::Variant>;
+
+/// Where a stream's values go.
+struct Delivery {
+  Delivery(std::weak_ptr<RunLoop> itsLoop, std::shared_ptr<Peripheral> itsPeripheral,
+           std::shared_ptr<Characteristic> itsCharacteristic)
+      : loop(std::move(itsLoop)),
+        peripheral(std::move(itsPeripheral)),
+        characteristic(std::move(itsCharacteristic)) {}
+  ValueInbox inbox;
+  const std::weak_ptr<RunLoop> loop;
+  const std::shared_ptr<Peripheral> peripheral;
+  const std::shared_ptr<Characteristic> characteristic;
+};
+
+/// Has the main run loop take what is there. Of all that a task may hold one pointer costs least.
+void post(const std::shared_ptr<Delivery>& delivery) {
+  postTo(delivery->loop, [delivery] {
+    const Values& values = delivery->inbox.take();
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      delivery->peripheral->deliverValue(delivery->characteristic, NSData(values[i]));
+    }
+  });
+}
 
 void writeNoOptions(sdbus::MethodCall& call) { call << CallOptions{}; }
 
@@ -185,14 +209,9 @@ void LinkGatt::acquired(const Request& request, const std::optional<CallError>& 
 void LinkGatt::openStream(const Request& request, int descriptor) {
   const auto& characteristic = request.characteristic;
   const auto number = nextSubscription_++;
-  const auto inbox = std::make_shared<ValueInbox>();
-  auto deliver = [inbox, characteristic, loop = setup_.loop, peripheral = setup_.peripheral] {
-    postTo(loop, [inbox, characteristic, peripheral] {
-      for (const auto& one : inbox->take()) peripheral->deliverValue(characteristic, one);
-    });
-  };
-  auto arrived = [inbox, deliver](NSData value) {
-    if (inbox->add(std::move(value))) deliver();
+  const auto delivery = std::make_shared<Delivery>(setup_.loop, setup_.peripheral, characteristic);
+  auto arrived = [delivery](std::span<const ValueBytes> values) {
+    if (delivery->inbox.add(values)) post(delivery);
   };
   auto hungUp = [thread = thread_, weak = weak_from_this(), path = characteristic->path(), number] {
     const auto running = thread.lock();
@@ -209,7 +228,7 @@ void LinkGatt::openStream(const Request& request, int descriptor) {
   subscriptions_[characteristic->path()] = {
       .characteristic = characteristic, .stream = std::move(stream), .number = number};
   answerSubscribe(request, std::nullopt);
-  if (inbox->open()) deliver();
+  if (delivery->inbox.open()) post(delivery);
 }
 
 void LinkGatt::streamEnded(const std::string& path, std::uint64_t number) {

@@ -1,13 +1,15 @@
 #include "NotificationStream.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <system_error>
@@ -18,59 +20,92 @@ namespace {
 
 // An attribute value has at most 512 bytes (Bluetooth Core, Vol 3, Part F, 3.2.9).
 constexpr std::size_t kLargestValue = 512;
+// Values that one call receives. What is left is received by the next.
+constexpr std::size_t kMostAtOnce = 32;
+// Far less than the shortest connection interval, 7.5 ms, and than the time in which a reader fills
+// the descriptor's room for 278 values.
+constexpr Time kGathering = std::chrono::milliseconds(1);
 
-bool hasHungUp(int descriptor) {
-  pollfd polled{.fd = descriptor, .events = POLLIN, .revents = 0};
-  return ::poll(&polled, 1, 0) > 0 && (polled.revents & (POLLHUP | POLLERR)) != 0;
-}
+/// Receives what is there, waiting for the first value only: a call for each would cost more than
+/// the value.
+class Receiver {
+ public:
+  explicit Receiver(int descriptor) : descriptor_(descriptor) {
+    for (std::size_t i = 0; i < kMostAtOnce; ++i) {
+      parts_[i] = {.iov_base = bytesOf(i), .iov_len = kLargestValue};
+      messages_[i].msg_hdr.msg_iov = &parts_[i];
+      messages_[i].msg_hdr.msg_iovlen = 1;
+    }
+  }
 
-/// The next value; absent at the end.
-std::optional<NSData> receive(int descriptor) {
-  std::array<std::uint8_t, kLargestValue> bytes{};
-  alignas(cmsghdr) std::array<std::byte, 256> control{};
-  iovec part{.iov_base = bytes.data(), .iov_len = bytes.size()};
-  ssize_t length = -1;
-  msghdr message{};
-  do {
-    message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    length = ::recvmsg(descriptor, &message, MSG_CMSG_CLOEXEC);
-    // A reset is said once, ahead of values that are still there.
-  } while (length < 0 && (errno == EINTR || errno == ECONNRESET));
-  if (length < 0) return std::nullopt;
-  const bool isMessage = length > 0 || message.msg_controllen > 0 || !hasHungUp(descriptor);
-  if (!isMessage) return std::nullopt;
-  return NSData::dataWithBytes_length(bytes.data(), static_cast<std::size_t>(length));
+  /// The next values; none at the end.
+  std::span<const NotificationStream::Value> receive() {
+    int count = -1;
+    do {
+      count = ::recvmmsg(descriptor_, messages_.data(), kMostAtOnce, MSG_WAITFORONE, nullptr);
+      // A reset is said once, ahead of values that are still there.
+    } while (count < 0 && (errno == EINTR || errno == ECONNRESET));
+    std::size_t received = 0;
+    for (int i = 0; i < count && isValue(messages_[received]); ++i) {
+      values_[received] = {bytesOf(received), messages_[received].msg_len};
+      ++received;
+    }
+    return {values_.data(), received};
+  }
+
+ private:
+  [[nodiscard]] std::uint8_t* bytesOf(std::size_t message) const {
+    return bytes_.get() + message * kLargestValue;
+  }
+  // There is no room for the credentials, so the kernel says that they were cut off.
+  static bool isValue(const mmsghdr& message) {
+    return message.msg_len > 0 || (message.msg_hdr.msg_flags & MSG_CTRUNC) != 0;
+  }
+
+  const int descriptor_;
+  // Not set to zero: small values then touch little of it.
+  const std::unique_ptr<std::uint8_t[]> bytes_ =
+      std::make_unique_for_overwrite<std::uint8_t[]>(kMostAtOnce * kLargestValue);
+  std::array<iovec, kMostAtOnce> parts_{};
+  std::array<mmsghdr, kMostAtOnce> messages_{};
+  std::array<NotificationStream::Value, kMostAtOnce> values_{};
+};
+
+/// Whether to let the next values gather for a moment: to hand over each one alone wakes two
+/// threads and costs more than all else that is done with it.
+class Gathering {
+ public:
+  /// After `count` values that came at `now`.
+  bool isWorthwhile(std::size_t count, Time now) {
+    if (count == kMostAtOnce) return false;  // More may wait already.
+    const bool soon = last_ && now - *last_ < (gathered_ ? 2 * kGathering : kGathering);
+    gathered_ = soon && (count > 1 || !gathered_);
+    last_ = now;
+    return gathered_;
+  }
+
+ private:
+  std::optional<Time> last_;
+  bool gathered_ = false;  // The last time it was, so `count` values are what came of it.
+};
+
+/// Wakes without pushing the daemon off the processor, which then hands over all that it has at
+/// once.
+void becomePatient() {
+  const sched_param none{};
+  ::pthread_setschedparam(::pthread_self(), SCHED_BATCH, &none);
 }
 
 }  // namespace
 
-bool ValueInbox::add(NSData value) {
-  const std::scoped_lock lock(mutex_);
-  values_.push_back(std::move(value));
-  return open_ && values_.size() == 1;
-}
+NotificationStream::NotificationStream(int descriptor, Handlers handlers,
+                                       std::shared_ptr<Clock> clock)
+    : descriptor_(descriptor), handlers_(std::move(handlers)), clock_(std::move(clock)) {}
 
-bool ValueInbox::open() {
-  const std::scoped_lock lock(mutex_);
-  open_ = true;
-  return !values_.empty();
-}
-
-std::vector<NSData> ValueInbox::take() {
-  const std::scoped_lock lock(mutex_);
-  return std::exchange(values_, {});
-}
-
-NotificationStream::NotificationStream(int descriptor, Handlers handlers)
-    : descriptor_(descriptor), handlers_(std::move(handlers)) {}
-
-std::unique_ptr<NotificationStream> NotificationStream::start(int descriptor, Handlers handlers) {
+std::unique_ptr<NotificationStream> NotificationStream::start(int descriptor, Handlers handlers,
+                                                              std::shared_ptr<Clock> clock) {
   std::unique_ptr<NotificationStream> stream(
-      new NotificationStream(descriptor, std::move(handlers)));
+      new NotificationStream(descriptor, std::move(handlers), std::move(clock)));
   if (!stream->prepare()) return nullptr;
   try {
     stream->thread_ = std::thread([raw = stream.get()] { raw->drain(); });
@@ -94,7 +129,14 @@ bool NotificationStream::prepare() const {
 }
 
 void NotificationStream::drain() {
-  while (auto value = receive(descriptor_)) handlers_.arrived(std::move(*value));
+  becomePatient();
+  Receiver receiver(descriptor_);
+  Gathering gathering;
+  for (auto values = receiver.receive(); !values.empty(); values = receiver.receive()) {
+    const Time now = clock_->now();
+    handlers_.arrived(values);
+    if (gathering.isWorthwhile(values.size(), now)) clock_->sleepFor(kGathering);
+  }
   if (!stopping_) handlers_.hungUp();
 }
 

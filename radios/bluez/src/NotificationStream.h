@@ -1,9 +1,12 @@
 // Drains a notification descriptor: a thread in a blocking receive takes every value at once, since
 // the daemon drops what a slow reader leaves waiting.
 //
+// A value on its own is handed over at once. Where they come so dense that each would be handed
+// over alone, the thread lets those of a millisecond gather.
+//
 // The descriptor keeps the boundaries of values, and a value may be empty, so an empty read is no
-// end by itself. Every received message carries its sender's credentials here, also an empty one;
-// the end of the descriptor carries none.
+// end by itself. Every received message has its sender's credentials here, also an empty one; the
+// end of the descriptor has none.
 //
 // Threads: `start` and `stop` on one thread; the handlers are called on the stream's own.
 // Lifetime: owns the descriptor and the thread. After `stop` no handler is called.
@@ -11,42 +14,31 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
+#include <span>
 #include <thread>
-#include <vector>
 
-#include "KestrinBLESDK/platform/NSData.h"
+#include "KestrinBLESDK/platform/Clock.h"
 
 namespace kestrin::bluez {
 
-/// Values on their way to the main run loop: unbounded, with one wake-up for a batch. Closed at
-/// first, so that an event can be put in front of the first value.
-class ValueInbox {
- public:
-  /// Adds a value; answers whether somebody must be told to take what is there.
-  bool add(NSData value);
-  /// Lets values through from now on; answers as `add` does.
-  bool open();
-  std::vector<NSData> take();
-
- private:
-  std::mutex mutex_;
-  std::vector<NSData> values_;
-  bool open_ = false;
-};
-
 class NotificationStream {
  public:
+  /// A value's bytes, valid during the call.
+  using Value = std::span<const std::uint8_t>;
   struct Handlers {
-    std::function<void(NSData)> arrived;
+    /// What was there to be received, at least one value.
+    std::function<void(std::span<const Value>)> arrived;
     /// The other side has hung up; every value before that has arrived.
     std::function<void()> hungUp;
   };
 
   /// Takes the descriptor over, in any case.
-  static std::unique_ptr<NotificationStream> start(int descriptor, Handlers handlers);
+  static std::unique_ptr<NotificationStream> start(
+      int descriptor, Handlers handlers,
+      std::shared_ptr<Clock> clock = std::make_shared<MonotonicClock>());
   ~NotificationStream();
   NotificationStream(const NotificationStream&) = delete;
   NotificationStream& operator=(const NotificationStream&) = delete;
@@ -55,12 +47,13 @@ class NotificationStream {
   void stop();
 
  private:
-  NotificationStream(int descriptor, Handlers handlers);
+  NotificationStream(int descriptor, Handlers handlers, std::shared_ptr<Clock> clock);
   bool prepare() const;
   void drain();
 
   const int descriptor_;
   const Handlers handlers_;
+  const std::shared_ptr<Clock> clock_;
   std::atomic<bool> stopping_ = false;
   std::thread thread_;
 };
