@@ -302,5 +302,14 @@ TEST(DeliveryLog, MayDropTheManagerOrReadBytes) {
   EXPECT_EQ(log->lines, (Events{kHeardA[0], kMessageError, kMessageError, kHeardB[0]}));
 }
 
+TEST_F(Delivery, LeavesNobodyWhoKeepsTheManager) {
+  EXPECT_EQ(arrive(joined({kFrameA, {0x00}})), kHeardA);
+  EXPECT_EQ(manager.use_count(), 1);
+  // Also where the parse is not that of an arrival.
+  KestrinBleMgrTestPeer::parseRcpFrmReader(*manager);
+  EXPECT_EQ(log->take(), kHeardA);
+  EXPECT_EQ(manager.use_count(), 1);
+}
+
 }  // namespace
 }  // namespace kestrin::test
