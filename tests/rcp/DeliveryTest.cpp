@@ -302,6 +302,52 @@ TEST(DeliveryLog, MayDropTheManagerOrReadBytes) {
   EXPECT_EQ(log->lines, (Events{kHeardA[0], kMessageError, kMessageError, kHeardB[0]}));
 }
 
+/// Drops the manager when it hears the line, and looks whether it is still there.
+class DroppingSink final : public NSLogSink {
+ public:
+  DroppingSink(std::string word, std::shared_ptr<KestrinBleMgr>& manager)
+      : word_(std::move(word)), manager_(manager) {}
+  void write(std::string_view line) noexcept override {
+    if (!line.starts_with(word_) || !manager_) return;
+    const std::weak_ptr<KestrinBleMgr> alive = manager_;
+    manager_.reset();
+    wasKept = !alive.expired();
+  }
+  bool wasKept = false;
+
+ private:
+  const std::string word_;
+  std::shared_ptr<KestrinBleMgr>& manager_;
+};
+
+TEST(DroppedInAParse, IsKeptUntilItsEndWhateverLineTheLogDropsItIn) {
+  Bytes wrongMark = kFrameA;
+  wrongMark[6] = 0x7F;
+  Bytes wrongCrc = kFrameA;
+  wrongCrc[8] ^= 1;
+  const std::vector<std::pair<std::string, Bytes>> lines = {
+      {kMessageError, kGetReaderInfo},
+      {kLengthError, {0xBB, 0x01, 0x22, 0x03, 0xFE}},
+      {"[ERROR]parseFrmReader:ENDMARK", wrongMark},
+      {"[Test]", wrongMark},
+      {kCrcError, wrongCrc},
+      {"[RX BLE]", kFrameA},
+  };
+  for (const auto& [line, bytes] : lines) {
+    std::shared_ptr<KestrinBleMgr> manager;
+    const auto sink = std::make_shared<DroppingSink>(line, manager);
+    Platform platform;
+    platform.log = sink;
+    platform.notificationCenter = std::make_shared<NSNotificationCenter>();
+    manager = KestrinBleMgr::init(platform);
+    const std::weak_ptr<KestrinBleMgr> alive = manager;
+    manager->readData(NSData(bytes));
+    EXPECT_EQ(manager, nullptr) << line << " was not heard";
+    EXPECT_TRUE(sink->wasKept) << line;
+    EXPECT_TRUE(alive.expired()) << line;
+  }
+}
+
 TEST_F(Delivery, LeavesNobodyWhoKeepsTheManager) {
   EXPECT_EQ(arrive(joined({kFrameA, {0x00}})), kHeardA);
   EXPECT_EQ(manager.use_count(), 1);
