@@ -20,17 +20,6 @@ constexpr std::optional<std::uint8_t> digitValue(char c) {
   return std::nullopt;
 }
 
-// The two digits of each byte, one byte behind the other.
-constexpr auto kPairs = [] {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::array<char, 512> pairs{};
-  for (std::size_t byte = 0; byte < pairs.size() / 2; ++byte) {
-    pairs[2 * byte] = kDigits[byte >> 4];
-    pairs[2 * byte + 1] = kDigits[byte & 0x0F];
-  }
-  return pairs;
-}();
-
 void explain(NSError* error, std::string_view text, const std::string& what) {
   if (error == nullptr) return;
   *error = {KestrinErrorDomain, 1,
@@ -74,25 +63,19 @@ std::optional<std::uint16_t> CBUUID::shortUUID() const noexcept {
   return std::nullopt;
 }
 
-// Asked for with every value that a reader sends, to route it.
 std::string CBUUID::UUIDString() const {
-  std::array<char, kFullText> text{};
-  char* end = text.data();
-  const auto put = [&](std::size_t first, std::size_t last) {
-    for (std::size_t i = first; i < last; ++i) end = std::copy_n(&kPairs[bytes_[i] * 2UL], 2, end);
-  };
-  if (shortUUID()) {
-    put(2, 4);
-    return {text.data(), end};
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  const bool isShort = shortUUID().has_value();
+  const std::size_t first = isShort ? 2 : 0;
+  const std::size_t last = isShort ? 4 : bytes_.size();
+  std::string text;
+  text.reserve(kFullText);
+  for (std::size_t i = first; i < last; ++i) {
+    if (!isShort && isHyphenPlace(text.size())) text += '-';
+    text += kDigits[bytes_[i] >> 4];
+    text += kDigits[bytes_[i] & 0x0F];
   }
-  put(0, 4);
-  for (std::size_t i = 4; i < 10; i += 2) {
-    *end++ = '-';
-    put(i, i + 2);
-  }
-  *end++ = '-';
-  put(10, bytes_.size());
-  return {text.data(), end};
+  return text;
 }
 
 }  // namespace kestrin
