@@ -49,6 +49,13 @@ function(kestrin_harden target)
   target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)
 endfunction()
 
+# A program says by itself what ThreadSanitizer is not to report in it.
+function(kestrin_spare_others target)
+  if(KESTRIN_SANITIZE MATCHES "thread")
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/ThreadSanitizer.cpp)
+  endif()
+endfunction()
+
 # kestrin_add_library(NAME [STATIC] SOURCES ... [LINK_PUBLIC ...] [LINK_PRIVATE ...])
 # The alias is KestrinBLESDK::NAME.
 function(kestrin_add_library name)
@@ -77,6 +84,7 @@ function(kestrin_add_executable name)
   kestrin_configure(${name})
   kestrin_harden(${name})
   target_link_libraries(${name} PRIVATE ${arg_LINK})
+  kestrin_spare_others(${name})
 endfunction()
 
 # What nearly every test includes, compiled once: the test framework is most of what a test file
@@ -112,6 +120,7 @@ function(kestrin_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMIZED;OWN_HEADERS" ""
     "SOURCES;LINK;LABELS;DEFINITIONS")
   add_executable(${name} ${arg_SOURCES})
+  kestrin_spare_others(${name})
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   if(arg_OPTIMIZED)
