@@ -54,6 +54,12 @@ def phase_lines(rows, phase):
         yield Line(SECTION, f"{phase}: library, values lost in all turns", lost, goal=Goal(0, exactly=True))
 
 
+def how_often(rows):
+    boots = {row["boot"] for row in rows}
+    runs = {(row["boot"], row["turn"]) for row in rows}
+    return f"{len(boots)} starts of the machine, {len(runs)} turns of each client in all"
+
+
 def spent(rows):
     """Cells: what each client's runs took of the processor, and what was lost in all of them."""
     rows = Rows(rows)
