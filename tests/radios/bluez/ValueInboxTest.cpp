@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 namespace kestrin::bluez {
@@ -53,6 +54,26 @@ TEST(ValueInbox, ValuesThatCameTogetherStayApartAndInOrder) {
   auto twice = sent;
   twice.insert(twice.end(), sent.begin(), sent.end());
   EXPECT_EQ(take(inbox), twice);
+}
+
+TEST(ValueInbox, IsFilledOnOneThreadWhileAnotherTakes) {
+  constexpr int kValues = 20'000;
+  ValueInbox inbox;
+  inbox.open();
+  std::thread adding([&inbox] {
+    for (int number = 0; number < kValues; ++number) {
+      add(inbox, {static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)});
+    }
+  });
+  int next = 0;
+  while (next < kValues) {
+    for (const Bytes& value : take(inbox)) {
+      EXPECT_EQ(value[0] << 8 | value[1], next);
+      ++next;
+    }
+    std::this_thread::yield();
+  }
+  adding.join();
 }
 
 TEST(ValueInbox, NothingAddedWakesNobody) {
