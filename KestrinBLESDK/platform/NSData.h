@@ -19,6 +19,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KestrinBLESDK/platform/Export.h"
@@ -88,6 +89,19 @@ class KESTRIN_EXPORT NSMutableData {
   /// A buffer holding a copy of `bytes`.
   explicit NSMutableData(std::span<const std::uint8_t> bytes)
       : storage_(bytes.begin(), bytes.end()), length_(bytes.size()) {}
+  NSMutableData(const NSMutableData&) = default;
+  NSMutableData& operator=(const NSMutableData&) = default;
+  /// Takes the bytes of `other` over, which is empty afterwards.
+  NSMutableData(NSMutableData&& other) noexcept
+      : storage_(std::exchange(other.storage_, {})), length_(std::exchange(other.length_, 0)) {}
+  /// The same, in the place of this buffer's own bytes.
+  NSMutableData& operator=(NSMutableData&& other) noexcept {
+    auto bytes = std::exchange(other.storage_, {});
+    length_ = std::exchange(other.length_, 0);
+    storage_ = std::move(bytes);
+    return *this;
+  }
+  ~NSMutableData() = default;
 
   /// `length` The number of bytes.
   [[nodiscard]] std::size_t length() const noexcept { return length_; }

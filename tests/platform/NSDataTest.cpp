@@ -141,6 +141,21 @@ TEST(NSMutableDataBytes, OutsideTheBufferAreNoneToReplace) {
   EXPECT_EQ(data.copy(), (NSData{1, 2, 7}));
 }
 
+TEST(NSMutableDataBytes, AreGoneFromWhereTheyWereTakenOver) {
+  NSMutableData first(Bytes{1, 2, 3});
+  NSMutableData second = std::move(first);
+  EXPECT_EQ(second.copy(), (NSData{1, 2, 3}));
+  // NOLINTBEGIN(bugprone-use-after-move): that is what is looked at.
+  EXPECT_EQ(first.length(), 0U);
+  first.appendData(NSData{4});
+  EXPECT_EQ(first.copy(), NSData{4});
+  first = std::move(second);
+  EXPECT_EQ(first.copy(), (NSData{1, 2, 3}));
+  second.appendData(NSData{5});
+  EXPECT_EQ(second.copy(), NSData{5});
+  // NOLINTEND(bugprone-use-after-move)
+}
+
 /// Beside a plain vector, on which the same is done in the standard library's own way.
 TEST(NSMutableDataBytes, AreThoseOfAPlainListWhateverIsDoneToThem) {
   std::mt19937 random(417);
