@@ -89,7 +89,9 @@ class KESTRIN_EXPORT NSMutableData {
   /// A buffer holding a copy of `bytes`.
   explicit NSMutableData(std::span<const std::uint8_t> bytes)
       : storage_(bytes.begin(), bytes.end()), length_(bytes.size()) {}
+  /// A buffer holding a copy of the other's bytes.
   NSMutableData(const NSMutableData&) = default;
+  /// The same, in the place of this buffer's own bytes.
   NSMutableData& operator=(const NSMutableData&) = default;
   /// Takes the bytes of `other` over, which is empty afterwards.
   NSMutableData(NSMutableData&& other) noexcept
