@@ -4,6 +4,12 @@
 #include <cstring>
 
 namespace kestrin {
+namespace {
+
+// What a growable buffer has room for at least, once it grows: many of the shortest arrivals.
+constexpr std::size_t kLeastRoom = 512;
+
+}  // namespace
 
 NSData::NSData(std::initializer_list<std::uint8_t> bytes)
     : NSData(std::span(bytes.begin(), bytes.size())) {}
@@ -30,25 +36,32 @@ NSMutableData NSData::mutableCopy() const { return NSMutableData(span()); }
 
 std::string NSData::description() const { return descriptionOfBytes(span()); }
 
-void NSMutableData::grow(std::size_t length) {
-  storage_.resize(std::max(length, 2 * storage_.size()));
+void NSMutableData::makeRoomFor(std::size_t length) {
+  // Moved to the front only when that frees half of the room, so that bytes are not moved for every
+  // few that are added.
+  const bool enough = length <= storage_.size() && first_ >= storage_.size() / 2;
+  if (first_ > 0) std::memmove(storage_.data(), bytes(), length_);
+  first_ = 0;
+  if (!enough) storage_.resize(std::max({length, 2 * storage_.size(), kLeastRoom}));
 }
 
 void NSMutableData::setLength(std::size_t length) {
-  if (length > storage_.size()) grow(length);
-  if (length > length_) std::fill_n(storage_.data() + length_, length - length_, std::uint8_t{0});
+  if (length > storage_.size() - first_) makeRoomFor(length);
+  std::uint8_t* const first = storage_.data() + first_;
+  if (length > length_) std::fill_n(first + length_, length - length_, std::uint8_t{0});
+  if (length == 0) first_ = 0;
   length_ = length;
 }
 
-void NSMutableData::replaceBytesInRange_withBytes_length(NSRange range, const std::uint8_t* bytes,
-                                                         std::size_t length) {
-  const std::size_t first = std::min(range.location, length_);
-  const std::size_t behind = first + std::min(range.length, length_ - first);
+void NSMutableData::replaceInside(NSRange range, const std::uint8_t* bytes, std::size_t length) {
+  const std::size_t start = std::min(range.location, length_);
+  const std::size_t behind = start + std::min(range.length, length_ - start);
   const std::size_t rest = length_ - behind;
-  const std::size_t whole = first + length + rest;
-  if (whole > storage_.size()) grow(whole);
-  if (rest > 0) std::memmove(storage_.data() + first + length, storage_.data() + behind, rest);
-  std::copy_n(bytes, length, storage_.data() + first);
+  const std::size_t whole = start + length + rest;
+  if (whole > storage_.size() - first_) makeRoomFor(whole);
+  std::uint8_t* const first = storage_.data() + first_;
+  if (rest > 0) std::memmove(first + start + length, first + behind, rest);
+  std::copy_n(bytes, length, first + start);
   length_ = whole;
 }
 

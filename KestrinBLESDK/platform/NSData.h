@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <span>
@@ -95,10 +96,13 @@ class KESTRIN_EXPORT NSMutableData {
   NSMutableData& operator=(const NSMutableData&) = default;
   /// Takes the bytes of `other` over, which is empty afterwards.
   NSMutableData(NSMutableData&& other) noexcept
-      : storage_(std::exchange(other.storage_, {})), length_(std::exchange(other.length_, 0)) {}
+      : storage_(std::exchange(other.storage_, {})),
+        first_(std::exchange(other.first_, 0)),
+        length_(std::exchange(other.length_, 0)) {}
   /// The same, in the place of this buffer's own bytes.
   NSMutableData& operator=(NSMutableData&& other) noexcept {
     auto bytes = std::exchange(other.storage_, {});
+    first_ = std::exchange(other.first_, 0);
     length_ = std::exchange(other.length_, 0);
     storage_ = std::move(bytes);
     return *this;
@@ -108,12 +112,13 @@ class KESTRIN_EXPORT NSMutableData {
   /// `length` The number of bytes.
   [[nodiscard]] std::size_t length() const noexcept { return length_; }
   /// `bytes` The first byte; valid until the buffer is changed next.
-  [[nodiscard]] const std::uint8_t* bytes() const noexcept { return storage_.data(); }
+  [[nodiscard]] const std::uint8_t* bytes() const noexcept { return storage_.data() + first_; }
   /// `appendData:` Adds the bytes at the end.
   void appendData(const NSData& data) {
-    if (data.length() > storage_.size() - length_) grow(length_ + data.length());
-    std::copy_n(data.bytes(), data.length(), storage_.data() + length_);
-    length_ += data.length();
+    const std::size_t added = data.length();
+    if (added > storage_.size() - first_ - length_) makeRoomFor(length_ + added);
+    copyBytes(data.bytes(), added, storage_.data() + first_ + length_);
+    length_ += added;
   }
   /// `setLength:` Cuts the buffer to `length` bytes, or grows it with zero bytes.
   void setLength(std::size_t length);
@@ -121,19 +126,41 @@ class KESTRIN_EXPORT NSMutableData {
   /// way to the `length` bytes at `bytes`, which are not this buffer's own; with a length of 0,
   /// where `bytes` may be null, it is taken out.
   void replaceBytesInRange_withBytes_length(NSRange range, const std::uint8_t* bytes,
-                                            std::size_t length);
+                                            std::size_t length) {
+    if (range.location == 0 && length == 0) {
+      dropFirst(std::min(range.length, length_));
+    } else {
+      replaceInside(range, bytes, length);
+    }
+  }
   /// `copy` An immutable buffer holding a copy of the bytes.
   [[nodiscard]] NSData copy() const { return NSData(span()); }
   /// A view of the bytes, valid until the buffer is changed next.
-  [[nodiscard]] std::span<const std::uint8_t> span() const noexcept {
-    return {storage_.data(), length_};
-  }
+  [[nodiscard]] std::span<const std::uint8_t> span() const noexcept { return {bytes(), length_}; }
 
  private:
-  void grow(std::size_t length);
+  void makeRoomFor(std::size_t length);
+  void replaceInside(NSRange range, const std::uint8_t* bytes, std::size_t length);
+  void dropFirst(std::size_t count) noexcept {
+    length_ -= count;
+    first_ = length_ == 0 ? 0 : first_ + count;
+  }
+  // The payload of the smallest packets, 20 bytes, is copied as two overlapping halves: a call
+  // would cost more than the copy.
+  static void copyBytes(const std::uint8_t* from, std::size_t length, std::uint8_t* to) noexcept {
+    constexpr std::size_t kHalf = 16;
+    if (length >= kHalf && length <= 2 * kHalf) {
+      std::memcpy(to, from, kHalf);
+      std::memcpy(to + length - kHalf, from + length - kHalf, kHalf);
+    } else {
+      std::copy_n(from, length, to);
+    }
+  }
 
-  // The bytes and what room is left behind them, so that adding a few is no more than a copy.
+  // The bytes, with room in front of them that those have left that were taken out there, and room
+  // behind them: so that adding a few is no more than a copy, and taking the first out moves none.
   std::vector<std::uint8_t> storage_;
+  std::size_t first_ = 0;
   std::size_t length_ = 0;
 };
 
