@@ -133,10 +133,9 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   static void clearRcpFrmReader(RcpFrmReader* reader) noexcept;
   std::int32_t parseRcpFrmReader() noexcept;
   class Parse;  // One parse of the receive buffer.
+  void letWait(const NSData& data) noexcept;
+  void parseArrival() noexcept;
   void takeWaitingArrivals() noexcept;
-  /// A receiver or a log sink may drop the manager: called before either is, in a parse.
-  void keepWhileParsing() noexcept;
-  void keepFrom(std::size_t start) noexcept;
   void hopTwice(WorkReference work) const noexcept;
 
   // Background (link/KestrinBleMgr.cpp).

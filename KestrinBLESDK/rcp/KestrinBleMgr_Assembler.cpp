@@ -22,7 +22,7 @@ namespace {
 /// A buffer of up to this many bytes keeps its memory when it is trimmed: two of the longest frames
 /// and one of the longest notifications (Bluetooth Core, Vol 3, Part F, 3.2.9) fit. What a longer
 /// one took, while bytes without a preamble waited in it, is given back.
-constexpr std::size_t kKeptBuffer = 4096;
+constexpr std::int32_t kKeptBuffer = 4096;
 
 }  // namespace
 
@@ -31,11 +31,17 @@ class KestrinBleMgr::Parse final {
  public:
   /// Adds an arrival to the buffer, in front of its parse.
   [[gnu::always_inline]] static void gather(KestrinBleMgr& manager, const NSData& data) noexcept {
-    if (manager._mutableReceivedData) {
-      manager._mutableReceivedData->appendData(data);
-    } else {
-      manager._mutableReceivedData = data.mutableCopy();
-    }
+    if (!manager._mutableReceivedData) manager._mutableReceivedData.emplace();
+    manager._mutableReceivedData->appendData(data);
+  }
+
+  /// Whether `bytes` are the beginning of one frame of the usual form, and no more: a parse of them
+  /// tells nobody anything and keeps them all.
+  [[gnu::always_inline]] static bool isUnfinished(std::span<const std::uint8_t> bytes) noexcept {
+    return bytes.size() >= rcp::kHeaderLength && bytes[0] == rcp::kPreamble &&
+           (bytes[1] & rcp::kReceivedTypeMask) != 0 &&
+           payloadLength(bytes) < rcp::kRejectedPayloadLength &&
+           bytes.size() <= rcp::kHeaderLength + std::size_t{payloadLength(bytes)};
   }
 
   explicit Parse(KestrinBleMgr& manager) noexcept
@@ -54,16 +60,16 @@ class KestrinBleMgr::Parse final {
   }
 
  private:
+  [[gnu::always_inline]] static std::uint16_t payloadLength(
+      std::span<const std::uint8_t> header) noexcept {
+    return static_cast<std::uint16_t>(header[3] << 8 | header[4]);
+  }
+
   /// Acts on the byte at `i` and returns the index of the last byte passed.
   [[gnu::always_inline]] std::int32_t examine(std::int32_t i) noexcept {
     switch (reader_.state) {
       case RcpFrmState::Preamble:
         i = seekPreamble(i);
-        if (reader_.state != RcpFrmState::CrcLow) break;
-        [[fallthrough]];
-      case RcpFrmState::CrcLow:
-        if (acceptFrame(std::span(p_ + start_, p_ + i + 1))) end_ = i;
-        clearRcpFrmReader(&reader_);
         break;
       case RcpFrmState::MessageType:
         judgeMessageType(p_[i]);
@@ -87,40 +93,47 @@ class KestrinBleMgr::Parse final {
       case RcpFrmState::CrcHigh:
         reader_.state = RcpFrmState::CrcLow;
         break;
+      case RcpFrmState::CrcLow:
+        takeFrame(i);
+        clearRcpFrmReader(&reader_);
+        break;
     }
     return i;
   }
 
-  /// Takes the first preamble at or after `i`, and of its frame what needs no look at each byte.
+  /// Takes the frames of the usual form at and after `i`, one behind the other or with other bytes
+  /// between them, and of the next what needs no look at each byte.
   [[gnu::always_inline]] std::int32_t seekPreamble(std::int32_t i) noexcept {
-    if (p_[i] != rcp::kPreamble) {
-      const void* found = std::memchr(p_ + i, rcp::kPreamble, static_cast<std::size_t>(n_ - i));
-      if (found == nullptr) {
-        reader_.count = 0;
-        return n_ - 1;
+    for (; i < n_; ++i) {
+      if (p_[i] != rcp::kPreamble) {
+        const void* found = std::memchr(p_ + i, rcp::kPreamble, static_cast<std::size_t>(n_ - i));
+        if (found == nullptr) break;
+        i = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(found) - p_);
       }
-      i = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(found) - p_);
-      reader_.count = 1;
+      start_ = i;
+      const std::span<const std::uint8_t> rest(p_ + i, p_ + n_);
+      const std::size_t whole = wholeFrame(rest);
+      if (whole == 0) {
+        reader_.state = RcpFrmState::MessageType;
+        reader_.count = 1;
+        return isUnfinished(rest) ? n_ - 1 : i;
+      }
+      i += static_cast<std::int32_t>(whole) - 1;
+      takeFrame(i);
     }
-    start_ = i;
-    reader_.state = RcpFrmState::MessageType;
-    return i + passWhole(std::span(p_ + i, p_ + n_));
+    reader_.count = 0;
+    return n_ - 1;
   }
 
-  /// How many of `bytes`, which begin with a preamble, are passed behind it. Of a frame of the
-  /// usual form, with its header and end mark right, that is up to its last byte; while its payload
-  /// is not all there, all there is. Of any other none, so that each byte is looked at.
-  [[gnu::always_inline]] std::int32_t passWhole(std::span<const std::uint8_t> bytes) noexcept {
-    if (bytes.size() < rcp::kHeaderLength) return 0;
-    if ((bytes[1] & rcp::kReceivedTypeMask) == 0) return 0;
-    const auto length = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
-    if (length >= rcp::kRejectedPayloadLength) return 0;
-    const std::size_t endMark = rcp::kHeaderLength + std::size_t{length};
-    if (bytes.size() <= endMark) return static_cast<std::int32_t>(bytes.size()) - 1;
-    const std::size_t last = endMark + rcp::kTrailerLength - 1;
-    if (bytes.size() <= last || bytes[endMark] != rcp::kEndMark) return 0;
-    reader_.state = RcpFrmState::CrcLow;
-    return static_cast<std::int32_t>(last);
+  /// The length of the frame of the usual form that `bytes` begin with, its header and end mark
+  /// right; 0 when there is no such, or not all of it.
+  [[gnu::always_inline]] static std::size_t wholeFrame(
+      std::span<const std::uint8_t> bytes) noexcept {
+    constexpr std::size_t kShortest = rcp::kHeaderLength + rcp::kTrailerLength;
+    if (bytes.size() < kShortest || (bytes[1] & rcp::kReceivedTypeMask) == 0) return 0;
+    const std::size_t length = payloadLength(bytes);
+    if (length >= rcp::kRejectedPayloadLength || bytes.size() < kShortest + length) return 0;
+    return bytes[rcp::kHeaderLength + length] == rcp::kEndMark ? kShortest + length : 0;
   }
 
   [[gnu::always_inline]] void judgeMessageType(std::uint8_t abyte) noexcept {
@@ -128,7 +141,7 @@ class KestrinBleMgr::Parse final {
       reader_.state = RcpFrmState::Code;
       return;
     }
-    manager_.keepWhileParsing();
+    keepManager();
     manager_.log("[ERROR]parseFrmReader:MESSAGE");
     clearRcpFrmReader(&reader_);
   }
@@ -137,7 +150,7 @@ class KestrinBleMgr::Parse final {
     reader_.length = static_cast<std::uint16_t>(reader_.length | abyte);
     if (reader_.length >= rcp::kRejectedPayloadLength) {
       clearRcpFrmReader(&reader_);
-      manager_.keepWhileParsing();
+      keepManager();
       manager_.log("[ERROR]parseFrmReader:LENGTH2");
       return;
     }
@@ -159,26 +172,27 @@ class KestrinBleMgr::Parse final {
       reader_.state = RcpFrmState::CrcHigh;
       return;
     }
-    manager_.keepWhileParsing();
+    keepManager();
     manager_.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
     manager_.log("[Test] %@", *manager_._mutableReceivedData);
     clearRcpFrmReader(&reader_);
   }
 
-  /// Delivers the frame if its CRC is right, and answers whether it was.
-  [[gnu::always_inline]] bool acceptFrame(std::span<const std::uint8_t> bytes) noexcept {
+  /// Delivers the frame that ends at `i` if its CRC is right.
+  [[gnu::always_inline]] void takeFrame(std::int32_t i) noexcept {
+    const std::span bytes(p_ + start_, p_ + i + 1);
     std::uint16_t acc = rcp::kCrcInitial;
     // From the message type on: the preamble is not covered, the CRC's own bytes are.
     for (const std::uint8_t abyte : bytes.subspan(1)) acc = getCrcPolynomial_acc(abyte, acc);
-    manager_.keepWhileParsing();
+    keepManager();
     if (acc != 0) {
       manager_.log("[parseRcpFrmReader] CRC_ERROR");
-      return false;
+      return;
     }
     const std::optional<NSData> frame(std::in_place, bytes);
     manager_.log("[RX BLE] %@", frame);
     deliver(frame);
-    return true;
+    end_ = i;
   }
 
   [[gnu::always_inline]] void deliver(const std::optional<NSData>& frame) noexcept {
@@ -200,9 +214,26 @@ class KestrinBleMgr::Parse final {
     if (n_ == end_ + 1) {
       manager_._mutableReceivedData->setLength(0);
     } else if (start_ > 0) {
-      manager_.keepFrom(static_cast<std::size_t>(start_));
+      keepFrom(static_cast<std::size_t>(start_));
     }
     // From index 0 on the kept bytes are the buffer as it is.
+  }
+
+  [[gnu::always_inline]] void keepFrom(std::size_t start) noexcept {
+    NSMutableData& buffer = *manager_._mutableReceivedData;
+    if (n_ > kKeptBuffer) {
+      buffer = NSMutableData(buffer.span().subspan(start));
+    } else {
+      buffer.replaceBytesInRange_withBytes_length({0, start}, nullptr, 0);
+    }
+  }
+
+  /// A receiver or a log sink may drop the manager: called before either is. Not before, since most
+  /// arrivals complete no frame. Outside an arrival whoever asked for the parse keeps the manager.
+  [[gnu::always_inline]] void keepManager() noexcept {
+    if (manager_.parsing_ && !manager_.keptWhileParsing_) {
+      manager_.keptWhileParsing_ = manager_.shared_from_this();
+    }
   }
 
   KestrinBleMgr& manager_;
@@ -226,20 +257,28 @@ void KestrinBleMgr::clearRcpFrmReader(RcpFrmReader* reader) noexcept {
 
 std::int32_t KestrinBleMgr::readData(const NSData& data) noexcept {
   if (parsing_) {
-    // A receiver feeds bytes from inside a delivery: the running parse goes over a buffer that must
-    // not change under it, and each arrival has a parse of its own.
-    waitingArrivals_.push_back(data);
+    letWait(data);
     return 0;
   }
-  parsing_ = true;
   Parse::gather(*this, data);
-  Parse(*this).run();
-  if (keptWhileParsing_) {
-    takeWaitingArrivals();
-  } else {
-    parsing_ = false;  // Nobody was called, so nothing waits.
-  }
+  // Most arrivals are the middle of a frame.
+  if (!Parse::isUnfinished(_mutableReceivedData->span())) parseArrival();
   return 0;
+}
+
+[[gnu::noinline]] void KestrinBleMgr::letWait(const NSData& data) noexcept {
+  // A receiver feeds bytes from inside a delivery: the running parse goes over a buffer that must
+  // not change under it, and each arrival has a parse of its own.
+  waitingArrivals_.push_back(data);
+}
+
+[[gnu::noinline]] void KestrinBleMgr::parseArrival() noexcept {
+  parsing_ = true;
+  Parse(*this).run();
+  if (!waitingArrivals_.empty()) takeWaitingArrivals();
+  parsing_ = false;
+  // From here on nothing of this object is touched: this may be its last owner.
+  const auto self = std::move(keptWhileParsing_);
 }
 
 std::int32_t KestrinBleMgr::parseRcpFrmReader() noexcept {
@@ -253,24 +292,6 @@ void KestrinBleMgr::takeWaitingArrivals() noexcept {
       Parse::gather(*this, waiting);
       parseRcpFrmReader();
     }
-  }
-  parsing_ = false;
-  // From here on nothing of this object is touched: this may be its last owner.
-  const auto self = std::move(keptWhileParsing_);
-}
-
-void KestrinBleMgr::keepWhileParsing() noexcept {
-  // Only once somebody is called: most arrivals complete no frame. Outside an arrival whoever asked
-  // for the parse keeps the object.
-  if (parsing_ && !keptWhileParsing_) keptWhileParsing_ = shared_from_this();
-}
-
-void KestrinBleMgr::keepFrom(std::size_t start) noexcept {
-  const auto all = _mutableReceivedData->span();
-  if (all.size() > kKeptBuffer) {
-    _mutableReceivedData = NSMutableData(all.subspan(start));
-  } else {
-    _mutableReceivedData->replaceBytesInRange_withBytes_length({0, start}, nullptr, 0);
   }
 }
 
