@@ -1,7 +1,7 @@
 // The receive assembler: gathers notified bytes, finds and checks whole frames, delivers each.
 //
-// It does no work twice within a parse: a preamble is sought with `memchr`, a frame of the usual
-// form is passed in one stride, and the CRC runs over a frame once, when its last byte is there.
+// It does no work twice within a parse: a preamble is sought with `memchr`, a frame is judged by
+// its header and its end mark alone, and the CRC runs over it once, when its last byte is there.
 // What can be observed (deliveries, log lines, their order, and the bytes that are kept) is that of
 // looking at the buffer byte by byte.
 //
@@ -35,13 +35,10 @@ class KestrinBleMgr::Parse final {
     manager._mutableReceivedData->appendData(data);
   }
 
-  /// Whether `bytes` are the beginning of one frame of the usual form, and no more: a parse of them
-  /// tells nobody anything and keeps them all.
+  /// Whether `bytes` are the beginning of one frame and no more: a parse of them tells nobody
+  /// anything and keeps them all. Not so a lone preamble, which a parse drops.
   [[gnu::always_inline]] static bool isUnfinished(std::span<const std::uint8_t> bytes) noexcept {
-    return bytes.size() >= rcp::kHeaderLength && bytes[0] == rcp::kPreamble &&
-           (bytes[1] & rcp::kReceivedTypeMask) != 0 &&
-           payloadLength(bytes) < rcp::kRejectedPayloadLength &&
-           bytes.size() <= rcp::kHeaderLength + std::size_t{payloadLength(bytes)};
+    return bytes.size() > 1 && bytes[0] == rcp::kPreamble && judge(bytes).count > bytes.size();
   }
 
   explicit Parse(KestrinBleMgr& manager) noexcept
@@ -51,148 +48,81 @@ class KestrinBleMgr::Parse final {
         p_(manager._mutableReceivedData->bytes()) {}
 
   [[gnu::always_inline]] void run() noexcept {
-    clearRcpFrmReader(&reader_);
-    for (std::int32_t i = 0; i < n_; ++i) {
-      ++reader_.count;
-      i = examine(i);
+    for (std::int32_t i = 0; i < n_; i = start_ + pass(std::span(p_ + start_, p_ + n_))) {
+      const void* preamble = p_ + i;
+      if (p_[i] != rcp::kPreamble) {
+        preamble = std::memchr(preamble, rcp::kPreamble, static_cast<std::size_t>(n_ - i));
+        if (preamble == nullptr) break;
+      }
+      start_ = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(preamble) - p_);
     }
     trim();
   }
 
  private:
-  [[gnu::always_inline]] static std::uint16_t payloadLength(
-      std::span<const std::uint8_t> header) noexcept {
-    return static_cast<std::uint16_t>(header[3] << 8 | header[4]);
+  /// What decides about the frame that `bytes` begin with: the first byte that is wrong, or not
+  /// there yet, or the frame's last. `count` is the number of bytes up to and with it, and more
+  /// than there are when it is not there.
+  [[gnu::always_inline]] static RcpFrmReader judge(std::span<const std::uint8_t> bytes) noexcept {
+    RcpFrmReader reader;
+    clearRcpFrmReader(&reader);
+    reader.state = RcpFrmState::MessageType;
+    reader.count = 2;
+    if (bytes.size() < reader.count || (bytes[1] & rcp::kReceivedTypeMask) == 0) return reader;
+    reader.state = RcpFrmState::LengthLow;
+    reader.count = rcp::kHeaderLength;
+    if (bytes.size() < reader.count) return reader;
+    reader.length = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
+    if (reader.length >= rcp::kRejectedPayloadLength) return reader;
+    const auto endMark = static_cast<std::uint16_t>(rcp::kHeaderLength + reader.length);
+    reader.state = RcpFrmState::EndMark;
+    reader.count = static_cast<std::uint16_t>(endMark + 1);
+    if (bytes.size() < reader.count || bytes[endMark] != rcp::kEndMark) return reader;
+    reader.state = RcpFrmState::CrcLow;
+    reader.count = static_cast<std::uint16_t>(endMark + rcp::kTrailerLength);
+    return reader;
   }
 
-  /// Acts on the byte at `i` and returns the index of the last byte passed.
-  [[gnu::always_inline]] std::int32_t examine(std::int32_t i) noexcept {
-    switch (reader_.state) {
-      case RcpFrmState::Preamble:
-        i = seekPreamble(i);
-        break;
-      case RcpFrmState::MessageType:
-        judgeMessageType(p_[i]);
-        break;
-      case RcpFrmState::Code:
-        reader_.state = RcpFrmState::LengthHigh;
-        break;
-      case RcpFrmState::LengthHigh:
-        reader_.length = static_cast<std::uint16_t>(p_[i] << 8);
-        reader_.state = RcpFrmState::LengthLow;
-        break;
-      case RcpFrmState::LengthLow:
-        judgeLength(p_[i]);
-        break;
-      case RcpFrmState::Payload:
-        i = passPayload(i);
-        break;
-      case RcpFrmState::EndMark:
-        judgeEndMark(p_[i]);
-        break;
-      case RcpFrmState::CrcHigh:
-        reader_.state = RcpFrmState::CrcLow;
-        break;
-      case RcpFrmState::CrcLow:
-        takeFrame(i);
-        clearRcpFrmReader(&reader_);
-        break;
+  /// Takes or rejects the frame that `bytes` begin with, and returns how many of them that passes:
+  /// all of them while it is not all there.
+  [[gnu::always_inline]] std::int32_t pass(std::span<const std::uint8_t> bytes) noexcept {
+    const RcpFrmReader reader = judge(bytes);
+    if (reader.count > bytes.size()) return static_cast<std::int32_t>(bytes.size());
+    if (reader.state == RcpFrmState::CrcLow) {
+      takeFrame(bytes.first(reader.count));
+    } else {
+      reject(manager_, reader.state, bytes[reader.count - 1U]);
     }
-    return i;
+    return reader.count;
   }
 
-  /// Takes the frames of the usual form at and after `i`, one behind the other or with other bytes
-  /// between them, and of the next what needs no look at each byte.
-  [[gnu::always_inline]] std::int32_t seekPreamble(std::int32_t i) noexcept {
-    for (; i < n_; ++i) {
-      if (p_[i] != rcp::kPreamble) {
-        const void* found = std::memchr(p_ + i, rcp::kPreamble, static_cast<std::size_t>(n_ - i));
-        if (found == nullptr) break;
-        i = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(found) - p_);
-      }
-      start_ = i;
-      const std::span<const std::uint8_t> rest(p_ + i, p_ + n_);
-      const std::size_t whole = wholeFrame(rest);
-      if (whole == 0) {
-        reader_.state = RcpFrmState::MessageType;
-        reader_.count = 1;
-        return isUnfinished(rest) ? n_ - 1 : i;
-      }
-      i += static_cast<std::int32_t>(whole) - 1;
-      takeFrame(i);
+  /// Says what is wrong with a frame: `abyte`, which stands where `state` says.
+  static void reject(KestrinBleMgr& manager, RcpFrmState state, std::uint8_t abyte) noexcept {
+    keep(manager);
+    if (state == RcpFrmState::MessageType) {
+      manager.log("[ERROR]parseFrmReader:MESSAGE");
+    } else if (state == RcpFrmState::LengthLow) {
+      manager.log("[ERROR]parseFrmReader:LENGTH2");
+    } else {
+      manager.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
+      manager.log("[Test] %@", *manager._mutableReceivedData);
     }
-    reader_.count = 0;
-    return n_ - 1;
   }
 
-  /// The length of the frame of the usual form that `bytes` begin with, its header and end mark
-  /// right; 0 when there is no such, or not all of it.
-  [[gnu::always_inline]] static std::size_t wholeFrame(
-      std::span<const std::uint8_t> bytes) noexcept {
-    constexpr std::size_t kShortest = rcp::kHeaderLength + rcp::kTrailerLength;
-    if (bytes.size() < kShortest || (bytes[1] & rcp::kReceivedTypeMask) == 0) return 0;
-    const std::size_t length = payloadLength(bytes);
-    if (length >= rcp::kRejectedPayloadLength || bytes.size() < kShortest + length) return 0;
-    return bytes[rcp::kHeaderLength + length] == rcp::kEndMark ? kShortest + length : 0;
-  }
-
-  [[gnu::always_inline]] void judgeMessageType(std::uint8_t abyte) noexcept {
-    if ((abyte & rcp::kReceivedTypeMask) != 0) {
-      reader_.state = RcpFrmState::Code;
-      return;
-    }
-    keepManager();
-    manager_.log("[ERROR]parseFrmReader:MESSAGE");
-    clearRcpFrmReader(&reader_);
-  }
-
-  [[gnu::always_inline]] void judgeLength(std::uint8_t abyte) noexcept {
-    reader_.length = static_cast<std::uint16_t>(reader_.length | abyte);
-    if (reader_.length >= rcp::kRejectedPayloadLength) {
-      clearRcpFrmReader(&reader_);
-      keepManager();
-      manager_.log("[ERROR]parseFrmReader:LENGTH2");
-      return;
-    }
-    reader_.state = reader_.length != 0 ? RcpFrmState::Payload : RcpFrmState::EndMark;
-  }
-
-  /// Passes the payload byte at `i`, which the record counts already, and those after it that are
-  /// there.
-  [[gnu::always_inline]] std::int32_t passPayload(std::int32_t i) noexcept {
-    const std::int32_t missing = rcp::kHeaderLength + reader_.length - reader_.count;
-    const std::int32_t more = std::min(missing, n_ - 1 - i);
-    reader_.count = static_cast<std::uint16_t>(reader_.count + more);
-    if (reader_.count - reader_.length == rcp::kHeaderLength) reader_.state = RcpFrmState::EndMark;
-    return i + more;
-  }
-
-  [[gnu::always_inline]] void judgeEndMark(std::uint8_t abyte) noexcept {
-    if (abyte == rcp::kEndMark) {
-      reader_.state = RcpFrmState::CrcHigh;
-      return;
-    }
-    keepManager();
-    manager_.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
-    manager_.log("[Test] %@", *manager_._mutableReceivedData);
-    clearRcpFrmReader(&reader_);
-  }
-
-  /// Delivers the frame that ends at `i` if its CRC is right.
-  [[gnu::always_inline]] void takeFrame(std::int32_t i) noexcept {
-    const std::span bytes(p_ + start_, p_ + i + 1);
+  /// Delivers a frame if its CRC is right.
+  [[gnu::always_inline]] void takeFrame(std::span<const std::uint8_t> bytes) noexcept {
     std::uint16_t acc = rcp::kCrcInitial;
     // From the message type on: the preamble is not covered, the CRC's own bytes are.
     for (const std::uint8_t abyte : bytes.subspan(1)) acc = getCrcPolynomial_acc(abyte, acc);
-    keepManager();
+    keep(manager_);
     if (acc != 0) {
       manager_.log("[parseRcpFrmReader] CRC_ERROR");
       return;
     }
+    end_ = start_ + static_cast<std::int32_t>(bytes.size()) - 1;
     const std::optional<NSData> frame(std::in_place, bytes);
     manager_.log("[RX BLE] %@", frame);
     deliver(frame);
-    end_ = i;
   }
 
   [[gnu::always_inline]] void deliver(const std::optional<NSData>& frame) noexcept {
@@ -230,9 +160,9 @@ class KestrinBleMgr::Parse final {
 
   /// A receiver or a log sink may drop the manager: called before either is. Not before, since most
   /// arrivals complete no frame. Outside an arrival whoever asked for the parse keeps the manager.
-  [[gnu::always_inline]] void keepManager() noexcept {
-    if (manager_.parsing_ && !manager_.keptWhileParsing_) {
-      manager_.keptWhileParsing_ = manager_.shared_from_this();
+  [[gnu::always_inline]] static void keep(KestrinBleMgr& manager) noexcept {
+    if (manager.parsing_ && !manager.keptWhileParsing_) {
+      manager.keptWhileParsing_ = manager.shared_from_this();
     }
   }
 
@@ -242,7 +172,6 @@ class KestrinBleMgr::Parse final {
   /// Where the last preamble is, and where the last accepted frame ends.
   std::int32_t start_ = 0;
   std::int32_t end_ = 0;
-  RcpFrmReader reader_;
 };
 
 std::uint16_t KestrinBleMgr::getCrcPolynomial_acc(std::uint8_t abyte, std::uint16_t acc) noexcept {

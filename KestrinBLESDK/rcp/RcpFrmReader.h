@@ -1,11 +1,12 @@
-// The state of the frame parser while it scans the receive buffer. It lives for one scan.
+// What the frame parser finds behind a preamble. Nothing of it outlives a parse.
+#pragma once
 #pragma once
 
 #include <cstdint>
 
 namespace kestrin {
 
-/// Which byte of a frame the parser expects.
+/// The bytes of a frame in the order in which the parser expects them.
 enum class RcpFrmState : std::int32_t {
   Preamble = 0,
   MessageType = 1,
@@ -18,12 +19,13 @@ enum class RcpFrmState : std::int32_t {
   CrcLow = 8,
 };
 
-/// The frame-reader record.
+/// The frame-reader record: how far a frame was read.
 struct RcpFrmReader {
+  /// The byte that was read last, or is missing.
   RcpFrmState state = RcpFrmState::Preamble;
-  /// Bytes counted in the current frame; the preamble is the first.
+  /// Bytes of the frame up to and with that one; the preamble is the first.
   std::uint16_t count = 0;
-  /// The payload length of the current frame.
+  /// The frame's payload length, once it was read.
   std::uint16_t length = 0;
 };
 
