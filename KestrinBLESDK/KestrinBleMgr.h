@@ -135,7 +135,6 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   class Parse;  // One parse of the receive buffer.
   void letWait(const NSData& data) noexcept;
   void parseArrival() noexcept;
-  void takeWaitingArrivals() noexcept;
   void hopTwice(WorkReference work) const noexcept;
 
   // Background (link/KestrinBleMgr.cpp).

@@ -6,7 +6,7 @@
 namespace kestrin {
 namespace {
 
-// What a growable buffer has room for at least, once it grows: many of the shortest arrivals.
+// What a growable buffer has room for at least, once it grows: 25 arrivals of 20 bytes.
 constexpr std::size_t kLeastRoom = 512;
 
 }  // namespace

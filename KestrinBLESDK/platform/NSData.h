@@ -145,20 +145,21 @@ class KESTRIN_EXPORT NSMutableData {
     length_ -= count;
     first_ = length_ == 0 ? 0 : first_ + count;
   }
-  // The payload of the smallest packets, 20 bytes, is copied as two overlapping halves: a call
-  // would cost more than the copy.
+  // 16 to 32 bytes, 20 of which the smallest packets carry, are copied as their first and their
+  // last 16: a call would cost more than the copy.
   static void copyBytes(const std::uint8_t* from, std::size_t length, std::uint8_t* to) noexcept {
-    constexpr std::size_t kHalf = 16;
-    if (length >= kHalf && length <= 2 * kHalf) {
-      std::memcpy(to, from, kHalf);
-      std::memcpy(to + length - kHalf, from + length - kHalf, kHalf);
+    constexpr std::size_t kPart = 16;
+    if (length >= kPart && length <= 2 * kPart) {
+      std::memcpy(to, from, kPart);
+      std::memcpy(to + length - kPart, from + length - kPart, kPart);
     } else {
       std::copy_n(from, length, to);
     }
   }
 
-  // The bytes, with room in front of them that those have left that were taken out there, and room
-  // behind them: so that adding a few is no more than a copy, and taking the first out moves none.
+  // The bytes lie in the middle: in front of them is the room of those that were taken out there,
+  // behind them room for more. So adding a few is no more than a copy, and taking the first out
+  // moves none.
   std::vector<std::uint8_t> storage_;
   std::size_t first_ = 0;
   std::size_t length_ = 0;

@@ -48,13 +48,15 @@ class KestrinBleMgr::Parse final {
         p_(manager._mutableReceivedData->bytes()) {}
 
   [[gnu::always_inline]] void run() noexcept {
-    for (std::int32_t i = 0; i < n_; i = start_ + pass(std::span(p_ + start_, p_ + n_))) {
+    std::int32_t i = 0;
+    while (i < n_) {
       const void* preamble = p_ + i;
       if (p_[i] != rcp::kPreamble) {
         preamble = std::memchr(preamble, rcp::kPreamble, static_cast<std::size_t>(n_ - i));
         if (preamble == nullptr) break;
       }
       start_ = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(preamble) - p_);
+      i = start_ + pass(std::span(p_ + start_, p_ + n_));
     }
     trim();
   }
@@ -141,25 +143,17 @@ class KestrinBleMgr::Parse final {
   }
 
   [[gnu::always_inline]] void trim() noexcept {
-    if (n_ == end_ + 1) {
-      manager_._mutableReceivedData->setLength(0);
-    } else if (start_ > 0) {
-      keepFrom(static_cast<std::size_t>(start_));
-    }
-    // From index 0 on the kept bytes are the buffer as it is.
-  }
-
-  [[gnu::always_inline]] void keepFrom(std::size_t start) noexcept {
+    const auto passed = static_cast<std::size_t>(n_ == end_ + 1 ? n_ : start_);
     NSMutableData& buffer = *manager_._mutableReceivedData;
-    if (n_ > kKeptBuffer) {
-      buffer = NSMutableData(buffer.span().subspan(start));
+    if (passed > 0 && n_ > kKeptBuffer) {
+      buffer = NSMutableData(buffer.span().subspan(passed));
     } else {
-      buffer.replaceBytesInRange_withBytes_length({0, start}, nullptr, 0);
+      buffer.replaceBytesInRange_withBytes_length({0, passed}, nullptr, 0);
     }
   }
 
-  /// A receiver or a log sink may drop the manager: called before either is. Not before, since most
-  /// arrivals complete no frame. Outside an arrival whoever asked for the parse keeps the manager.
+  /// A receiver or a log sink may drop the manager: called before either is. Outside an arrival
+  /// whoever asked for the parse keeps the manager.
   [[gnu::always_inline]] static void keep(KestrinBleMgr& manager) noexcept {
     if (manager.parsing_ && !manager.keptWhileParsing_) {
       manager.keptWhileParsing_ = manager.shared_from_this();
@@ -190,7 +184,7 @@ std::int32_t KestrinBleMgr::readData(const NSData& data) noexcept {
     return 0;
   }
   Parse::gather(*this, data);
-  // Most arrivals are the middle of a frame.
+  // What leaves a frame unfinished needs no parse.
   if (!Parse::isUnfinished(_mutableReceivedData->span())) parseArrival();
   return 0;
 }
@@ -204,7 +198,12 @@ std::int32_t KestrinBleMgr::readData(const NSData& data) noexcept {
 [[gnu::noinline]] void KestrinBleMgr::parseArrival() noexcept {
   parsing_ = true;
   Parse(*this).run();
-  if (!waitingArrivals_.empty()) takeWaitingArrivals();
+  while (!waitingArrivals_.empty()) {
+    for (const NSData& waiting : std::exchange(waitingArrivals_, {})) {
+      Parse::gather(*this, waiting);
+      parseRcpFrmReader();
+    }
+  }
   parsing_ = false;
   // From here on nothing of this object is touched: this may be its last owner.
   const auto self = std::move(keptWhileParsing_);
@@ -213,15 +212,6 @@ std::int32_t KestrinBleMgr::readData(const NSData& data) noexcept {
 std::int32_t KestrinBleMgr::parseRcpFrmReader() noexcept {
   Parse(*this).run();
   return 0;
-}
-
-void KestrinBleMgr::takeWaitingArrivals() noexcept {
-  while (!waitingArrivals_.empty()) {
-    for (const NSData& waiting : std::exchange(waitingArrivals_, {})) {
-      Parse::gather(*this, waiting);
-      parseRcpFrmReader();
-    }
-  }
 }
 
 void KestrinBleMgr::hopTwice(WorkReference work) const noexcept {

@@ -1,6 +1,5 @@
 // What the frame parser finds behind a preamble. Nothing of it outlives a parse.
 #pragma once
-#pragma once
 
 #include <cstdint>
 

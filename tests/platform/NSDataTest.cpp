@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <utility>
 
@@ -172,6 +175,38 @@ TEST(NSMutableDataBytes, AreTakenOverAndCopiedWithoutThoseThatWereTakenOut) {
   second.appendData(NSData{5});
   EXPECT_EQ(second.copy(), NSData{5});
   // NOLINTEND(bugprone-use-after-move)
+}
+
+TEST(NSMutableDataBytes, StayInOrderWhenTheRoomRunsOutBehindAFewThatWereTakenOut) {
+  for (std::size_t taken = 1; taken <= 3; ++taken) {
+    Bytes list(512);
+    std::iota(list.begin(), list.end(), std::uint8_t{0});
+    NSMutableData data{list};
+    data.replaceBytesInRange_withBytes_length({0, taken}, nullptr, 0);
+    list.erase(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(taken));
+    const Bytes more(taken + 1, 0x77);
+    data.appendData(NSData(more));
+    list.insert(list.end(), more.begin(), more.end());
+    EXPECT_EQ(Bytes(data.span().begin(), data.span().end()), list) << taken << " taken out";
+  }
+}
+
+/// As a receive buffer does that never runs empty.
+TEST(NSMutableDataBytes, TakeNoMoreRoomHoweverManyPass) {
+  constexpr std::size_t kPiece = 20;
+  NSMutableData data(Bytes(kPiece / 2));
+  const NSData piece(Bytes(kPiece, 1));
+  data.appendData(piece);  // From now on there is as much room as a growing buffer has at least.
+  std::uintptr_t lowest = UINTPTR_MAX;
+  std::uintptr_t highest = 0;
+  for (int i = 0; i < 20'000; ++i) {
+    data.replaceBytesInRange_withBytes_length({0, kPiece}, nullptr, 0);
+    data.appendData(piece);
+    const auto at = reinterpret_cast<std::uintptr_t>(data.bytes());
+    lowest = std::min(lowest, at);
+    highest = std::max(highest, at);
+  }
+  EXPECT_LT(highest - lowest, 1024U);
 }
 
 /// Beside a plain vector, on which the same is done in the standard library's own way.

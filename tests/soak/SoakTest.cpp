@@ -316,6 +316,18 @@ TEST(SoakBuffer, GrowsWithBytesWithoutPreambleAndEmptiesWithAFrameThatEndsIt) {
   EXPECT_EQ(kept(), 0U);
 }
 
+TEST(SoakBuffer, GivesBackTheMemoryOfABacklogThatAFrameEnds) {
+  Platform platform;
+  platform.log = std::make_shared<SilentLog>();
+  platform.notificationCenter = std::make_shared<NSNotificationCenter>();
+  const auto manager = KestrinBleMgr::init(platform);
+  manager->readData(NSData(Bytes(100'000, 0x00)));
+  const std::size_t before = allocatedBytes();
+  manager->readData(NSData(numberedFrame(1, {})));
+  EXPECT_EQ(Peer::_mutableReceivedData(*manager)->length(), 0U);
+  EXPECT_LT(allocatedBytes() + 90'000, before);
+}
+
 /// What an application can do about a peer that fills the buffer.
 TEST(SoakBuffer, IsEmptiedByTheApplicationWhateverItHolds) {
   Platform platform;
