@@ -6,7 +6,7 @@
 // looking at the buffer byte by byte.
 //
 // What every arrival and every frame passes is inlined by demand: a call costs as much there as
-// what it does.
+// what it does. What few arrivals need is kept out of line, so that the others need no room for it.
 #include <algorithm>
 #include <cstring>
 #include <span>
