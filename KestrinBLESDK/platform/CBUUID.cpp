@@ -69,7 +69,7 @@ std::string CBUUID::UUIDString() const {
   const std::size_t first = isShort ? 2 : 0;
   const std::size_t last = isShort ? 4 : bytes_.size();
   std::string text;
-  text.reserve(kFullText);
+  text.reserve(isShort ? kShortDigits : kFullText);
   for (std::size_t i = first; i < last; ++i) {
     if (!isShort && isHyphenPlace(text.size())) text += '-';
     text += kDigits[bytes_[i] >> 4];

@@ -4,6 +4,8 @@ from figures import Goal, Line, median_line, ratio_line
 RECEIVE, DELIVERY, SEND, LOOP, SIZE = "receive", "delivery", "send", "run loop", "size"
 PAYLOADS = [4, 16, 64, 256, 1021]
 PIECES = {0: "one piece", 20: "pieces of 20", 244: "pieces of 244"}
+# A frame is a copy; a raw value is handed on as it is.
+ALLOCATIONS_OF_A_VALUE = {"standard": 1, "raw": 0}
 
 
 def receive_lines(build):
@@ -47,7 +49,8 @@ def delivery_lines(build):
         yield Line(DELIVERY, f"whole manager on the simulated radio, {family}: allocations per frame",
                    counts["allocations/whole-way/" + family])
         yield Line(DELIVERY, f"value event, {family}: allocations per frame",
-                   counts["allocations/deliver/" + family])
+                   counts["allocations/deliver/" + family],
+                   goal=Goal(ALLOCATIONS_OF_A_VALUE[family], exactly=True))
     yield ratio_line(DELIVERY, "a log line that nobody hears / one that is thrown away",
                      times["log/unheard"], times["log/heard"], 0.02)
     yield ratio_line(DELIVERY, "a log line that nobody hears / the question alone", times["log/unheard"],
