@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <thread>
 #include <vector>
@@ -60,20 +61,23 @@ TEST(ValueInbox, IsFilledOnOneThreadWhileAnotherTakes) {
   constexpr int kValues = 20'000;
   ValueInbox inbox;
   inbox.open();
-  std::thread adding([&inbox] {
+  std::atomic<bool> allAdded = false;
+  std::thread adding([&] {
     for (int number = 0; number < kValues; ++number) {
       add(inbox, {static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)});
     }
+    allAdded = true;
   });
   int next = 0;
-  while (next < kValues) {
+  for (bool last = false; !last; std::this_thread::yield()) {
+    last = allAdded;  // What was added before is taken now.
     for (const Bytes& value : take(inbox)) {
       EXPECT_EQ(value[0] << 8 | value[1], next);
       ++next;
     }
-    std::this_thread::yield();
   }
   adding.join();
+  EXPECT_EQ(next, kValues);
 }
 
 TEST(ValueInbox, NothingAddedWakesNobody) {
