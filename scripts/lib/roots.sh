@@ -1,0 +1,106 @@
+# Root file systems of Debian releases and architectures other than this machine's own, in
+# build/roots. Sourced by bash after lib/packages.sh; the repository is $project_root.
+#
+# A command in such a root sees this repository under the same path as here, its own /proc, /dev and
+# /tmp, and this machine's network. What is mounted for it goes with it.
+
+# Only the release's main part: it is the same on every day and has what is needed.
+debian_archive=http://deb.debian.org/debian
+roots_packages=(mmdebstrap debian-archive-keyring arch-test util-linux)
+
+# as_root COMMAND...
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# this_release: the code name of this machine's Debian release, or nothing on another system.
+this_release() {
+  (. /etc/os-release && [ "${ID:-}" = debian ] && echo "${VERSION_CODENAME:-}")
+}
+
+# make_root DIR RELEASE ARCHITECTURE PACKAGE...: the root with these packages, unless it is there
+# with the same ones. How this machine reaches Debian's servers holds in the root too.
+make_root() {
+  local dir=$1 release=$2 architecture=$3 options=() file list
+  shift 3
+  list=$(IFS=,; echo "$*")
+  [ "$(cat "$dir.packages" 2>/dev/null)" != "$list" ] || return 0
+  install_packages "${roots_packages[@]}" || return 1
+  [ "$architecture" = "$(dpkg --print-architecture)" ] || run_foreign "$architecture" || return 1
+  remove_root "$dir" || return 1
+  mkdir -p "$(dirname "$dir")"
+  for file in /etc/apt/apt.conf.d/*; do
+    ! grep -q '^ *Acquire::' "$file" || options+=("--aptopt=$file")
+  done
+  echo "Waiting for a root of Debian $release, $architecture"
+  if ! as_root mmdebstrap --variant=apt --mode=root --architectures="$architecture" \
+    --include="$list" "${options[@]}" "$release" "$dir" "deb $debian_archive $release main" \
+    >"$dir.log" 2>&1; then
+    tail -n 20 "$dir.log" >&2
+    echo "The root of Debian $release, $architecture, could not be made; the log is $dir.log." >&2
+    return 1
+  fi
+  # A repository that belongs to another user is not strange in there.
+  as_root chroot "$dir" sh -c '! command -v git >/dev/null || git config --system safe.directory "*"'
+  echo "$list" >"$dir.packages"
+}
+
+# remove_root DIR
+remove_root() {
+  rm -f "$1.packages"
+  [ ! -d "$1" ] || as_root rm -rf --one-file-system "$1"
+}
+
+# in_root DIR COMMAND...: as root in there, in this repository's folder.
+in_root() {
+  local dir=$1
+  shift
+  as_root unshare --mount --pid --fork --kill-child "${BASH:-/bin/bash}" -c '
+    set -e
+    dir=$1 project=$2
+    shift 2
+    mount --make-rprivate /
+    mkdir -p "$dir$project"
+    mount --bind "$project" "$dir$project"
+    mount -t proc proc "$dir/proc"
+    mount -t tmpfs tmpfs "$dir/tmp" -o mode=1777
+    mount -t tmpfs tmpfs "$dir/dev" -o mode=755
+    for device in null zero full random urandom tty; do
+      touch "$dir/dev/$device"
+      mount --bind "/dev/$device" "$dir/dev/$device"
+    done
+    mkdir "$dir/dev/pts" "$dir/dev/shm"
+    mount -t devpts devpts "$dir/dev/pts" -o newinstance,ptmxmode=666
+    mount -t tmpfs tmpfs "$dir/dev/shm" -o mode=1777
+    ln -s pts/ptmx "$dir/dev/ptmx"
+    ln -s /proc/self/fd "$dir/dev/fd"
+    cp /etc/resolv.conf "$dir/etc/resolv.conf" 2>/dev/null || true
+    exec chroot "$dir" /usr/bin/env -i HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
+      PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+      sh -c '\''cd "$0" && exec "$@"'\'' "$project" "$@"
+  ' in_root "$dir" "$project_root" "$@"
+}
+
+# run_foreign ARCHITECTURE: lets this machine run programs of that architecture by emulation, if it
+# does not already.
+run_foreign() {
+  local name magic mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+  case $1 in
+    amd64 | i386) return 0 ;;
+    arm64) name=aarch64 magic='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00' ;;
+    armhf) name=arm magic='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x00' ;;
+    *)
+      echo "Programs of the architecture $1 cannot be run here; arm64 and armhf can." >&2
+      return 1
+      ;;
+  esac
+  install_packages qemu-user-static || return 1
+  local registry=/proc/sys/fs/binfmt_misc
+  [ -e "$registry/register" ] || as_root mount -t binfmt_misc binfmt_misc "$registry" 2>/dev/null
+  [ ! -e "$registry/qemu-$name" ] || return 0
+  # F: the emulator is opened now, so that it is found from inside a root too.
+  as_root sh -c "printf '%s' ':qemu-$name:M::$magic:$mask:/usr/bin/qemu-$name-static:F' \
+    >$registry/register" 2>/dev/null && return 0
+  echo "This machine's kernel cannot be told how to run programs of $1: it needs binfmt_misc." >&2
+  return 1
+}
