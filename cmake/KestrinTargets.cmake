@@ -3,6 +3,14 @@
 
 find_package(Threads REQUIRED)
 
+# A newer compiler warns about more, which must not keep a user from building: only who works on this
+# project asks for it.
+function(kestrin_refuse_warnings target)
+  if(KESTRIN_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
 # Warnings, language level and sanitizers of every target of this project.
 function(kestrin_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -27,9 +35,7 @@ function(kestrin_configure target)
     # may be inlined, as clang does by itself.
     target_compile_options(${target} PRIVATE -fno-semantic-interposition)
   endif()
-  if(KESTRIN_WARNINGS_AS_ERRORS)
-    target_compile_options(${target} PRIVATE -Werror)
-  endif()
+  kestrin_refuse_warnings(${target})
   if(KESTRIN_SANITIZE)
     target_compile_options(${target} PRIVATE
       -fsanitize=${KESTRIN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
