@@ -157,6 +157,7 @@ macro(kestrin_find_bus_library)
   endif()
   if(NOT TARGET kestrin_bus_library)
     add_library(kestrin_bus_library INTERFACE)
+    set_target_properties(kestrin_bus_library PROPERTIES KESTRIN_MAJOR ${sdbus-c++_VERSION_MAJOR})
     target_compile_definitions(kestrin_bus_library INTERFACE
       KESTRIN_SDBUS_MAJOR=${sdbus-c++_VERSION_MAJOR})
     target_include_directories(kestrin_bus_library INTERFACE ${PROJECT_SOURCE_DIR}/radios/bluez/src)
