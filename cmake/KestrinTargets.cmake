@@ -22,7 +22,7 @@ function(kestrin_configure target)
     # Half of what a file costs to compile is in what it includes. For whole builds; scripts/lint
     # compiles each file on its own.
     UNITY_BUILD ${KESTRIN_JOIN_FILES}
-    UNITY_BUILD_BATCH_SIZE 6)
+    UNITY_BUILD_BATCH_SIZE 12)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
     -Wold-style-cast -Woverloaded-virtual -Wcast-align -Wunused -Wnull-dereference

@@ -5,8 +5,6 @@
 
 #include <utility>
 
-#include "tools/kestrin/Suspension.h"
-
 namespace kestrin::app {
 namespace {
 
@@ -115,6 +113,18 @@ void InterruptSignals::take(int received) {
 
 void InterruptSignals::post(const std::function<void()>& task) {
   if (task) loop_.post(task);
+}
+
+void stopThisProcess() {
+  sigset_t stop{};
+  sigset_t before{};
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGTSTP);
+  pthread_sigmask(SIG_UNBLOCK, &stop, &before);
+  // To this thread, or the one that waits for signals would take it for a further wish. Where
+  // nobody could continue the process, the system does not stop it.
+  pthread_kill(pthread_self(), SIGTSTP);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace kestrin::app

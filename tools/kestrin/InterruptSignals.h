@@ -65,4 +65,7 @@ class InterruptSignals {
   std::thread thread_;
 };
 
+/// Stops this process as the terminal would have.
+void stopThisProcess();
+
 }  // namespace kestrin::app

@@ -1,9 +1,7 @@
 #include "tools/kestrin/Suspension.h"
 
 #include <KestrinBLESDK/platform/NSNotificationCenter.h>
-#include <pthread.h>
 
-#include <csignal>
 #include <utility>
 
 namespace kestrin::app {
@@ -62,18 +60,6 @@ void Suspension::continued() {
     environment_.addTimeAway(environment_.loop().now() - begin_);
     environment_.comeBack();
   });
-}
-
-void stopThisProcess() {
-  sigset_t stop{};
-  sigset_t before{};
-  sigemptyset(&stop);
-  sigaddset(&stop, SIGTSTP);
-  pthread_sigmask(SIG_UNBLOCK, &stop, &before);
-  // To this thread, or the one that waits for signals would take it for a further wish. Where
-  // nobody could continue the process, the system does not stop it.
-  pthread_kill(pthread_self(), SIGTSTP);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace kestrin::app

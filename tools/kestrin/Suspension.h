@@ -44,7 +44,4 @@ class Suspension {
   std::shared_ptr<char> waiting_;
 };
 
-/// Stops this process as the terminal would have.
-void stopThisProcess();
-
 }  // namespace kestrin::app
