@@ -45,6 +45,48 @@ make_root() {
   echo "$list" >"$dir.packages"
 }
 
+# What a cross compiler takes from a root of libraries: what the library, the command line, the Python
+# package and the tests need.
+libraries_packages=(libc6-dev libsdbus-c++-dev libcli11-dev nlohmann-json3-dev libgtest-dev
+  librapidcheck-dev python3-dev pybind11-dev)
+
+# libraries_of ARCHITECTURE: where the libraries of this machine's release for that architecture are.
+libraries_of() {
+  echo "$project_root/build/roots/$(this_release)-$1-libraries"
+}
+
+# make_libraries ARCHITECTURE: the same root for a cross compiler, unless it is there. The packages are
+# unpacked and not set up, which is quick and runs nothing of that architecture; they are kept as they
+# came, in var/cache/apt/archives.
+make_libraries() {
+  local dir list release options=() file
+  release=$(this_release)
+  if [ -z "$release" ]; then
+    echo "Only on Debian: the compiler and the libraries for $1 are those of one release." >&2
+    return 1
+  fi
+  dir=$(libraries_of "$1")
+  list=$(IFS=,; echo "${libraries_packages[*]}")
+  [ "$(cat "$dir.packages" 2>/dev/null)" != "$list" ] || return 0
+  install_packages "${roots_packages[@]}" || return 1
+  remove_root "$dir" || return 1
+  mkdir -p "$(dirname "$dir")"
+  for file in /etc/apt/apt.conf.d/*; do
+    ! grep -q '^ *Acquire::' "$file" || options+=("--aptopt=$file")
+  done
+  echo "Waiting for the libraries of Debian $release for $1"
+  if ! as_root mmdebstrap --variant=extract --mode=root --architectures="$1" \
+    --include="$list" --skip=cleanup/apt/cache \
+    --setup-hook='mkdir -p "$1/usr/lib" && ln -s usr/lib "$1/lib"' \
+    "${options[@]}" "$release" "$dir" "deb $debian_archive $release main" >"$dir.log" 2>&1; then
+    tail -n 20 "$dir.log" >&2
+    echo "The libraries of Debian $release for $1 could not be had; the log is $dir.log." >&2
+    return 1
+  fi
+  # An emulator would take these devices for this machine's own.
+  as_root rm -rf "$dir/dev" && echo "$list" >"$dir.packages"
+}
+
 # remove_root DIR
 remove_root() {
   rm -f "$1.packages"
