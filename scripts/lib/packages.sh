@@ -1,10 +1,25 @@
 # What a script needs from the system. Sourced, not run.
+#
+# Tested are the releases of Debian below; the names of packages are the same in both where nothing
+# else is said. Another system with apt-get is tried, and what it has not is named.
+
+tested_releases="bookworm trixie"
+
+# this_release: the code name of this machine's Debian release, or nothing on another system.
+this_release() {
+  (. /etc/os-release 2>/dev/null && [ "${ID:-}" = debian ] && echo "${VERSION_CODENAME:-}")
+}
+
+# What any system needs, in words.
+needed_elsewhere="g++ 12 or clang 14 or newer, CMake 3.25 or newer, sdbus-c++ 1.2 to 2.x; for the real
+radio BlueZ 5.66 or newer"
 
 # install_packages PACKAGE...: installs those of the named Debian packages that are missing.
 install_packages() {
   local missing=() package
   if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
     echo "This is no Debian system: nothing is installed. Needed, under Debian's names: $*"
+    echo "Needed in any case: $needed_elsewhere."
     return 0
   fi
   for package in "$@"; do
@@ -21,17 +36,42 @@ install_packages() {
     fi
     as_root=(sudo)
   fi
-  # A fresh machine brings itself up to date in the background: wait until it lets go of the lock.
+  # A fresh machine brings itself up to date in the background: wait until it lets go of the lock. A
+  # server that is being brought up to date itself gives lists that do not fit together for a while.
   local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
-    apt-get -o DPkg::Lock::Timeout=600) log
+    apt-get -o DPkg::Lock::Timeout=600 -o Acquire::Retries=3) log try
   log=$(mktemp)
-  if ! { "${apt[@]}" update &&
-    "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
-    tail -n 20 "$log" >&2
-    echo "The packages could not be installed; the whole log is in $log" >&2
-    return 1
-  fi
-  rm -f "$log"
+  for try in 1 2 3; do
+    if { "${apt[@]}" update && name_unknown_packages "${missing[@]}" &&
+      "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+      rm -f "$log"
+      return 0
+    fi
+    ! grep -q '^No package here' "$log" || break
+    [ "$try" -eq 3 ] || sleep 10
+  done
+  tail -n 20 "$log" >&2
+  echo "The packages could not be installed; the whole log is in $log" >&2
+  return 1
+}
+
+# name_unknown_packages PACKAGE...: fails, naming them, if this system's archive has not all of them.
+name_unknown_packages() {
+  local package unknown=() release
+  for package in "$@"; do
+    apt-cache show --no-all-versions "$package" >/dev/null 2>&1 || unknown+=("$package")
+  done
+  [ ${#unknown[@]} -eq 0 ] && return 0
+  release=$(this_release)
+  echo "No package here has the name: ${unknown[*]}"
+  case " $tested_releases " in
+    *" ${release:-none} "*) echo "Debian $release has it: look at the sources of apt." ;;
+    *)
+      echo "This system is not one of those that are tested (Debian $tested_releases). Install what"
+      echo "has another name here by hand, and leave it out: $needed_elsewhere."
+      ;;
+  esac
+  return 1
 }
 
 # need_commands COMMAND...: fails, naming it, when a command is missing.
@@ -45,11 +85,21 @@ need_commands() {
   done
 }
 
+# use_compiler_cache: what has been compiled before is not compiled again, where ccache is installed.
+use_compiler_cache() {
+  command -v ccache >/dev/null || return 0
+  export CMAKE_CXX_COMPILER_LAUNCHER=ccache CMAKE_C_COMPILER_LAUNCHER=ccache
+  # Headers that are compiled once would keep it from knowing a file again.
+  export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+}
+
 # What a release build needs, and what the tests need besides.
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev)
-test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev librapidcheck-dev
+test_packages=(clang libclang-rt-dev libgtest-dev librapidcheck-dev
   binutils dbus libsystemd-dev libglib2.0-dev libasio-dev qt6-base-dev python3
   python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev)
+# What scripts/lint needs besides.
+lint_packages=(clang-format clang-tidy)
 # What the benches need: those in the process, and the other clients on the real stack.
 bench_packages=(libbenchmark-dev qt6-connectivity-dev python3-bleak)
 # What scripts/docs needs.

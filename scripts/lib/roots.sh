@@ -13,11 +13,6 @@ as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-# this_release: the code name of this machine's Debian release, or nothing on another system.
-this_release() {
-  (. /etc/os-release && [ "${ID:-}" = debian ] && echo "${VERSION_CODENAME:-}")
-}
-
 # make_root DIR RELEASE ARCHITECTURE PACKAGE...: the root with these packages, unless it is there
 # with the same ones. How this machine reaches Debian's servers holds in the root too.
 make_root() {
