@@ -5,4 +5,6 @@ set(kestrin_compiler aarch64-linux-gnu)
 set(kestrin_multiarch aarch64-linux-gnu)
 include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
 find_program(KESTRIN_QEMU NAMES qemu-aarch64-static qemu-aarch64 REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${KESTRIN_QEMU} -L ${CMAKE_SYSROOT})
+set(CMAKE_CROSSCOMPILING_EMULATOR
+  "${KESTRIN_QEMU};-L;${CMAKE_SYSROOT}"
+  CACHE STRING "What runs a program")

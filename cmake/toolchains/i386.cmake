@@ -5,5 +5,6 @@ set(kestrin_processor i686)
 set(kestrin_compiler i686-linux-gnu)
 set(kestrin_multiarch i386-linux-gnu)
 include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_SYSROOT}/usr/lib/ld-linux.so.2
-  --library-path ${CMAKE_SYSROOT}/usr/lib/i386-linux-gnu)
+set(CMAKE_CROSSCOMPILING_EMULATOR
+  "${CMAKE_SYSROOT}/usr/lib/ld-linux.so.2;--library-path;${CMAKE_SYSROOT}/usr/lib/i386-linux-gnu"
+  CACHE STRING "What runs a program")

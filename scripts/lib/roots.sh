@@ -82,6 +82,30 @@ make_libraries() {
   as_root rm -rf "$dir/dev" && echo "$list" >"$dir.packages"
 }
 
+# What packages are made of.
+package_targets=(KestrinBLESDK KestrinBLESDK_simulated KestrinBLESDK_bluez KestrinBLESDK_c kestrin
+  kestrin-vreader kestrin_python)
+
+# compiler_of ARCHITECTURE: the command of the cross compiler.
+compiler_of() {
+  case $1 in
+    arm64) echo aarch64-linux-gnu-g++ ;;
+    i386) echo i686-linux-gnu-g++ ;;
+  esac
+}
+
+# install_cross_compiler ARCHITECTURE: and what runs its programs here.
+install_cross_compiler() {
+  case $1 in
+    arm64) install_packages g++-aarch64-linux-gnu qemu-user-static ;;
+    i386) install_packages g++-i686-linux-gnu ;;
+    *)
+      echo "No cross compiler for the architecture $1 is known; for arm64 and i386 one is." >&2
+      return 1
+      ;;
+  esac
+}
+
 # remove_root DIR
 remove_root() {
   rm -f "$1.packages"
