@@ -27,6 +27,11 @@ make_root() {
   for file in /etc/apt/apt.conf.d/*; do
     ! grep -q '^ *Acquire::' "$file" || options+=("--aptopt=$file")
   done
+  # In this release the folders /bin and /lib become links at the end of an installation, which takes
+  # minutes under an emulator: there they are links from the beginning.
+  if [ "$release" = bookworm ] && [ "$architecture" != "$(dpkg --print-architecture)" ]; then
+    options+=(--hook-dir=/usr/share/mmdebstrap/hooks/merged-usr)
+  fi
   echo "Waiting for a root of Debian $release, $architecture"
   if ! as_root mmdebstrap --variant=apt --mode=root --architectures="$architecture" \
     --include="$list" "${options[@]}" "$release" "$dir" "deb $debian_archive $release main" \
