@@ -1,6 +1,6 @@
 # Run by cpack on what is laid out for packages that come from another build folder: its programs and
 # libraries still say where that folder is.
-file(GLOB_RECURSE files "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*.so*" "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/bin/*")
+file(GLOB_RECURSE files "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
 foreach(file IN LISTS files)
   if(NOT IS_SYMLINK "${file}")
     file(READ "${file}" magic LIMIT 4 HEX)
