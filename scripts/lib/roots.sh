@@ -27,6 +27,11 @@ make_root() {
   for file in /etc/apt/apt.conf.d/*; do
     ! grep -q '^ *Acquire::' "$file" || options+=("--aptopt=$file")
   done
+  # In this release the folders /bin and /lib become links at the end of an installation, which takes
+  # minutes under an emulator: there they are links from the beginning.
+  if [ "$release" = bookworm ] && [ "$architecture" != "$(dpkg --print-architecture)" ]; then
+    options+=(--hook-dir=/usr/share/mmdebstrap/hooks/merged-usr)
+  fi
   echo "Waiting for a root of Debian $release, $architecture"
   if ! as_root mmdebstrap --variant=apt --mode=root --architectures="$architecture" \
     --include="$list" "${options[@]}" "$release" "$dir" "deb $debian_archive $release main" \
@@ -38,6 +43,72 @@ make_root() {
   # A repository that belongs to another user is not strange in there.
   as_root chroot "$dir" sh -c '! command -v git >/dev/null || git config --system safe.directory "*"'
   echo "$list" >"$dir.packages"
+}
+
+# What a cross compiler takes from a root of libraries: what the library, the command line, the Python
+# package and the tests need.
+libraries_packages=(libc6-dev libsdbus-c++-dev libcli11-dev nlohmann-json3-dev libgtest-dev
+  librapidcheck-dev python3-dev pybind11-dev)
+
+# libraries_of ARCHITECTURE: where the libraries of this machine's release for that architecture are.
+libraries_of() {
+  echo "$project_root/build/roots/$(this_release)-$1-libraries"
+}
+
+# make_libraries ARCHITECTURE: the same root for a cross compiler, unless it is there. The packages are
+# unpacked and not set up, which is quick and runs nothing of that architecture; they are kept as they
+# came, in var/cache/apt/archives.
+make_libraries() {
+  local dir list release options=() file
+  release=$(this_release)
+  if [ -z "$release" ]; then
+    echo "Only on Debian: the compiler and the libraries for $1 are those of one release." >&2
+    return 1
+  fi
+  dir=$(libraries_of "$1")
+  list=$(IFS=,; echo "${libraries_packages[*]}")
+  [ "$(cat "$dir.packages" 2>/dev/null)" != "$list" ] || return 0
+  install_packages "${roots_packages[@]}" || return 1
+  remove_root "$dir" || return 1
+  mkdir -p "$(dirname "$dir")"
+  for file in /etc/apt/apt.conf.d/*; do
+    ! grep -q '^ *Acquire::' "$file" || options+=("--aptopt=$file")
+  done
+  echo "Waiting for the libraries of Debian $release for $1"
+  if ! as_root mmdebstrap --variant=extract --mode=root --architectures="$1" \
+    --include="$list" --skip=cleanup/apt/cache \
+    --setup-hook='mkdir -p "$1/usr/lib" && ln -s usr/lib "$1/lib"' \
+    "${options[@]}" "$release" "$dir" "deb $debian_archive $release main" >"$dir.log" 2>&1; then
+    tail -n 20 "$dir.log" >&2
+    echo "The libraries of Debian $release for $1 could not be had; the log is $dir.log." >&2
+    return 1
+  fi
+  # An emulator would take these devices for this machine's own.
+  as_root rm -rf "$dir/dev" && echo "$list" >"$dir.packages"
+}
+
+# What packages are made of.
+package_targets=(KestrinBLESDK KestrinBLESDK_simulated KestrinBLESDK_bluez KestrinBLESDK_c kestrin
+  kestrin-vreader kestrin_python)
+
+# compiler_of ARCHITECTURE: the command of the cross compiler.
+compiler_of() {
+  case $1 in
+    arm64) echo aarch64-linux-gnu-g++ ;;
+    i386) echo i686-linux-gnu-g++ ;;
+  esac
+}
+
+# install_cross_compiler ARCHITECTURE: and what runs its programs here.
+install_cross_compiler() {
+  case $1 in
+    arm64) install_packages g++-aarch64-linux-gnu qemu-user-static ;;
+    i386) install_packages g++-i686-linux-gnu ;;
+    *)
+      echo "No cross compiler for the architecture $1 is known; for arm64 and i386 one is." >&2
+      return 1
+      ;;
+  esac
 }
 
 # remove_root DIR
