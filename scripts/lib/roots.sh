@@ -60,10 +60,11 @@ in_root() {
     dir=$1 project=$2
     shift 2
     mount --make-rprivate /
-    mkdir -p "$dir$project"
-    mount --bind "$project" "$dir$project"
     mount -t proc proc "$dir/proc"
     mount -t tmpfs tmpfs "$dir/tmp" -o mode=1777
+    # After that, since the project may be in /tmp itself.
+    mkdir -p "$dir$project"
+    mount --bind "$project" "$dir$project"
     mount -t tmpfs tmpfs "$dir/dev" -o mode=755
     for device in null zero full random urandom tty; do
       touch "$dir/dev/$device"
