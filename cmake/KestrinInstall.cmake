@@ -14,6 +14,9 @@ string(REGEX REPLACE "/$" "" kestrin_pc_to_prefix "${kestrin_pc_to_prefix}")
 set(kestrin_pc_bluez "")
 if(TARGET KestrinBLESDK_bluez)
   set(kestrin_pc_bluez "kestrinblesdk-bluez = ${PROJECT_VERSION}")
+  # Whoever links it statically needs the same major version of the bus library.
+  get_target_property(KESTRIN_SDBUS_MAJOR kestrin_bus_library KESTRIN_MAJOR)
+  math(EXPR KESTRIN_SDBUS_NEXT_MAJOR "${KESTRIN_SDBUS_MAJOR} + 1")
 endif()
 
 # kestrin_install_library(TARGET EXPORT_NAME)

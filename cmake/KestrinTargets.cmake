@@ -3,6 +3,14 @@
 
 find_package(Threads REQUIRED)
 
+# A newer compiler warns about more, which must not keep a user from building: only who works on this
+# project asks for it.
+function(kestrin_refuse_warnings target)
+  if(KESTRIN_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
 # Warnings, language level and sanitizers of every target of this project.
 function(kestrin_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -27,9 +35,7 @@ function(kestrin_configure target)
     # may be inlined, as clang does by itself.
     target_compile_options(${target} PRIVATE -fno-semantic-interposition)
   endif()
-  if(KESTRIN_WARNINGS_AS_ERRORS)
-    target_compile_options(${target} PRIVATE -Werror)
-  endif()
+  kestrin_refuse_warnings(${target})
   if(KESTRIN_SANITIZE)
     target_compile_options(${target} PRIVATE
       -fsanitize=${KESTRIN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -140,6 +146,24 @@ function(kestrin_add_test name)
   set_tests_properties(${name} PROPERTIES
     TIMEOUT 300 LABELS "${arg_LABELS}" FAIL_REGULAR_EXPRESSION "0 tests from 0 test suites")
 endfunction()
+
+# The bus library of the real radio, as the target kestrin_bus_library. Called in each folder that
+# uses it. Its headers do not say their version, so the package does (radios/bluez/src/BusLibrary.h).
+macro(kestrin_find_bus_library)
+  find_package(sdbus-c++ REQUIRED)
+  if(NOT sdbus-c++_VERSION_MAJOR MATCHES "^[12]$" OR sdbus-c++_VERSION VERSION_LESS 1.2)
+    message(FATAL_ERROR "The real radio needs sdbus-c++ 1.2 or newer, or 2: the version here is "
+      "${sdbus-c++_VERSION}. -DKESTRIN_WITH_BLUEZ=OFF builds without it")
+  endif()
+  if(NOT TARGET kestrin_bus_library)
+    add_library(kestrin_bus_library INTERFACE)
+    set_target_properties(kestrin_bus_library PROPERTIES KESTRIN_MAJOR ${sdbus-c++_VERSION_MAJOR})
+    target_compile_definitions(kestrin_bus_library INTERFACE
+      KESTRIN_SDBUS_MAJOR=${sdbus-c++_VERSION_MAJOR})
+    target_include_directories(kestrin_bus_library INTERFACE ${PROJECT_SOURCE_DIR}/radios/bluez/src)
+    target_link_libraries(kestrin_bus_library INTERFACE SDBusCpp::sdbus-c++)
+  endif()
+endmacro()
 
 # A room that is being built up takes part as soon as it has a CMakeLists.txt.
 function(kestrin_add_room folder)

@@ -6,6 +6,7 @@
 #include <limits>
 #include <set>
 
+#include "BusLibrary.h"
 #include "Conversions.h"
 #include "ObjectTree.h"
 #include "fuzz/Fuzzing.h"
@@ -168,7 +169,7 @@ class Account {
   void takeName(const std::string& path, const PropertyMap& properties) {
     const auto found = properties.find("Name");
     if (found == properties.end() || found->second.isEmpty()) return;
-    if (found->second.peekValueType() != "s") return;
+    if (typeIn(found->second) != "s") return;
     names_[path] = found->second.get<std::string>();
   }
   void checkDevice(const ObjectTree& tree, const std::string& path) const {

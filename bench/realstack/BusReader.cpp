@@ -23,7 +23,7 @@ constexpr char kDevice[] = "org.bluez.Device1";
 
 Objects objectsOf(sdbus::IConnection& bus) {
   Objects objects;
-  const auto root = sdbus::createProxy(bus, kDaemon, "/");
+  const auto root = bluez::makeProxy(bus, kDaemon, "/");
   root->callMethod("GetManagedObjects")
       .onInterface("org.freedesktop.DBus.ObjectManager")
       .storeResultsTo(objects);
@@ -57,7 +57,7 @@ void awaitServices(sdbus::IProxy& device) {
 }  // namespace
 
 std::string connectToReader(sdbus::IConnection& bus) {
-  const auto adapter = sdbus::createProxy(bus, kDaemon, kAdapterPath);
+  const auto adapter = bluez::makeProxy(bus, kDaemon, kAdapterPath);
   adapter->callMethod("SetDiscoveryFilter")
       .onInterface(kAdapter)
       .withArguments(Properties{{"Transport", sdbus::Variant(std::string("le"))}});
@@ -66,7 +66,7 @@ std::string connectToReader(sdbus::IConnection& bus) {
     return textOf(object, kDevice, "Name").starts_with(kReaderName);
   });
   adapter->callMethod("StopDiscovery").onInterface(kAdapter);
-  const auto device = sdbus::createProxy(bus, kDaemon, path);
+  const auto device = bluez::makeProxy(bus, kDaemon, path);
   tally().connecting();
   device->callMethod("Connect").onInterface(kDevice).withTimeout(std::chrono::seconds(60));
   awaitServices(*device);

@@ -4,9 +4,9 @@
 // Threads: one. Lifetime: the connection is the caller's. Errors: sdbus::Error is thrown.
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <string>
+
+#include "BusLibrary.h"
 
 namespace kestrin::bench {
 

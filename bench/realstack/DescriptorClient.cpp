@@ -13,7 +13,7 @@ int main() {
   using namespace kestrin::bench;
   constexpr std::size_t kLargestValue = 512;
   const auto bus = sdbus::createSystemBusConnection();
-  const auto characteristic = sdbus::createProxy(*bus, kDaemon, connectToReader(*bus));
+  const auto characteristic = kestrin::bluez::makeProxy(*bus, kDaemon, connectToReader(*bus));
   sdbus::UnixFd descriptor;
   std::uint16_t mtu = 0;
   characteristic->callMethod("AcquireNotify")

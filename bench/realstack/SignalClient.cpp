@@ -10,7 +10,7 @@
 int main() {
   using namespace kestrin::bench;
   const auto bus = sdbus::createSystemBusConnection();
-  const auto characteristic = sdbus::createProxy(*bus, kDaemon, connectToReader(*bus));
+  const auto characteristic = kestrin::bluez::makeProxy(*bus, kDaemon, connectToReader(*bus));
   characteristic->uponSignal("PropertiesChanged")
       .onInterface("org.freedesktop.DBus.Properties")
       .call([](const std::string&, const std::map<std::string, sdbus::Variant>& changed,
@@ -20,7 +20,7 @@ int main() {
         const auto bytes = value->second.get<std::vector<std::uint8_t>>();
         tally().add(bytes.data(), bytes.size());
       });
-  characteristic->finishRegistration();
+  kestrin::bluez::finishSignals(*characteristic);
   characteristic->callMethod("StartNotify").onInterface(kCharacteristic);
   tally().up();
   bus->enterEventLoop();

@@ -12,9 +12,9 @@ std::atomic<std::size_t> allocated{0};
 // In front of each block stands its size.
 constexpr std::size_t kHeader = alignof(std::max_align_t);
 
-void* allocate(std::size_t size) {
+void* allocate(std::size_t size) noexcept {
   auto* const block = static_cast<unsigned char*>(std::malloc(kHeader + size));
-  if (block == nullptr) throw std::bad_alloc();
+  if (block == nullptr) return nullptr;
   std::memcpy(block, &size, sizeof size);
   allocated += size;
   return block + kHeader;
@@ -33,7 +33,13 @@ void release(void* memory) noexcept {
 
 std::size_t kestrin::test::allocatedBytes() noexcept { return allocated; }
 
-// The forms for arrays and without exceptions call these two.
-void* operator new(std::size_t size) { return allocate(size); }
+// The forms for arrays call these. The one without exceptions does so in the C++ library, but not in a
+// sanitizer's, which allocates by itself what is then released here.
+void* operator new(std::size_t size) {
+  void* const memory = allocate(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
 void operator delete(void* memory) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t) noexcept { release(memory); }

@@ -13,6 +13,7 @@ __attribute__((visibility("default"))) const char* __tsan_default_suppressions()
 // NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming): the runtime's name.
 const char* __tsan_default_suppressions() {
   return "called_from_lib:libsystemd.so.0\n"
-         "called_from_lib:libsdbus-c++.so.1\n";
+         "called_from_lib:libsdbus-c++.so.1\n"
+         "called_from_lib:libsdbus-c++.so.2\n";
 }
 }

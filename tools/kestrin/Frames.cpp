@@ -23,7 +23,7 @@ std::string hexOfCrc(std::uint16_t crc) {
 
 }  // namespace
 
-std::string countOf(std::size_t count, const std::string& thing) {
+std::string countOf(std::uint64_t count, const std::string& thing) {
   return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
 }
 

@@ -16,6 +16,6 @@ std::string whyNoFrame(std::span<const std::uint8_t> bytes);
 std::string describeFrame(std::span<const std::uint8_t> bytes);
 
 /// `1 byte`, `2 bytes`.
-std::string countOf(std::size_t count, const std::string& thing);
+std::string countOf(std::uint64_t count, const std::string& thing);
 
 }  // namespace kestrin::app

@@ -193,7 +193,7 @@ std::uint64_t ArrivalRate::perSecond(std::size_t sum, Time now) const {
   // What began a moment ago is not judged by seconds in which there was nothing yet.
   const Time span = std::clamp<Time>(now - first_, std::chrono::seconds(1), kSpan);
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(span).count();
-  return sum * 10'000 / static_cast<std::uint64_t>(milliseconds);
+  return std::uint64_t{sum} * 10'000 / static_cast<std::uint64_t>(milliseconds);
 }
 
 std::vector<ScreenLine> drawn(const MonitorView& view, ScreenSize size) {

@@ -15,10 +15,16 @@ WeakReference::~WeakReference() {
 }
 
 py::object WeakReference::get() const {
+#if PY_VERSION_HEX >= 0x030D0000  // Python 3.13, which will do without the other function.
+  PyObject* object = nullptr;
+  if (PyWeakref_GetRef(reference_, &object) < 0) throw py::error_already_set();
+  return py::reinterpret_steal<py::object>(object);
+#else
   PyObject* const object = PyWeakref_GetObject(reference_);
   if (object == nullptr) throw py::error_already_set();
   if (object == Py_None) return {};
   return py::reinterpret_borrow<py::object>(object);
+#endif
 }
 
 bool KeptInterrupt::take(py::handle culprit) noexcept {

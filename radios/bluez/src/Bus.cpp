@@ -1,6 +1,5 @@
 #include "Bus.h"
 
-#include <limits>
 #include <utility>
 
 #include "BusSocket.h"
@@ -11,8 +10,6 @@ namespace {
 constexpr char kDisconnected[] = "org.freedesktop.DBus.Error.Disconnected";
 constexpr char kNoReply[] = "org.freedesktop.DBus.Error.NoReply";
 constexpr int kMessagesPerRound = 64;
-// Limits are timers of the radio's own thread; the bus library is told to wait for ever.
-constexpr std::uint64_t kNoLibraryLimit = std::numeric_limits<std::uint64_t>::max();
 
 }  // namespace
 
@@ -44,7 +41,7 @@ void Bus::close() {
 bool Bus::subscribe(const std::string& match, SignalHandler handler) {
   if (!connection_) return false;
   try {
-    connection_->addMatch(match, std::move(handler), sdbus::floating_slot);
+    addMatch(*connection_, match, std::move(handler));
     return true;
   } catch (const sdbus::Error&) {
     return false;
@@ -60,19 +57,18 @@ void Bus::call(const Call& call, Reply reply) {
     return;
   }
   try {
-    pending.proxy = sdbus::createProxy(*connection_, call.destination, call.path);
-    auto message = pending.proxy->createMethodCall(call.interface, call.method);
+    pending.proxy = makeProxy(*connection_, call.destination, call.path);
+    auto message = makeCall(*pending.proxy, call.interface, call.method);
     if (call.arguments) call.arguments(message);
-    pending.proxy->callMethod(
-        message,
-        [this, number](sdbus::MethodReply& answer, const sdbus::Error* error) {
-          this->answer(number,
-                       error != nullptr
-                           ? std::optional(CallError{error->getName(), error->getMessage()})
-                           : std::nullopt,
-                       answer);
-        },
-        kNoLibraryLimit);
+    // Limits are timers of the radio's own thread; the bus library is told to wait for ever.
+    callWithoutLimit(*pending.proxy, message,
+                     [this, number](const sdbus::Error* error, sdbus::MethodReply& answer) {
+                       this->answer(number,
+                                    error != nullptr ? std::optional(CallError{error->getName(),
+                                                                               error->getMessage()})
+                                                     : std::nullopt,
+                                    answer);
+                     });
     pending.limit = thread_.arm(call.limit, [this, number] {
       sdbus::MethodReply none;
       answer(number, CallError{kNoReply, "no answer came in time"}, none);
@@ -108,9 +104,7 @@ std::optional<PollSource::Wait> Bus::wait() noexcept {
   if (!connection_) return std::nullopt;
   try {
     const auto poll = connection_->getEventLoopPollData();
-    Wait wait{.descriptor = poll.fd, .events = poll.events, .limit = std::nullopt};
-    if (const auto limit = poll.getRelativeTimeout()) wait.limit = std::max<Time>(*limit, {});
-    return wait;
+    return Wait{.descriptor = poll.fd, .events = poll.events, .limit = timeToNextEvent(poll)};
   } catch (const sdbus::Error&) {
     broken_ = true;
     return Wait{.descriptor = -1, .events = 0, .limit = Time::zero()};
@@ -122,7 +116,7 @@ void Bus::process() noexcept {
   try {
     // What is left after that many is taken in the next round; tasks must not starve.
     for (int count = 0; !broken_ && count < kMessagesPerRound; ++count) {
-      if (!connection_->processPendingRequest()) break;
+      if (!processOne(*connection_)) break;
     }
   } catch (const sdbus::Error&) {
     broken_ = true;

@@ -7,8 +7,6 @@
 // Errors: nothing is thrown. A call that can not be made is answered with an error.
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -17,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "BusLibrary.h"
 #include "BusThread.h"
 
 namespace kestrin::bluez {

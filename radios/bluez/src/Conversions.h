@@ -9,8 +9,6 @@
 // and GattCharacteristic1.
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -19,6 +17,7 @@
 #include <vector>
 
 #include "Bus.h"
+#include "BusLibrary.h"
 #include "KestrinBLESDK/platform/CBCharacteristic.h"
 #include "KestrinBLESDK/platform/CBUUID.h"
 #include "KestrinBLESDK/platform/NSError.h"

@@ -64,11 +64,10 @@ class Asking {
                            const Arguments&... arguments) {
     error.reset();
     try {
-      const auto proxy = sdbus::createProxy(connection_, destination, path);
-      auto call = proxy->createMethodCall(interface, method);
+      const auto proxy = makeProxy(connection_, destination, path);
+      auto call = makeCall(*proxy, interface, method);
       (void)(call << ... << arguments);
-      const auto limit = std::chrono::duration_cast<std::chrono::microseconds>(limit_);
-      auto reply = proxy->callMethod(call, static_cast<std::uint64_t>(limit.count()));
+      auto reply = callAndWait(*proxy, call, limit_);
       Value value;
       reply >> value;
       return value;

@@ -95,7 +95,7 @@ void SleepCore::askForLongestDelay() {
   bus_.call(call, [this](const std::optional<CallError>& error, sdbus::MethodReply& reply) {
     if (error) return;
     const auto value = readMessage<sdbus::Variant>(reply);
-    if (!value || std::get<0>(*value).peekValueType() != "t") return;
+    if (!value || typeIn(std::get<0>(*value)) != "t") return;
     // The service lets the machine sleep after this in any case, lock or not.
     constexpr std::uint64_t kMost = 60'000'000;
     const auto granted = std::min(std::get<0>(*value).get<std::uint64_t>(), kMost);

@@ -5,13 +5,12 @@
 // Errors: what keeps the sleep from being watched is told once.
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <functional>
 #include <optional>
 #include <string>
 
 #include "Bus.h"
+#include "BusLibrary.h"
 
 namespace kestrin::bluez {
 

@@ -33,7 +33,7 @@ constexpr MethodShape kMethods[] = {
 
 /// Appends what a variant holds, without the variant around it.
 void appendContents(sdbus::Message& message, const sdbus::Variant& value) {
-  const std::string type = value.peekValueType();
+  const std::string type = typeIn(value);
   if (type == "s") {
     message << value.get<std::string>();
   } else if (type == "b") {
@@ -57,9 +57,7 @@ BusService::BusService(const std::string& address, Handler handler)
     : handler_(std::move(handler)),
       thread_(BusThread::create()),
       connection_(sdbus::createSessionBusConnectionWithAddress(address)),
-      root_(sdbus::createObject(*connection_, "/")) {
-  root_->addObjectManager();
-  root_->finishRegistration();
+      root_(publishRoot(*connection_)) {
   thread_->setSource(this);
   runner_ = std::thread([thread = thread_] { thread->run(); });
 }
@@ -83,17 +81,15 @@ void BusService::run(const std::function<void()>& work) {
   done.get_future().wait();
 }
 
-void BusService::ownName(const std::string& name) { connection_->requestName(name); }
+void BusService::ownName(const std::string& name) { takeName(*connection_, name); }
 
-void BusService::releaseName(const std::string& name) { connection_->releaseName(name); }
+void BusService::releaseName(const std::string& name) { giveUpName(*connection_, name); }
 
 std::optional<PollSource::Wait> BusService::wait() noexcept {
   if (!connection_) return std::nullopt;
   try {
     const auto poll = connection_->getEventLoopPollData();
-    std::optional<Time> limit;
-    if (const auto left = poll.getRelativeTimeout()) limit = std::max<Time>(*left, Time::zero());
-    return Wait{.descriptor = poll.fd, .events = poll.events, .limit = limit};
+    return Wait{.descriptor = poll.fd, .events = poll.events, .limit = timeToNextEvent(poll)};
   } catch (const sdbus::Error&) {
     return std::nullopt;  // The bus has gone; the test knows.
   }
@@ -106,7 +102,7 @@ void BusService::process() noexcept {
   }
   if (!connection_) return;
   try {
-    connection_->processPendingRequest();
+    processOne(*connection_);
   } catch (const sdbus::Error&) {
   }
 }
@@ -155,7 +151,7 @@ void BusService::change(const std::string& path, const std::string& interface,
   auto& properties = objects_[path].interfaces[interface];
   for (const auto& [name, value] : changed) {
     const auto known = properties.find(name);
-    if (known == properties.end() || known->second.peekValueType() != value.peekValueType()) {
+    if (known == properties.end() || typeIn(known->second) != typeIn(value)) {
       stale_.insert(path);
     }
     properties[name] = value;
@@ -173,7 +169,7 @@ void BusService::signal(const std::string& path, const std::string& interface,
   const auto object = objects_.find(path);
   auto& sender =
       object == objects_.end() || !object->second.published ? *root_ : *object->second.published;
-  auto message = sender.createSignal(interface, member);
+  auto message = makeSignal(sender, interface, member);
   contents(message);
   message.send();
 }
@@ -181,30 +177,32 @@ void BusService::signal(const std::string& path, const std::string& interface,
 void BusService::publish(const std::string& path) {
   Object& object = objects_[path];
   object.published.reset();
-  object.published = sdbus::createObject(*connection_, path);
+  std::vector<ServedInterface> interfaces;
   for (const auto& [interface, properties] : object.interfaces) {
-    registerInterface(*object.published, path, interface, properties);
+    interfaces.push_back(served(path, interface, properties));
   }
-  object.published->finishRegistration();
+  object.published = publishObject(*connection_, path, std::move(interfaces));
 }
 
-void BusService::registerInterface(sdbus::IObject& object, const std::string& path,
-                                   const std::string& interface, const Properties& properties) {
+ServedInterface BusService::served(const std::string& path, const std::string& interface,
+                                   const Properties& properties) {
+  ServedInterface served{.name = interface, .methods = {}, .properties = {}};
   for (const auto& method : kMethods) {
     if (interface != method.interface) continue;
-    object.registerMethod(interface, method.name, method.in, method.out,
-                          [this, path, name = std::string(method.name)](sdbus::MethodCall call) {
-                            handler_(path, name, std::move(call));
-                          });
+    served.methods.push_back(
+        {method.name, method.in, method.out,
+         [this, path, name = std::string(method.name)](sdbus::MethodCall call) {
+           handler_(path, name, std::move(call));
+         }});
   }
-  for (const auto& [name, value] : properties) {
-    object.registerProperty(interface, name, value.peekValueType(),
-                            [this, path, interface, name = name](sdbus::PropertyGetReply& reply) {
-                              if (const auto* now = property(path, interface, name)) {
-                                appendContents(reply, *now);
-                              }
-                            });
+  for (const auto& entry : properties) {
+    const std::string& name = entry.first;
+    served.properties.push_back(
+        {name, typeIn(entry.second), [this, path, interface, name](sdbus::PropertyGetReply& reply) {
+           if (const auto* now = property(path, interface, name)) appendContents(reply, *now);
+         }});
   }
+  return served;
 }
 
 }  // namespace kestrin::bluez::test

@@ -7,8 +7,6 @@
 // Errors: a bus that refuses something fails the test.
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <deque>
 #include <functional>
 #include <map>
@@ -19,7 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include "BusLibrary.h"
 #include "BusThread.h"
+#include "radios/bluez/ServiceLibrary.h"
 
 namespace kestrin::bluez::test {
 
@@ -68,8 +68,8 @@ class BusService final : private PollSource {
   std::optional<Wait> wait() noexcept override;
   void process() noexcept override;
   void publish(const std::string& path);
-  void registerInterface(sdbus::IObject& object, const std::string& path,
-                         const std::string& interface, const Properties& properties);
+  [[nodiscard]] ServedInterface served(const std::string& path, const std::string& interface,
+                                       const Properties& properties);
 
   const Handler handler_;
   std::shared_ptr<BusThread> thread_;

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sdbus-c++/sdbus-c++.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,9 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "BusLibrary.h"
 #include "BusSleepWatch.h"
 #include "KestrinBLESDK/platform/MainRunLoop.h"
 #include "radios/bluez/BluezRadioTest.h"
+#include "radios/bluez/ServiceLibrary.h"
 
 namespace kestrin::bluez::test {
 namespace {
@@ -35,19 +36,15 @@ class StandInLogin {
  public:
   explicit StandInLogin(const std::string& address, std::uint64_t longestDelay = 5'000'000)
       : connection_(sdbus::createSessionBusConnectionWithAddress(address)),
-        object_(sdbus::createObject(*connection_, "/org/freedesktop/login1")) {
-    object_->registerMethod("Inhibit")
-        .onInterface(kLoginManager)
-        .implementedAs([this](const std::string& what, const std::string& who,
-                              const std::string& why, const std::string& mode) {
-          return lock(what + "|" + who + "|" + why + "|" + mode);
-        });
-    object_->registerProperty("InhibitDelayMaxUSec").onInterface(kLoginManager).withGetter([=] {
-      return longestDelay;
-    });
-    object_->registerSignal("PrepareForSleep").onInterface(kLoginManager).withParameters<bool>();
-    object_->finishRegistration();
-    connection_->requestName(kLogin);
+        object_(publishObject(
+            *connection_, "/org/freedesktop/login1",
+            {{.name = kLoginManager,
+              .methods = {{"Inhibit", "ssss", "h",
+                           [this](const sdbus::MethodCall& call) { inhibit(call); }}},
+              .properties = {
+                  {"InhibitDelayMaxUSec", "t",
+                   [longestDelay](sdbus::PropertyGetReply& reply) { reply << longestDelay; }}}}})) {
+    takeName(*connection_, kLogin);
     runner_ = std::thread([this] {
       try {
         connection_->enterEventLoop();
@@ -87,10 +84,20 @@ class StandInLogin {
   }
 
  private:
+  void inhibit(sdbus::MethodCall call) {
+    std::string what;
+    std::string who;
+    std::string why;
+    std::string mode;
+    call >> what >> who >> why >> mode;
+    auto reply = call.createReply();
+    reply << lock(what + "|" + who + "|" + why + "|" + mode);
+    reply.send();
+  }
   sdbus::UnixFd lock(std::string request) {
     const std::scoped_lock guard(mutex_);
     std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw sdbus::Error("no.descriptors", "none left");
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw makeError("no.descriptors", "none left");
     request_ = std::move(request);
     locks_.push_back(ends[0]);
     return {ends[1], sdbus::adopt_fd};

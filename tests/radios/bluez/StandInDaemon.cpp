@@ -52,7 +52,7 @@ StandInDaemon::~StandInDaemon() {
 
 StandInDaemon::Reaction StandInDaemon::fails(const std::string& error, const std::string& message) {
   return [error, message](const sdbus::MethodCall& call) {
-    call.createErrorReply(sdbus::Error(error, message)).send();
+    call.createErrorReply(makeError(error, message)).send();
   };
 }
 

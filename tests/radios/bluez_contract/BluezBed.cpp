@@ -5,13 +5,13 @@
 // file its lines are (KESTRIN_CONTRACT_LOG), and what the reader is called: its id
 // (KESTRIN_CONTRACT_READER) and its name (KESTRIN_CONTRACT_NAME).
 #include <gtest/gtest.h>
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <thread>
 
+#include "BusLibrary.h"
 #include "KestrinBLESDK/platform/MainRunLoop.h"
 #include "kestrin/bluez/Bluez.h"
 #include "radios/bluez_contract/ReaderOrders.h"
@@ -50,7 +50,7 @@ std::string hexOf(const NSData& value) {
 class Adapter {
  public:
   Adapter()
-      : proxy_(sdbus::createProxy(sdbus::createSystemBusConnection(), "org.bluez", kAdapterPath)) {}
+      : proxy_(bluez::makeProxy(sdbus::createSystemBusConnection(), "org.bluez", kAdapterPath)) {}
   [[nodiscard]] bool powered() const {
     return proxy_->getProperty("Powered").onInterface(kInterface).get<bool>();
   }
