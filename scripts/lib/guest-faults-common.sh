@@ -80,10 +80,14 @@ rescan() {
   expect_told 60 "$powered_on" $((times + 1))
 }
 
-# link_up: a new scan, then a connection to the reader that was accepted last. A lone reader is not
-# accepted a second time.
+# link_up: a new scan that tells of the reader anew, then a connection to the reader that was accepted
+# last. A lone reader is not accepted a second time.
 link_up() {
-  rescan && wait_for 60 "the reader to be found" last_found KVR-0001 && connect_again
+  local sighted='LOG DiscoverPeripheral  KVR-0001' before
+  told "$sighted"
+  before=$times
+  rescan && expect_told 60 "$sighted" $((before + 1)) &&
+    wait_for 60 "the reader to be accepted" last_found KVR-0001 && connect_again
 }
 
 # connect_again: to the reader that was accepted last, until it is plugged in.
