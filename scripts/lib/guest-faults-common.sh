@@ -92,11 +92,13 @@ link_up() {
 
 # connect_again: to the reader that was accepted last, until it is plugged in.
 connect_again() {
+  local connected plugged
   told 'LOG BLE Connected'
-  ask connect
-  expect_told 60 'LOG BLE Connected' $((times + 1)) || return 1
+  connected=$times
   told 'PLUG 1'
-  expect_told 60 'PLUG 1' $((times + 1))
+  plugged=$times
+  ask connect
+  expect_told 60 'LOG BLE Connected' $((connected + 1)) && expect_told 60 'PLUG 1' $((plugged + 1))
 }
 
 # last_found NAME: whether the application accepted that reader last.
