@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <condition_variable>
 #include <limits>
+#include <mutex>
+#include <thread>
 
 namespace kestrin::test {
 namespace {
@@ -84,6 +87,32 @@ TEST(MonotonicClockTime, EndsAWaitWhoseDeadlineIsOver) {
   std::unique_lock lock(mutex);
   clock.wait(never, lock, clock.now() - 1s);
   EXPECT_TRUE(lock.owns_lock());
+}
+
+// Where the C library counts seconds in 32 bits, the end of such a wait is beyond what it can name.
+TEST(MonotonicClockTime, HasNotPassedInAWaitForAHundredYears) {
+  MonotonicClock clock;
+  std::mutex mutex;
+  std::condition_variable wakeUp;
+  bool done = false;
+  std::thread other([&] {
+    for (int i = 0; i < 1000; ++i) {
+      const std::scoped_lock lock(mutex);
+      std::this_thread::yield();
+    }
+    const std::scoped_lock lock(mutex);
+    done = true;
+    wakeUp.notify_one();
+  });
+  std::unique_lock lock(mutex);
+  int waits = 0;
+  while (!done) {
+    clock.wait(wakeUp, lock, clock.now() + timeFromSeconds(1e30));
+    ++waits;
+  }
+  lock.unlock();
+  other.join();
+  EXPECT_LE(waits, 5);
 }
 
 }  // namespace

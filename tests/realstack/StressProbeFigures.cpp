@@ -31,8 +31,8 @@ Holdings holdings() {
   return {// The one that the folder is read through does not count.
           .descriptors = entries("/proc/self/fd") - 1,
           .threads = entries("/proc/self/task"),
-          // A large block has a mapping of its own, until the release of one makes the allocator put
-          // the next of that size among the others: only both figures together stay the same.
+          // A large block has a mapping of its own, until the release of one makes the allocator
+          // put the next of that size among the others: only both figures together stay the same.
           .allocated = memory.uordblks + memory.hblkhd,
           .resident = residentBytes()};
 }

@@ -33,8 +33,8 @@ void release(void* memory) noexcept {
 
 std::size_t kestrin::test::allocatedBytes() noexcept { return allocated; }
 
-// The forms for arrays call these. The one without exceptions does so in the C++ library, but not in a
-// sanitizer's, which allocates by itself what is then released here.
+// The forms for arrays call these. The one without exceptions does so in the C++ library, but not
+// in a sanitizer's, which allocates by itself what is then released here.
 void* operator new(std::size_t size) {
   void* const memory = allocate(size);
   if (memory == nullptr) throw std::bad_alloc();

@@ -37,8 +37,12 @@ constexpr std::uint16_t referenceCrc(std::span<const std::uint8_t> bytes) {
 /// A whole frame; `type` and the length of `payload` may be ones that a receiver rejects.
 inline Bytes referenceFrame(std::uint8_t type, std::uint8_t code,
                             std::span<const std::uint8_t> payload) {
-  Bytes frame{0xBB, type, code, static_cast<std::uint8_t>(payload.size() >> 8),
-              static_cast<std::uint8_t>(payload.size() & 0xFF)};
+  Bytes frame;
+  frame.push_back(0xBB);
+  frame.push_back(type);
+  frame.push_back(code);
+  frame.push_back(static_cast<std::uint8_t>(payload.size() >> 8));
+  frame.push_back(static_cast<std::uint8_t>(payload.size() & 0xFF));
   frame.insert(frame.end(), payload.begin(), payload.end());
   frame.push_back(0x7E);
   const std::uint16_t crc = referenceCrc(std::span(frame).subspan(1));

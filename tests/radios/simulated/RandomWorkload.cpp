@@ -30,7 +30,9 @@ RandomWorkload::RandomWorkload(std::uint64_t seed)
   }
 }
 
-std::size_t RandomWorkload::upTo(std::size_t last) { return random_() % (last + 1); }
+std::size_t RandomWorkload::upTo(std::size_t last) {
+  return static_cast<std::size_t>(random_() % (std::uint64_t{last} + 1));
+}
 
 void RandomWorkload::run(int steps) {
   for (int i = 0; i < steps; ++i) {
