@@ -182,7 +182,7 @@ turn_of() {
 }
 
 check "the message bus answers" start_bus || finish_cases
-check "the virtual reader is there" start_vreader --reader KVR-0001,id=reader || finish_cases
+check "the virtual reader is there" start_vreader --air none --reader KVR-0001,id=reader || finish_cases
 DAEMON_CACHE=no
 check "the daemon's adapter is powered" start_daemon || finish_cases
 for ((turn = 1; turn <= turns; ++turn)); do

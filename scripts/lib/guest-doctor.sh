@@ -9,7 +9,9 @@ chmod -R a+rX "$programs"
 export LD_LIBRARY_PATH=$programs
 kestrin=$programs/kestrin
 output=$guest_logs/kestrin.out
+# Debian 13 and newer ship it in /usr/share.
 policy=/etc/dbus-1/system.d/bluetooth.conf
+[ -f "$policy" ] || policy=/usr/share/dbus-1/system.d/bluetooth.conf
 
 # as_nobody GROUP COMMAND...: as an ordinary user with this one group besides his own, or none for -.
 as_nobody() {
@@ -93,12 +95,16 @@ reload_policy() {
 }
 
 # refuse_by_default: the policy of a system that is stricter than Debian's: root and a group only.
+# Debian 12's names the group already, newer ones leave it out.
 refuse_by_default() {
   cp "$policy" "$guest_logs/policy"
   sed -i '/<policy context="default">/,/<\/policy>/d' "$policy"
+  grep -q 'group="bluetooth"' "$policy" || sed -i "s|</busconfig>|$group_part&|" "$policy"
   ! grep -q 'context="default"' "$policy" && grep -q 'group="bluetooth"' "$policy" &&
     reload_policy && wait_for 10 "the bus to take the new policy" daemon_refuses_nobody
 }
+
+group_part='<policy group="bluetooth"><allow send_destination="org.bluez"/></policy>'
 
 allow_by_default() {
   cp "$guest_logs/policy" "$policy" && reload_policy

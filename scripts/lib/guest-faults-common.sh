@@ -80,19 +80,25 @@ rescan() {
   expect_told 60 "$powered_on" $((times + 1))
 }
 
-# link_up: a new scan, then a connection to the reader that was accepted last. A lone reader is not
-# accepted a second time.
+# link_up: a new scan that tells of the reader anew, then a connection to the reader that was accepted
+# last. A lone reader is not accepted a second time.
 link_up() {
-  rescan && wait_for 60 "the reader to be found" last_found KVR-0001 && connect_again
+  local sighted='LOG DiscoverPeripheral  KVR-0001' before
+  told "$sighted"
+  before=$times
+  rescan && expect_told 60 "$sighted" $((before + 1)) &&
+    wait_for 60 "the reader to be accepted" last_found KVR-0001 && connect_again
 }
 
 # connect_again: to the reader that was accepted last, until it is plugged in.
 connect_again() {
+  local connected plugged
   told 'LOG BLE Connected'
-  ask connect
-  expect_told 60 'LOG BLE Connected' $((times + 1)) || return 1
+  connected=$times
   told 'PLUG 1'
-  expect_told 60 'PLUG 1' $((times + 1))
+  plugged=$times
+  ask connect
+  expect_told 60 'LOG BLE Connected' $((connected + 1)) && expect_told 60 'PLUG 1' $((plugged + 1))
 }
 
 # last_found NAME: whether the application accepted that reader last.

@@ -1,6 +1,6 @@
 #!/bin/busybox sh
-# The first program in the virtual machine: makes the host's files this machine's root, runs the job
-# and switches the machine off. The job's exit status goes out on the second serial port.
+# The first program in the virtual machine: makes the files that it is given this machine's root, runs
+# the job and switches the machine off. The job's exit status goes out on the second serial port.
 
 PATH=/bin
 /bin/busybox --install -s /bin
@@ -17,18 +17,26 @@ while read -r module; do
   insmod "/modules/$module" || give_up "the kernel refuses the module $module"
 done </modules/order
 
-# Nothing else changes the host's files while the machine runs, so what was read once stays valid.
-mount -t 9p -o trans=virtio,version=9p2000.L,msize=512000,ro,cache=loose host /host ||
-  give_up "the host's files cannot be mounted"
+# mount_share NAME WHERE: the host's files of that name; what is changed in them is kept in memory.
+# Nothing else changes them while the machine runs, so what was read once stays valid.
+mount_share() {
+  mount -t 9p -o trans=virtio,version=9p2000.L,msize=512000,ro,cache=loose "$1" "/$1" ||
+    give_up "the files of the share $1 cannot be mounted"
+  mkdir -p "/overlay/$1/changed" "/overlay/$1/work" "$2"
+  mount -t overlay -o "lowerdir=/$1,upperdir=/overlay/$1/changed,workdir=/overlay/$1/work" overlay \
+    "$2" || give_up "the overlay over the files of the share $1 cannot be mounted"
+}
+
 mount -t tmpfs tmpfs /overlay
-mkdir /overlay/changed /overlay/work
-mount -t overlay -o lowerdir=/host,upperdir=/overlay/changed,workdir=/overlay/work overlay \
-  /newroot || give_up "the overlay over the host's files cannot be mounted"
+mount_share host /newroot
+repository=$(cat /repository-path)
+[ -z "$repository" ] || mount_share repository "/newroot$repository"
 
 mount -t proc proc /newroot/proc
 mount -t sysfs sys /newroot/sys
 mount -t devtmpfs dev /newroot/dev
 mkdir -p /newroot/dev/pts /newroot/dev/shm /newroot/var/lib/bluetooth
+ln -s /proc/self/fd /newroot/dev/fd
 mount -t devpts devpts /newroot/dev/pts
 for directory in dev/shm run var/lib/bluetooth; do
   mount -t tmpfs tmpfs "/newroot/$directory"

@@ -204,6 +204,47 @@ TEST_F(ControllerTest, TellsAboutTheOtherSideOfALink) {
                                                                                  "400004"});
 }
 
+TEST_F(ControllerTest, WhatADeviceSendsHasTheAirOnePacketAfterAnother) {
+  // A PDU of 20 bytes and its L2CAP header: 34 bytes in all, and an acknowledgement of 10 bytes,
+  // at 8 us a byte, and two gaps of 150 us.
+  constexpr auto kAirTime = std::chrono::microseconds(652);
+  const Bytes pdu(20, 0xAA);
+  controller.setAir(Air::oneMegabit);
+  const auto device = addDevice();
+  connect(1);
+  device->link->send(pdu);
+  device->link->send(pdu);
+  EXPECT_EQ(packets(), Packets());
+  runLoop->runFor(kAirTime - std::chrono::microseconds(1));
+  EXPECT_EQ(packets(), Packets());
+  runLoop->runFor(std::chrono::microseconds(1));
+  EXPECT_EQ(packets().size(), 1U);
+  runLoop->runFor(kAirTime - std::chrono::microseconds(1));
+  EXPECT_EQ(packets(), Packets());
+  runLoop->runFor(std::chrono::microseconds(1));
+  EXPECT_EQ(packets().size(), 1U);
+  // The air has been free since.
+  runLoop->runFor(milliseconds(5));
+  device->link->send(Bytes{0x1B});
+  device->link->send(pdu);
+  runLoop->runFor(Link::airTime(5));
+  EXPECT_EQ(packets(), Packets{"0240200500"
+                               "01000400"
+                               "1b"});
+  runLoop->runFor(kAirTime);
+  EXPECT_EQ(packets().size(), 1U);
+}
+
+TEST_F(ControllerTest, WhatIsOnTheAirWhenTheLinkGoesDownIsLost) {
+  controller.setAir(Air::oneMegabit);
+  const auto device = addDevice();
+  connect(1);
+  device->link->send(Bytes{0x1B});
+  device->link->drop(0x08);
+  EXPECT_EQ(packets(), Packets{"04050400400008"});
+  EXPECT_EQ(packetsAfter(milliseconds(100)), Packets());
+}
+
 TEST_F(ControllerTest, ChangesTheParametersOfALink) {
   const auto device = addDevice();
   connect(1);

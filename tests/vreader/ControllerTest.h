@@ -45,6 +45,9 @@ class FakeDevice final : public RemoteDevice {
 
 class ControllerTest : public testing::Test {
  protected:
+  // What is on the air for no time is there at once.
+  ControllerTest() { controller.setAir(Air::none); }
+
   std::shared_ptr<FakeDevice> addDevice() {
     auto device = std::make_shared<FakeDevice>(++devices_);
     controller.addDevice(device);

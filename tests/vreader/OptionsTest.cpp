@@ -73,6 +73,12 @@ TEST(Options, LinksAreLimitedOnDemand) {
   EXPECT_EQ(parse({"--most-links", "4"}).options->mostLinks, 4U);
 }
 
+TEST(Options, WhatIsSentIsOnTheAirUnlessThatIsNotWanted) {
+  EXPECT_EQ(parse({}).options->air, Air::oneMegabit);
+  EXPECT_EQ(parse({"--air", "1M"}).options->air, Air::oneMegabit);
+  EXPECT_EQ(parse({"--air", "none"}).options->air, Air::none);
+}
+
 TEST(Options, AnEmptyNameIsNone) {
   std::string problem;
   const auto device = deviceFromText(",id=nameless", false, 1, problem);
@@ -105,6 +111,7 @@ TEST(Options, WrongUsageEndsWithStatus2AndSaysWhatIsWrong) {
       {{"--reader", "K,familiy=q62t"}, "there is no key \"familiy\"; did you mean family?"},
       {{"--reader", "K,\x1b[2J=1"}, "there is no key \"\\x1b[2J\""},
       {{"--most-links", "0"}, "--most-links"},
+      {{"--air", "2M"}, "--air"},
   };
   for (const auto& [arguments, text] : cases) {
     const auto line = parse(arguments);

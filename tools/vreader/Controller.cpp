@@ -100,8 +100,13 @@ void Controller::connect(const std::shared_ptr<RemoteDevice>& device) {
   const std::uint16_t handle = freeHandle();
   auto& link = links_[handle];
   link = std::make_unique<Link>(
-      handle, device, parameters, toHost_,
-      [this](Link& dropped, std::uint8_t reason) { dropLink(dropped.handle(), reason); });
+      handle, device, parameters,
+      Link::Surroundings{.runLoop = runLoop_,
+                         .air = air_,
+                         .toHost = toHost_,
+                         .onDrop = [this](Link& dropped, std::uint8_t reason) {
+                           dropLink(dropped.handle(), reason);
+                         }});
   // The device first: who follows what it says must not hear of the link from the host before.
   device->connected(*link);
   connectionComplete(hci::ErrorCode::success, handle, device->address(), parameters);

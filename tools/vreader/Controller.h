@@ -48,6 +48,8 @@ class Controller {
   /// The most links that are up at a time; without this call there is no limit. An attempt at one
   /// more is refused.
   void setMostLinks(std::size_t most) { mostLinks_ = most; }
+  /// How long what the devices of coming links send is on the air.
+  void setAir(Air air) { air_ = air; }
 
   /// How often each device advertises, and how soon after a scan or a connection attempt begins.
   static constexpr std::chrono::milliseconds kAdvertisingInterval{100};
@@ -127,6 +129,7 @@ class Controller {
   std::optional<Initiation> initiation_;
   std::map<std::uint16_t, std::unique_ptr<Link>> links_;
   std::optional<std::size_t> mostLinks_;
+  Air air_ = Air::oneMegabit;
   std::optional<RunLoop::TimerId> advertisingTimer_;
   unsigned advertisements_ = 0;
 };

@@ -1,16 +1,20 @@
 #include "tools/vreader/Link.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kestrin::vreader {
 
 Link::Link(std::uint16_t handle, std::shared_ptr<RemoteDevice> device,
-           ConnectionParameters parameters, HostSink toHost, DropRequest onDrop)
+           ConnectionParameters parameters, Surroundings surroundings)
     : handle_(handle),
       device_(std::move(device)),
       parameters_(parameters),
-      toHost_(std::move(toHost)),
-      onDrop_(std::move(onDrop)) {}
+      surroundings_(std::move(surroundings)) {}
+
+Link::~Link() {
+  if (arrivalTimer_) surroundings_.runLoop->cancel(*arrivalTimer_);
+}
 
 void Link::take(const AclPacket& packet) {
   const auto frame = reassembler_.take(packet.boundary, packet.data);
@@ -32,9 +36,35 @@ void Link::take(const AclPacket& packet) {
 }
 
 void Link::sendOn(L2capChannel channel, ByteView payload) {
-  for (const Bytes& packet : aclPackets(handle_, channel, payload, kLargestAclData)) {
-    toHost_(packet);
+  // The packet type, the handle and the length are between host and controller only.
+  constexpr std::size_t kAclHeader = 5;
+  for (Bytes& packet : aclPackets(handle_, channel, payload, kLargestAclData)) {
+    if (surroundings_.air == Air::none) {
+      surroundings_.toHost(packet);
+      continue;
+    }
+    airIsFree_ =
+        std::max(airIsFree_, surroundings_.runLoop->now()) + airTime(packet.size() - kAclHeader);
+    onAir_.push_back({std::move(packet), airIsFree_});
   }
+  if (!onAir_.empty() && !arrivalTimer_) waitForArrival();
+}
+
+void Link::waitForArrival() {
+  const Time now = surroundings_.runLoop->now();
+  arrivalTimer_ = surroundings_.runLoop->arm(std::max(onAir_.front().arrival - now, Time::zero()),
+                                             [this] { arrive(); });
+}
+
+void Link::arrive() {
+  arrivalTimer_.reset();
+  const Time now = surroundings_.runLoop->now();
+  while (!onAir_.empty() && onAir_.front().arrival <= now) {
+    const Bytes packet = std::move(onAir_.front().packet);
+    onAir_.pop_front();
+    surroundings_.toHost(packet);
+  }
+  if (!onAir_.empty()) waitForArrival();
 }
 
 std::chrono::milliseconds Link::supervisionTimeout() const {

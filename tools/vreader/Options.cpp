@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -214,6 +215,12 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
                  "how many links the controller keeps at a time (any number)")
       ->type_name("NUMBER")
       ->check(CLI::Range(1, 1000));
+  app.add_option("--air", options.air,
+                 "how long what a reader sends is on the air: \"1M\" as on the 1 Mbit/s radio, or "
+                 "\"none\", faster than any controller (1M)")
+      ->type_name("1M|none")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, Air>{{"1M", Air::oneMegabit}, {"none", Air::none}}));
   app.add_flag("--tell-notifications", tellsNotifications,
                "print a line NOTIFY ID CHARACTERISTIC LENGTH HEX for every notification");
   app.footer(std::string(kDeviceHelp) + Orders::help());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/vreader/DeviceAddress.h"
+#include "tools/vreader/Link.h"
 #include "tools/vreader/VirtualDevice.h"
 
 namespace kestrin::vreader {
@@ -22,6 +23,8 @@ struct Options {
   DeviceAddress address;
   /// The most links at a time; absent: no limit.
   std::optional<std::size_t> mostLinks;
+  /// How long what a device sends is on the air.
+  Air air = Air::oneMegabit;
 };
 
 /// What the command line came to.

@@ -83,6 +83,7 @@ class Program {
  private:
   void makeDevices() {
     if (options_.mostLinks) controller_.setMostLinks(*options_.mostLinks);
+    controller_.setAir(options_.air);
     for (const DeviceSettings& settings : options_.devices) {
       auto device = std::make_shared<VirtualDevice>(runLoop_, settings, &print);
       print("DEVICE " + device->description());

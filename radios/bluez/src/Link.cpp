@@ -16,8 +16,7 @@ constexpr Time kConnectLimit = std::chrono::seconds(60);
 // A daemon that is finding a device's services needs a few seconds; the kernel ends a link that a
 // killed daemon has left after 2 s.
 constexpr Time kJoinLimit = std::chrono::seconds(10);
-// Codes of CBErrorDomain.
-constexpr std::int64_t kNotConnected = 3;
+// Code of CBErrorDomain.
 constexpr std::int64_t kPeripheralDisconnected = 7;
 
 }  // namespace
@@ -53,7 +52,7 @@ void Link::letGo(std::uint64_t central) {
   const bool daemonHasIt =
       phase_ == Phase::up || phase_ == Phase::calling || (phase_ == Phase::joining && attempt_ > 0);
   become(Phase::ended);
-  if (gatt_) gatt_->close({CBErrorDomain, kNotConnected, "the link was given up"});
+  if (gatt_) gatt_->close(linkGivenUp());
   auto report = [holder, number = number(), peripheral = peripheral_] {
     postDisconnected(holder, number, peripheral, std::nullopt);
   };

@@ -12,6 +12,8 @@
 
 namespace kestrin::bluez {
 
+/// The reason of an end that the application has asked for.
+NSError linkGivenUp();
 /// The link is up; from now on the device's requests go to it.
 void postConnected(const LinkHolder& holder, const LinkAddress& link,
                    const std::shared_ptr<Peripheral>& peripheral);

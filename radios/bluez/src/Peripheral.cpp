@@ -33,13 +33,25 @@ void merge(std::optional<std::vector<std::shared_ptr<Object>>>& known,
                    [](const auto& a, const auto& b) { return handleOrder(a->path(), b->path()); });
 }
 
-/// Runs `work` with the link's attributes, if that link is still up by then.
-void postToLink(const LinkAddress& address, std::function<void(LinkGatt&)> work) {
+using Work = std::function<void(LinkGatt&)>;
+
+void postToLink(const LinkAddress& address, Work work) {
   const auto session = address.session.lock();
   if (!session) return;
   session->post([number = address.number, work = std::move(work)](RadioCore& core) {
     core.withLink(number, work);
   });
+}
+
+/// Runs `work` with the link's attributes, if that link is still up by then. If not, the request is
+/// answered by `refusal` before the link's end is reported.
+void ask(const LinkAddress& address, UntakenRequests::Refusal refusal, Work work) {
+  const auto number = address.untaken->add(std::move(refusal));
+  if (!number) return;
+  postToLink(address,
+             [number = *number, untaken = address.untaken, work = std::move(work)](LinkGatt& gatt) {
+               if (untaken->take(number)) work(gatt);
+             });
 }
 
 }  // namespace
@@ -91,8 +103,12 @@ void Peripheral::setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) {
 
 void Peripheral::discoverServices(const std::optional<std::vector<CBUUID>>& serviceUUIDs) {
   if (!link_) return;
-  postToLink(link_->address,
-             [serviceUUIDs](LinkGatt& gatt) { gatt.discoverServices(serviceUUIDs); });
+  ask(
+      link_->address,
+      [self = shared_from_this(), number = link_->address.number](const NSError& reason) {
+        self->deliverServices(number, {}, reason);
+      },
+      [serviceUUIDs](LinkGatt& gatt) { gatt.discoverServices(serviceUUIDs); });
 }
 
 std::optional<std::vector<std::shared_ptr<CBService>>> Peripheral::services() const {
@@ -105,23 +121,38 @@ void Peripheral::discoverCharacteristics_forService(
     const std::shared_ptr<CBService>& service) {
   const auto ours = std::dynamic_pointer_cast<Service>(service);
   if (!ours) return;
-  postToLink(ours->link(), [characteristicUUIDs, ours](LinkGatt& gatt) {
-    gatt.discoverCharacteristics(characteristicUUIDs, ours);
-  });
+  ask(
+      ours->link(),
+      [self = shared_from_this(), ours](const NSError& reason) {
+        self->deliverCharacteristics(ours, {}, reason);
+      },
+      [characteristicUUIDs, ours](LinkGatt& gatt) {
+        gatt.discoverCharacteristics(characteristicUUIDs, ours);
+      });
 }
 
 void Peripheral::readValueForCharacteristic(
     const std::shared_ptr<CBCharacteristic>& characteristic) {
   const auto ours = std::dynamic_pointer_cast<Characteristic>(characteristic);
   if (!ours) return;
-  postToLink(ours->link(), [ours](LinkGatt& gatt) { gatt.read(ours); });
+  ask(
+      ours->link(),
+      [self = shared_from_this(), ours](const NSError& reason) {
+        self->deliverReadError(ours, reason);
+      },
+      [ours](LinkGatt& gatt) { gatt.read(ours); });
 }
 
 void Peripheral::setNotifyValue_forCharacteristic(
     bool enabled, const std::shared_ptr<CBCharacteristic>& characteristic) {
   const auto ours = std::dynamic_pointer_cast<Characteristic>(characteristic);
   if (!ours) return;
-  postToLink(ours->link(), [ours, enabled](LinkGatt& gatt) { gatt.setNotify(enabled, ours); });
+  ask(
+      ours->link(),
+      [self = shared_from_this(), ours](const NSError& reason) {
+        self->deliverNotificationState(ours, reason);
+      },
+      [ours, enabled](LinkGatt& gatt) { gatt.setNotify(enabled, ours); });
 }
 
 void Peripheral::writeValue_forCharacteristic_type(
@@ -148,13 +179,24 @@ void Peripheral::beginLink(const LinkAddress& link, std::weak_ptr<CBCentralManag
   link_->holders.push_back(std::move(holder));
 }
 
-void Peripheral::endLink(std::uint64_t number, const std::shared_ptr<CBCentralManager>& holder) {
-  if (!link_ || link_->address.number != number) return;
-  std::erase_if(link_->holders, [&](const std::weak_ptr<CBCentralManager>& one) {
+bool Peripheral::isHeldByOthersThan(const std::shared_ptr<CBCentralManager>& holder) const {
+  return std::any_of(link_->holders.begin(), link_->holders.end(), [&](const auto& one) {
     const auto alive = one.lock();
-    return !alive || alive == holder;
+    return alive && alive != holder;
   });
-  if (!link_->holders.empty()) return;
+}
+
+void Peripheral::endLink(std::uint64_t number, const std::shared_ptr<CBCentralManager>& holder,
+                         const NSError& reason) {
+  if (!link_ || link_->address.number != number) return;
+  if (isHeldByOthersThan(holder)) {
+    std::erase_if(link_->holders, [&](const std::weak_ptr<CBCentralManager>& one) {
+      const auto alive = one.lock();
+      return !alive || alive == holder;
+    });
+    return;
+  }
+  for (const auto& refuse : link_->address.untaken->close()) refuse(reason);
   link_.reset();
   services_.reset();
 }

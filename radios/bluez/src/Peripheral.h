@@ -5,7 +5,8 @@
 // events run on the main run loop.
 // Lifetime: one `Peripheral` per device for the life of the process; each link makes services and
 // characteristics of its own, which hold the session weakly.
-// Errors: none; requests without a link, or with an earlier link's objects, go nowhere.
+// Errors: none; requests without a link, or with an earlier link's objects, go nowhere. What was
+// asked for before the link's end is reported is answered, be it with that end.
 #pragma once
 
 #include <cstdint>
@@ -19,6 +20,7 @@
 #include "KestrinBLESDK/platform/CBPeripheral.h"
 #include "KestrinBLESDK/platform/RunLoop.h"
 #include "Session.h"
+#include "UntakenRequests.h"
 
 namespace kestrin::bluez {
 
@@ -26,6 +28,7 @@ namespace kestrin::bluez {
 struct LinkAddress {
   std::weak_ptr<Session> session;
   std::uint64_t number = 0;
+  std::shared_ptr<UntakenRequests> untaken;
 };
 
 class Characteristic final : public CBCharacteristic {
@@ -99,8 +102,10 @@ class Peripheral final : public CBPeripheral, public std::enable_shared_from_thi
   void setName(const std::optional<std::string>& name);
   /// The link is up for `holder`. Links of an earlier number are over.
   void beginLink(const LinkAddress& link, std::weak_ptr<CBCentralManager> holder);
-  /// The link is over for `holder`.
-  void endLink(std::uint64_t number, const std::shared_ptr<CBCentralManager>& holder);
+  /// The link is over for `holder`. With the last one it ends, and `reason` answers what it leaves
+  /// unanswered.
+  void endLink(std::uint64_t number, const std::shared_ptr<CBCentralManager>& holder,
+               const NSError& reason);
   void deliverServices(std::uint64_t link, const Services& found,
                        const std::optional<NSError>& error);
   void deliverCharacteristics(const std::shared_ptr<Service>& service,
@@ -120,6 +125,7 @@ class Peripheral final : public CBPeripheral, public std::enable_shared_from_thi
   };
   /// Whether that link is up and a central manager that holds it is still there to be told.
   [[nodiscard]] bool isCurrent(std::uint64_t link) const;
+  [[nodiscard]] bool isHeldByOthersThan(const std::shared_ptr<CBCentralManager>& holder) const;
 
   const std::string bus_;
   const std::string path_;

@@ -129,7 +129,8 @@ void RadioCore::connect(std::uint64_t central, const std::shared_ptr<Peripheral>
   if (!holder) return;
   auto& entry = links_[peripheral->path()];
   if (!entry) {
-    entry = std::make_shared<Link>(*this, LinkAddress{session, nextId()}, peripheral);
+    entry = std::make_shared<Link>(
+        *this, LinkAddress{session, nextId(), std::make_shared<UntakenRequests>()}, peripheral);
   }
   const auto link = entry;
   link->addHolder(*holder);

@@ -69,6 +69,9 @@ class BluezRadioTest : public testing::Test {
   /// Turns the main run loop until `done` answers true; false when that takes far too long.
   bool waitFor(const std::function<bool()>& done);
   bool waitForCount(EventKind kind, std::size_t count);
+  /// Waits until the radio's thread has heard all that was asked and said before; the main run loop
+  /// does not turn.
+  void exchange();
   /// Waits until all that was asked and said before has been heard, and what that brings about.
   void settle();
   /// Moves the radio's time on, timer by timer as it would have passed, and settles.
@@ -89,9 +92,6 @@ class BluezRadioTest : public testing::Test {
   std::shared_ptr<CBPeripheral> peripheral;
   std::shared_ptr<CBCharacteristic> tx;
   std::shared_ptr<CBCharacteristic> rx;
-
- private:
-  void exchange();
 };
 
 }  // namespace kestrin::bluez::test

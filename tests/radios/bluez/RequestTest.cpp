@@ -24,6 +24,27 @@ class BluezRequest : public BluezRadioTest {
   std::optional<NSError> lastState() {
     return recorder->events(EventKind::notificationState).back().error;
   }
+  /// One of each request that has an answer.
+  void askForEverything() {
+    reader().discoverServices(std::nullopt);
+    reader().discoverCharacteristics_forService(std::nullopt, reader().services()->front());
+    reader().readValueForCharacteristic(rx);
+    reader().setNotifyValue_forCharacteristic(true, rx);
+    reader().setNotifyValue_forCharacteristic(false, rx);
+    write(NSData{1});
+  }
+  /// From here on the kinds of the events, in their order, go to `kinds`, and those of the ones
+  /// that had an error to `failures`.
+  void followEvents() {
+    recorder->onEvent = [this](const Event& event) {
+      kinds.push_back(event.kind);
+      if (event.error) failures.push_back(event.kind);
+    };
+  }
+
+  using Kinds = std::vector<EventKind>;
+  Kinds kinds;
+  Kinds failures;
 };
 
 TEST_F(BluezRequest, ServicesAreAnsweredOnlyWhenTheyAreResolved) {
@@ -247,6 +268,56 @@ TEST_F(BluezRequest, WhatIsUnansweredWhenTheLinkEndsIsAnsweredWithAnError) {
   EXPECT_EQ(count(EventKind::value), 2U);
   EXPECT_EQ(count(EventKind::notificationState), 1U);
   EXPECT_TRUE(lastState());
+}
+
+TEST_F(BluezRequest, WhatIsAskedForAfterTheLinksEndIsAnsweredOnceBeforeThatEndIsTold) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  followEvents();
+  daemon->dropLink();
+  // The radio knows that the link has ended, the application does not.
+  ASSERT_NO_FATAL_FAILURE(exchange());
+  askForEverything();
+  ASSERT_NO_FATAL_FAILURE(exchange());
+  ASSERT_TRUE(waitForCount(EventKind::disconnected, 1));
+  settle();
+  const Kinds expected{
+      EventKind::services,          EventKind::characteristics,   EventKind::value,
+      EventKind::notificationState, EventKind::notificationState, EventKind::disconnected};
+  EXPECT_EQ(kinds, expected);
+  EXPECT_EQ(failures, expected) << "each with the reason of the link's end";
+  EXPECT_TRUE(daemon->writes().empty());
+}
+
+TEST_F(BluezRequest, WhatIsAskedForOnALinkThatWasGivenUpIsAnsweredOnceBeforeItsEndIsTold) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  followEvents();
+  daemon->next("Disconnect", StandInDaemon::silence());
+  central->cancelPeripheralConnection(peripheral);
+  ASSERT_NO_FATAL_FAILURE(exchange());
+  askForEverything();
+  settle();
+  EXPECT_EQ(kinds, Kinds());
+  daemon->dropLink();
+  ASSERT_TRUE(waitForCount(EventKind::disconnected, 1));
+  settle();
+  Kinds expected{EventKind::services, EventKind::characteristics, EventKind::value,
+                 EventKind::notificationState, EventKind::notificationState};
+  EXPECT_EQ(failures, expected);
+  expected.push_back(EventKind::disconnected);
+  EXPECT_EQ(kinds, expected);
+}
+
+TEST_F(BluezRequest, AnAnswerAtTheLinksEndThatAsksAgainIsTheLastOne) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  daemon->dropLink();
+  ASSERT_NO_FATAL_FAILURE(exchange());
+  recorder->onEvent = [this](const Event& event) {
+    if (event.kind == EventKind::value) reader().readValueForCharacteristic(rx);
+  };
+  reader().readValueForCharacteristic(rx);
+  ASSERT_TRUE(waitForCount(EventKind::disconnected, 1));
+  settle();
+  EXPECT_EQ(count(EventKind::value), 1U);
 }
 
 TEST_F(BluezRequest, TwoThousandValuesWaitForAReceiverThatIsBusy) {
