@@ -10,7 +10,11 @@ _kestrin_vreader() {
       return
       ;;
     --reader | --non-reader | --most-links) return ;;
+    --air)
+      mapfile -t COMPREPLY < <(compgen -W '1M none' -- "$word")
+      return
+      ;;
   esac
-  mapfile -t COMPREPLY < <(compgen -W '--help --reader --non-reader --orders --vhci --most-links --tell-notifications' -- "$word")
+  mapfile -t COMPREPLY < <(compgen -W '--help --reader --non-reader --orders --vhci --most-links --air --tell-notifications' -- "$word")
 }
 complete -F _kestrin_vreader kestrin-vreader
