@@ -103,7 +103,15 @@ compiler_of() {
 install_cross_compiler() {
   case $1 in
     arm64) install_packages g++-aarch64-linux-gnu qemu-user-static ;;
-    i386) install_packages g++-i686-linux-gnu ;;
+    i386)
+      case $(uname -m) in
+        x86_64 | i?86) install_packages g++-i686-linux-gnu ;;
+        *)
+          echo "Programs for i386 run on a processor of that family only, and this machine's is another." >&2
+          return 1
+          ;;
+      esac
+      ;;
     *)
       echo "No cross compiler for the architecture $1 is known; for arm64 and i386 one is." >&2
       return 1
