@@ -8,7 +8,7 @@
 namespace kestrin::simulated {
 
 std::shared_ptr<Link> Link::make(const GattLayout& layout) {
-  const std::shared_ptr<Link> link(new Link());
+  std::shared_ptr<Link> link(new Link());
   for (const auto& service : layout) {
     link->services_.push_back(std::make_shared<SimulatedService>(service, link));
   }

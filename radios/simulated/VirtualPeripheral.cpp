@@ -89,11 +89,11 @@ void VirtualPeripheral::simulateWriteError(std::optional<NSError> error) {
   device_->server().faults.write = std::move(error);
 }
 
-void VirtualPeripheral::simulateValue(const CBUUID& characteristic, NSData value) {
+void VirtualPeripheral::simulateValue(const CBUUID& characteristic, const NSData& value) {
   device_->server().setValue(characteristic, value);
 }
 
-bool VirtualPeripheral::simulateNotification(const CBUUID& characteristic, NSData value) {
+bool VirtualPeripheral::simulateNotification(const CBUUID& characteristic, const NSData& value) {
   const auto core = device_->core();
   return core && device_->notify(*core, characteristic, value);
 }

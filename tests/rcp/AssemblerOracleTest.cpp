@@ -20,7 +20,7 @@ class Tally {
   void add(const Events& events) {
     for (const std::string& event : events) {
       ++counts_[event.substr(0, event.find_first_of("<="))];
-      if (event.starts_with("FRAME") && event.size() > 2U * 1029) ++longest_;
+      if (event.starts_with("FRAME") && event.size() > std::size_t{2} * 1029) ++longest_;
     }
   }
   void addKept(bool kept) { kept ? ++kept_ : ++emptied_; }

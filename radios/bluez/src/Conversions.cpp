@@ -177,6 +177,7 @@ std::string chooseAdapter(const std::map<std::string, AdapterObject>& adapters,
   const auto known = adapters.find(current);
   if (known != adapters.end() && (known->second.powered || currentWasPowered)) return current;
   std::vector<const std::string*> paths;
+  paths.reserve(adapters.size());
   for (const auto& [path, adapter] : adapters) paths.push_back(&path);
   if (paths.empty()) return {};
   std::sort(paths.begin(), paths.end(), adapterOrder);

@@ -211,7 +211,7 @@ TEST_F(BluezState, AnotherProgramsSignalsDoNotCount) {
   startDaemon();
   EXPECT_EQ(firstState(), State::poweredOn);
   BusService stranger(bus.address(),
-                      [](const std::string&, const std::string&, sdbus::MethodCall) {});
+                      [](const std::string&, const std::string&, const sdbus::MethodCall&) {});
   stranger.run([&] {
     stranger.signal(
         "/", "org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", [](sdbus::Signal& signal) {

@@ -30,7 +30,7 @@ std::vector<std::string> EventRecorder::violations() const {
   return violations_;
 }
 
-void EventRecorder::record(Event event) {
+void EventRecorder::record(const Event& event) {
   {
     const std::scoped_lock lock(mutex_);
     const std::string which = "event of kind " + std::to_string(static_cast<int>(event.kind));

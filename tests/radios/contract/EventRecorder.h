@@ -96,7 +96,7 @@ class EventRecorder final : public CBCentralManagerDelegate, public CBPeripheral
       const std::optional<NSError>& error) noexcept override;
 
  private:
-  void record(Event event);
+  void record(const Event& event);
 
   const std::thread::id mainThread_ = std::this_thread::get_id();
   int requests_ = 0;  // Under way on the test's thread.

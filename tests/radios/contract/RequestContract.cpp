@@ -173,7 +173,8 @@ TEST_P(LinkedRadioContract, WritesReadsAndSubscriptionsMayBeAskedForFromAnyThrea
   for (auto& thread : threads) thread.join();
   ASSERT_TRUE(waitFor(EventKind::value, kThreads * kEach / 5));
   ASSERT_TRUE(waitFor(EventKind::notificationState, kThreads * kEach / 5));
-  ASSERT_TRUE(bed().runUntil([&] { return bed().writes().size() >= kThreads * kEach; }));
+  ASSERT_TRUE(
+      bed().runUntil([&] { return bed().writes().size() >= std::size_t{kThreads} * kEach; }));
   bed().settle();
   EXPECT_EQ(count(EventKind::value), kThreads * kEach / 5U);
   EXPECT_EQ(count(EventKind::notificationState), kThreads * kEach / 5U);

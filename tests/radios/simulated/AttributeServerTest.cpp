@@ -223,6 +223,7 @@ TEST_F(PieceTest, RepliesAreCutIntoPiecesOfTheChosenSizesAndStayInOrder) {
   run();
   recorder->clear();
   std::vector<std::uint8_t> payload;
+  payload.reserve(200);
   for (int i = 0; i < 200; ++i) payload.push_back(static_cast<std::uint8_t>(i));
   for (const auto& slice : cutIntoPieces(buildRcpFrame(0, 0x22, payload).value(), 20)) {
     write(*peripheral, command, slice);

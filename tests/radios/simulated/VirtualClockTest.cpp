@@ -56,6 +56,7 @@ TEST(VirtualClock, EveryThreadsSleepCounts) {
   static constexpr int kEach = 1000;
   VirtualClock clock;
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([&clock] {
       Time last{};

@@ -99,9 +99,9 @@ class KESTRIN_EXPORT VirtualPeripheral {
   /// is not told of refused writes.
   void simulateWriteError(std::optional<NSError> error);
   /// What a read of the characteristics of that UUID answers from now on.
-  void simulateValue(const CBUUID& characteristic, NSData value);
+  void simulateValue(const CBUUID& characteristic, const NSData& value);
   /// Notifies one value as it stands, empty ones too. Answers whether anybody is subscribed.
-  bool simulateNotification(const CBUUID& characteristic, NSData value);
+  bool simulateNotification(const CBUUID& characteristic, const NSData& value);
 
   // The reader.
 
