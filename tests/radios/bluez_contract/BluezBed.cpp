@@ -33,6 +33,7 @@ constexpr Time kUndisturbed = std::chrono::seconds(1);
 constexpr char kAdapterPath[] = "/org/bluez/hci0";
 
 std::string setting(const char* name) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment.
   const char* const value = std::getenv(name);
   return value == nullptr ? "" : value;
 }
@@ -99,6 +100,7 @@ class BluezBed final : public ContractBed {
   }
   void notify(const std::vector<NSData>& values) override {
     std::vector<std::string> orders;
+    orders.reserve(values.size());
     for (const auto& value : values) {
       orders.push_back(value.length() == 0 ? "notify" : "notify " + hexOf(value));
     }
