@@ -42,6 +42,29 @@ daemon_is_killed_in_a_write() {
   expect_told 60 "$disconnected" && start_daemon && expect_told 60 "$powered_on" && lost_once
 }
 
+burst_was_sent() { grep -qx "BURST-SENT reader $1" "$vreader_log"; }
+
+burst_while_the_daemon_stands_still() {
+  local status
+  kill -STOP "$daemon_pid"
+  order burst reader "$1" 20 && wait_for 60 "the burst to be sent" burst_was_sent "$1"
+  status=$?
+  kill -CONT "$daemon_pid"
+  [ "$status" -eq 0 ] && wait_for 60 "$1 values in order" all_values_came "$1"
+}
+
+# The kernel keeps for the daemon what the link's receive buffer holds, and drops the rest. The buffer
+# has the size that was set when the link was made.
+daemon_stands_still_in_a_burst() {
+  local buffer=/proc/sys/net/core/rmem_default usual status
+  usual=$(<"$buffer")
+  echo 4194304 >"$buffer"
+  order drop reader && lost_once && burst_while_the_daemon_stands_still 2000
+  status=$?
+  echo "$usual" >"$buffer"
+  return "$status"
+}
+
 bus_goes() {
   kill -KILL "$bus_pid"
   expect_told 60 "$disconnected" && expect_told 60 "$resetting" &&
@@ -86,6 +109,8 @@ fault "the daemon is killed while scanning" daemon_is_killed_scanning
 fault "the daemon is killed while connected" daemon_is_killed_connected
 fault "the daemon is killed in the middle of a write" daemon_is_killed_in_a_write
 fault "the daemon is stopped and started while connected" daemon_is_stopped_connected
+fault "with a larger receive buffer no value is lost while the daemon stands still" \
+  daemon_stands_still_in_a_burst
 fault "the adapter goes off and on while connected" adapter_goes_off_and_on_connected
 fault "the adapter goes off and on while scanning" adapter_goes_off_and_on_scanning
 fault "the adapter is removed and comes back while connected" adapter_is_removed_connected

@@ -109,7 +109,7 @@ class BluezBed final : public ContractBed {
   // The daemon does not answer AcquireNotify when the reader refuses, and from then on answers
   // every request for that characteristic that it is acquired already.
   [[nodiscard]] std::string whyRefusedSubscriptionsStayRefused() const override {
-    return "BlueZ 5.66 takes a refused subscription for one that it still has";
+    return "BlueZ takes a refused subscription for one that it still has (seen with 5.66 and 5.82)";
   }
   void refuseSubscriptions(bool refuse) override {
     orders_.order("refuse", refuse ? "subscriptions 0x0e" : "subscriptions off");
