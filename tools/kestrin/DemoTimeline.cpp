@@ -140,6 +140,8 @@ void DemoTimeline::plugChangedStatus(bool plugged) noexcept {
 
 void DemoTimeline::dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept {
   const NSData bytes = frame.value_or(NSData());
+  // Each arrival has a row of its own, also when it is as the one before and nothing came between.
+  lastContent_.clear();
   if (raw_) {
     ++rawValues_;
     row(kToApplication, "raw    " + bytesInWords(bytes.span()));
