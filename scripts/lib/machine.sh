@@ -80,25 +80,38 @@ fetch_kernel() {
       return 1
     }
   fi
+  rm -rf "$dir/kernel.part"
   for package in "$dir"/download/*.deb; do
-    rm -rf "$dir/kernel.part"
     dpkg-deb -x "$package" "$dir/kernel.part" || return 1
   done
   rm -r "$dir/download"
   # From Debian 13 on the modules are in usr/lib, which kmod looks for in lib.
   [ -d "$dir/kernel.part/lib" ] || ln -s usr/lib "$dir/kernel.part/lib"
+  if ! compgen -G "$dir/kernel.part/lib/modules/*" >/dev/null ||
+    ! compgen -G "$dir/kernel.part/boot/vmlinuz-*" >/dev/null &&
+    ! compgen -G "$dir/kernel.part/lib/modules/*/vmlinuz" >/dev/null; then
+    echo "The kernel package has no kernel or no modules; what it has is in $dir/kernel.part." >&2
+    return 1
+  fi
   mv "$dir/kernel.part" "$dir/kernel"
 }
 
+# From Debian 14 on the kernel, its modules and the lists of them have packages of their own, which the
+# kernel's asks for.
 download_kernel() {
-  local dir=$1 machine_root=$2 package
-  package=$(run_of "$machine_root" apt-cache depends linux-image-amd64 2>/dev/null |
-    sed -n 's/^ *Depends: \(linux-image-[0-9].*\)/\1/p' | head -n 1)
+  local dir=$1 machine_root=$2 package packages
+  package=$(kernel_depends "$machine_root" linux-image-amd64 'linux-image-[0-9].*' | head -n 1)
   [ -n "$package" ] || return 1
+  mapfile -t packages < <(kernel_depends "$machine_root" "$package" 'linux-(base|binary|modules)-[0-9].*')
   rm -rf "$dir/download"
   mkdir "$dir/download"
-  run_of "$machine_root" sh -c 'cd "$1" && apt-get -o APT::Sandbox::User=root download "$2"' \
-    download "$dir/download" "$package" >>"$dir/apt.log" 2>&1
+  run_of "$machine_root" sh -c 'cd "$1" && shift && apt-get -o APT::Sandbox::User=root download "$@"' \
+    download "$dir/download" "$package" "${packages[@]}" >>"$dir/apt.log" 2>&1
+}
+
+# kernel_depends ROOT PACKAGE PATTERN: the packages of such names that this one asks for.
+kernel_depends() {
+  run_of "$1" apt-cache depends "$2" 2>/dev/null | sed -nE "s/^ *Depends: ($3)\$/\1/p"
 }
 
 # run_of ROOT COMMAND...: a program of that root file system; as_root_of: as root.
@@ -124,6 +137,8 @@ kernel_release() {
 unpack_kernel() {
   local dir=$1 image
   image=$dir/kernel/boot/vmlinuz-$(kernel_release "$dir")
+  # Where Debian 14 has it.
+  [ -f "$image" ] || image=$dir/kernel/lib/modules/$(kernel_release "$dir")/vmlinuz
   unpack_from "$image" '\xFD7zXZ\x00' xz -dc --single-stream >"$dir/vmlinux" ||
     unpack_from "$image" '\x28\xB5\x2F\xFD' zstd -dc >"$dir/vmlinux" || {
     echo "The kernel in $image is compressed neither with xz nor with zstd." >&2
