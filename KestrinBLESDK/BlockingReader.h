@@ -20,6 +20,7 @@
 /// Errors: told where the caller asks, in `KestrinErrorDomain` with a code of `BlockingError`.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>

@@ -4,6 +4,7 @@
 // Its delegate is held weakly. Errors: as CBCentralManager.h says.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>

@@ -4,6 +4,7 @@
 // Errors: each answers the exit status and says on the console what was wrong.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>

@@ -10,6 +10,7 @@
 #include <KestrinBLESDK/KestrinBleMgr.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>

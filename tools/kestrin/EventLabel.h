@@ -3,6 +3,7 @@
 // Threads: pure functions. Errors: none.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 

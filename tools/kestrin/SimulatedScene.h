@@ -9,6 +9,7 @@
 #include <KestrinBLESDK/platform/NSData.h>
 #include <KestrinBLESDK/platform/RunLoop.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>

@@ -3,6 +3,7 @@
 // Threads: plain values. Errors: wrong usage ends with a text that says what was wrong.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

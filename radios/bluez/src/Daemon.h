@@ -8,6 +8,7 @@
 // growing pause.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>

@@ -5,6 +5,7 @@
 // Errors: none.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 
