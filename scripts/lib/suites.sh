@@ -26,7 +26,7 @@ step() {
   if "$@" >"$log" 2>&1; then
     report ok "$group" "$name" $((SECONDS - from))
   else
-    { tail -n 60 "$log" && report FAILED "$group" "$name" $((SECONDS - from)); } | cat
+    { tail -n 60 "$log"; report FAILED "$group" "$name" $((SECONDS - from)); } | cat
     return 1
   fi
 }
@@ -40,7 +40,7 @@ steps() {
   status=${PIPESTATUS[0]}
   while read -r line _; do echo "$line"; done < <(grep -E '^(ok|FAILED) ' "$log") >>"$results"
   if [ "$status" -ne 0 ]; then
-    { grep -vE '^ok ' "$log" | tail -n 60 && report FAILED "$group" "$name" $((SECONDS - from)); } | cat
+    { grep -vE '^ok ' "$log" | tail -n 60; report FAILED "$group" "$name" $((SECONDS - from)); } | cat
     return 1
   fi
   if ! grep -q '^ok ' "$log"; then

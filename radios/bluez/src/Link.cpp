@@ -130,12 +130,14 @@ void Link::callConnect() {
 
 void Link::connectAnswered(const std::optional<CallError>& error) {
   if (phase_ != Phase::calling) return;
-  if (!error || isDaemonError(*error, "AlreadyConnected")) {
+  const bool powered = core_.isPowered(device());
+  // BlueZ 5.66 can call an attempt a success that the end of the adapter's power has ended.
+  if (powered && (!error || isDaemonError(*error, "AlreadyConnected"))) {
     goUp();
     return;
   }
-  if (isRefusal(*error)) core_.refused(device());
-  if (core_.isPowered(device())) {
+  if (error && isRefusal(*error)) core_.refused(device());
+  if (powered) {
     pause();
   } else {
     become(Phase::waiting);
@@ -175,7 +177,7 @@ void Link::deviceChanged(const DeviceChange& change) {
   const bool evidence = change.connected == true || change.servicesResolved == true;
   switch (phase_) {
     case Phase::calling:
-      if (evidence) goUp();
+      if (evidence && core_.isPowered(device())) goUp();
       break;
     case Phase::searching:
     case Phase::joining:
@@ -203,7 +205,7 @@ void Link::deviceRemoved() {
 }
 
 void Link::serviceAdded() {
-  if (phase_ == Phase::calling) goUp();
+  if (phase_ == Phase::calling && core_.isPowered(device())) goUp();
 }
 
 void Link::serviceRemoved() {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 
 #include "radios/bluez/BluezRadioTest.h"
@@ -147,6 +148,36 @@ TEST_F(BluezConnect, AnAttemptWaitsOutAnAdapterThatIsOff) {
   EXPECT_EQ(daemon->count("Connect"), 0U);
   daemon->changeAdapter({{"Powered", Variant(true)}});
   EXPECT_TRUE(waitForCount(EventKind::connected, 1));
+}
+
+TEST_F(BluezConnect, ACallThatSucceedsWhileTheAdapterIsOffMakesNoLink) {
+  ASSERT_NO_FATAL_FAILURE(findReader());
+  std::optional<sdbus::MethodCall> held;
+  daemon->next("Connect", [&held](const sdbus::MethodCall& call) { held = call; });
+  ask();
+  ASSERT_TRUE(connectCalls(1));
+  settle();
+  daemon->changeAdapter({{"Powered", Variant(false)}});
+  settle();
+  daemon->run([&held](BusService&) { held->createReply().send(); });
+  settle();
+  EXPECT_EQ(count(EventKind::connected), 0U);
+  EXPECT_EQ(count(EventKind::disconnected), 0U);
+  daemon->changeAdapter({{"Powered", Variant(true)}});
+  ASSERT_TRUE(waitForCount(EventKind::connected, 1));
+  EXPECT_EQ(daemon->count("Connect"), 2U);
+}
+
+TEST_F(BluezConnect, NothingIsEvidenceWhileTheAdapterIsOff) {
+  ASSERT_NO_FATAL_FAILURE(beginAttempt());
+  daemon->changeAdapter({{"Powered", Variant(false)}});
+  settle();
+  daemon->putServices();
+  settle();
+  EXPECT_EQ(count(EventKind::connected), 0U);
+  daemon->changeDevice({{"Connected", Variant(true)}});
+  settle();
+  EXPECT_EQ(count(EventKind::connected), 0U);
 }
 
 TEST_F(BluezConnect, AReaderThatTheDaemonHasForgottenIsSearchedForWithoutASighting) {
