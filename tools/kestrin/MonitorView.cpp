@@ -1,5 +1,7 @@
 #include "tools/kestrin/MonitorView.h"
 
+#include <KestrinBLESDK/RcpFrame.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -89,17 +91,17 @@ ScreenLine frameLine(const ShownFrame& frame, std::size_t columns) {
   }
   const std::span<const std::uint8_t> bytes(frame.bytes);
   const std::size_t payloadRoom = room > kFieldCells ? room - kFieldCells : 0;
-  if (!whyNoFrame(bytes).empty()) {
+  const auto parsed = parseRcpFrame(bytes);
+  if (!parsed) {
     // The values of a reader of the KVR-Q62T family arrive as they are, frames or not.
     line.push_back({padded("raw         " + std::to_string(bytes.size()), kFieldCells)});
     line.push_back({payloadText(bytes, payloadRoom)});
     return line;
   }
-  const auto payload = bytes.subspan(5, bytes.size() - 8);
-  line.push_back({padded(upperHex(bytes.subspan(1, 1)), 6) +
-                  padded(upperHex(bytes.subspan(2, 1)), 6) +
-                  padded(std::to_string(payload.size()), 8) + padded(crcText(bytes.last(2)), 5)});
-  line.push_back({payloadText(payload, payloadRoom)});
+  line.push_back(
+      {padded(upperHex({&parsed->type, 1}), 6) + padded(upperHex({&parsed->code, 1}), 6) +
+       padded(std::to_string(parsed->payload.size()), 8) + padded(crcText(bytes.last(2)), 5)});
+  line.push_back({payloadText(parsed->payload, payloadRoom)});
   return line;
 }
 
