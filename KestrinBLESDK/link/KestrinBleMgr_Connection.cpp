@@ -10,7 +10,6 @@ namespace {
 constexpr std::uint8_t kGetReaderInfo[] = {0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97};
 
 constexpr double kReaderInfoDelay = 0.5;  // Seconds after the last characteristic report.
-constexpr double kPluggedDelay = 2.0;     // Likewise.
 
 CBUUID uuid(std::string_view text) { return *CBUUID::UUIDWithString(text); }
 
@@ -98,7 +97,7 @@ void KestrinBleMgr::peripheral_didDiscoverCharacteristicsForService_error(
     isConnected = true;
     rearm(kGetReaderInfoRequest, kReaderInfoDelay);
   }
-  rearm(kPluggedEventRequest, kPluggedDelay);
+  rearm(kPluggedEventRequest, reader::kPluggedDelay);
 }
 
 void KestrinBleMgr::findCharacteristicsKVR(
