@@ -9,7 +9,8 @@ namespace kestrin {
 
 RunLoop::~RunLoop() = default;
 
-MainRunLoop::MainRunLoop(std::shared_ptr<Clock> clock) : clock_(std::move(clock)) {}
+MainRunLoop::MainRunLoop(std::shared_ptr<Clock> clock)
+    : clock_(std::move(clock)), timePasses_(clock_->passesByItself()) {}
 
 // The queue goes last-armed state and all while no lock is held: a task's captures may call back.
 MainRunLoop::~MainRunLoop() {
@@ -26,7 +27,8 @@ const std::shared_ptr<MainRunLoop>& MainRunLoop::main() {
 }
 
 Time MainRunLoop::nowLocked() const {
-  if (turnTime_ && turnThread_ == std::this_thread::get_id()) return *turnTime_;
+  // Real time is always read: a delay that is armed after long work counts from then.
+  if (!timePasses_ && turnTime_ && turnThread_ == std::this_thread::get_id()) return *turnTime_;
   return clock_->now();
 }
 
@@ -94,7 +96,7 @@ bool MainRunLoop::runOneTurn() {
     turnTime_ = start;
     turnThread_ = std::this_thread::get_id();
     // What is armed from here on belongs to a later turn, so that a task that arms itself again
-    // without delay can not hold the loop.
+    // without delay cannot hold the loop.
     barrier = queue_.nextId();
   }
   struct EndOfTurn {
@@ -125,7 +127,7 @@ void MainRunLoop::wakeLocked() {
   if (due && *due <= clock_->now()) {
     waker_->setReadable();
   } else {
-    waker_->setDue(clock_->passesByItself() ? due : std::nullopt);
+    waker_->setDue(timePasses_ ? due : std::nullopt);
   }
 }
 
@@ -135,11 +137,11 @@ MainRunLoop::Wake MainRunLoop::waitForWork(std::optional<Time> deadline) {
     if (std::exchange(stopRequested_, false)) return Wake::stopped;
     const auto due = queue_.nextDue();
     const Time now = clock_->now();
-    // What is due after the deadline does not hold it up: a task that posts itself for ever would.
+    // What is due after the deadline does not hold it up: a task that posts itself endlessly would.
     if (due && *due <= (deadline ? std::min(now, *deadline) : now)) return Wake::due;
     if (deadline && *deadline <= now) return Wake::deadline;
     const auto next = due && deadline ? std::min(*due, *deadline) : (due ? due : deadline);
-    if (!next && !clock_->passesByItself()) return Wake::never;
+    if (!next && !timePasses_) return Wake::never;
     clock_->wait(wakeUp_, lock, next);
   }
 }

@@ -71,8 +71,8 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   bool runUntil(Time deadline, const std::function<bool()>& done);
   /// Ends the running `run` operation after the current turn, or the next one at once.
   void stop();
-  /// Blocks the calling thread. On the loop's own thread the frozen time moves on by as much, so
-  /// that what is armed later in the same turn counts from then; no event runs meanwhile.
+  /// Blocks the calling thread; no event runs meanwhile. Virtual time moves on by as much, on the
+  /// loop's own thread also within a turn: what is armed later in the same turn counts from then.
   void sleepFor(Time duration);
   /// A descriptor that is readable whenever `runOneTurn` has something to do; owned by the loop.
   /// With virtual time, which a `run` operation or a sleep moves on and nothing else does, it tells
@@ -90,10 +90,11 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   bool turnsUntil(std::optional<Time> deadline, const std::function<bool()>& done);
 
   const std::shared_ptr<Clock> clock_;
+  const bool timePasses_;  // By itself, also within a turn.
   mutable std::mutex mutex_;
   std::condition_variable wakeUp_;
   TimerQueue queue_;
-  std::optional<Time> turnTime_;  // The frozen time, while a turn runs.
+  std::optional<Time> turnTime_;  // While a turn runs: where virtual time stands in it.
   std::thread::id turnThread_;
   bool stopRequested_ = false;
   std::unique_ptr<DescriptorWaker> waker_;  // Made when the descriptor is first asked for.

@@ -112,7 +112,7 @@ TEST(RunLoopThreads, ArmAndCancelWhileTheLoopTurns) {
   arming.join();
 }
 
-TEST(RunLoopThreads, ReadTheClockWhileTheLoopsOwnThreadReadsTheFrozenTime) {
+TEST(RunLoopThreads, ReadTheClockWhileVirtualTimeStandsStillForTheLoopsOwnThread) {
   const auto clock = std::make_shared<simulated::VirtualClock>();
   MainRunLoop loop(clock);
   loop.post([&] {
@@ -125,7 +125,7 @@ TEST(RunLoopThreads, ReadTheClockWhileTheLoopsOwnThreadReadsTheFrozenTime) {
   EXPECT_TRUE(loop.runOneTurn());
 }
 
-TEST(RunLoopThreads, SleepWithoutMovingTheFrozenTimeOfTheLoopsOwn) {
+TEST(RunLoopThreads, SleepWithoutMovingVirtualTimeOnForTheLoopsOwn) {
   const auto clock = std::make_shared<simulated::VirtualClock>();
   MainRunLoop loop(clock);
   loop.post([&] {
