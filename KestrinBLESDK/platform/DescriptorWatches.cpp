@@ -35,12 +35,13 @@ Readiness readinessOf(short events) {
   return found;
 }
 
-int millisecondsOf(std::optional<Time> limit) {
+timespec timespecOf(Time limit) {
   // A longer wait is made in parts, by whoever finds that nothing was ready.
   static constexpr Time kLongest = std::chrono::hours(24);
-  if (!limit) return -1;
-  const Time clipped = std::clamp(*limit, Time::zero(), kLongest);
-  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(clipped).count());
+  const Time clipped = std::clamp(limit, Time::zero(), kLongest);
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(clipped);
+  return {.tv_sec = static_cast<time_t>(seconds.count()),
+          .tv_nsec = static_cast<long>((clipped - seconds).count())};
 }
 
 }  // namespace
@@ -55,8 +56,11 @@ void Look::addWaker(int descriptor) {
 }
 
 bool Look::take(std::optional<Time> limit) {
-  // An interrupted wait is a short one: nothing was found.
-  if (::poll(polled_.data(), static_cast<nfds_t>(polled_.size()), millisecondsOf(limit)) >= 0) {
+  // Not `poll`, which counts in milliseconds: a timer would come late by up to one. An interrupted
+  // wait is a short one: nothing was found.
+  const timespec wait = timespecOf(limit.value_or(Time::zero()));
+  if (::ppoll(polled_.data(), static_cast<nfds_t>(polled_.size()), limit ? &wait : nullptr,
+              nullptr) >= 0) {
     return true;
   }
   const bool interrupted = errno == EINTR;

@@ -25,7 +25,7 @@ namespace kestrin {
 /// How long to wait before the system is asked again that refused a look.
 inline constexpr Time kPauseAfterRefusal = std::chrono::milliseconds(10);
 
-/// What `poll` is asked, and what it finds.
+/// What the system is asked, and what it finds.
 class Look {
  public:
   using Id = std::uint64_t;
@@ -38,7 +38,7 @@ class Look {
   /// Besides: a descriptor that only ends the wait.
   void addWaker(int descriptor);
   /// Looks, and waits for at most `limit` until something is ready; without end when it is absent.
-  /// Rounded up to milliseconds. Returns false when the system refuses, as it does where fewer
+  /// Returns false when the system refuses, as it does where fewer
   /// descriptors are allowed than are watched.
   bool take(std::optional<Time> limit);
   [[nodiscard]] bool empty() const noexcept { return ids_.empty(); }

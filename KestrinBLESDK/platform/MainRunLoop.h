@@ -76,8 +76,7 @@ class KESTRIN_EXPORT MainRunLoop final : public RunLoop {
   /// read and write it without blocking, as another may have been first.
   ///
   /// Virtual time knows nothing of the world outside: before it moves on, descriptors are looked at
-  /// without waiting, and it does not move on while one is ready. In real time a timer may come up
-  /// to a millisecond late while something is watched.
+  /// without waiting, and it does not move on while one is ready.
   ///
   /// Absent when `descriptor` is not open, `handler` is empty, or the system has no descriptors
   /// left for the loop's own use.
