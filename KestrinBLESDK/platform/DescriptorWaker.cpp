@@ -1,28 +1,16 @@
 #include "KestrinBLESDK/platform/DescriptorWaker.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
+#include <chrono>
 #include <system_error>
+#include <utility>
 
 namespace kestrin {
-namespace {
-
-bool prepareEnd(int descriptor) {
-  const int flags = ::fcntl(descriptor, F_GETFL);
-  return flags >= 0 && ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == 0 &&
-         ::fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
-}
-
-}  // namespace
 
 std::unique_ptr<DescriptorWaker> DescriptorWaker::create() {
-  std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) return nullptr;
-  std::unique_ptr<DescriptorWaker> waker(new DescriptorWaker(ends[0], ends[1]));
-  if (!prepareEnd(ends[0]) || !prepareEnd(ends[1])) return nullptr;
+  auto told = SignalPipe::create();
+  auto wakeUp = SignalPipe::create();
+  if (!told || !wakeUp) return nullptr;
+  std::unique_ptr<DescriptorWaker> waker(new DescriptorWaker(std::move(told), std::move(wakeUp)));
   try {
     waker->thread_ = std::thread([raw = waker.get()] { raw->waitAndSignal(); });
     // GCOVR_EXCL_START: no test can use up a system's threads.
@@ -33,33 +21,44 @@ std::unique_ptr<DescriptorWaker> DescriptorWaker::create() {
   return waker;
 }
 
-DescriptorWaker::DescriptorWaker(int readEnd, int writeEnd)
-    : readEnd_(readEnd), writeEnd_(writeEnd) {}
+DescriptorWaker::DescriptorWaker(std::unique_ptr<SignalPipe> told,
+                                 std::unique_ptr<SignalPipe> wakeUp)
+    : told_(std::move(told)), wakeUp_(std::move(wakeUp)) {}
 
 DescriptorWaker::~DescriptorWaker() {
   {
     const std::scoped_lock lock(mutex_);
     ending_ = true;
-    changed_.notify_one();
+    wakeThreadLocked();
   }
   if (thread_.joinable()) thread_.join();
-  ::close(readEnd_);
-  ::close(writeEnd_);
 }
 
 void DescriptorWaker::setReadable() {
   const std::scoped_lock lock(mutex_);
   due_.reset();
-  signalLocked();
+  told_->signal();
 }
 
 void DescriptorWaker::setDue(std::optional<Time> due) {
   const std::scoped_lock lock(mutex_);
-  drainLocked();
+  if (!found_) told_->drain();
   const bool sooner = due && (!due_ || *due < *due_);
   due_ = due;
   // A later time needs no wake-up: the thread wakes once at the earlier one and looks again.
-  if (sooner) changed_.notify_one();
+  if (sooner) wakeThreadLocked();
+}
+
+void DescriptorWaker::watch(Look look) {
+  const std::scoped_lock lock(mutex_);
+  found_ = false;
+  look_ = std::move(look);
+  wakeThreadLocked();
+}
+
+void DescriptorWaker::wakeThreadLocked() {
+  changed_.notify_one();
+  if (polling_) wakeUp_->signal();
 }
 
 void DescriptorWaker::waitAndSignal() {
@@ -67,27 +66,33 @@ void DescriptorWaker::waitAndSignal() {
   while (!ending_) {
     if (due_ && *due_ <= clock_.now()) {
       due_.reset();
-      signalLocked();
-    } else {
+      told_->signal();
+    } else if (look_.empty()) {
       clock_.wait(changed_, lock, due_);
+    } else {
+      waitForDescriptors(lock);
     }
   }
 }
 
-void DescriptorWaker::signalLocked() {
-  if (signalled_) return;
-  static constexpr char kByte = 1;
-  while (::write(writeEnd_, &kByte, 1) < 0 && errno == EINTR) {
+void DescriptorWaker::waitForDescriptors(std::unique_lock<std::mutex>& lock) {
+  Look look = look_;
+  look.addWaker(wakeUp_->readable());
+  const auto limit = due_ ? std::optional(*due_ - clock_.now()) : std::nullopt;
+  polling_ = true;
+  lock.unlock();
+  const bool taken = look.take(limit);
+  lock.lock();
+  polling_ = false;
+  // What was found in a look that has been replaced meanwhile is found again if it still holds.
+  if (wakeUp_->drain()) return;
+  if (look.isReady()) {
+    found_ = true;
+    look_ = {};
+    told_->signal();
+  } else if (!taken) {
+    clock_.wait(changed_, lock, clock_.now() + kPauseAfterRefusal);
   }
-  signalled_ = true;
-}
-
-void DescriptorWaker::drainLocked() {
-  if (!signalled_) return;
-  char byte = 0;
-  while (::read(readEnd_, &byte, 1) < 0 && errno == EINTR) {
-  }
-  signalled_ = false;
 }
 
 }  // namespace kestrin

@@ -26,8 +26,8 @@ class KESTRIN_EXPORT NSThread {
   virtual void sleepForTimeInterval(double seconds) = 0;
 };
 
-/// Sleeps by the loop's clock, so that virtual time passes too, and lets the loop's frozen time
-/// move on when its own thread sleeps. The loop is held weakly; without it nothing sleeps.
+/// Sleeps by the loop's clock, so that virtual time passes too, also within a turn when the loop's
+/// own thread sleeps. The loop is held weakly; without it nothing sleeps.
 KESTRIN_EXPORT std::shared_ptr<NSThread> sleepOn(std::weak_ptr<MainRunLoop> loop);
 
 /// @}

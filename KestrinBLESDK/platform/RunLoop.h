@@ -31,17 +31,19 @@ class KESTRIN_EXPORT RunLoop {
   using TimerId = std::uint64_t;
 
   virtual ~RunLoop();
-  /// The loop's time: frozen within a turn for the thread that turns the loop, else the clock's.
+  /// The loop's time. Real time passes always; virtual time stands still within a turn for the
+  /// thread that turns the loop, unless that thread sleeps.
   [[nodiscard]] virtual Time now() const = 0;
   /// Runs `task` in a later turn, as soon as may be.
   virtual void post(Task task) = 0;
-  /// Runs `task` once, `delay` after `now()`, in a later turn.
+  /// Runs `task` once, `delay` after `now()` as it is in this call, in a later turn.
   virtual TimerId arm(Time delay, Task task) = 0;
   /// Forgets a timer; harmless when it has run.
   virtual void cancel(TimerId timer) = 0;
 
-  /// `performSelector:withObject:afterDelay:` Runs the operation on `target` once, after `seconds`,
-  /// in a later turn even when the delay is zero. A null `object` is the absent argument.
+  /// `performSelector:withObject:afterDelay:` Runs the operation on `target` once, `seconds`
+  /// after this call, in a later turn even when the delay is zero. A null `object` is the absent
+  /// argument.
   virtual void performSelector_withObject_afterDelay(std::shared_ptr<void> target,
                                                      const SEL& selector,
                                                      std::shared_ptr<void> object,

@@ -1,5 +1,6 @@
 // The two delays after the characteristics are found: get-reader-info and the plugged report.
 #include "link/LinkTest.h"
+#include "support/WorkedClock.h"
 
 namespace kestrin::test {
 namespace {
@@ -232,6 +233,49 @@ TEST_F(Delays, SkipAReceiverThatIsGone) {
   platform.take();
   platform.run(2.0);
   EXPECT_EQ(platform.take(), kNothing);
+}
+
+/// In real time: what runs before the delays are armed takes its time.
+class DelaysAfterLongWork : public LinkTest {
+ protected:
+  DelaysAfterLongWork() : DelaysAfterLongWork(std::make_shared<WorkedClock>()) {}
+
+  static constexpr char kBothDelays[] = R"(
+at 0.9 s
+log "==========get Reader Info=============="
+peripheral "TQM_HOLV-1" writeValue <bb000300 01b17e65 97> to BA821001-3B5B-4654-85FE-E998B123ADEA type 0
+log "[TX BLE] <bb000300 01b17e65 97>"
+at 2.4 s
+receiver plugChangedStatus true
+)";
+
+  const std::shared_ptr<WorkedClock> clock;
+
+ private:
+  explicit DelaysAfterLongWork(const std::shared_ptr<WorkedClock>& worked)
+      : LinkTest(worked), clock(worked) {}
+};
+
+TEST_F(DelaysAfterLongWork, AreNotShortenedByALogSinkThatWorkedBeforeInTheSameReport) {
+  platform.onLog = [this](const std::string& line) {
+    if (line == "Found TX characteristic") clock->work(std::chrono::milliseconds(400));
+  };
+  linkUp(standardReader());
+  platform.takeTimed();
+  platform.run(10.0);
+  EXPECT_EQ(platform.takeTimed(), kBothDelays);
+}
+
+TEST_F(DelaysAfterLongWork, AreNotShortenedByATaskThatWorkedBeforeInTheSameTurn) {
+  const Reader reader = standardReader();
+  connect(reader.peripheral);
+  platform.didDiscoverServices(reader.peripheral, {reader.service});
+  platform.platform().mainRunLoop.lock()->post(
+      [this] { clock->work(std::chrono::milliseconds(400)); });
+  platform.didDiscoverCharacteristics(reader.peripheral, reader.service, {reader.rx, reader.tx});
+  platform.takeTimed();
+  platform.run(10.0);
+  EXPECT_EQ(platform.takeTimed(), kBothDelays);
 }
 
 }  // namespace

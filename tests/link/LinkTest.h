@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KestrinBLESDK/KestrinBleMgr.h"
+#include "kestrin/simulated/VirtualClock.h"
 #include "support/KestrinBleMgrTestPeer.h"
 #include "support/RecordingDelegates.h"
 #include "support/RecordingPlatform.h"
@@ -63,7 +64,9 @@ class LinkTest : public ::testing::Test {
  protected:
   using Peer = KestrinBleMgrTestPeer;
 
-  LinkTest() {
+  explicit LinkTest(
+      const std::shared_ptr<Clock>& clock = std::make_shared<simulated::VirtualClock>())
+      : platform(clock) {
     manager->setDelegate(delegate);
     manager->setRcpReceiverDelegate(receiver);
     platform.take();

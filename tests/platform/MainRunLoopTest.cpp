@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "RunLoopTest.h"
+#include "support/WorkedClock.h"
 
 namespace kestrin::test {
 namespace {
@@ -188,8 +189,8 @@ TEST_F(MainRunLoopTimer, IsReleasedAsSoonAsItHasRun) {
   loop->runOneTurn();
 }
 
-TEST(MainRunLoopFrozenTime, StandsStillWithinATurn) {
-  MainRunLoop loop(std::make_shared<TickingClock>());
+TEST(MainRunLoopVirtualTime, StandsStillWithinATurn) {
+  MainRunLoop loop(std::make_shared<TickingClock>(false));
   std::vector<Time> seen;
   for (int i = 0; i < 3; ++i) {
     loop.post([&] {
@@ -208,8 +209,8 @@ TEST(MainRunLoopFrozenTime, StandsStillWithinATurn) {
   EXPECT_GT(loop.now(), afterTheTurn);
 }
 
-TEST(MainRunLoopFrozenTime, MakesTimersArmedInOneTurnTieInOrderOfArming) {
-  MainRunLoop loop(std::make_shared<TickingClock>());
+TEST(MainRunLoopVirtualTime, MakesTimersArmedInOneTurnTieInOrderOfArming) {
+  MainRunLoop loop(std::make_shared<TickingClock>(false));
   Names ran;
   Time first{};
   Time second{};
@@ -221,6 +222,90 @@ TEST(MainRunLoopFrozenTime, MakesTimersArmedInOneTurnTieInOrderOfArming) {
   loop.runFor(1s);
   EXPECT_EQ(first, second);
   EXPECT_NE(first, Time::zero());
+}
+
+class MainRunLoopRealTime : public testing::Test {
+ protected:
+  /// A task that works for 400 ms.
+  RunLoop::Task working() {
+    return [this] { clock->work(400ms); };
+  }
+  /// A task that writes down when it runs.
+  RunLoop::Task noting() {
+    return [this] { ran.push_back(loop.now()); };
+  }
+
+  const std::shared_ptr<WorkedClock> clock = std::make_shared<WorkedClock>();
+  MainRunLoop loop{clock};
+  std::vector<Time> ran;
+};
+
+TEST_F(MainRunLoopRealTime, PassesWithinATurn) {
+  loop.post([&] {
+    noting()();
+    working()();
+    noting()();
+  });
+  loop.post(noting());
+  loop.runOneTurn();
+  EXPECT_EQ(ran, (std::vector<Time>{0ms, 400ms, 400ms}));
+}
+
+TEST_F(MainRunLoopRealTime, LetsADelayCountFromItsArmingAfterLongWorkInTheSameTask) {
+  loop.post([&] {
+    working()();
+    loop.arm(500ms, noting());
+  });
+  loop.runFor(2s);
+  EXPECT_EQ(ran, std::vector<Time>{900ms});
+}
+
+TEST_F(MainRunLoopRealTime, LetsADelayCountFromItsArmingAfterLongWorkInAnEarlierTaskOfTheTurn) {
+  loop.post(working());
+  loop.post([&] { loop.arm(500ms, noting()); });
+  loop.runFor(2s);
+  EXPECT_EQ(ran, std::vector<Time>{900ms});
+}
+
+TEST_F(MainRunLoopRealTime, LetsADelayedRequestCountFromItsArmingAfterLongWork) {
+  struct Target {
+    MainRunLoop& loop;
+    Time ran;
+  };
+  static constexpr SEL kRun{"run", [](void* object, const std::shared_ptr<void>&) noexcept {
+                              auto& target = *static_cast<Target*>(object);
+                              target.ran = target.loop.now();
+                            }};
+  const auto target = std::make_shared<Target>(Target{loop, 0s});
+  loop.post([&] {
+    working()();
+    loop.performSelector_withObject_afterDelay(target, kRun, nullptr, 0.5);
+  });
+  loop.runFor(2s);
+  EXPECT_EQ(target->ran, 900ms);
+}
+
+TEST_F(MainRunLoopRealTime, RunsWhatIsArmedInATurnInALaterOneHoweverLongTheTurnTakes) {
+  loop.post([&] {
+    loop.arm(1ms, noting());
+    loop.post(noting());
+    working()();
+  });
+  loop.runOneTurn();
+  EXPECT_EQ(ran, std::vector<Time>{});
+  loop.runOneTurn();
+  EXPECT_EQ(ran, (std::vector<Time>{400ms, 400ms}));
+}
+
+TEST_F(MainRunLoopRealTime, LeavesWhatBecomesDueDuringATurnToALaterOneInOrderOfDueTime) {
+  Names names;
+  loop.post(working());
+  loop.arm(300ms, [&] { names.emplace_back("due after 300 ms"); });
+  loop.arm(200ms, [&] { names.emplace_back("due after 200 ms"); });
+  loop.runOneTurn();
+  EXPECT_EQ(names, Names{});
+  loop.runOneTurn();
+  EXPECT_EQ(names, (Names{"due after 200 ms", "due after 300 ms"}));
 }
 
 TEST_F(MainRunLoopTime, MovesOnWithASleepForWhatIsArmedLaterInTheSameTurn) {

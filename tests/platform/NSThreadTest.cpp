@@ -16,7 +16,7 @@ TEST_F(ThreadSleep, PassesTheLoopsTime) {
   EXPECT_EQ(loop->now(), 50ms);
 }
 
-TEST_F(ThreadSleep, MovesTheFrozenTimeOnAndRunsNoEvent) {
+TEST_F(ThreadSleep, MovesVirtualTimeOnAndRunsNoEvent) {
   const auto thread = sleepOn(loop);
   loop->arm(10ms, writing("timer"));
   loop->post([&] {

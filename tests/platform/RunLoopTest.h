@@ -34,12 +34,14 @@ class RunLoopTest : public ::testing::Test {
   Names ran;
 };
 
-/// As real time does, this one passes whatever the loop does: by a millisecond with every look.
+/// This one passes whatever the loop does: by a millisecond with every look. As real time does, or
+/// as virtual time would that somebody else moves on.
 class TickingClock final : public Clock {
  public:
+  explicit TickingClock(bool passesByItself = true) : passesByItself_(passesByItself) {}
   [[nodiscard]] Time now() const override { return Time(1ms) * ++looks_; }
   void sleepFor(Time duration) override { looks_ += duration / Time(1ms); }
-  [[nodiscard]] bool passesByItself() const noexcept override { return true; }
+  [[nodiscard]] bool passesByItself() const noexcept override { return passesByItself_; }
   void wait(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock,
             std::optional<Time> deadline) override {
     if (!deadline) {
@@ -50,6 +52,7 @@ class TickingClock final : public Clock {
   }
 
  private:
+  const bool passesByItself_;
   mutable std::atomic<std::int64_t> looks_ = 0;
 };
 

@@ -2,6 +2,7 @@
 // time passes here; every wait is for a condition, and its limit is only reached by a failure.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <set>
@@ -10,6 +11,7 @@
 #include "KestrinBLESDK/platform/Dispatch.h"
 #include "KestrinBLESDK/platform/NSLog.h"
 #include "RunLoopTest.h"
+#include "support/Pipe.h"
 #include "support/RecordingLog.h"
 
 namespace kestrin::test {
@@ -112,7 +114,7 @@ TEST(RunLoopThreads, ArmAndCancelWhileTheLoopTurns) {
   arming.join();
 }
 
-TEST(RunLoopThreads, ReadTheClockWhileTheLoopsOwnThreadReadsTheFrozenTime) {
+TEST(RunLoopThreads, ReadTheClockWhileVirtualTimeStandsStillForTheLoopsOwnThread) {
   const auto clock = std::make_shared<simulated::VirtualClock>();
   MainRunLoop loop(clock);
   loop.post([&] {
@@ -125,7 +127,7 @@ TEST(RunLoopThreads, ReadTheClockWhileTheLoopsOwnThreadReadsTheFrozenTime) {
   EXPECT_TRUE(loop.runOneTurn());
 }
 
-TEST(RunLoopThreads, SleepWithoutMovingTheFrozenTimeOfTheLoopsOwn) {
+TEST(RunLoopThreads, SleepWithoutMovingVirtualTimeOnForTheLoopsOwn) {
   const auto clock = std::make_shared<simulated::VirtualClock>();
   MainRunLoop loop(clock);
   loop.post([&] {
@@ -231,6 +233,214 @@ TEST(RunLoopDescriptor, TellsOfDueWorkInVirtualTimeToo) {
   EXPECT_TRUE(isReadable(loop));
   EXPECT_TRUE(loop.runOneTurn());
   EXPECT_FALSE(isReadable(loop));
+}
+
+/// A loop in real time that watches one end of a pipe.
+class WatchThreads : public testing::Test {
+ protected:
+  /// Watches; the handler reads and ends the run.
+  MainRunLoop::WatchId watch() {
+    const auto id = loop.watch(pipe.reading.number(), Readiness::readable, [this](Readiness) {
+      read += pipe.reading.read();
+      ranOn = std::this_thread::get_id();
+      loop.stop();
+    });
+    if (!id) throw std::runtime_error("the pipe is not watched");
+    return *id;
+  }
+
+  MainRunLoop loop;
+  Pipe pipe;
+  std::string read;
+  std::thread::id ranOn;
+};
+using WatchThreadsDescriptor = WatchThreads;
+
+TEST_F(WatchThreads, WakeALoopThatWaitsForItsDescriptors) {
+  watch();
+  std::thread writing([&] { pipe.writing.write("a"); });
+  loop.run();
+  writing.join();
+  EXPECT_EQ(read, "a");
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST_F(WatchThreads, WatchForALoopThatWaitsAlready) {
+  pipe.writing.write("a");
+  std::thread watching([&] { watch(); });
+  loop.run();
+  watching.join();
+  EXPECT_EQ(read, "a");
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST_F(WatchThreads, PostToALoopThatWaitsForItsDescriptors) {
+  watch();
+  bool ran = false;
+  std::thread posting([&] {
+    loop.post([&] {
+      ran = true;
+      loop.stop();
+    });
+  });
+  loop.run();
+  posting.join();
+  EXPECT_TRUE(ran);
+}
+
+TEST_F(WatchThreads, StopALoopThatWaitsForItsDescriptors) {
+  watch();
+  std::thread stopping([&] { loop.stop(); });
+  loop.run();
+  stopping.join();
+  EXPECT_EQ(read, "");
+}
+
+TEST_F(WatchThreads, LetATimerComeWhileNothingIsReady) {
+  watch();
+  bool ran = false;
+  loop.arm(20ms, [&] { ran = true; });
+  EXPECT_TRUE(loop.runUntil(loop.now() + 20s, [&] { return ran; }));
+}
+
+TEST_F(WatchThreads, PostToALoopWhoseDescriptorsTheSystemRefusesToLookAt) {
+  watch();
+  pipe.writing.write("a");
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit none = before;
+  none.rlim_cur = 0;
+  std::thread posting([&] { loop.post([&] { loop.stop(); }); });
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  loop.run();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  posting.join();
+  EXPECT_EQ(read, "");
+}
+
+TEST(WatchThreadsInVirtualTime, EndTheLastWatchOfARunThatWaitsForNothingElse) {
+  MainRunLoop loop(std::make_shared<simulated::VirtualClock>());
+  const Pipe pipe;
+  const auto id = loop.watch(pipe.reading.number(), Readiness::readable,
+                             [](Readiness) { FAIL() << "nothing was written"; });
+  std::thread ending([&] { loop.unwatch(*id); });
+  loop.run();
+  ending.join();
+  EXPECT_EQ(loop.now(), 0s);
+}
+
+TEST(WatchThreadsInVirtualTime, WriteForARunThatWaitsForNothingElse) {
+  MainRunLoop loop(std::make_shared<simulated::VirtualClock>());
+  const Pipe pipe;
+  loop.watch(pipe.reading.number(), Readiness::readable, [&](Readiness) { loop.stop(); });
+  std::thread writing([&] { pipe.writing.write("a"); });
+  loop.run();
+  writing.join();
+  EXPECT_EQ(loop.now(), 0s);
+}
+
+TEST(WatchThreadsAtOnce, WatchAndUnwatchWhileTheLoopTurns) {
+  MainRunLoop loop;
+  std::vector<Pipe> pipes(kThreads);
+  for (const Pipe& pipe : pipes) pipe.writing.write("a");
+  std::atomic<int> calls = 0;
+  std::atomic<bool> done = false;
+  std::thread watching([&] {
+    onThreads([&](int thread) {
+      const int descriptor = pipes[static_cast<std::size_t>(thread)].reading.number();
+      for (int i = 0; i < kEach; ++i) {
+        const auto id = loop.watch(descriptor, Readiness::readable, [&](Readiness) { ++calls; });
+        ASSERT_TRUE(id);
+        // Each is found at least once before it ends.
+        const int before = calls;
+        while (calls == before) std::this_thread::yield();
+        loop.unwatch(*id);
+      }
+    });
+    done = true;
+    loop.post([] {});
+  });
+  EXPECT_TRUE(loop.runUntil(loop.now() + 100s, [&] { return done.load(); }));
+  watching.join();
+}
+
+TEST_F(WatchThreadsDescriptor, BecomesReadableWithAWatchedOneAndStaysSoUntilItsHandlerHasRun) {
+  watch();
+  EXPECT_FALSE(isReadable(loop));
+  pipe.writing.write("a");
+  EXPECT_TRUE(becomesReadable(loop));
+  loop.arm(1h, [] {});
+  EXPECT_TRUE(isReadable(loop));
+  EXPECT_TRUE(loop.runOneTurn());
+  EXPECT_EQ(read, "a");
+  EXPECT_FALSE(isReadable(loop));
+  pipe.writing.write("b");
+  EXPECT_TRUE(becomesReadable(loop));
+  EXPECT_TRUE(loop.runOneTurn());
+  EXPECT_EQ(read, "ab");
+}
+
+TEST_F(WatchThreadsDescriptor, BecomesReadableWithOneThatIsWatchedLater) {
+  EXPECT_FALSE(isReadable(loop));
+  pipe.writing.write("a");
+  watch();
+  EXPECT_TRUE(becomesReadable(loop));
+}
+
+TEST_F(WatchThreadsDescriptor, BecomesReadableAgainWhileAWatchedOneIsNotRead) {
+  loop.watch(pipe.reading.number(), Readiness::readable, [](Readiness) {});
+  pipe.writing.write("a");
+  for (int turn = 0; turn < 3; ++turn) {
+    EXPECT_TRUE(becomesReadable(loop));
+    EXPECT_TRUE(loop.runOneTurn());
+  }
+}
+
+TEST_F(WatchThreadsDescriptor, IsNotReadableForOneWhoseWatchHasEnded) {
+  const auto id = watch();
+  pipe.writing.write("a");
+  EXPECT_TRUE(becomesReadable(loop));
+  loop.unwatch(id);
+  EXPECT_FALSE(isReadable(loop));
+  EXPECT_FALSE(loop.runOneTurn());
+  EXPECT_FALSE(isReadable(loop));
+}
+
+TEST_F(WatchThreadsDescriptor, BecomesReadableWithATimerThatIsDueWhileDescriptorsAreWatched) {
+  watch();
+  EXPECT_FALSE(isReadable(loop));
+  bool ran = false;
+  loop.arm(20ms, [&] { ran = true; });
+  EXPECT_TRUE(becomesReadable(loop));
+  EXPECT_TRUE(loop.runOneTurn());
+  EXPECT_TRUE(ran);
+}
+
+TEST_F(WatchThreadsDescriptor, IsNotReadableForAClosedOneThatATurnHasFound) {
+  std::vector<Readiness> found;
+  pipe.writing.write("a");
+  loop.watch(pipe.reading.number(), Readiness::readable,
+             [&](Readiness readiness) { found.push_back(readiness); });
+  EXPECT_TRUE(becomesReadable(loop));
+  pipe.reading.close();
+  EXPECT_TRUE(loop.runOneTurn());
+  EXPECT_EQ(found, std::vector<Readiness>{Readiness::closed});
+  EXPECT_FALSE(isReadable(loop));
+  EXPECT_FALSE(loop.runOneTurn());
+}
+
+TEST(WatchThreadsDescriptorInVirtualTime, BecomesReadableWithAWatchedOne) {
+  MainRunLoop loop(std::make_shared<simulated::VirtualClock>());
+  const Pipe pipe;
+  loop.watch(pipe.reading.number(), Readiness::readable,
+             [&](Readiness) { EXPECT_EQ(pipe.reading.read(), "a"); });
+  loop.arm(1s, [] {});
+  EXPECT_FALSE(isReadable(loop));
+  pipe.writing.write("a");
+  EXPECT_TRUE(becomesReadable(loop));
+  EXPECT_TRUE(loop.runOneTurn());
+  EXPECT_FALSE(isReadable(loop));
+  EXPECT_EQ(loop.now(), 0s);
 }
 
 TEST(DispatchOnce, RunsItsWorkOnceAndMakesEverybodyWaitForIt) {

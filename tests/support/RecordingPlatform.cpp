@@ -28,8 +28,10 @@ class RecordingRadio final : public Radio {
 
 }  // namespace
 
-RecordingPlatform::RecordingPlatform() {
-  const auto clock = std::make_shared<simulated::VirtualClock>();
+RecordingPlatform::RecordingPlatform()
+    : RecordingPlatform(std::make_shared<simulated::VirtualClock>()) {}
+
+RecordingPlatform::RecordingPlatform(const std::shared_ptr<Clock>& clock) {
   transcript_ = std::make_shared<Transcript>(clock);
   loop_ = std::make_shared<MainRunLoop>(clock);
   recordingLoop_ = std::make_shared<RecordingRunLoop>(*this, loop_);

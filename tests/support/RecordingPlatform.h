@@ -1,6 +1,7 @@
 // A platform that records. Everything that a manager asks of it, tells a delegate or logs goes into
 // one ordered transcript, and so do the events that the test plays (their lines begin with `*`).
-// Time is virtual: it moves when the test runs the loop, or when a thread sleeps.
+// Time is virtual, unless another clock is given: it moves when the test runs the loop, or when a
+// thread sleeps.
 //
 //   RecordingPlatform platform;
 //   const auto manager = platform.makeManager();
@@ -33,6 +34,7 @@ namespace kestrin::test {
 class RecordingPlatform {
  public:
   RecordingPlatform();
+  explicit RecordingPlatform(const std::shared_ptr<Clock>& clock);
   ~RecordingPlatform();
   RecordingPlatform(const RecordingPlatform&) = delete;
   RecordingPlatform& operator=(const RecordingPlatform&) = delete;

@@ -1,16 +1,15 @@
 // kestrin-vreader: a virtual LE controller on /dev/vhci with virtual readers behind it. To the
 // kernel and the Bluetooth daemon it is a radio with readers in range.
 
-#include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KestrinBLESDK/platform/MainRunLoop.h"
@@ -60,22 +59,15 @@ class Program {
       if (const auto problem = pipe_.open(*options_.orders)) return fail(*problem);
     }
     makeDevices();
+    const bool watching =
+        watch(signals, [this](Readiness) { runLoop_->stop(); }) &&
+        watch(vhci_.fileDescriptor(), [this](Readiness found) { receive(found); }) &&
+        (!options_.orders ||
+         watch(pipe_.fileDescriptor(), [this](Readiness) { carryOutOrders(); }));
+    if (!watching) return fail("cannot wait for events: no descriptors are left");
     print("READY hci" + std::to_string(vhci_.adapter()));
-    std::array<pollfd, 4> sources{{{vhci_.fileDescriptor(), POLLIN, 0},
-                                   {runLoop_->fileDescriptor(), POLLIN, 0},
-                                   {pipe_.fileDescriptor(), POLLIN, 0},
-                                   {signals, POLLIN, 0}}};
-    for (;;) {
-      if (::poll(sources.data(), sources.size(), -1) < 0 && errno != EINTR) {
-        return fail("cannot wait for events: " + systemErrorText(errno));
-      }
-      if (sources[3].revents != 0) break;
-      if ((sources[0].revents & (POLLERR | POLLHUP)) != 0) return fail("the adapter is gone");
-      receive();
-      if (sources[2].revents != 0) carryOutOrders();
-      runLoop_->runOneTurn();
-      if (!failure_.empty()) return fail(failure_);
-    }
+    runLoop_->run();
+    if (failure_) return fail(*failure_);
     print("END");
     return 0;
   }
@@ -92,13 +84,25 @@ class Program {
     }
   }
 
-  void receive() {
+  bool watch(int descriptor, MainRunLoop::WatchHandler handler) {
+    return runLoop_->watch(descriptor, Readiness::readable, std::move(handler)).has_value();
+  }
+
+  void receive(Readiness found) {
+    if (hasAny(found, Readiness::hungUp | Readiness::failed | Readiness::closed)) {
+      end("the adapter is gone");
+      return;
+    }
     while (const auto packet = vhci_.read()) controller_.receive(*packet);
   }
 
   void send(const Bytes& packet) {
-    const auto problem = vhci_.write(packet);
-    if (problem && failure_.empty()) failure_ = "the kernel refuses a packet: " + *problem;
+    if (const auto problem = vhci_.write(packet)) end("the kernel refuses a packet: " + *problem);
+  }
+
+  void end(const std::string& why) {
+    if (!failure_) failure_ = why;
+    runLoop_->stop();
   }
 
   void carryOutOrders() {
@@ -116,7 +120,7 @@ class Program {
   std::vector<std::shared_ptr<VirtualDevice>> devices_;
   Controller controller_{runLoop_, options_.address, [this](const Bytes& packet) { send(packet); },
                          &print};
-  std::string failure_;
+  std::optional<std::string> failure_;
 };
 
 }  // namespace

@@ -1,11 +1,11 @@
-// The radio's own thread: it runs posted tasks and timers and serves one descriptor, the message
-// bus, so that everything the radio knows is touched by this one thread.
+// The radio's own thread: a run loop that also serves one descriptor, the message bus, so that
+// everything the radio knows is touched by this one thread.
 //
 // Threads: `post` and `isCurrent` from any thread; everything else on the thread that runs it.
 // Lifetime: shared by its owner and the thread itself. Tasks posted after its end are dropped.
 // Timers follow the clock that `create` is given. One that does not pass by itself is read again
 // after each task.
-// Errors: `create` answers null when the system has no descriptors left.
+// Errors: `create` returns null when the system has no descriptors left.
 #pragma once
 
 #include <atomic>
@@ -15,9 +15,9 @@
 #include <optional>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "KestrinBLESDK/platform/Clock.h"
+#include "KestrinBLESDK/platform/MainRunLoop.h"
 #include "KestrinBLESDK/platform/TimerQueue.h"
 
 namespace kestrin::bluez {
@@ -44,7 +44,6 @@ class BusThread {
 
   static std::shared_ptr<BusThread> create(
       std::shared_ptr<Clock> clock = std::make_shared<MonotonicClock>());
-  ~BusThread();
   BusThread(const BusThread&) = delete;
   BusThread& operator=(const BusThread&) = delete;
 
@@ -58,25 +57,31 @@ class BusThread {
   /// Forgets a timer and clears its id; harmless when it has run.
   void cancel(std::optional<TimerQueue::Id>& timer);
   void setSource(PollSource* source) { source_ = source; }
-  /// Ends `run` after the current task.
+  /// Ends `run` after the current turn.
   void end() { ended_ = true; }
 
  private:
-  BusThread(int wakeUp, std::shared_ptr<Clock> clock) : wakeUp_(wakeUp), clock_(std::move(clock)) {}
-  void runTasks();
-  void runTimers();
-  void waitForWork();
-  void dropTasks();
+  struct Watched {
+    int descriptor;
+    short events;
+    MainRunLoop::WatchId id;
+  };
+  explicit BusThread(std::shared_ptr<Clock> clock);
+  [[nodiscard]] bool canWatch();
+  bool serveSource();
+  void awaitSource();
+  void watch(const std::optional<PollSource::Wait>& wait);
+  void dropPending();
 
-  const int wakeUp_;
   const std::shared_ptr<Clock> clock_;
   std::atomic<std::thread::id> owner_{};
   std::mutex mutex_;
-  std::vector<Task> tasks_;
   bool closed_ = false;
+  std::unique_ptr<MainRunLoop> loop_;  // Replaced at the end, with the lock held.
   bool ended_ = false;
-  TimerQueue timers_;
   PollSource* source_ = nullptr;
+  std::optional<Watched> watched_;
+  std::optional<TimerQueue::Id> limit_;
 };
 
 }  // namespace kestrin::bluez
