@@ -1,5 +1,5 @@
 // What reaches standard output and standard error.
-#include "tools/kestrin/Console.h"
+#include "tools/kestrin/console/Console.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // What the live screen shows in terminals of any size. No terminal is needed.
-#include "tools/kestrin/MonitorView.h"
+#include "tools/kestrin/screen/MonitorView.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <KestrinBLESDK/platform/NSData.h>

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/kestrin/EventLabel.h"
-#include "tools/kestrin/LabelRows.h"
-#include "tools/kestrin/SequencePicture.h"
-#include "tools/kestrin/Svg.h"
-#include "tools/kestrin/TimeScale.h"
-#include "tools/kestrin/TimelinePicture.h"
+#include "tools/kestrin/picture/EventLabel.h"
+#include "tools/kestrin/picture/LabelRows.h"
+#include "tools/kestrin/picture/SequencePicture.h"
+#include "tools/kestrin/picture/Svg.h"
+#include "tools/kestrin/picture/TimeScale.h"
+#include "tools/kestrin/picture/TimelinePicture.h"
 
 namespace kestrin::app {
 namespace {

@@ -1,5 +1,5 @@
 // The lines of a recording as JSON.
-#include "tools/kestrin/RecordedEventJson.h"
+#include "tools/kestrin/recording/RecordedEventJson.h"
 
 #include <gtest/gtest.h>
 
