@@ -105,6 +105,16 @@ TEST(RecordedEventJson, ANameThatIsNoUtf8KeepsItsBytes) {
   EXPECT_EQ(std::get<RecordedEvent>(readEventLine(line)), event);
 }
 
+TEST(RecordedEventJson, ALineMayBeShownOnATerminalAndIsReadAsItWas) {
+  RecordedEvent event;
+  event.kind = EventKind::reader;
+  event.name = "\x1b[2J\x7f\u009b\u202e\U000E0041";
+  event.identifier = "C0";
+  const std::string line = jsonLine(event);
+  EXPECT_NE(line.find(R"("\u001b[2J\u007f\u009b\u202e\udb40\udc41")"), std::string::npos) << line;
+  EXPECT_EQ(std::get<RecordedEvent>(readEventLine(line)), event);
+}
+
 TEST(RecordedEventJson, EveryBeginningOfALineIsACutLine) {
   std::string line = jsonLine(eventWithEverything(EventKind::notification));
   line.insert(line.size() - 1, R"(,"later":[{"a":null},1.5e-3,false,"\u00e4\ud83d\ude00"])");

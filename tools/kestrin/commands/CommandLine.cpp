@@ -17,6 +17,7 @@
 #include "tools/kestrin/radio/RadioEnvironment.h"
 #include "tools/kestrin/screen/ScreenLog.h"
 #include "tools/kestrin/screen/TerminalScreen.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

@@ -15,6 +15,7 @@
 #include "tools/kestrin/radio/SimulatedScene.h"
 #include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/text/Frames.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

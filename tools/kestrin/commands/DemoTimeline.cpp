@@ -6,6 +6,7 @@
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

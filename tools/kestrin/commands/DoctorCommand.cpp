@@ -7,6 +7,7 @@
 
 #ifdef KESTRIN_HAS_BLUEZ
 #include "kestrin/bluez/Diagnosis.h"
+#include "tools/kestrin/text/SafeText.h"
 #endif
 
 namespace kestrin::app {

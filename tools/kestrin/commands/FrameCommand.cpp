@@ -8,6 +8,7 @@
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

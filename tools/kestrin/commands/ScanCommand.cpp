@@ -12,6 +12,7 @@
 #include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/session/JsonReport.h"
 #include "tools/kestrin/text/Frames.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

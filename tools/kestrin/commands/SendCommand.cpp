@@ -9,6 +9,7 @@
 #include "tools/kestrin/session/ReaderSession.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

@@ -14,6 +14,7 @@
 #include "tools/kestrin/picture/TimelinePicture.h"
 #include "tools/kestrin/recording/RecordingFile.h"
 #include "tools/kestrin/text/Frames.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

@@ -15,10 +15,6 @@
 
 namespace kestrin::app {
 
-/// Text from elsewhere, such as a name from the air, made safe for a terminal: control characters
-/// and bytes that are no UTF-8 as `\xNN`, a backslash as `\\`.
-std::string printable(std::string_view text);
-
 class Console {
  public:
   Console(int output, int errors);

@@ -4,9 +4,9 @@
 #include <span>
 #include <string_view>
 
-#include "tools/kestrin/picture/Svg.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

@@ -1,9 +1,8 @@
 #include "tools/kestrin/picture/Svg.h"
 
 #include <cmath>
-#include <cstdint>
 
-#include "tools/kestrin/console/Console.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {
@@ -65,81 +64,10 @@ std::string classAttribute(std::string_view style) {
   return " class=\"" + std::string(style) + "\"";
 }
 
-/// U+FFFE and U+FFFF are no characters of XML.
-bool startsWithNoCharacter(std::string_view text) {
-  return text.starts_with("\xEF\xBF\xBE") || text.starts_with("\xEF\xBF\xBF");
-}
-
-/// The length of the character that this byte begins, in well-formed UTF-8.
-std::size_t characterLength(char first) {
-  const auto byte = static_cast<std::uint8_t>(first);
-  if (byte < 0xC0) return 1;
-  if (byte < 0xE0) return 2;
-  return byte < 0xF0 ? 3 : 4;
-}
-
-/// How many of the font's characters wide a printable text is. From U+1100 on come characters that
-/// may take the room of two.
-std::size_t columnsIn(std::string_view text) {
-  std::size_t columns = 0;
-  while (!text.empty()) {
-    const std::string_view character = text.substr(0, characterLength(text.front()));
-    const bool wide =
-        character.size() > 3 || (character.size() == 3 && character >= "\xE1\x84\x80");
-    columns += wide ? 2 : 1;
-    text.remove_prefix(character.size());
-  }
-  return columns;
-}
-
 }  // namespace
 
-std::string xmlText(std::string_view text) {
-  const std::string safe = printable(text);
-  std::string xml;
-  for (std::string_view rest = safe; !rest.empty(); rest.remove_prefix(1)) {
-    switch (rest.front()) {
-      case '&':
-        xml += "&amp;";
-        break;
-      case '<':
-        xml += "&lt;";
-        break;
-      case '>':
-        xml += "&gt;";
-        break;
-      case '"':
-        xml += "&quot;";
-        break;
-      case '\'':
-        xml += "&apos;";
-        break;
-      default:
-        if (startsWithNoCharacter(rest)) {
-          xml += rest[2] == '\xBE' ? "\\xef\\xbf\\xbe" : "\\xef\\xbf\\xbf";
-          rest.remove_prefix(2);
-        } else {
-          xml += rest.front();
-        }
-    }
-  }
-  return xml;
-}
-
 double labelWidth(std::string_view text) {
-  return kCharacterWidth * static_cast<double>(columnsIn(printable(text)));
-}
-
-std::string shortened(std::string_view text, std::size_t characters) {
-  std::size_t place = 0;
-  std::size_t columns = 0;
-  while (place < text.size()) {
-    const std::string_view character = text.substr(place, characterLength(text[place]));
-    columns += columnsIn(printable(character));
-    if (columns > characters) return std::string(text.substr(0, place)) + "...";
-    place += character.size();
-  }
-  return std::string(text);
+  return kCharacterWidth * static_cast<double>(cellsOf(printable(text)));
 }
 
 std::string coordinate(double value) {

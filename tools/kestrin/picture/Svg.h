@@ -10,15 +10,8 @@
 
 namespace kestrin::app {
 
-/// Text as it may stand in XML, as an attribute too. Control characters and bytes that are no UTF-8
-/// become `\xNN`.
-std::string xmlText(std::string_view text);
-
 /// How wide a text is about to be in the labels' font, in pixels.
 double labelWidth(std::string_view text);
-
-/// The text in at most that many characters, with `...` for what is left out.
-std::string shortened(std::string_view text, std::size_t characters);
 
 class Svg {
  public:

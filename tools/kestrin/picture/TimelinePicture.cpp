@@ -12,6 +12,7 @@
 #include "tools/kestrin/picture/Svg.h"
 #include "tools/kestrin/picture/TimeScale.h"
 #include "tools/kestrin/text/Frames.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tools/kestrin/console/Console.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

@@ -6,9 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/recording/JsonPlaces.h"
 #include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {
@@ -46,18 +46,10 @@ constexpr EventField<bool> kTruthFields[] = {
     {"accepted", &RecordedEvent::accepted},
 };
 
-/// Bytes that are no UTF-8, which JSON can not hold, become the replacement character.
+/// Bytes that are no UTF-8, which JSON can not hold, become the replacement character. The line may
+/// be shown on a terminal.
 std::string dumped(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-bool isUtf8(const std::string& text) {
-  try {
-    static_cast<void>(Json(text).dump());
-    return true;
-  } catch (const Json::type_error&) {
-    return false;
-  }
+  return terminalSafeJson(json.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 std::string microsecondsText(Time time) {

@@ -12,6 +12,7 @@
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/console/WriteAll.h"
 #include "tools/kestrin/recording/RecordedEventJson.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/kestrin/console/Console.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

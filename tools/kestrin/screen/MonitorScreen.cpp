@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
 #include "tools/kestrin/screen/ScreenLog.h"
 #include "tools/kestrin/screen/TerminalScreen.h"
 #include "tools/kestrin/session/ReaderSession.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

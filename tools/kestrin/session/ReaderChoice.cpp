@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tools/kestrin/console/Console.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {

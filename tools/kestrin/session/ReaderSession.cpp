@@ -5,6 +5,7 @@
 
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/session/SessionReport.h"
+#include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {

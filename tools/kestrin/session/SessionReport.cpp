@@ -3,6 +3,7 @@
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/session/ReaderChoice.h"
 #include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 

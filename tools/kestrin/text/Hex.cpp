@@ -1,6 +1,6 @@
 #include "tools/kestrin/text/Hex.h"
 
-#include "tools/kestrin/console/Console.h"
+#include "tools/kestrin/text/SafeText.h"
 
 namespace kestrin::app {
 namespace {
