@@ -8,7 +8,6 @@
 
 #include "KestrinBLESDK/link/ReaderLayout.h"
 #include "KestrinBLESDK/reader/Errors.h"
-#include "KestrinBLESDK/reader/ReaderTelling.h"
 
 namespace kestrin {
 namespace {

@@ -112,8 +112,15 @@ class Reader::Core final : public KestrinBLEProtocols,
   // Handlers.
   void enter(ReaderPhase phase);
   void tellTrouble(ReaderError code, const std::string& text);
+  /// Calls a handler, which may drop the reader: nothing but `owner_` and `phase_` may be relied on
+  /// afterwards.
   template <class Handler, class... Arguments>
-  void tell(Handler ReaderHandlers::*which, const Arguments&... arguments);
+  void tell(Handler ReaderHandlers::*which, const Arguments&... arguments) {
+    if (owner_ == nullptr) return;
+    const auto handlers = handlers_;
+    const auto& handler = (*handlers).*which;
+    if (handler) handler(*owner_, arguments...);
+  }
   void later(void (Core::*operation)());
   std::optional<RunLoop::TimerId> arm(Time delay, void (Core::*operation)());
   void disarm(std::optional<RunLoop::TimerId>& timer);

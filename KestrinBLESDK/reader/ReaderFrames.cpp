@@ -6,7 +6,6 @@
 #include "KestrinBLESDK/platform/NSString.h"
 #include "KestrinBLESDK/reader/Errors.h"
 #include "KestrinBLESDK/reader/ReaderCore.h"
-#include "KestrinBLESDK/reader/ReaderTelling.h"
 
 namespace kestrin {
 

@@ -2,7 +2,6 @@
 #include <chrono>
 
 #include "KestrinBLESDK/reader/ReaderCore.h"
-#include "KestrinBLESDK/reader/ReaderTelling.h"
 
 namespace kestrin {
 namespace {

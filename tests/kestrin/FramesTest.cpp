@@ -1,13 +1,13 @@
 // A look into frames, and times in words.
-#include "tools/kestrin/Frames.h"
+#include "tools/kestrin/text/Frames.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "tools/kestrin/Hex.h"
-#include "tools/kestrin/Seconds.h"
+#include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {
 namespace {
