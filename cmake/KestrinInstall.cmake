@@ -54,15 +54,10 @@ kestrin_install_library(KestrinBLESDK KestrinBLESDKTargets)
 kestrin_install_pc(kestrinblesdk)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT development
-<<<<<<< HEAD
   FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN reader EXCLUDE
   PATTERN RcpFrmReader.h EXCLUDE
-  PATTERN DescriptorWaker.h EXCLUDE)
-=======
-  FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN rcp EXCLUDE
   PATTERN DescriptorWaker.h EXCLUDE PATTERN DescriptorWatches.h EXCLUDE
   PATTERN SignalPipe.h EXCLUDE)
->>>>>>> core
 foreach(component IN ITEMS simulated bluez c)
   if(TARGET KestrinBLESDK_${component})
     kestrin_install_library(KestrinBLESDK_${component} KestrinBLESDK_${component}Targets)
