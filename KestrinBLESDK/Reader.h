@@ -176,6 +176,8 @@ class KESTRIN_EXPORT Reader final {
   /// What `exchange` calls in the end: with the answer, valid during the call, or with the error.
   using AnswerHandler = std::function<void(const std::optional<RcpFrame>& answer,
                                            const std::optional<NSError>& error)>;
+  /// Names one exchange of a reader; never used again for another.
+  using ExchangeId = std::uint64_t;
 
   /// A reader on `platform`, which begins to search at once. Null, with the reason in `error`, when
   /// the platform's run loop is gone.
@@ -218,7 +220,11 @@ class KESTRIN_EXPORT Reader final {
   /// its first slice was written, which `onFrame` is then not called with. Of several exchanges
   /// with one code the first gets the first answer. `noAnswer` when none has come within `limit`
   /// after the last slice; `noFrame` when `frame` is not one whole frame; else as `send`.
-  void exchange(const NSData& frame, Time limit, AnswerHandler done);
+  /// Returns what `forget` takes.
+  ExchangeId exchange(const NSData& frame, Time limit, AnswerHandler done);
+  /// Waits for an answer no longer: `done` is not called, and `onFrame` is called with the frame if
+  /// it comes. The command is sent all the same. Harmless when the exchange has ended.
+  void forget(ExchangeId exchange);
 
   /// Gives the link up until `comeBack`, in the next turn. Entering the background
   /// (`UIApplicationDidEnterBackgroundNotification`) does the same. Limits do not run meanwhile.

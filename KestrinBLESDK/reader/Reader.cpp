@@ -101,9 +101,11 @@ bool Reader::choose(std::string_view identifier) { return core_->choose(identifi
 
 void Reader::send(const NSData& frame, SendHandler done) { core_->send(frame, std::move(done)); }
 
-void Reader::exchange(const NSData& frame, Time limit, AnswerHandler done) {
-  core_->exchange(frame, limit, std::move(done));
+Reader::ExchangeId Reader::exchange(const NSData& frame, Time limit, AnswerHandler done) {
+  return core_->exchange(frame, limit, std::move(done));
 }
+
+void Reader::forget(ExchangeId exchange) { core_->forget(exchange); }
 
 void Reader::leave() { core_->leaveSoon(); }
 

@@ -190,11 +190,14 @@ void Reader::Core::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexce
 }
 
 void Reader::Core::lose() {
+  const bool wasPluggedIn = phase_ == ReaderPhase::pluggedIn;
   endFrames();
   if (options_.reconnect) pause_ = arm(pauseBefore(attempts_++), &Core::connectAfterPause);
   enter(ReaderPhase::lost);
   if (options_.reconnect || phase_ != ReaderPhase::lost) return;
-  tellTrouble(ReaderError::unplugged, "the link to " + reader::quoted(name_) + " was lost");
+  tellTrouble(ReaderError::unplugged,
+              "the link to " + reader::quoted(name_) +
+                  (wasPluggedIn ? " was lost" : " went down before it could be used"));
   if (phase_ == ReaderPhase::lost) giveUp();
 }
 

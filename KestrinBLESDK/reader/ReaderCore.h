@@ -49,7 +49,8 @@ class Reader::Core final : public KestrinBLEProtocols,
   [[nodiscard]] const RadioWatch& radio() const noexcept { return *watch_; }
   bool choose(std::string_view identifier);
   void send(const NSData& frame, SendHandler done);
-  void exchange(const NSData& frame, Time limit, AnswerHandler done);
+  ExchangeId exchange(const NSData& frame, Time limit, AnswerHandler done);
+  void forget(ExchangeId exchange);
   void leaveSoon();
   void comeBackSoon();
   void close(std::function<void()> done);
@@ -68,7 +69,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   enum class Link : std::uint8_t { none, wanted, up };
   /// Somebody who waits for a frame with a code.
   struct Awaited {
-    std::uint64_t id = 0;
+    ExchangeId id = 0;
     std::uint8_t code = 0;
     bool begun = false;
     AnswerHandler done;
@@ -102,10 +103,10 @@ class Reader::Core final : public KestrinBLEProtocols,
   // Frames.
   [[nodiscard]] std::optional<NSError> whyNotSent() const;
   void enqueue(const NSData& frame, std::function<void()> begun, SendHandler done);
-  std::vector<Awaited>::iterator awaited(std::uint64_t id);
-  void answer(std::uint64_t id, const std::optional<RcpFrame>& frame,
+  std::vector<Awaited>::iterator awaited(ExchangeId id);
+  void answer(ExchangeId id, const std::optional<RcpFrame>& frame,
               const std::optional<NSError>& error);
-  void startAnswerLimit(std::uint64_t id, Time limit);
+  void startAnswerLimit(ExchangeId id, Time limit);
   [[nodiscard]] bool takeAnswer(const RcpFrame& frame);
   void endFrames();
 
@@ -155,7 +156,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   std::string identifier_;
 
   std::vector<Awaited> awaited_;
-  std::uint64_t lastAwaited_ = 0;
+  ExchangeId lastAwaited_ = 0;
   std::vector<std::function<void()>> closed_;  // Who waits for the link to be down.
 };
 

@@ -13,8 +13,9 @@ using reader::errorOf;
 
 std::optional<NSError> Reader::Core::whyNotSent() const {
   if (phase_ != ReaderPhase::pluggedIn) {
-    return errorOf(ReaderError::unplugged, "the reader is not plugged in (" +
-                                               std::string(nameOf(phase_)) + "); send when it is");
+    return errorOf(ReaderError::unplugged, "the reader is unplugged (" +
+                                               std::string(nameOf(phase_)) +
+                                               "); send when it is plugged in");
   }
   if (sends_->size() >= options_.mostWaitingFrames) {
     return errorOf(ReaderError::queueFull,
@@ -37,7 +38,8 @@ void Reader::Core::send(const NSData& frame, SendHandler done) {
   enqueue(frame, {}, std::move(done));
 }
 
-void Reader::Core::exchange(const NSData& frame, Time limit, AnswerHandler done) {
+Reader::ExchangeId Reader::Core::exchange(const NSData& frame, Time limit, AnswerHandler done) {
+  const ExchangeId id = ++lastAwaited_;
   RcpFrameError fault;
   const auto command = parseRcpFrame(frame.span(), &fault);
   if (!command) {
@@ -49,9 +51,8 @@ void Reader::Core::exchange(const NSData& frame, Time limit, AnswerHandler done)
                         }},
                    errorOf(ReaderError::noFrame, "what is to be sent is not a whole frame: " +
                                                      fault.text + "; buildRcpFrame makes one"));
-    return;
+    return id;
   }
-  const std::uint64_t id = ++lastAwaited_;
   awaited_.push_back({.id = id, .code = command->code, .done = std::move(done), .limit = {}});
   const auto begun = [weak = weak_from_this(), id] {
     const auto self = weak.lock();
@@ -67,14 +68,22 @@ void Reader::Core::exchange(const NSData& frame, Time limit, AnswerHandler done)
       self->startAnswerLimit(id, limit);
     }
   });
+  return id;
 }
 
-std::vector<Reader::Core::Awaited>::iterator Reader::Core::awaited(std::uint64_t id) {
+void Reader::Core::forget(ExchangeId exchange) {
+  const auto found = awaited(exchange);
+  if (found == awaited_.end()) return;
+  disarm(found->limit);
+  awaited_.erase(found);
+}
+
+std::vector<Reader::Core::Awaited>::iterator Reader::Core::awaited(ExchangeId id) {
   return std::find_if(awaited_.begin(), awaited_.end(),
                       [id](const Awaited& each) { return each.id == id; });
 }
 
-void Reader::Core::answer(std::uint64_t id, const std::optional<RcpFrame>& frame,
+void Reader::Core::answer(ExchangeId id, const std::optional<RcpFrame>& frame,
                           const std::optional<NSError>& error) {
   const auto found = awaited(id);
   if (found == awaited_.end()) return;
@@ -84,7 +93,7 @@ void Reader::Core::answer(std::uint64_t id, const std::optional<RcpFrame>& frame
   if (done && owner_ != nullptr) done(frame, error);
 }
 
-void Reader::Core::startAnswerLimit(std::uint64_t id, Time limit) {
+void Reader::Core::startAnswerLimit(ExchangeId id, Time limit) {
   const auto found = awaited(id);
   const auto loop = platform_.mainRunLoop.lock();
   if (found == awaited_.end() || !loop) return;

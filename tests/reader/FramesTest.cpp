@@ -119,6 +119,32 @@ TEST_F(Frames, ThatComeBeforeTheLastSliceIsWrittenAreAnswersToo) {
   EXPECT_EQ(outcome.answer, answer_);
 }
 
+TEST_F(Frames, OfAnExchangeThatIsForgottenComeToTheHandlerOrToTheNextExchange) {
+  const auto reader = plugged();
+  heard_.frames.clear();
+  device_->simulateSilence();
+  Outcome forgotten;
+  Outcome waiting;
+  const auto first = reader->exchange(command_, seconds(1), into(forgotten));
+  const auto second = reader->exchange(command_, seconds(1), into(waiting));
+  const auto third = reader->exchange(frameOf(0x00, 0x23, std::vector<std::uint8_t>(100)),
+                                      seconds(1), into(forgotten));
+  EXPECT_NE(first, second);
+  reader->forget(first);
+  reader->forget(third);
+  runFor(milliseconds(100));
+  const auto rx = simulated::readerCharacteristics(ReaderFamily::standard).rx;
+  device_->simulateNotification(rx, answer_);
+  device_->simulateNotification(rx, answer_);
+  runFor(seconds(5));
+  EXPECT_EQ(forgotten.calls, 0);
+  EXPECT_EQ(waiting.answer, answer_);
+  EXPECT_EQ(heard_.frames, std::vector<NSData>{answer_});
+  EXPECT_EQ(device_->writes().back().value.length(), 8U) << "the command is sent all the same";
+  reader->forget(second);
+  reader->forget(99);
+}
+
 TEST_F(Frames, ThatAreNotWholeAreNotExchanged) {
   const auto reader = plugged();
   Outcome outcome;
@@ -161,7 +187,7 @@ TEST_F(Frames, OfAnExchangeThatCannotBeSentAreNotWaitedFor) {
   Outcome closed;
   reader->exchange(command_, seconds(1), into(closed));
   runFor(Time::zero());
-  EXPECT_EQ(closed.error, "the reader is not plugged in (closed); send when it is");
+  EXPECT_EQ(closed.error, "the reader is unplugged (closed); send when it is plugged in");
 }
 
 TEST_F(Frames, OfAKvrReaderComeAsTheValuesThatTheyCameIn) {

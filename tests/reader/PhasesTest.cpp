@@ -100,6 +100,16 @@ TEST_F(Phase, IsClosedAfterTheFirstLossWhenNobodyWantsItBack) {
   EXPECT_FALSE(device_->connected());
 }
 
+TEST_F(Phase, IsClosedWhenALinkGoesDownBeforeItCanBeUsedAndNobodyWantsItBack) {
+  const auto reader = create({.reader = "KVR-0417", .reconnect = false});
+  ASSERT_TRUE(runUntil(*reader, linkingUp));
+  device_->simulateLinkLoss();
+  ASSERT_TRUE(runUntil(*reader, closed));
+  EXPECT_EQ(heard_.trouble(), ReaderError::unplugged);
+  EXPECT_EQ(heard_.troubles.back().text,
+            "the link to 'KVR-0417' went down before it could be used");
+}
+
 TEST_F(Phase, IsRadioOffWhileTheRadioIsAndSaysWhyOnce) {
   power(false);
   const auto reader = create();

@@ -144,12 +144,12 @@ TEST_F(Sending, IsRefusedWhileTheReaderIsNotPluggedIn) {
   reader->send(command_, into(outcome));
   EXPECT_EQ(outcome, "") << "in a later turn";
   runFor(Time::zero());
-  EXPECT_EQ(outcome, "the reader is not plugged in (searching); send when it is");
+  EXPECT_EQ(outcome, "the reader is unplugged (searching); send when it is plugged in");
   ASSERT_TRUE(runUntil(*reader, linkingUp));
   outcome.clear();
   reader->send(command_, into(outcome));
   runFor(milliseconds(10));
-  EXPECT_EQ(outcome, "the reader is not plugged in (linkingUp); send when it is");
+  EXPECT_EQ(outcome, "the reader is unplugged (linkingUp); send when it is plugged in");
 }
 
 TEST_F(Sending, EndsWithTheLinkForEveryFrameThatWaits) {

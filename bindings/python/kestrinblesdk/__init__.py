@@ -5,9 +5,9 @@
     platform = kestrin.SimulatedPlatform(virtual_time=True)
     platform.add_reader("KVR-0417")
 
-In callback style `KestrinBleMgr` scans, connects and sends, and tells handlers and delegates what
-happens; with asyncio `AsyncReader` does it step by step. Names that stand for the library's own
-operations are kept letter for letter.
+`Reader` holds one reader, brings it back after a loss, and tells handlers what happens; with asyncio
+`AsyncReader` works one step by step. `KestrinBleMgr` below them is the library's manager itself, whose
+names are kept letter for letter.
 """
 
 from . import _core
@@ -27,10 +27,19 @@ from ._platforms import (
     SimulatedPlatform,
     VirtualPeripheral,
 )
-from ._reader import AsyncReader, hosted
+from ._reader import (
+    AsyncReader,
+    Reader,
+    ReaderErrorCode,
+    ReaderPhase,
+    SeenReader,
+    hosted,
+)
 from ._values import (
     CBCharacteristicProperty,
     CBManagerState,
+    Frame,
+    FrameError,
     NSData,
     NSError,
     ReaderFamily,
@@ -53,6 +62,8 @@ __all__ = [
     "CBManagerState",
     "CBPeripheral",
     "DefaultPlatform",
+    "Frame",
+    "FrameError",
     "KestrinBLEProtocols",
     "KestrinBLESDKVersionNumber",
     "KestrinBleMgr",
@@ -60,9 +71,13 @@ __all__ = [
     "NSError",
     "Platform",
     "RcpReceiver",
+    "Reader",
+    "ReaderErrorCode",
     "ReaderFamily",
+    "ReaderPhase",
     "ReaderScript",
     "ReceivedWrite",
+    "SeenReader",
     "SimulatedPlatform",
     "VirtualPeripheral",
     "build_frame",

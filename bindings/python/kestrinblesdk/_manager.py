@@ -11,7 +11,8 @@ from types import TracebackType
 
 from . import _core
 from ._core import CBPeripheral
-from ._platforms import BluezPlatform, DefaultPlatform, Platform, SimulatedPlatform, _platforms
+from ._platforms import BluezPlatform, DefaultPlatform, Platform, SimulatedPlatform
+from ._platforms import _platforms, _readers, _Releasable
 from ._values import NSData
 
 # Seconds for each loop that another thread turns when the interpreter ends.
@@ -201,7 +202,7 @@ def _release_all() -> None:
         while platform._is_running and time.monotonic() < deadline:
             platform.stop()
             time.sleep(0.01)
-    everything: list[KestrinBleMgr | Platform] = [*_managers, *_platforms]
+    everything: list[_Releasable] = [*_managers, *_readers, *_platforms]
     for each in everything:
         try:
             each.release()

@@ -6,7 +6,7 @@ import itertools
 import weakref
 from collections.abc import Callable, Iterable
 from types import TracebackType
-from typing import TypeVar
+from typing import Protocol, TypeVar
 
 from . import _core
 from ._values import (
@@ -23,8 +23,14 @@ _Self = TypeVar("_Self", bound="Platform")
 # A script answers one command frame with whole reply frames.
 ReaderScript = Callable[[NSData], Iterable[bytes]]
 
+
+class _Releasable(Protocol):
+    def release(self) -> None: ...
+
+
 # What is closed when the interpreter ends.
 _platforms: weakref.WeakSet[Platform] = weakref.WeakSet()
+_readers: weakref.WeakSet[_Releasable] = weakref.WeakSet()
 
 
 class Platform(_core.PlatformBase):

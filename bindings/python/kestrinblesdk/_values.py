@@ -68,10 +68,6 @@ class ReceivedWrite(NamedTuple):
     at: float
 
 
-SMALLEST_FRAME = 8
-"""The length of a frame without a payload."""
-
-
 def build_frame(type: int, code: int, payload: bytes = b"") -> NSData:
     """A whole frame, CRC included. Commands to a reader have type 0x00. ValueError for a type or
     code above 255 and for more payload than the length field can tell."""
@@ -83,6 +79,37 @@ def frame_crc(data: bytes) -> int:
     return _core.frame_crc(data)
 
 
-def frame_code(frame: bytes) -> int | None:
-    """The code of a frame; None for bytes that are too short to be one."""
-    return frame[2] if len(frame) >= SMALLEST_FRAME else None
+class FrameError(ValueError):
+    """Why bytes are not one whole frame; its text says what would be right."""
+
+    def __init__(self, text: str, field: str, offset: int, incomplete: bool) -> None:
+        super().__init__(text)
+        self.field = field
+        """The first field that is wrong, or that the bytes end in front of or within: preamble, type,
+        code, payload_length, payload, end_mark or crc."""
+        self.offset = offset
+        """The place of the first byte of a wrong field, or of the first that is not there."""
+        self.incomplete = incomplete
+        """The bytes are right as far as they go; more of them may make a frame."""
+
+
+class Frame(NamedTuple):
+    """One whole frame, taken apart."""
+
+    type: int
+    """The message type; commands have 0x00."""
+    code: int
+    """The command's or the reply's code."""
+    payload: NSData
+    """The payload; empty when the frame has none."""
+    data: NSData
+    """The whole frame."""
+
+    @classmethod
+    def parse(cls, data: bytes) -> Frame:
+        """Takes one whole frame apart. FrameError when the bytes are anything else."""
+        parsed = _core.parse_frame(data)
+        if parsed[0]:
+            return cls(*parsed[1:])
+        _, field, offset, incomplete, text = parsed
+        raise FrameError(text, field, offset, incomplete)

@@ -24,6 +24,22 @@ py::object buildFrame(std::int64_t type, std::int64_t code, const py::object& pa
   return pythonData(*frame);
 }
 
+/// The fields' names in their order, as `RcpFrameField` has them.
+constexpr const char* kFields[] = {"preamble", "type",     "code", "payload_length",
+                                   "payload",  "end_mark", "crc"};
+
+py::tuple parseFrame(const py::object& bytes) {
+  const auto data = dataFrom(bytes, "a frame");
+  RcpFrameError error;
+  const auto frame = parseRcpFrame(data.span(), &error);
+  if (frame) {
+    return py::make_tuple(true, frame->type, frame->code, pythonData(NSData(frame->payload)),
+                          pythonData(data));
+  }
+  return py::make_tuple(false, kFields[static_cast<std::size_t>(error.field)], error.offset,
+                        error.incomplete, error.text);
+}
+
 }  // namespace
 }  // namespace kestrin::python
 
@@ -35,6 +51,7 @@ PYBIND11_MODULE(_core, module) {
   python::defineSimulated(module);
   python::defineVirtualPeripherals(module);
   python::defineManagers(module);
+  python::defineReaders(module);
   module.def("build_frame", &python::buildFrame, py::arg("type"), py::arg("code"),
              py::arg("payload"), "A whole frame.");
   module.def(
@@ -43,6 +60,10 @@ PYBIND11_MODULE(_core, module) {
         return kestrin::rcpFrameCrc(python::dataFrom(bytes, "what has a CRC").span());
       },
       py::arg("data"), "The CRC of bytes.");
+  module.def(
+      "parse_frame", &python::parseFrame, py::arg("data"),
+      "Type, code, payload and the whole of a frame, or field, place, whether more bytes may "
+      "make one, and why it is none.");
   module.attr("version") = KESTRIN_VERSION;
   module.attr("version_number") = KestrinBLESDKVersionNumber;
 #ifdef KESTRIN_HAS_BLUEZ

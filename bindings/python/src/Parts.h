@@ -101,6 +101,7 @@ struct VirtualPeripheralHandle {
 // What the module is made of, a file each.
 void definePlatforms(py::module_& module);
 void defineManagers(py::module_& module);
+void defineReaders(py::module_& module);
 void defineSimulated(py::module_& module);
 void defineVirtualPeripherals(py::module_& module);
 
