@@ -204,7 +204,9 @@ std::int32_t KestrinBleMgr::parseRcpFrmReader() noexcept {
   return 0;
 }
 
-void KestrinBleMgr::parseBuffer() noexcept {
+// Out of line: an arrival that leaves a frame unfinished would make room for all of it, and cost a
+// twentieth more.
+[[gnu::noinline]] void KestrinBleMgr::parseBuffer() noexcept {
   keptAlive([this] {
     parsing_ = true;
     do {
