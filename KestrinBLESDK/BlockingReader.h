@@ -9,25 +9,23 @@
 /// auto answer = reader->exchange(*buildRcpFrame(0x00, 0x22, {}), 5s, &error);
 /// \endcode
 ///
-/// An application with an event loop of its own uses `KestrinBleMgr` and its callbacks instead.
+/// An application with an event loop of its own uses `Reader` instead, which this is a shell of.
 ///
 /// Threads: the one that turns the platform's run loop, outside of every callback: what would have
 /// to wait for itself is refused with an error that says so.
 ///
-/// Lifetime: a reader has a manager of its own. Dropping it closes the link without waiting for the
-/// link's end.
+/// Lifetime: dropping it closes the link without waiting for the link's end. It is not connected to
+/// again when its link is lost.
 ///
-/// Errors: told where the caller asks, in `KestrinErrorDomain` with a code of `BlockingError`.
+/// Errors: told where the caller asks, in `KestrinErrorDomain` with a code of `ReaderError`.
 #pragma once
 
-#include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/Reader.h"
 #include "KestrinBLESDK/platform/Export.h"
 #include "KestrinBLESDK/platform/NSData.h"
 #include "KestrinBLESDK/platform/NSError.h"
@@ -37,23 +35,14 @@ namespace kestrin {
 /// \addtogroup application
 /// @{
 
-/// Codes of `KestrinErrorDomain`.
-enum class BlockingError : std::int64_t {
-  insideCallback = 10,  ///< The run loop is being turned already.
-  noRunLoop = 11,       ///< The platform's run loop is gone or is no `MainRunLoop`.
-  notFound = 12,        ///< No reader of that name came into range in time.
-  notPluggedIn = 13,    ///< The reader was found and the link did not come up in time.
-  unplugged = 14,       ///< The link is down.
-  notWritten = 15,      ///< The reader has no characteristic that can be written.
-  noAnswer = 16,        ///< Nothing that was waited for came in time.
-  stopped = 17,         ///< Somebody stopped the run loop meanwhile.
-  noFrame = 18,         ///< What is to be sent is no whole frame.
-};
+/// The codes of its errors, by the name that they had first.
+using BlockingError = ReaderError;
 
 class KESTRIN_EXPORT BlockingReader {
  public:
   /// Scans, connects to the first reader whose name contains `name` (case counts; every reader's
-  /// does if empty) and returns when it is plugged in. Null when that takes longer than `limit`.
+  /// does if empty) or whose identifier it is, and returns when it is plugged in. Null when that
+  /// takes longer than `limit`.
   static std::unique_ptr<BlockingReader> connect(const Platform& platform, std::string_view name,
                                                  Time limit, NSError* error = nullptr);
   /// Closes the link, without waiting for its end.
@@ -62,7 +51,7 @@ class KESTRIN_EXPORT BlockingReader {
   BlockingReader& operator=(const BlockingReader&) = delete;
 
   /// The name by which the reader was found.
-  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+  [[nodiscard]] const std::string& name() const noexcept { return reader_->name(); }
   /// Whether the reader is plugged in.
   [[nodiscard]] bool isPluggedIn() const noexcept;
 
@@ -81,16 +70,15 @@ class KESTRIN_EXPORT BlockingReader {
   bool close(Time limit, NSError* error = nullptr);
 
  private:
-  struct Delegate;
+  struct Arrivals;
 
-  BlockingReader(std::shared_ptr<MainRunLoop> loop, std::shared_ptr<Delegate> delegate);
+  BlockingReader(std::shared_ptr<MainRunLoop> loop, std::unique_ptr<Arrivals> arrivals,
+                 std::unique_ptr<Reader> reader);
   bool canBeUsed(NSError* error) const;
-  bool waitFor(const std::function<bool()>& done, Time limit, BlockingError whenLate,
-               const std::string& what, NSError* error) const;
 
   const std::shared_ptr<MainRunLoop> loop_;
-  const std::shared_ptr<Delegate> delegate_;
-  std::string name_;
+  const std::unique_ptr<Arrivals> arrivals_;
+  const std::unique_ptr<Reader> reader_;
 };
 
 /// @}

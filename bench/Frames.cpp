@@ -12,7 +12,6 @@ namespace kestrin::bench {
 namespace {
 
 constexpr std::size_t kStreamBytes = 64UL * 1024;
-constexpr std::size_t kFrameOverhead = 8;  // Header, end mark and CRC.
 
 }  // namespace
 
@@ -21,7 +20,7 @@ Stream makeStream(std::size_t payload, std::size_t piece) {
   std::uniform_int_distribution<int> anyByte(0, 255);
   Stream stream;
   std::vector<std::uint8_t> all;
-  for (std::size_t i = 0; i < kStreamBytes / (payload + kFrameOverhead); ++i) {
+  for (std::size_t i = 0; i < kStreamBytes / (payload + rcp::kSmallestFrame); ++i) {
     std::vector<std::uint8_t> bytes(payload);
     for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(anyByte(random));
     stream.frames.push_back(*buildRcpFrame(0x01, 0x22, bytes));

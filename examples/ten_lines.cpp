@@ -1,19 +1,26 @@
-#include <KestrinBLESDK/BlockingReader.h>
+#include <KestrinBLESDK/Reader.h>
 
 #include <iostream>
 
 #include "kestrin/simulated/SimulatedPlatform.h"
 
-using namespace std::chrono_literals;
+using kestrin::Reader;
 
 int main() {
   kestrin::simulated::SimulatedPlatform simulated({.virtualTime = true});
   simulated.radio().addReader("KVR-0417", kestrin::simulated::ReaderFamily::standard);
-  kestrin::NSError error;
-  const auto reader = kestrin::BlockingReader::connect(simulated.platform(), "KVR", 30s, &error);
-  if (reader) std::cout << "plugged in: " << reader->name() << '\n';
-  const auto command = kestrin::buildRcpFrame(0x00, 0x22, {});
-  const auto answer = reader ? reader->exchange(*command, 5s, &error) : std::nullopt;
-  std::cout << "answer: " << (answer ? answer->description() : error.text) << '\n';
-  return reader && answer && reader->close(5s) ? 0 : 1;
+  kestrin::ReaderHandlers handlers;
+  handlers.onPhase = [](Reader& reader, kestrin::ReaderPhase phase) {
+    std::cout << reader.name() << ": " << nameOf(phase) << '\n';
+    const auto command = kestrin::buildRcpFrame(0x00, 0x22, {});
+    if (phase == kestrin::ReaderPhase::pluggedIn) reader.send(*command);
+  };
+  handlers.onFrame = [](Reader&, const kestrin::RcpFrame& frame) {
+    std::cout << "frame " << kestrin::NSData(frame.bytes).description() << '\n';
+  };
+  handlers.onTrouble = [](Reader&, const kestrin::NSError& trouble) {
+    std::cout << trouble.text << '\n';
+  };
+  const auto reader = Reader::create(simulated.platform(), {.reader = "KVR-0417"}, handlers);
+  simulated.runLoop().runFor(std::chrono::seconds(5));
 }

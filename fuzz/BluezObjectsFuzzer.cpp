@@ -8,6 +8,7 @@
 
 #include "BusLibrary.h"
 #include "Conversions.h"
+#include "Errors.h"
 #include "ObjectTree.h"
 #include "fuzz/Fuzzing.h"
 

@@ -10,14 +10,14 @@
 
 #include "fuzz/Fuzzing.h"
 #include "support/LiteralAssembler.h"
-#include "tools/kestrin/CommandLine.h"
-#include "tools/kestrin/Commands.h"
-#include "tools/kestrin/Console.h"
-#include "tools/kestrin/Hex.h"
-#include "tools/kestrin/RecordedEventJson.h"
-#include "tools/kestrin/Recording.h"
-#include "tools/kestrin/SequencePicture.h"
-#include "tools/kestrin/TimelinePicture.h"
+#include "tools/kestrin/commands/CommandLine.h"
+#include "tools/kestrin/commands/Commands.h"
+#include "tools/kestrin/console/Console.h"
+#include "tools/kestrin/picture/SequencePicture.h"
+#include "tools/kestrin/picture/TimelinePicture.h"
+#include "tools/kestrin/recording/RecordedEventJson.h"
+#include "tools/kestrin/recording/Recording.h"
+#include "tools/kestrin/text/Hex.h"
 
 namespace kestrin::fuzz {
 namespace {

@@ -42,8 +42,8 @@ class Application {
     void dispatchRcpFrmReader(const std::optional<kestrin::NSData>& frame) noexcept override {
       if (!frame) return;
       std::cout << "frame " << frame->description() << '\n';
-      constexpr std::size_t kCode = 2;
-      if (frame->length() <= kCode || frame->bytes()[kCode] != 0x22) return;
+      const auto answer = kestrin::parseRcpFrame(frame->span());
+      if (!answer || answer->code != 0x22) return;
       manager->close();
       finished();
     }

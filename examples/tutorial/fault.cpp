@@ -34,7 +34,9 @@ struct Application final : kestrin::KestrinBLEProtocols, kestrin::RcpReceiver {
     });
   }
   void dispatchRcpFrmReader(const std::optional<kestrin::NSData>& frame) noexcept override {
-    if (!frame || frame->span()[2] != 0x22) return;
+    if (!frame) return;
+    const auto answer = kestrin::parseRcpFrame(frame->span());
+    if (!answer || answer->code != 0x22) return;
     answered = true;
     std::cout << "frame " << frame->description() << '\n';
   }

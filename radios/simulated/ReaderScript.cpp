@@ -10,14 +10,6 @@
 namespace kestrin::simulated {
 namespace {
 
-constexpr std::uint8_t kPreamble = 0xBB;
-constexpr std::uint8_t kEndMark = 0x7E;
-constexpr std::size_t kTypePlace = 1;
-constexpr std::size_t kCodePlace = 2;
-constexpr std::size_t kHeaderLength = 5;
-constexpr std::size_t kTrailerLength = 3;
-/// A host takes no longer payload, so an answer that echoes one would be lost on it.
-constexpr std::size_t kLongestPayload = 1021;
 /// A host cuts its commands into slices of this many bytes and ends each with a shorter one.
 constexpr std::size_t kFullSlice = 20;
 
@@ -30,29 +22,21 @@ using Bytes = std::span<const std::uint8_t>;
 
 enum class Verdict { frame, incomplete, noFrame };
 
-std::size_t payloadLength(Bytes bytes) {
-  return static_cast<std::size_t>(bytes[3] << 8 | bytes[4]);
-}
-
-std::size_t frameLength(Bytes bytes) {
-  return kHeaderLength + payloadLength(bytes) + kTrailerLength;
-}
-
-/// What `bytes`, which begin with a preamble, begin.
-Verdict judge(Bytes bytes) {
-  if (bytes.size() < kHeaderLength) return Verdict::incomplete;
-  if (payloadLength(bytes) > kLongestPayload) return Verdict::noFrame;
-  const std::size_t endMark = kHeaderLength + payloadLength(bytes);
-  if (bytes.size() > endMark && bytes[endMark] != kEndMark) return Verdict::noFrame;
-  if (bytes.size() < frameLength(bytes)) return Verdict::incomplete;
-  // The CRC does not cover the preamble; run over its own two bytes too it comes out as zero.
-  const auto covered = bytes.subspan(kTypePlace, frameLength(bytes) - kTypePlace);
-  return rcpFrameCrc(covered) == 0 ? Verdict::frame : Verdict::noFrame;
+/// What `bytes`, which begin with a preamble, begin: the frame's bytes where it is whole.
+Verdict judge(Bytes bytes, Bytes& frame) {
+  const auto length = rcpFrameLength(bytes);
+  if (!length) return Verdict::incomplete;
+  // A host takes no longer frame, so an answer that echoes one would be lost on it.
+  if (*length >= rcp::kSmallestFrame + rcp::kRejectedPayloadLength) return Verdict::noFrame;
+  frame = bytes.first(std::min(*length, bytes.size()));
+  RcpFrameError error;
+  if (parseRcpFrame(frame, &error)) return Verdict::frame;
+  return error.incomplete ? Verdict::incomplete : Verdict::noFrame;
 }
 
 std::size_t nextPreamble(Bytes bytes, std::size_t from) {
   const auto found =
-      std::find(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end(), kPreamble);
+      std::find(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end(), rcp::kPreamble);
   return static_cast<std::size_t>(found - bytes.begin());
 }
 
@@ -77,10 +61,9 @@ NSData readerInfoReply() {
 ReaderScript defaultReaderScript() {
   return [](const NSData& frame) -> std::vector<NSData> {
     if (asksForReaderInfo(frame)) return {readerInfoReply()};
-    const Bytes bytes = frame.span();
-    if (bytes.size() < kHeaderLength + kTrailerLength) return {};
-    const std::size_t payload = bytes.size() - kHeaderLength - kTrailerLength;
-    return {reply(bytes[kCodePlace], bytes.subspan(kHeaderLength, payload))};
+    const auto command = parseRcpFrame(frame.span());
+    if (!command) return {};
+    return {reply(command->code, command->payload)};
   };
 }
 
@@ -111,9 +94,10 @@ std::optional<NSData> ReaderConversation::takeFrame(bool endOfCommand) {
   for (std::size_t at = nextPreamble(bytes, 0); at < bytes.size();
        at = nextPreamble(bytes, at + 1)) {
     const Bytes candidate = bytes.subspan(at);
-    const Verdict verdict = judge(candidate);
+    Bytes whole;
+    const Verdict verdict = judge(candidate, whole);
     if (verdict == Verdict::frame) {
-      const NSData frame(candidate.first(frameLength(candidate)));
+      const NSData frame(whole);
       bytes_.erase(bytes_.begin(),
                    bytes_.begin() + static_cast<std::ptrdiff_t>(at + frame.length()));
       return frame;

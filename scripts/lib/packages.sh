@@ -94,10 +94,13 @@ use_compiler_cache() {
 }
 
 # What a release build needs, and what the tests need besides.
-build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev)
+build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev
+  libutf8proc-dev)
 test_packages=(clang libclang-rt-dev libgtest-dev librapidcheck-dev
-  binutils dbus libsystemd-dev libglib2.0-dev libasio-dev qt6-base-dev python3
+  binutils dbus libsystemd-dev libglib2.0-dev libasio-dev python3
   python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev)
+# What the examples with other event loops need besides: the one with Qt.
+qt_packages=(qt6-base-dev)
 # What scripts/lint needs besides.
 lint_packages=(clang-format clang-tidy)
 # What the benches need: those in the process, and the other clients on the real stack.

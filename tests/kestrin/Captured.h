@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "tools/kestrin/Console.h"
+#include "tools/kestrin/console/Console.h"
 
 namespace kestrin::app::test {
 

@@ -1,6 +1,6 @@
 // `scan`, `monitor` and `send` on a simulated radio whose readers do what readers do at their
 // worst. Everything runs in virtual time.
-#include "tools/kestrin/Commands.h"
+#include "tools/kestrin/commands/Commands.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 #include "kestrin/Captured.h"
 #include "kestrin/TestEnvironment.h"
-#include "tools/kestrin/Hex.h"
+#include "tools/kestrin/text/Hex.h"
 
 namespace kestrin::app {
 namespace {

@@ -1,5 +1,5 @@
 // What reaches standard output and standard error.
-#include "tools/kestrin/Console.h"
+#include "tools/kestrin/console/Console.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,33 +9,6 @@
 
 namespace kestrin::app {
 namespace {
-
-TEST(Printable, LeavesOrdinaryTextAlone) {
-  EXPECT_EQ(printable("KVR-0417 ~!"), "KVR-0417 ~!");
-  EXPECT_EQ(printable(""), "");
-  EXPECT_EQ(printable("L\xC3\xA4sare \xE2\x82\xAC \xF0\x9F\x98\x80"),
-            "L\xC3\xA4sare \xE2\x82\xAC \xF0\x9F\x98\x80");
-}
-
-TEST(Printable, EscapesWhatCouldSteerATerminal) {
-  EXPECT_EQ(printable("a\x1b[2Jb\n\r\t\x7f"), "a\\x1b[2Jb\\x0a\\x0d\\x09\\x7f");
-  EXPECT_EQ(printable(std::string_view("\0", 1)), "\\x00");
-  EXPECT_EQ(printable("\xC2\x9B"), "\\xc2\\x9b");           // The 8-bit form of ESC [.
-  EXPECT_EQ(printable("\xE2\x80\xAE"), "\\xe2\\x80\\xae");  // Right-to-left override.
-  EXPECT_EQ(printable("\xE2\x81\xA6"), "\\xe2\\x81\\xa6");
-}
-
-TEST(Printable, CanBeToldFromAnEscape) { EXPECT_EQ(printable("\\x1b"), "\\\\x1b"); }
-
-TEST(Printable, EscapesBytesThatAreNoText) {
-  EXPECT_EQ(printable("\xFF"), "\\xff");
-  EXPECT_EQ(printable("\xC3"), "\\xc3");           // Cut short.
-  EXPECT_EQ(printable("\xC3("), "\\xc3(");         // Not continued.
-  EXPECT_EQ(printable("\xC0\x8A"), "\\xc0\\x8a");  // A line feed in two bytes.
-  EXPECT_EQ(printable("\xE0\x80\x8A"), "\\xe0\\x80\\x8a");
-  EXPECT_EQ(printable("\xED\xA0\x80"), "\\xed\\xa0\\x80");  // A surrogate.
-  EXPECT_EQ(printable("\xF4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
-}
 
 TEST(Console, ALineIsThereAtOnceAndHeldOutputWithTheFlush) {
   test::Captured captured;

@@ -1,5 +1,5 @@
 // The rows of the demo's timeline.
-#include "tools/kestrin/DemoTimeline.h"
+#include "tools/kestrin/commands/DemoTimeline.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <gtest/gtest.h>

@@ -1,13 +1,13 @@
 // A look into frames, and times in words.
-#include "tools/kestrin/Frames.h"
+#include "tools/kestrin/text/Frames.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "tools/kestrin/Hex.h"
-#include "tools/kestrin/Seconds.h"
+#include "tools/kestrin/text/Hex.h"
+#include "tools/kestrin/text/Seconds.h"
 
 namespace kestrin::app {
 namespace {
@@ -31,7 +31,7 @@ TEST(Frames, EachFaultIsNamed) {
   EXPECT_EQ(why("BB"), "it has 1 byte, the shortest frame has 8");
   EXPECT_EQ(why("BB 00 03 00 00 7E 65"), "it has 7 bytes, the shortest frame has 8");
   EXPECT_EQ(why("BB 00 03 00 02 B1 7E 65 97"),
-            "its length field tells 2 bytes of payload, it has 1");
+            "its length field says 2 bytes of payload, it has 1");
   EXPECT_EQ(why("BB 00 03 00 01 B1 7F 65 97"), "its end mark is 7F, not 7E");
   EXPECT_EQ(why("BB 00 03 00 01 B1 7E 97 65"), "its CRC is 97 65, right would be 65 97");
 }

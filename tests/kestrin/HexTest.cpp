@@ -1,5 +1,5 @@
 // Bytes as hexadecimal text.
-#include "tools/kestrin/Hex.h"
+#include "tools/kestrin/text/Hex.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The signals that steer the process, as tasks and as the end.
-#include "tools/kestrin/InterruptSignals.h"
+#include "tools/kestrin/radio/InterruptSignals.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,5 +1,5 @@
 // The live screen on a simulated radio in virtual time, with a file in place of the terminal.
-#include "tools/kestrin/MonitorScreen.h"
+#include "tools/kestrin/screen/MonitorScreen.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <fcntl.h>
@@ -14,9 +14,9 @@
 #include "kestrin/Captured.h"
 #include "kestrin/TerminalEmulator.h"
 #include "kestrin/TestEnvironment.h"
-#include "tools/kestrin/Commands.h"
-#include "tools/kestrin/ScreenLog.h"
-#include "tools/kestrin/TerminalScreen.h"
+#include "tools/kestrin/commands/Commands.h"
+#include "tools/kestrin/screen/ScreenLog.h"
+#include "tools/kestrin/screen/TerminalScreen.h"
 
 namespace kestrin::app {
 namespace {

@@ -1,5 +1,6 @@
 // What the live screen shows in terminals of any size. No terminal is needed.
-#include "tools/kestrin/MonitorView.h"
+#include "tools/kestrin/screen/MonitorView.h"
+#include "tools/kestrin/text/SafeText.h"
 
 #include <KestrinBLESDK/RcpFrame.h>
 #include <KestrinBLESDK/platform/NSData.h>
@@ -179,17 +180,6 @@ TEST(MonitorView, TheLogHasItsShareAndTheLastLinesOfIt) {
   EXPECT_EQ(rows.at(17), "log");
   EXPECT_EQ(rows.at(18), "line 15");
   EXPECT_EQ(rows.at(22), "line 19");
-}
-
-TEST(TerminalText, IsCutBetweenLettersAndCountsWideOnesTwice) {
-  EXPECT_EQ(fitted("abcdef", 6), "abcdef");
-  EXPECT_EQ(fitted("abcdef", 5), "ab...");
-  EXPECT_EQ(fitted("abcdef", 2), "ab");
-  EXPECT_EQ(fitted("abcdef", 0), "");
-  EXPECT_EQ(cellsOf("\u4e2d\u6587"), 4U);
-  EXPECT_EQ(fitted("\u4e2d\u6587\u4e2d", 5), "\u4e2d...");
-  EXPECT_EQ(fitted("\u00e4\u00e4\u00e4\u00e4\u00e4", 4), "\u00e4...");
-  EXPECT_EQ(padded("\u4e2d", 4), "\u4e2d  ");
 }
 
 TEST(TerminalText, StylesAreThereOnlyWhenWanted) {

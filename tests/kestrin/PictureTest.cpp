@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/kestrin/EventLabel.h"
-#include "tools/kestrin/LabelRows.h"
-#include "tools/kestrin/SequencePicture.h"
-#include "tools/kestrin/Svg.h"
-#include "tools/kestrin/TimeScale.h"
-#include "tools/kestrin/TimelinePicture.h"
+#include "tools/kestrin/picture/EventLabel.h"
+#include "tools/kestrin/picture/LabelRows.h"
+#include "tools/kestrin/picture/SequencePicture.h"
+#include "tools/kestrin/picture/Svg.h"
+#include "tools/kestrin/picture/TimeScale.h"
+#include "tools/kestrin/picture/TimelinePicture.h"
 
 namespace kestrin::app {
 namespace {
@@ -49,27 +49,11 @@ double coordinateOf(const std::string& picture, const std::string& name, const s
   return std::stod(picture.substr(place + name.size() + 3));
 }
 
-TEST(Svg, EscapesEverythingThatXmlCanNotHold) {
-  EXPECT_EQ(xmlText("a<b>&\"c'"), "a&lt;b&gt;&amp;&quot;c&apos;");
-  EXPECT_EQ(xmlText("\x1b[2J\n\x7f"), "\\x1b[2J\\x0a\\x7f");
-  EXPECT_EQ(xmlText("\xFF \xC3"), "\\xff \\xc3");
-  EXPECT_EQ(xmlText("\xEF\xBF\xBE\xEF\xBF\xBF\xEF\xBF\xBD"),
-            "\\xef\\xbf\\xbe\\xef\\xbf\\xbf\xEF\xBF\xBD");
-  EXPECT_EQ(xmlText("\xC3\xA4"), "\xC3\xA4");
-}
-
 TEST(Svg, WritesCoordinatesInAsFewDigitsAsTheyNeed) {
   EXPECT_EQ(coordinate(0), "0");
   EXPECT_EQ(coordinate(-1.5), "-1.5");
   EXPECT_EQ(coordinate(12.054), "12.05");
   EXPECT_EQ(coordinate(-0.25), "-0.25");
-}
-
-TEST(Svg, ShortensBetweenCharacters) {
-  EXPECT_EQ(shortened("12345", 5), "12345");
-  EXPECT_EQ(shortened("123456", 5), "12345...");
-  EXPECT_EQ(shortened("\xC3\xA4\xC3\xA4\xC3\xA4", 2), "\xC3\xA4\xC3\xA4...");
-  EXPECT_EQ(shortened("\x01\x02", 4), "\x01...");  // Four characters each where they are seen.
 }
 
 TEST(LabelRows, NoLabelCoversAnotherOrTheLeaderOfAnother) {

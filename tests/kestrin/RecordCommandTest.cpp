@@ -11,11 +11,11 @@
 
 #include "kestrin/Captured.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
-#include "tools/kestrin/Commands.h"
-#include "tools/kestrin/Hex.h"
-#include "tools/kestrin/RecordedEnvironment.h"
-#include "tools/kestrin/RecordedManager.h"
-#include "tools/kestrin/RecordingFile.h"
+#include "tools/kestrin/commands/Commands.h"
+#include "tools/kestrin/radio/RecordedEnvironment.h"
+#include "tools/kestrin/recording/RecordedManager.h"
+#include "tools/kestrin/recording/RecordingFile.h"
+#include "tools/kestrin/text/Hex.h"
 
 namespace kestrin::app {
 namespace {

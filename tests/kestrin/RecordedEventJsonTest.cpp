@@ -1,5 +1,5 @@
 // The lines of a recording as JSON.
-#include "tools/kestrin/RecordedEventJson.h"
+#include "tools/kestrin/recording/RecordedEventJson.h"
 
 #include <gtest/gtest.h>
 
@@ -102,6 +102,16 @@ TEST(RecordedEventJson, ANameThatIsNoUtf8KeepsItsBytes) {
   event.identifier = "C0";
   const std::string line = jsonLine(event);
   EXPECT_NE(line.find(R"("nameBytes":"4b5652ffc3")"), std::string::npos) << line;
+  EXPECT_EQ(std::get<RecordedEvent>(readEventLine(line)), event);
+}
+
+TEST(RecordedEventJson, ALineMayBeShownOnATerminalAndIsReadAsItWas) {
+  RecordedEvent event;
+  event.kind = EventKind::reader;
+  event.name = "\x1b[2J\x7f\u009b\u202e\U000E0041";
+  event.identifier = "C0";
+  const std::string line = jsonLine(event);
+  EXPECT_NE(line.find(R"("\u001b[2J\u007f\u009b\u202e\udb40\udc41")"), std::string::npos) << line;
   EXPECT_EQ(std::get<RecordedEvent>(readEventLine(line)), event);
 }
 

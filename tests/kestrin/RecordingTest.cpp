@@ -1,5 +1,5 @@
 // Recorded arrivals as text.
-#include "tools/kestrin/Recording.h"
+#include "tools/kestrin/recording/Recording.h"
 
 #include <gtest/gtest.h>
 

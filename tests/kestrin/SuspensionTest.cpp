@@ -1,6 +1,6 @@
 // Commands whose process is suspended and goes on. Everything runs in virtual time, and the stop is
 // a function of the test.
-#include "tools/kestrin/Suspension.h"
+#include "tools/kestrin/radio/Suspension.h"
 
 #include <KestrinBLESDK/platform/NSNotificationCenter.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 #include "kestrin/Captured.h"
 #include "kestrin/TestEnvironment.h"
-#include "tools/kestrin/Commands.h"
+#include "tools/kestrin/commands/Commands.h"
 
 namespace kestrin::app {
 namespace {

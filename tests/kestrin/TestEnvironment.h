@@ -2,7 +2,7 @@
 #pragma once
 
 #include "kestrin/simulated/SimulatedPlatform.h"
-#include "tools/kestrin/RadioEnvironment.h"
+#include "tools/kestrin/radio/RadioEnvironment.h"
 
 namespace kestrin::app::test {
 

@@ -55,12 +55,13 @@ class LinkLog final : public NSLogSink {
 class BurstCounter {
  public:
   void take(const NSData& frame) {
-    constexpr std::size_t kNumberAt = 5;
-    constexpr std::size_t kNumberEnd = 9;
+    constexpr std::size_t kNumberLength = 4;
     constexpr std::uint8_t kNotification = 0x02;
-    if (frame.length() < kNumberEnd || frame.bytes()[1] != kNotification) return;
+    const auto parsed = parseRcpFrame(frame.span());
+    if (!parsed || parsed->type != kNotification || parsed->payload.size() < kNumberLength) return;
     std::uint32_t number = 0;
-    for (std::size_t i = kNumberAt; i < kNumberEnd; ++i) number = number << 8 | frame.bytes()[i];
+    for (const std::uint8_t byte : parsed->payload.first(kNumberLength))
+      number = number << 8 | byte;
     if (number == 0) *this = {};
     inOrder_ = inOrder_ && number == count_;
     ++count_;

@@ -14,11 +14,13 @@ namespace {
 constexpr std::uint8_t kNotification = 0x02;
 
 std::optional<std::uint32_t> burstNumber(const NSData& frame) {
-  constexpr std::size_t kNumberAt = 5;
-  constexpr std::size_t kNumberEnd = 9;
-  if (frame.length() < kNumberEnd || frame.bytes()[1] != kNotification) return std::nullopt;
+  constexpr std::size_t kNumberLength = 4;
+  const auto parsed = parseRcpFrame(frame.span());
+  if (!parsed || parsed->type != kNotification || parsed->payload.size() < kNumberLength) {
+    return std::nullopt;
+  }
   std::uint32_t number = 0;
-  for (std::size_t i = kNumberAt; i < kNumberEnd; ++i) number = number << 8 | frame.bytes()[i];
+  for (const std::uint8_t byte : parsed->payload.first(kNumberLength)) number = number << 8 | byte;
   return number;
 }
 

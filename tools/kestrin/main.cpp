@@ -4,9 +4,9 @@
 #include <csignal>
 #include <exception>
 
-#include "tools/kestrin/CommandLine.h"
-#include "tools/kestrin/Commands.h"
-#include "tools/kestrin/Console.h"
+#include "tools/kestrin/commands/CommandLine.h"
+#include "tools/kestrin/commands/Commands.h"
+#include "tools/kestrin/console/Console.h"
 
 int main(int argumentCount, char** arguments) {
   // A reader of this output that has gone is an error like any other, not the end of a link's

@@ -83,10 +83,9 @@ void VirtualDevice::continueBurst() {
 }
 
 Bytes VirtualDevice::burstValue(std::uint32_t index, std::size_t length) {
-  constexpr std::size_t kFrameOverhead = 8;
   constexpr std::uint8_t kNotificationType = 0x02;
   constexpr std::size_t kIndexSize = 4;
-  Bytes content(length >= kFrameOverhead + kIndexSize ? length - kFrameOverhead : length);
+  Bytes content(length >= rcp::kSmallestFrame + kIndexSize ? length - rcp::kSmallestFrame : length);
   if (content.size() < length) {
     for (std::size_t i = 0; i < kIndexSize; ++i) {
       content[i] = static_cast<std::uint8_t>(index >> (8 * (kIndexSize - 1 - i)));

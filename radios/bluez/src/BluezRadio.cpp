@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "CentralManager.h"
+#include "Numbering.h"
 #include "Posting.h"
 #include "RadioCore.h"
 

@@ -17,17 +17,12 @@
 
 #include "BusLibrary.h"
 #include "BusThread.h"
+#include "Errors.h"
 
 namespace kestrin::bluez {
 
 inline constexpr char kDaemonName[] = "org.bluez";
 inline constexpr char kBusName[] = "org.freedesktop.DBus";
-
-/// A D-Bus error reply.
-struct CallError {
-  std::string name;
-  std::string message;
-};
 
 /// One method call. The limit is set on purpose for each: some answers of the daemon take far
 /// longer than the bus library's usual 25 seconds.

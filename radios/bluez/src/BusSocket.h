@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "Bus.h"
+#include "Errors.h"
 
 namespace kestrin::bluez {
 

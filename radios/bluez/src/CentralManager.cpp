@@ -1,16 +1,11 @@
 #include "CentralManager.h"
 
-#include <atomic>
 #include <utility>
 
+#include "Numbering.h"
 #include "RadioCore.h"
 
 namespace kestrin::bluez {
-
-std::uint64_t nextId() noexcept {
-  static std::atomic<std::uint64_t> last = 0;
-  return ++last;
-}
 
 CentralManager::CentralManager(std::shared_ptr<Session> session,
                                std::weak_ptr<CBCentralManagerDelegate> delegate)
@@ -43,8 +38,8 @@ void CentralManager::connectPeripheral_options(const std::shared_ptr<CBPeriphera
                                                const std::optional<CBConnectOptions>&) {
   auto device = ours(peripheral);
   if (!device) return;
-  session_->post([id = id_, device = std::move(device), session = std::weak_ptr(session_)](
-                     RadioCore& core) { core.connect(id, device, session); });
+  session_->post(
+      [id = id_, device = std::move(device)](RadioCore& core) { core.connect(id, device); });
 }
 
 void CentralManager::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {

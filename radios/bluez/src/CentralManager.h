@@ -10,13 +10,13 @@
 #include <optional>
 #include <vector>
 
-#include "KestrinBLESDK/platform/CBCentralManager.h"
+#include "CentralFront.h"
 #include "Peripheral.h"
 #include "Session.h"
 
 namespace kestrin::bluez {
 
-class CentralManager final : public CBCentralManager,
+class CentralManager final : public CentralFront,
                              public std::enable_shared_from_this<CentralManager> {
  public:
   CentralManager(std::shared_ptr<Session> session,
@@ -34,10 +34,9 @@ class CentralManager final : public CBCentralManager,
   void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override;
 
   [[nodiscard]] std::uint64_t id() const noexcept { return id_; }
-  void deliverState(CBManagerState state);
-  /// A sighting of the scan with that number; those of an earlier one are dropped.
+  void deliverState(CBManagerState state) override;
   void deliverSighting(std::uint64_t scan, const std::shared_ptr<Peripheral>& peripheral,
-                       const CBAdvertisementData& data, int rssi);
+                       const CBAdvertisementData& data, int rssi) override;
 
  private:
   [[nodiscard]] std::shared_ptr<Peripheral> ours(
@@ -50,9 +49,5 @@ class CentralManager final : public CBCentralManager,
   std::uint64_t lastScan_ = 0;
   std::optional<std::uint64_t> scan_;
 };
-
-/// A number that no other central manager, radio or link of the process has: devices outlive them
-/// all and must not take one for another.
-std::uint64_t nextId() noexcept;
 
 }  // namespace kestrin::bluez

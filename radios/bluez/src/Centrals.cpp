@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Conversions.h"
+#include "Peripheral.h"
 #include "Posting.h"
 #include "StateReason.h"
 

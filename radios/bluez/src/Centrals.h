@@ -15,9 +15,9 @@
 #include <string>
 #include <vector>
 
-#include "CentralManager.h"
+#include "CentralFront.h"
 #include "Daemon.h"
-#include "Link.h"
+#include "LinkEvents.h"
 
 namespace kestrin::bluez {
 
@@ -42,7 +42,7 @@ struct AdapterUse {
 
 struct CentralSetup {
   std::uint64_t id = 0;
-  std::weak_ptr<CentralManager> front;
+  std::weak_ptr<CentralFront> front;
   std::weak_ptr<CBCentralManagerDelegate> delegate;
   std::weak_ptr<RunLoop> loop;
   std::optional<std::string> adapter;

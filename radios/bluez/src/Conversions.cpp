@@ -30,18 +30,6 @@ bool startsWith(std::string_view text, std::string_view start) {
   return text.substr(0, start.size()) == start;
 }
 
-/// `Operation failed with ATT error: 0x0e` carries the code at its end.
-std::optional<std::int64_t> attErrorOf(std::string_view message) {
-  static constexpr std::string_view kMark = "ATT error: 0x";
-  const auto at = message.find(kMark);
-  if (at == std::string_view::npos) return std::nullopt;
-  const auto digits = message.substr(at + kMark.size());
-  std::int64_t code = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
-  if (error != std::errc{} || end == digits.data()) return std::nullopt;
-  return code;
-}
-
 /// Names carry a number without leading zeros, so the shorter one is the earlier.
 bool adapterOrder(const std::string* a, const std::string* b) {
   return std::pair(a->size(), std::string_view(*a)) < std::pair(b->size(), std::string_view(*b));
@@ -185,27 +173,6 @@ std::string chooseAdapter(const std::map<std::string, AdapterObject>& adapters,
     return adapters.at(*path).powered;
   });
   return powered == paths.end() ? *paths.front() : **powered;
-}
-
-NSError errorOf(const CallError& error) {
-  if (const auto code = attErrorOf(error.message)) {
-    return {.domain = CBATTErrorDomain, .code = *code, .text = error.message};
-  }
-  std::string text = error.message.empty() ? error.name : error.message;
-  if (text.empty()) text = "the Bluetooth daemon gave no reason";
-  return {.domain = CBErrorDomain, .code = 0, .text = std::move(text)};
-}
-
-bool isRefusal(const CallError& error) {
-  return error.name == "org.freedesktop.DBus.Error.AccessDenied" ||
-         error.name == "org.freedesktop.DBus.Error.AuthFailed" ||
-         isDaemonError(error, "NotAuthorized");
-}
-
-bool isDaemonError(const CallError& error, std::string_view name) {
-  static constexpr std::string_view kPrefix = "org.bluez.Error.";
-  return startsWith(error.name, kPrefix) &&
-         std::string_view(error.name).substr(kPrefix.size()) == name;
 }
 
 }  // namespace kestrin::bluez

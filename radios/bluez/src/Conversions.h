@@ -16,11 +16,9 @@
 #include <string_view>
 #include <vector>
 
-#include "Bus.h"
 #include "BusLibrary.h"
 #include "KestrinBLESDK/platform/CBCharacteristic.h"
 #include "KestrinBLESDK/platform/CBUUID.h"
-#include "KestrinBLESDK/platform/NSError.h"
 
 namespace kestrin::bluez {
 
@@ -90,13 +88,5 @@ std::string addressOfPath(std::string_view path);
 std::string chooseAdapter(const std::map<std::string, AdapterObject>& adapters,
                           const std::optional<std::string>& wanted, const std::string& current,
                           bool currentWasPowered);
-
-/// An error reply as this library's error. A request that the peer's attribute server refused
-/// carries the ATT error code.
-NSError errorOf(const CallError& error);
-/// Whether the caller lacks the permission.
-bool isRefusal(const CallError& error);
-/// Whether the error is `org.bluez.Error.` followed by `name`.
-bool isDaemonError(const CallError& error, std::string_view name);
 
 }  // namespace kestrin::bluez

@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "Bus.h"
 #include "BusSocket.h"
 #include "DiagnosisFacts.h"
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "Bus.h"
 #include "Conversions.h"
+#include "Errors.h"
 #include "KestrinBLESDK/platform/Clock.h"
 #include "kestrin/bluez/Diagnosis.h"
 

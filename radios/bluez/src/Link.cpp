@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "Conversions.h"
-#include "LinkEvents.h"
-#include "RadioCore.h"
+#include "Errors.h"
 
 namespace kestrin::bluez {
 namespace {
@@ -16,13 +14,16 @@ constexpr Time kConnectLimit = std::chrono::seconds(60);
 // A daemon that is finding a device's services needs a few seconds; the kernel ends a link that a
 // killed daemon has left after 2 s.
 constexpr Time kJoinLimit = std::chrono::seconds(10);
-// Code of CBErrorDomain.
-constexpr std::int64_t kPeripheralDisconnected = 7;
 
 }  // namespace
 
-Link::Link(RadioCore& core, LinkAddress address, std::shared_ptr<Peripheral> peripheral)
-    : core_(core), address_(std::move(address)), peripheral_(std::move(peripheral)) {}
+Link::Link(LinkHost& host, BusThread& thread, Daemon& daemon, std::shared_ptr<LinkLine> line,
+           std::shared_ptr<Peripheral> peripheral)
+    : host_(host),
+      thread_(thread),
+      daemon_(daemon),
+      line_(std::move(line)),
+      peripheral_(std::move(peripheral)) {}
 
 bool Link::isHeldBy(std::uint64_t central) const {
   return std::any_of(holders_.begin(), holders_.end(),
@@ -32,7 +33,7 @@ bool Link::isHeldBy(std::uint64_t central) const {
 void Link::addHolder(LinkHolder holder) {
   if (isHeldBy(holder.central)) return;
   holders_.push_back(std::move(holder));
-  if (phase_ == Phase::up) postConnected(holders_.back(), address_, peripheral_);
+  if (phase_ == Phase::up) postConnected(holders_.back(), line_, peripheral_);
   if (holders_.size() == 1) attempt();
 }
 
@@ -56,9 +57,9 @@ void Link::letGo(std::uint64_t central) {
   auto report = [holder, number = number(), peripheral = peripheral_] {
     postDisconnected(holder, number, peripheral, std::nullopt);
   };
-  core_.linkEnded(*this);
+  host_.linkEnded(device(), number());
   if (daemonHasIt) {
-    core_.disconnect(device(), std::move(report));
+    host_.disconnect(device(), std::move(report));
   } else {
     report();
   }
@@ -70,8 +71,8 @@ void Link::letGoOfAll() {
 }
 
 void Link::become(Phase phase) {
-  core_.thread().cancel(retry_);
-  if (phase_ == Phase::searching && phase != Phase::searching) core_.endSearch(*this);
+  thread_.cancel(retry_);
+  if (phase_ == Phase::searching && phase != Phase::searching) host_.endSearch(device(), number());
   phase_ = phase;
 }
 
@@ -80,11 +81,11 @@ void Link::resume() {
 }
 
 void Link::attempt() {
-  if (!core_.isPowered(device()) || core_.isDisconnecting(device())) {
+  if (!isPowered() || host_.isDisconnecting(device())) {
     become(Phase::waiting);
     return;
   }
-  if (const auto* object = core_.daemon().tree().device(device())) {
+  if (const auto* object = daemon_.tree().device(device())) {
     if (object->connected && !object->servicesResolved && !hasCut_) {
       join();
     } else {
@@ -94,7 +95,7 @@ void Link::attempt() {
   }
   if (phase_ == Phase::searching) return;
   become(Phase::searching);
-  core_.beginSearch(*this);
+  host_.beginSearch(device(), number());
 }
 
 // Such a link is another program's, on its way up, or what a killed daemon has left, which its
@@ -103,13 +104,13 @@ void Link::attempt() {
 void Link::join() {
   if (phase_ == Phase::joining) return;
   become(Phase::joining);
-  retry_ = core_.thread().arm(kJoinLimit, [weak = weak_from_this()] {
+  retry_ = thread_.arm(kJoinLimit, [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self) return;
     self->retry_.reset();
     self->hasCut_ = true;
     self->become(Phase::waiting);
-    self->core_.disconnect(self->device(), {});
+    self->host_.disconnect(self->device(), {});
   });
 }
 
@@ -117,26 +118,26 @@ void Link::callConnect() {
   // The session that found the device ends only after the attempt has begun: a device that nobody
   // uses is forgotten by the daemon.
   const bool searched = phase_ == Phase::searching;
-  core_.daemon().call(device(), kDeviceInterface, "Connect", kConnectLimit, {},
-                      [weak = weak_from_this(), attempt = ++attempt_](
-                          const std::optional<CallError>& error, sdbus::MethodReply&) {
-                        const auto self = weak.lock();
-                        if (self && attempt == self->attempt_) self->connectAnswered(error);
-                      });
-  if (searched) core_.endSearch(*this);
-  core_.thread().cancel(retry_);
+  daemon_.call(device(), kDeviceInterface, "Connect", kConnectLimit, {},
+               [weak = weak_from_this(), attempt = ++attempt_](
+                   const std::optional<CallError>& error, sdbus::MethodReply&) {
+                 const auto self = weak.lock();
+                 if (self && attempt == self->attempt_) self->connectAnswered(error);
+               });
+  if (searched) host_.endSearch(device(), number());
+  thread_.cancel(retry_);
   phase_ = Phase::calling;
 }
 
 void Link::connectAnswered(const std::optional<CallError>& error) {
   if (phase_ != Phase::calling) return;
-  const bool powered = core_.isPowered(device());
+  const bool powered = isPowered();
   // BlueZ 5.66 can call an attempt a success that the end of the adapter's power has ended.
   if (powered && (!error || isDaemonError(*error, "AlreadyConnected"))) {
     goUp();
     return;
   }
-  if (error && isRefusal(*error)) core_.refused(device());
+  if (error && isRefusal(*error)) host_.refused(device());
   if (powered) {
     pause();
   } else {
@@ -146,7 +147,7 @@ void Link::connectAnswered(const std::optional<CallError>& error) {
 
 void Link::pause() {
   become(Phase::pausing);
-  retry_ = core_.thread().arm(pause_.next(), [weak = weak_from_this()] {
+  retry_ = thread_.arm(pause_.next(), [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self) return;
     self->retry_.reset();
@@ -177,7 +178,7 @@ void Link::deviceChanged(const DeviceChange& change) {
   const bool evidence = change.connected == true || change.servicesResolved == true;
   switch (phase_) {
     case Phase::calling:
-      if (evidence && core_.isPowered(device())) goUp();
+      if (evidence && isPowered()) goUp();
       break;
     case Phase::searching:
     case Phase::joining:
@@ -205,7 +206,7 @@ void Link::deviceRemoved() {
 }
 
 void Link::serviceAdded() {
-  if (phase_ == Phase::calling && core_.isPowered(device())) goUp();
+  if (phase_ == Phase::calling && isPowered()) goUp();
 }
 
 void Link::serviceRemoved() {
@@ -216,16 +217,13 @@ void Link::goUp() {
   become(Phase::up);
   pause_.reset();
   const auto weak = weak_from_this();
-  gatt_ = std::make_shared<LinkGatt>(core_.sharedThread(), core_.daemon(),
-                                     LinkGatt::Setup{.address = address_,
-                                                     .peripheral = peripheral_,
-                                                     .loop = holders_.front().loop,
-                                                     .hungUp = [weak] {
-                                                       if (const auto self = weak.lock())
-                                                         self->lose("the link was lost");
-                                                     }});
-  for (const auto& holder : holders_) postConnected(holder, address_, peripheral_);
-  const auto* device = core_.daemon().tree().device(this->device());
+  gatt_ = LinkGatt::open(
+      daemon_,
+      {.line = line_, .peripheral = peripheral_, .loop = holders_.front().loop, .hungUp = [weak] {
+         if (const auto self = weak.lock()) self->lose("the link was lost");
+       }});
+  for (const auto& holder : holders_) postConnected(holder, line_, peripheral_);
+  const auto* device = daemon_.tree().device(this->device());
   if (device != nullptr && device->servicesResolved) resolve();
 }
 
@@ -233,7 +231,7 @@ void Link::goUp() {
 // the objects may still be on their way.
 void Link::resolve() {
   if (std::exchange(resolving_, true)) return;
-  core_.daemon().refreshServices(device(), [weak = weak_from_this()] {
+  daemon_.refreshServices(device(), [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (self && self->phase_ == Phase::up) self->gatt_->setResolved();
   });
@@ -242,14 +240,14 @@ void Link::resolve() {
 void Link::lose(const std::string& why) {
   if (phase_ != Phase::up) return;
   const auto keep = shared_from_this();
-  const NSError error{CBErrorDomain, kPeripheralDisconnected, why};
+  const NSError error = linkLost(why);
   become(Phase::ended);
   gatt_->close(error);
   for (const auto& holder : holders_) postDisconnected(holder, number(), peripheral_, error);
-  core_.linkEnded(*this);
+  host_.linkEnded(device(), number());
   // A peer that fell silent stays connected for the daemon, and would for the next attempt.
-  const auto* object = core_.daemon().tree().device(device());
-  if (object != nullptr && object->connected) core_.disconnect(device(), {});
+  const auto* object = daemon_.tree().device(device());
+  if (object != nullptr && object->connected) host_.disconnect(device(), {});
 }
 
 }  // namespace kestrin::bluez

@@ -9,7 +9,7 @@
 //   ended      reported, or about to be
 //
 // Threads: the radio's own thread; events are posted to the run loops of the holders.
-// Lifetime: kept by the core until it has ended.
+// Lifetime: kept by its host until it has ended; host, thread and daemon outlive it.
 // Errors: a failed attempt is repeated; only a lost link or a cancellation ends it.
 #pragma once
 
@@ -19,27 +19,22 @@
 #include <string>
 #include <vector>
 
+#include "BusThread.h"
 #include "Daemon.h"
+#include "LinkEvents.h"
 #include "LinkGatt.h"
+#include "LinkHost.h"
+#include "LinkLine.h"
 #include "Peripheral.h"
 
 namespace kestrin::bluez {
 
-class RadioCore;
-
-/// A central manager that asked for the link, and where to tell it.
-struct LinkHolder {
-  std::uint64_t central = 0;
-  std::weak_ptr<CBCentralManager> front;
-  std::weak_ptr<CBCentralManagerDelegate> delegate;
-  std::weak_ptr<RunLoop> loop;
-};
-
 class Link final : public std::enable_shared_from_this<Link> {
  public:
-  Link(RadioCore& core, LinkAddress address, std::shared_ptr<Peripheral> peripheral);
+  Link(LinkHost& host, BusThread& thread, Daemon& daemon, std::shared_ptr<LinkLine> line,
+       std::shared_ptr<Peripheral> peripheral);
 
-  [[nodiscard]] std::uint64_t number() const noexcept { return address_.number; }
+  [[nodiscard]] std::uint64_t number() const noexcept { return line_->number(); }
   [[nodiscard]] const std::string& device() const noexcept { return peripheral_->path(); }
   [[nodiscard]] bool isUp() const noexcept { return phase_ == Phase::up; }
   /// Whether the daemon may take a name from the device that is not the advertised one.
@@ -79,8 +74,12 @@ class Link final : public std::enable_shared_from_this<Link> {
   void resolve();
   void lose(const std::string& why);
 
-  RadioCore& core_;
-  const LinkAddress address_;
+  [[nodiscard]] bool isPowered() const { return daemon_.tree().isPowered(device()); }
+
+  LinkHost& host_;
+  BusThread& thread_;
+  Daemon& daemon_;
+  const std::shared_ptr<LinkLine> line_;
   const std::shared_ptr<Peripheral> peripheral_;
   std::vector<LinkHolder> holders_;
   Phase phase_ = Phase::waiting;

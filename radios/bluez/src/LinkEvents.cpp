@@ -1,15 +1,11 @@
 #include "LinkEvents.h"
 
+#include "Errors.h"
 #include "Posting.h"
 
 namespace kestrin::bluez {
 
-NSError linkGivenUp() {
-  constexpr std::int64_t kNotConnected = 3;  // Of CBErrorDomain.
-  return {CBErrorDomain, kNotConnected, "the link was given up"};
-}
-
-void postConnected(const LinkHolder& holder, const LinkAddress& link,
+void postConnected(const LinkHolder& holder, const std::shared_ptr<LinkLine>& link,
                    const std::shared_ptr<Peripheral>& peripheral) {
   postTo(holder.loop, [holder, link, peripheral] {
     const auto central = holder.front.lock();

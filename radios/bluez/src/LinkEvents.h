@@ -9,14 +9,22 @@
 #include <memory>
 #include <optional>
 
-#include "Link.h"
+#include "KestrinBLESDK/platform/CBCentralManager.h"
+#include "KestrinBLESDK/platform/RunLoop.h"
+#include "Peripheral.h"
 
 namespace kestrin::bluez {
 
-/// The reason of an end that the application has asked for.
-NSError linkGivenUp();
+/// A central manager that asked for the link, and where it hears of that.
+struct LinkHolder {
+  std::uint64_t central = 0;
+  std::weak_ptr<CBCentralManager> front;
+  std::weak_ptr<CBCentralManagerDelegate> delegate;
+  std::weak_ptr<RunLoop> loop;
+};
+
 /// The link is up; from now on the device's requests go to it.
-void postConnected(const LinkHolder& holder, const LinkAddress& link,
+void postConnected(const LinkHolder& holder, const std::shared_ptr<LinkLine>& link,
                    const std::shared_ptr<Peripheral>& peripheral);
 /// The link or the attempt is over; no error: that was asked for.
 void postDisconnected(const LinkHolder& holder, std::uint64_t link,

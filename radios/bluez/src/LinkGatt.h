@@ -1,5 +1,5 @@
 // The attributes of one link: answers to discoveries, and a queue of requests that are carried out
-// one after another in the order in which they were made.
+// one after another in the order in which they were made. Every request ends in `answer`.
 //
 // Threads: the radio's own thread; events are posted to the run loop of the central manager that
 // made the link.
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Daemon.h"
+#include "LinkLine.h"
 #include "NotificationStream.h"
 #include "Peripheral.h"
 
@@ -25,17 +26,17 @@ namespace kestrin::bluez {
 
 class LinkGatt final : public std::enable_shared_from_this<LinkGatt> {
  public:
-  using UUIDs = std::optional<std::vector<CBUUID>>;
   struct Setup {
-    LinkAddress address;
+    std::shared_ptr<LinkLine> line;
     std::shared_ptr<Peripheral> peripheral;
     std::weak_ptr<RunLoop> loop;
     /// A notification descriptor has hung up: the link is gone, whatever the daemon says.
     std::function<void()> hungUp;
   };
 
-  /// `thread` is shared, since a notification stream's thread posts to it.
-  LinkGatt(std::weak_ptr<BusThread> thread, Daemon& daemon, Setup setup);
+  /// From now on, until `close`, the line's requests are carried out.
+  static std::shared_ptr<LinkGatt> open(Daemon& daemon, Setup setup);
+  LinkGatt(Daemon& daemon, Setup setup);
   ~LinkGatt();
 
   /// The daemon has found every service and characteristic.
@@ -48,22 +49,7 @@ class LinkGatt final : public std::enable_shared_from_this<LinkGatt> {
   /// The link has ended: answers what is unanswered with `reason` and ends the subscriptions.
   void close(const NSError& reason);
 
-  void discoverServices(const UUIDs& wanted);
-  void discoverCharacteristics(const UUIDs& wanted, const std::shared_ptr<Service>& service);
-  void read(const std::shared_ptr<Characteristic>& characteristic);
-  void setNotify(bool enabled, const std::shared_ptr<Characteristic>& characteristic);
-  void write(const NSData& value, const std::shared_ptr<Characteristic>& characteristic,
-             CBCharacteristicWriteType type);
-
  private:
-  /// `takeOver` subscribes once more, unasked, where another program's subscription was shared.
-  enum class Kind { read, subscribe, takeOver, unsubscribe, write };
-  struct Request {
-    Kind kind = Kind::read;
-    std::shared_ptr<Characteristic> characteristic;
-    NSData value;
-    CBCharacteristicWriteType type = CBCharacteristicWriteType::CBCharacteristicWriteWithResponse;
-  };
   /// How a characteristic's notified values come.
   struct Subscription {
     std::shared_ptr<Characteristic> characteristic;
@@ -74,43 +60,44 @@ class LinkGatt final : public std::enable_shared_from_this<LinkGatt> {
   using Answer =
       std::function<void(LinkGatt&, const std::optional<CallError>&, sdbus::MethodReply&)>;
 
-  void answerServices(const UUIDs& wanted);
-  void enqueue(Request request);
+  void carryOut(LinkRequest request);
+  void discoverServices(LinkRequest request);
+  void answerServices(const LinkRequest& request);
+  void discoverCharacteristics(const LinkRequest& request);
+  void enqueue(LinkRequest request);
   void startNext();
-  void start(const Request& request);
-  void finished();
-  void startRead(const Request& request);
-  void finishRead(const std::shared_ptr<Characteristic>& characteristic,
-                  const std::optional<CallError>& error, sdbus::MethodReply& reply);
-  void startWrite(const Request& request);
-  void subscribe(const Request& request);
-  void acquired(const Request& request, const std::optional<CallError>& error,
-                sdbus::MethodReply& reply);
-  void subscribeBySignal(const Request& request, bool othersDo);
-  void answerSubscribe(const Request& request, const std::optional<NSError>& error);
-  void unsubscribe(const std::shared_ptr<Characteristic>& characteristic);
-  void openStream(const Request& request, int descriptor);
+  void start(const LinkRequest& request);
+  void read();
+  void finishRead(const std::optional<CallError>& error, sdbus::MethodReply& reply);
+  void write(const LinkRequest& request);
+  void subscribe(const LinkRequest& request);
+  void acquired(const std::optional<CallError>& error, sdbus::MethodReply& reply);
+  void openStream(int descriptor);
   void streamEnded(const std::string& path, std::uint64_t number);
-  void call(const std::shared_ptr<Characteristic>& characteristic, const std::string& method,
-            std::function<void(sdbus::MethodCall&)> arguments, Answer answer);
+  void subscribeBySignal(bool othersDo);
+  void unsubscribe(const LinkRequest& request);
+  /// Calls a method for the running request; when `answer` has ended that, the next one starts.
+  void call(const std::string& method, std::function<void(sdbus::MethodCall&)> arguments,
+            Answer answer);
 
+  /// The running request has ended.
+  void end(const std::optional<NSError>& error);
+  /// Reports the end of a request, whatever has ended it, after `found` has run on the
+  /// application's side.
+  void answer(const LinkRequest& request, const std::optional<NSError>& error,
+              std::function<void(Peripheral&)> found = {});
   void postValue(const std::shared_ptr<Characteristic>& characteristic, const NSData& value);
-  void postReadError(const std::shared_ptr<Characteristic>& characteristic, const NSError& error);
-  void postState(const std::shared_ptr<Characteristic>& characteristic,
-                 const std::optional<NSError>& error);
-  void refuse(const Request& request, const NSError& reason);
 
-  const std::weak_ptr<BusThread> thread_;
   Daemon& daemon_;
   const Setup setup_;
   bool resolved_ = false;
   bool closed_ = false;
-  std::vector<UUIDs> discoveries_;  // Unanswered ones.
+  std::vector<LinkRequest> discoveries_;  // Unanswered ones.
   std::map<std::string, std::shared_ptr<Service>> services_;
   std::map<std::string, std::shared_ptr<Characteristic>> characteristics_;
   std::map<std::string, Subscription> subscriptions_;
-  std::deque<Request> requests_;
-  std::optional<Request> running_;
+  std::deque<LinkRequest> requests_;
+  std::optional<LinkRequest> running_;
   std::vector<NSData> heldBack_;  // Signalled values while that characteristic is being read.
   std::uint64_t nextSubscription_ = 1;
 };

@@ -4,7 +4,7 @@
 // Threads: the radio's own thread. Lifetime: as the link's. Errors: see LinkGatt.h.
 #include <utility>
 
-#include "Conversions.h"
+#include "Errors.h"
 #include "LinkGatt.h"
 #include "Posting.h"
 #include "ValueInbox.h"
@@ -53,23 +53,7 @@ bool mayFallBack(const CallError& error) {
 
 }  // namespace
 
-void LinkGatt::read(const std::shared_ptr<Characteristic>& characteristic) {
-  enqueue({.kind = Kind::read, .characteristic = characteristic, .value = {}});
-}
-
-void LinkGatt::setNotify(bool enabled, const std::shared_ptr<Characteristic>& characteristic) {
-  enqueue({.kind = enabled ? Kind::subscribe : Kind::unsubscribe,
-           .characteristic = characteristic,
-           .value = {}});
-}
-
-void LinkGatt::write(const NSData& value, const std::shared_ptr<Characteristic>& characteristic,
-                     CBCharacteristicWriteType type) {
-  enqueue({.kind = Kind::write, .characteristic = characteristic, .value = value, .type = type});
-}
-
-void LinkGatt::enqueue(Request request) {
-  if (closed_) return;
+void LinkGatt::enqueue(LinkRequest request) {
   requests_.push_back(std::move(request));
   startNext();
 }
@@ -78,59 +62,60 @@ void LinkGatt::startNext() {
   while (!running_ && !requests_.empty() && !closed_) {
     running_ = std::move(requests_.front());
     requests_.pop_front();
-    start(Request(*running_));
+    start(*running_);
   }
 }
 
-void LinkGatt::finished() {
+void LinkGatt::end(const std::optional<NSError>& error) {
+  answer(*running_, error);
   running_.reset();
-  startNext();
 }
 
-void LinkGatt::start(const Request& request) {
+void LinkGatt::start(const LinkRequest& request) {
   switch (request.kind) {
-    case Kind::read:
-      startRead(request);
+    case LinkRequest::Kind::read:
+      read();
       break;
-    case Kind::subscribe:
-    case Kind::takeOver:
+    case LinkRequest::Kind::subscribe:
+    case LinkRequest::Kind::takeOver:
       subscribe(request);
       break;
-    case Kind::unsubscribe:
-      unsubscribe(request.characteristic);
+    case LinkRequest::Kind::unsubscribe:
+      unsubscribe(request);
       break;
-    case Kind::write:
-      startWrite(request);
+    case LinkRequest::Kind::write:
+      write(request);
+      break;
+    case LinkRequest::Kind::discoverServices:
+    case LinkRequest::Kind::discoverCharacteristics:
       break;
   }
 }
 
-void LinkGatt::call(const std::shared_ptr<Characteristic>& characteristic,
-                    const std::string& method, std::function<void(sdbus::MethodCall&)> arguments,
+void LinkGatt::call(const std::string& method, std::function<void(sdbus::MethodCall&)> arguments,
                     Answer answer) {
-  daemon_.call(characteristic->path(), kCharacteristicInterface, method, kRequestLimit,
+  daemon_.call(running_->characteristic->path(), kCharacteristicInterface, method, kRequestLimit,
                std::move(arguments),
                [weak = weak_from_this(), answer = std::move(answer)](
                    const std::optional<CallError>& error, sdbus::MethodReply& reply) {
                  const auto self = weak.lock();
-                 if (self && !self->closed_) answer(*self, error, reply);
+                 if (!self || self->closed_) return;
+                 answer(*self, error, reply);
+                 self->startNext();
                });
 }
 
-void LinkGatt::startRead(const Request& request) {
-  call(request.characteristic, "ReadValue", writeNoOptions,
-       [characteristic = request.characteristic](
-           LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply& reply) {
-         self.finishRead(characteristic, error, reply);
-         self.finished();
+void LinkGatt::read() {
+  call("ReadValue", writeNoOptions,
+       [](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+         self.finishRead(error, reply);
        });
 }
 
 // The daemon also signals a value that was read, before it answers the read. Where notified values
 // come as signals too, those that came meanwhile were held back: the last one that equals the
 // answer is the read's own.
-void LinkGatt::finishRead(const std::shared_ptr<Characteristic>& characteristic,
-                          const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+void LinkGatt::finishRead(const std::optional<CallError>& error, sdbus::MethodReply& reply) {
   const auto bytes = error ? std::nullopt : readMessage<std::vector<std::uint8_t>>(reply);
   const std::optional<NSData> value =
       bytes ? std::optional(NSData(std::get<0>(*bytes))) : std::nullopt;
@@ -139,95 +124,86 @@ void LinkGatt::finishRead(const std::shared_ptr<Characteristic>& characteristic,
     const auto own = std::find(notified.rbegin(), notified.rend(), *value);
     if (own != notified.rend()) notified.erase(std::next(own).base());
   }
-  for (const auto& one : notified) postValue(characteristic, one);
+  for (const auto& one : notified) postValue(running_->characteristic, one);
   if (value) {
-    postValue(characteristic, *value);
+    postValue(running_->characteristic, *value);
+    end(std::nullopt);
   } else {
-    postReadError(characteristic,
-                  errorOf(error.value_or(CallError{"", "the daemon answered without a value"})));
+    end(errorOf(error.value_or(CallError{"", "the daemon answered without a value"})));
   }
 }
 
 void LinkGatt::valueChanged(const std::string& path, const std::vector<std::uint8_t>& value) {
   const auto found = subscriptions_.find(path);
   if (found == subscriptions_.end() || found->second.stream) return;
-  if (running_ && running_->kind == Kind::read && running_->characteristic->path() == path) {
+  if (running_ && running_->kind == LinkRequest::Kind::read &&
+      running_->characteristic->path() == path) {
     heldBack_.emplace_back(value);
   } else {
     postValue(found->second.characteristic, NSData(value));
   }
 }
 
-void LinkGatt::startWrite(const Request& request) {
+void LinkGatt::write(const LinkRequest& request) {
   const bool withResponse =
       request.type == CBCharacteristicWriteType::CBCharacteristicWriteWithResponse;
   call(
-      request.characteristic, "WriteValue",
+      "WriteValue",
       [value = request.value, withResponse](sdbus::MethodCall& call) {
         const std::string type = withResponse ? "request" : "command";
         call << std::vector<std::uint8_t>(value.begin(), value.end())
              << CallOptions{{"type", sdbus::Variant(type)}};
       },
       [](LinkGatt& self, const std::optional<CallError>&, sdbus::MethodReply&) {
-        self.finished();
+        self.end(std::nullopt);
       });
 }
 
-void LinkGatt::subscribe(const Request& request) {
+void LinkGatt::subscribe(const LinkRequest& request) {
   if (subscriptions_.contains(request.characteristic->path())) {
-    answerSubscribe(request, std::nullopt);
-    running_.reset();
+    end(std::nullopt);
     return;
   }
-  call(request.characteristic, "AcquireNotify", writeNoOptions,
-       [request](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply& reply) {
-         self.acquired(request, error, reply);
+  call("AcquireNotify", writeNoOptions,
+       [](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply& reply) {
+         self.acquired(error, reply);
        });
 }
 
-void LinkGatt::answerSubscribe(const Request& request, const std::optional<NSError>& error) {
-  if (request.kind == Kind::subscribe) postState(request.characteristic, error);
-}
-
-void LinkGatt::acquired(const Request& request, const std::optional<CallError>& error,
-                        sdbus::MethodReply& reply) {
+void LinkGatt::acquired(const std::optional<CallError>& error, sdbus::MethodReply& reply) {
   if (error && mayFallBack(*error)) {
-    subscribeBySignal(request, isDaemonError(*error, "InProgress"));
+    subscribeBySignal(isDaemonError(*error, "InProgress"));
     return;
   }
   auto descriptor = error ? std::nullopt : readMessage<sdbus::UnixFd, std::uint16_t>(reply);
   if (descriptor && std::get<0>(*descriptor).isValid()) {
-    openStream(request, std::get<0>(*descriptor).release());
+    openStream(std::get<0>(*descriptor).release());
   } else {
-    answerSubscribe(
-        request,
-        errorOf(error.value_or(CallError{"", "the daemon answered without a descriptor"})));
+    end(errorOf(error.value_or(CallError{"", "the daemon answered without a descriptor"})));
   }
-  finished();
 }
 
-void LinkGatt::openStream(const Request& request, int descriptor) {
-  const auto& characteristic = request.characteristic;
+void LinkGatt::openStream(int descriptor) {
+  const auto characteristic = running_->characteristic;
   const auto number = nextSubscription_++;
   const auto delivery = std::make_shared<Delivery>(setup_.loop, setup_.peripheral, characteristic);
   auto arrived = [delivery](std::span<const ValueBytes> values) {
     if (delivery->inbox.add(values)) post(delivery);
   };
-  auto hungUp = [thread = thread_, weak = weak_from_this(), path = characteristic->path(), number] {
-    const auto running = thread.lock();
-    if (!running) return;
-    running->post([weak, path, number] {
+  auto hungUp = [line = setup_.line, weak = weak_from_this(), path = characteristic->path(),
+                 number] {
+    line->post([weak, path, number] {
       if (const auto self = weak.lock()) self->streamEnded(path, number);
     });
   };
   auto stream = NotificationStream::start(descriptor, {std::move(arrived), std::move(hungUp)});
   if (!stream) {
-    answerSubscribe(request, NSError{CBErrorDomain, 0, "the system has no thread to spare"});
+    end(failure("the system has no thread to spare"));
     return;
   }
   subscriptions_[characteristic->path()] = {
       .characteristic = characteristic, .stream = std::move(stream), .number = number};
-  answerSubscribe(request, std::nullopt);
+  end(std::nullopt);
   if (delivery->inbox.open()) post(delivery);
 }
 
@@ -240,25 +216,23 @@ void LinkGatt::streamEnded(const std::string& path, std::uint64_t number) {
 
 // The daemon signals each value once for every program that has asked for signals, and everybody
 // hears all of them. Where another program has asked already, asking too would double every value.
-void LinkGatt::subscribeBySignal(const Request& request, bool othersDo) {
-  const std::string& path = request.characteristic->path();
-  const auto* object = daemon_.tree().characteristic(path);
+void LinkGatt::subscribeBySignal(bool othersDo) {
+  const auto& characteristic = running_->characteristic;
+  const auto* object = daemon_.tree().characteristic(characteristic->path());
   const bool isShared = othersDo && object != nullptr && object->notifying;
   // From here on signals are notified values: one may stand right before the answer.
-  subscriptions_[path] = {.characteristic = request.characteristic,
-                          .stream = nullptr,
-                          .number = nextSubscription_++,
-                          .isShared = isShared};
+  subscriptions_[characteristic->path()] = {.characteristic = characteristic,
+                                            .stream = nullptr,
+                                            .number = nextSubscription_++,
+                                            .isShared = isShared};
   if (isShared) {
-    answerSubscribe(request, std::nullopt);
-    finished();
+    end(std::nullopt);
     return;
   }
-  call(request.characteristic, "StartNotify", {},
-       [request](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply&) {
-         if (error) self.subscriptions_.erase(request.characteristic->path());
-         self.answerSubscribe(request, error ? std::optional(errorOf(*error)) : std::nullopt);
-         self.finished();
+  call("StartNotify", {},
+       [](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply&) {
+         if (error) self.subscriptions_.erase(self.running_->characteristic->path());
+         self.end(error ? std::optional(errorOf(*error)) : std::nullopt);
        });
 }
 
@@ -270,26 +244,23 @@ void LinkGatt::characteristicChanged(const std::string& path) {
   // The other program has given up its subscription.
   const auto characteristic = found->second.characteristic;
   subscriptions_.erase(found);
-  enqueue({.kind = Kind::takeOver, .characteristic = characteristic, .value = {}});
+  enqueue({.kind = LinkRequest::Kind::takeOver, .characteristic = characteristic});
 }
 
-void LinkGatt::unsubscribe(const std::shared_ptr<Characteristic>& characteristic) {
-  const auto found = subscriptions_.find(characteristic->path());
+void LinkGatt::unsubscribe(const LinkRequest& request) {
+  const auto found = subscriptions_.find(request.characteristic->path());
   const bool bySignal =
       found != subscriptions_.end() && !found->second.stream && !found->second.isShared;
   if (found != subscriptions_.end()) subscriptions_.erase(found);
   if (!bySignal) {
     // The daemon ends a subscription when its descriptor is closed; another program's stays.
-    postState(characteristic, std::nullopt);
-    running_.reset();
+    end(std::nullopt);
     return;
   }
-  call(
-      characteristic, "StopNotify", {},
-      [characteristic](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply&) {
-        self.postState(characteristic, error ? std::optional(errorOf(*error)) : std::nullopt);
-        self.finished();
-      });
+  call("StopNotify", {},
+       [](LinkGatt& self, const std::optional<CallError>& error, sdbus::MethodReply&) {
+         self.end(error ? std::optional(errorOf(*error)) : std::nullopt);
+       });
 }
 
 }  // namespace kestrin::bluez

@@ -153,6 +153,11 @@ const CharacteristicObject* ObjectTree::characteristic(const std::string& path) 
   return find(characteristics_, path);
 }
 
+bool ObjectTree::isPowered(const std::string& device) const {
+  const auto* const its = adapter(std::string(parentPath(device)));
+  return its != nullptr && its->powered;
+}
+
 bool ObjectTree::isListenedTo(const std::string& device) const {
   const std::string prefix = device + "/";
   for (auto child = characteristics_.lower_bound(prefix);

@@ -50,6 +50,8 @@ class ObjectTree {
   [[nodiscard]] const DeviceObject* device(const std::string& path) const;
   [[nodiscard]] const CharacteristicObject* characteristic(const std::string& path) const;
   [[nodiscard]] const ServiceObject* service(const std::string& path) const;
+  /// Whether the adapter of that device is on.
+  [[nodiscard]] bool isPowered(const std::string& device) const;
   /// Whether some program receives the notified values of that device.
   [[nodiscard]] bool isListenedTo(const std::string& device) const;
   /// The paths of a device's services that have a UUID, in handle order.

@@ -5,8 +5,6 @@
 #include <utility>
 
 #include "Conversions.h"
-#include "LinkGatt.h"
-#include "RadioCore.h"
 
 namespace kestrin::bluez {
 namespace {
@@ -33,34 +31,13 @@ void merge(std::optional<std::vector<std::shared_ptr<Object>>>& known,
                    [](const auto& a, const auto& b) { return handleOrder(a->path(), b->path()); });
 }
 
-using Work = std::function<void(LinkGatt&)>;
-
-void postToLink(const LinkAddress& address, Work work) {
-  const auto session = address.session.lock();
-  if (!session) return;
-  session->post([number = address.number, work = std::move(work)](RadioCore& core) {
-    core.withLink(number, work);
-  });
-}
-
-/// Runs `work` with the link's attributes, if that link is still up by then. If not, the request is
-/// answered by `refusal` before the link's end is reported.
-void ask(const LinkAddress& address, UntakenRequests::Refusal refusal, Work work) {
-  const auto number = address.untaken->add(std::move(refusal));
-  if (!number) return;
-  postToLink(address,
-             [number = *number, untaken = address.untaken, work = std::move(work)](LinkGatt& gatt) {
-               if (untaken->take(number)) work(gatt);
-             });
-}
-
 }  // namespace
 
-Characteristic::Characteristic(LinkAddress link, std::string path, const CBUUID& uuid,
+Characteristic::Characteristic(std::shared_ptr<LinkLine> link, std::string path, const CBUUID& uuid,
                                CBCharacteristicProperties properties)
     : link_(std::move(link)), path_(std::move(path)), uuid_(uuid), properties_(properties) {}
 
-Service::Service(LinkAddress link, std::string path, const CBUUID& uuid)
+Service::Service(std::shared_ptr<LinkLine> link, std::string path, const CBUUID& uuid)
     : link_(std::move(link)), path_(std::move(path)), uuid_(uuid) {}
 
 std::optional<std::vector<std::shared_ptr<CBCharacteristic>>> Service::characteristics() const {
@@ -103,12 +80,7 @@ void Peripheral::setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) {
 
 void Peripheral::discoverServices(const std::optional<std::vector<CBUUID>>& serviceUUIDs) {
   if (!link_) return;
-  ask(
-      link_->address,
-      [self = shared_from_this(), number = link_->address.number](const NSError& reason) {
-        self->deliverServices(number, {}, reason);
-      },
-      [serviceUUIDs](LinkGatt& gatt) { gatt.discoverServices(serviceUUIDs); });
+  link_->line->ask({.kind = LinkRequest::Kind::discoverServices, .wanted = serviceUUIDs});
 }
 
 std::optional<std::vector<std::shared_ptr<CBService>>> Peripheral::services() const {
@@ -121,38 +93,25 @@ void Peripheral::discoverCharacteristics_forService(
     const std::shared_ptr<CBService>& service) {
   const auto ours = std::dynamic_pointer_cast<Service>(service);
   if (!ours) return;
-  ask(
-      ours->link(),
-      [self = shared_from_this(), ours](const NSError& reason) {
-        self->deliverCharacteristics(ours, {}, reason);
-      },
-      [characteristicUUIDs, ours](LinkGatt& gatt) {
-        gatt.discoverCharacteristics(characteristicUUIDs, ours);
-      });
+  ours->link()->ask({.kind = LinkRequest::Kind::discoverCharacteristics,
+                     .wanted = characteristicUUIDs,
+                     .service = ours});
 }
 
 void Peripheral::readValueForCharacteristic(
     const std::shared_ptr<CBCharacteristic>& characteristic) {
   const auto ours = std::dynamic_pointer_cast<Characteristic>(characteristic);
   if (!ours) return;
-  ask(
-      ours->link(),
-      [self = shared_from_this(), ours](const NSError& reason) {
-        self->deliverReadError(ours, reason);
-      },
-      [ours](LinkGatt& gatt) { gatt.read(ours); });
+  ours->link()->ask({.kind = LinkRequest::Kind::read, .characteristic = ours});
 }
 
 void Peripheral::setNotifyValue_forCharacteristic(
     bool enabled, const std::shared_ptr<CBCharacteristic>& characteristic) {
   const auto ours = std::dynamic_pointer_cast<Characteristic>(characteristic);
   if (!ours) return;
-  ask(
-      ours->link(),
-      [self = shared_from_this(), ours](const NSError& reason) {
-        self->deliverNotificationState(ours, reason);
-      },
-      [ours, enabled](LinkGatt& gatt) { gatt.setNotify(enabled, ours); });
+  ours->link()->ask(
+      {.kind = enabled ? LinkRequest::Kind::subscribe : LinkRequest::Kind::unsubscribe,
+       .characteristic = ours});
 }
 
 void Peripheral::writeValue_forCharacteristic_type(
@@ -160,21 +119,22 @@ void Peripheral::writeValue_forCharacteristic_type(
     CBCharacteristicWriteType type) {
   const auto ours = std::dynamic_pointer_cast<Characteristic>(characteristic);
   if (!ours || !value) return;
-  postToLink(ours->link(),
-             [ours, data = *value, type](LinkGatt& gatt) { gatt.write(data, ours, type); });
+  ours->link()->ask(
+      {.kind = LinkRequest::Kind::write, .characteristic = ours, .value = *value, .type = type});
 }
 
 bool Peripheral::isCurrent(std::uint64_t link) const {
-  if (!link_ || link_->address.number != link) return false;
+  if (!link_ || link_->line->number() != link) return false;
   return std::any_of(link_->holders.begin(), link_->holders.end(),
                      [](const auto& holder) { return !holder.expired(); });
 }
 
-void Peripheral::beginLink(const LinkAddress& link, std::weak_ptr<CBCentralManager> holder) {
-  if (!link_ || link_->address.number != link.number) {
+void Peripheral::beginLink(const std::shared_ptr<LinkLine>& link,
+                           std::weak_ptr<CBCentralManager> holder) {
+  if (!link_ || link_->line->number() != link->number()) {
     services_.reset();
     link_.emplace();
-    link_->address = link;
+    link_->line = link;
   }
   link_->holders.push_back(std::move(holder));
 }
@@ -188,7 +148,7 @@ bool Peripheral::isHeldByOthersThan(const std::shared_ptr<CBCentralManager>& hol
 
 void Peripheral::endLink(std::uint64_t number, const std::shared_ptr<CBCentralManager>& holder,
                          const NSError& reason) {
-  if (!link_ || link_->address.number != number) return;
+  if (!link_ || link_->line->number() != number) return;
   if (isHeldByOthersThan(holder)) {
     std::erase_if(link_->holders, [&](const std::weak_ptr<CBCentralManager>& one) {
       const auto alive = one.lock();
@@ -196,33 +156,23 @@ void Peripheral::endLink(std::uint64_t number, const std::shared_ptr<CBCentralMa
     });
     return;
   }
-  for (const auto& refuse : link_->address.untaken->close()) refuse(reason);
+  for (const auto& request : link_->line->close()) deliverEnd(request, number, reason);
   link_.reset();
   services_.reset();
 }
 
-void Peripheral::deliverServices(std::uint64_t link, const Services& found,
-                                 const std::optional<NSError>& error) {
-  if (!isCurrent(link)) return;
-  if (!error) merge(services_, found);
-  const auto delegate = delegate_.lock();
-  if (delegate) delegate->peripheral_didDiscoverServices(shared_from_this(), error);
+void Peripheral::addServices(std::uint64_t link, const Services& found) {
+  if (isCurrent(link)) merge(services_, found);
 }
 
-void Peripheral::deliverCharacteristics(const std::shared_ptr<Service>& service,
-                                        const Service::Characteristics& found,
-                                        const std::optional<NSError>& error) {
-  if (!isCurrent(service->link().number)) return;
-  if (!error) service->addCharacteristics(found);
-  const auto delegate = delegate_.lock();
-  if (!delegate) return;
-  delegate->peripheral_didDiscoverCharacteristicsForService_error(shared_from_this(), service,
-                                                                  error);
+void Peripheral::addCharacteristics(const std::shared_ptr<Service>& service,
+                                    const Service::Characteristics& found) {
+  if (isCurrent(service->link()->number())) service->addCharacteristics(found);
 }
 
 void Peripheral::deliverValue(const std::shared_ptr<Characteristic>& characteristic,
                               const NSData& value) {
-  if (!isCurrent(characteristic->link().number)) return;
+  if (!isCurrent(characteristic->link()->number())) return;
   characteristic->setValue(value);
   const auto delegate = delegate_.lock();
   if (!delegate) return;
@@ -230,22 +180,31 @@ void Peripheral::deliverValue(const std::shared_ptr<Characteristic>& characteris
                                                              std::nullopt);
 }
 
-void Peripheral::deliverReadError(const std::shared_ptr<Characteristic>& characteristic,
-                                  const NSError& error) {
-  if (!isCurrent(characteristic->link().number)) return;
+void Peripheral::deliverEnd(const LinkRequest& request, std::uint64_t link,
+                            const std::optional<NSError>& error) {
   const auto delegate = delegate_.lock();
-  if (!delegate) return;
-  delegate->peripheral_didUpdateValueForCharacteristic_error(shared_from_this(), characteristic,
-                                                             error);
-}
-
-void Peripheral::deliverNotificationState(const std::shared_ptr<Characteristic>& characteristic,
-                                          const std::optional<NSError>& error) {
-  if (!isCurrent(characteristic->link().number)) return;
-  const auto delegate = delegate_.lock();
-  if (!delegate) return;
-  delegate->peripheral_didUpdateNotificationStateForCharacteristic_error(shared_from_this(),
-                                                                         characteristic, error);
+  if (!delegate || !isCurrent(link) || !request.isReported(error)) return;
+  const auto self = shared_from_this();
+  switch (request.kind) {
+    case LinkRequest::Kind::discoverServices:
+      delegate->peripheral_didDiscoverServices(self, error);
+      break;
+    case LinkRequest::Kind::discoverCharacteristics:
+      delegate->peripheral_didDiscoverCharacteristicsForService_error(self, request.service, error);
+      break;
+    case LinkRequest::Kind::read:
+      delegate->peripheral_didUpdateValueForCharacteristic_error(self, request.characteristic,
+                                                                 error);
+      break;
+    case LinkRequest::Kind::subscribe:
+    case LinkRequest::Kind::unsubscribe:
+      delegate->peripheral_didUpdateNotificationStateForCharacteristic_error(
+          self, request.characteristic, error);
+      break;
+    case LinkRequest::Kind::takeOver:
+    case LinkRequest::Kind::write:
+      break;
+  }
 }
 
 }  // namespace kestrin::bluez

@@ -4,7 +4,7 @@
 // Threads: as CBPeripheral.h, CBService.h and CBCharacteristic.h say. The operations that deliver
 // events run on the main run loop.
 // Lifetime: one `Peripheral` per device for the life of the process; each link makes services and
-// characteristics of its own, which hold the session weakly.
+// characteristics of its own, which do not keep the radio's thread.
 // Errors: none; requests without a link, or with an earlier link's objects, go nowhere. What was
 // asked for before the link's end is reported is answered, be it with that end.
 #pragma once
@@ -18,33 +18,24 @@
 
 #include "KestrinBLESDK/platform/CBCentralManager.h"
 #include "KestrinBLESDK/platform/CBPeripheral.h"
-#include "KestrinBLESDK/platform/RunLoop.h"
-#include "Session.h"
-#include "UntakenRequests.h"
+#include "LinkLine.h"
 
 namespace kestrin::bluez {
 
-/// Which link a request or an event belongs to.
-struct LinkAddress {
-  std::weak_ptr<Session> session;
-  std::uint64_t number = 0;
-  std::shared_ptr<UntakenRequests> untaken;
-};
-
 class Characteristic final : public CBCharacteristic {
  public:
-  Characteristic(LinkAddress link, std::string path, const CBUUID& uuid,
+  Characteristic(std::shared_ptr<LinkLine> link, std::string path, const CBUUID& uuid,
                  CBCharacteristicProperties properties);
   [[nodiscard]] CBUUID UUID() const override { return uuid_; }
   [[nodiscard]] CBCharacteristicProperties properties() const override { return properties_; }
   [[nodiscard]] std::optional<NSData> value() const override { return value_; }
 
-  [[nodiscard]] const LinkAddress& link() const noexcept { return link_; }
+  [[nodiscard]] const std::shared_ptr<LinkLine>& link() const noexcept { return link_; }
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
   void setValue(const NSData& value) { value_ = value; }
 
  private:
-  const LinkAddress link_;
+  const std::shared_ptr<LinkLine> link_;
   const std::string path_;
   const CBUUID uuid_;
   const CBCharacteristicProperties properties_;
@@ -55,18 +46,18 @@ class Service final : public CBService {
  public:
   using Characteristics = std::vector<std::shared_ptr<Characteristic>>;
 
-  Service(LinkAddress link, std::string path, const CBUUID& uuid);
+  Service(std::shared_ptr<LinkLine> link, std::string path, const CBUUID& uuid);
   [[nodiscard]] CBUUID UUID() const override { return uuid_; }
   [[nodiscard]] std::optional<std::vector<std::shared_ptr<CBCharacteristic>>> characteristics()
       const override;
   [[nodiscard]] std::string debugDescription() const override;
 
-  [[nodiscard]] const LinkAddress& link() const noexcept { return link_; }
+  [[nodiscard]] const std::shared_ptr<LinkLine>& link() const noexcept { return link_; }
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
   void addCharacteristics(const Characteristics& found);
 
  private:
-  const LinkAddress link_;
+  const std::shared_ptr<LinkLine> link_;
   const std::string path_;
   const CBUUID uuid_;
   std::optional<Characteristics> characteristics_;
@@ -101,26 +92,23 @@ class Peripheral final : public CBPeripheral, public std::enable_shared_from_thi
 
   void setName(const std::optional<std::string>& name);
   /// The link is up for `holder`. Links of an earlier number are over.
-  void beginLink(const LinkAddress& link, std::weak_ptr<CBCentralManager> holder);
+  void beginLink(const std::shared_ptr<LinkLine>& link, std::weak_ptr<CBCentralManager> holder);
   /// The link is over for `holder`. With the last one it ends, and `reason` answers what it leaves
   /// unanswered.
   void endLink(std::uint64_t number, const std::shared_ptr<CBCentralManager>& holder,
                const NSError& reason);
-  void deliverServices(std::uint64_t link, const Services& found,
-                       const std::optional<NSError>& error);
-  void deliverCharacteristics(const std::shared_ptr<Service>& service,
-                              const Service::Characteristics& found,
-                              const std::optional<NSError>& error);
-  /// A value, or the error that came instead of one.
+  /// What a discovery of that link has found; the event comes with its end.
+  void addServices(std::uint64_t link, const Services& found);
+  void addCharacteristics(const std::shared_ptr<Service>& service,
+                          const Service::Characteristics& found);
   void deliverValue(const std::shared_ptr<Characteristic>& characteristic, const NSData& value);
-  void deliverReadError(const std::shared_ptr<Characteristic>& characteristic,
-                        const NSError& error);
-  void deliverNotificationState(const std::shared_ptr<Characteristic>& characteristic,
-                                const std::optional<NSError>& error);
+  /// A request of that link has ended.
+  void deliverEnd(const LinkRequest& request, std::uint64_t link,
+                  const std::optional<NSError>& error);
 
  private:
   struct Link {
-    LinkAddress address;
+    std::shared_ptr<LinkLine> line;
     std::vector<std::weak_ptr<CBCentralManager>> holders;
   };
   /// Whether that link is up and a central manager that holds it is still there to be told.

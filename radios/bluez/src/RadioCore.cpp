@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Conversions.h"
+#include "Numbering.h"
 
 namespace kestrin::bluez {
 namespace {
@@ -123,14 +124,14 @@ std::shared_ptr<Link> RadioCore::link(const std::string& device) const {
   return found == links_.end() ? nullptr : found->second;
 }
 
-void RadioCore::connect(std::uint64_t central, const std::shared_ptr<Peripheral>& peripheral,
-                        const std::weak_ptr<Session>& session) {
+void RadioCore::connect(std::uint64_t central, const std::shared_ptr<Peripheral>& peripheral) {
   const auto holder = centrals_.holder(central);
   if (!holder) return;
   auto& entry = links_[peripheral->path()];
   if (!entry) {
-    entry = std::make_shared<Link>(
-        *this, LinkAddress{session, nextId(), std::make_shared<UntakenRequests>()}, peripheral);
+    LinkHost& host = *this;
+    auto line = std::make_shared<LinkLine>(nextId(), sharedThread_);
+    entry = std::make_shared<Link>(host, thread_, daemon_, std::move(line), peripheral);
   }
   const auto link = entry;
   link->addHolder(*holder);
@@ -140,25 +141,12 @@ void RadioCore::cancel(std::uint64_t central, const std::string& device) {
   if (const auto held = link(device)) held->letGo(central);
 }
 
-void RadioCore::withLink(std::uint64_t number, const std::function<void(LinkGatt&)>& work) {
-  for (const auto& [device, link] : links_) {
-    if (link->number() != number) continue;
-    if (const auto gatt = link->gatt()) work(*gatt);
-    return;
-  }
+void RadioCore::beginSearch(const std::string& device, std::uint64_t link) {
+  discovery(std::string(parentPath(device))).addSearch(link);
 }
 
-bool RadioCore::isPowered(const std::string& device) const {
-  const auto* adapter = daemon_.tree().adapter(std::string(parentPath(device)));
-  return adapter != nullptr && adapter->powered;
-}
-
-void RadioCore::beginSearch(const Link& link) {
-  discovery(std::string(parentPath(link.device()))).addSearch(link.number());
-}
-
-void RadioCore::endSearch(const Link& link) {
-  discovery(std::string(parentPath(link.device()))).removeSearch(link.number());
+void RadioCore::endSearch(const std::string& device, std::uint64_t link) {
+  discovery(std::string(parentPath(device))).removeSearch(link);
 }
 
 void RadioCore::refused(const std::string& device) {
@@ -166,9 +154,9 @@ void RadioCore::refused(const std::string& device) {
   updateScans();
 }
 
-void RadioCore::linkEnded(const Link& link) {
-  const auto found = links_.find(link.device());
-  if (found != links_.end() && found->second.get() == &link) links_.erase(found);
+void RadioCore::linkEnded(const std::string& device, std::uint64_t link) {
+  const auto found = links_.find(device);
+  if (found != links_.end() && found->second->number() == link) links_.erase(found);
 }
 
 void RadioCore::disconnect(const std::string& device, std::function<void()> report) {

@@ -18,10 +18,11 @@
 #include "Daemon.h"
 #include "Discovery.h"
 #include "Link.h"
+#include "LinkHost.h"
 
 namespace kestrin::bluez {
 
-class RadioCore final : public DaemonListener {
+class RadioCore final : public DaemonListener, private LinkHost {
  public:
   RadioCore(const std::shared_ptr<BusThread>& thread, const std::string& bus,
             const std::optional<std::string>& busAddress);
@@ -36,26 +37,9 @@ class RadioCore final : public DaemonListener {
   void removeCentral(std::uint64_t id);
   void scan(std::uint64_t central, std::uint64_t number, const Centrals::UUIDs& services);
   void stopScan(std::uint64_t central);
-  void connect(std::uint64_t central, const std::shared_ptr<Peripheral>& peripheral,
-               const std::weak_ptr<Session>& session);
+  void connect(std::uint64_t central, const std::shared_ptr<Peripheral>& peripheral);
   void cancel(std::uint64_t central, const std::string& device);
-  /// Runs `work` with the attributes of that link, if it is up.
-  void withLink(std::uint64_t number, const std::function<void(LinkGatt&)>& work);
-
-  // What links need.
-  [[nodiscard]] BusThread& thread() noexcept { return thread_; }
-  [[nodiscard]] const std::weak_ptr<BusThread>& sharedThread() const { return sharedThread_; }
   [[nodiscard]] Daemon& daemon() noexcept { return daemon_; }
-  [[nodiscard]] bool isPowered(const std::string& device) const;
-  [[nodiscard]] bool isDisconnecting(const std::string& device) const {
-    return disconnections_.contains(device);
-  }
-  void beginSearch(const Link& link);
-  void endSearch(const Link& link);
-  void refused(const std::string& device);
-  void linkEnded(const Link& link);
-  /// Has the daemon disconnect a device; `report` is called once, at the first evidence of that.
-  void disconnect(const std::string& device, std::function<void()> report);
 
   // What the daemon says.
   void daemonChanged() override;
@@ -73,6 +57,16 @@ class RadioCore final : public DaemonListener {
     std::uint64_t number = 0;
     std::function<void()> report;
   };
+
+  // What links ask.
+  [[nodiscard]] bool isDisconnecting(const std::string& device) const override {
+    return disconnections_.contains(device);
+  }
+  void disconnect(const std::string& device, std::function<void()> report) override;
+  void beginSearch(const std::string& device, std::uint64_t link) override;
+  void endSearch(const std::string& device, std::uint64_t link) override;
+  void refused(const std::string& device) override;
+  void linkEnded(const std::string& device, std::uint64_t link) override;
 
   Discovery& discovery(const std::string& adapter);
   void updateScans();

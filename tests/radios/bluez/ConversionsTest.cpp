@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "Errors.h"
+
 namespace kestrin::bluez {
 namespace {
 

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "DiagnosisFacts.h"
+#include "Errors.h"
 #include "radios/bluez/PrivateBus.h"
 #include "radios/bluez/StandInDaemon.h"
 

@@ -1,0 +1,58 @@
+// The readers that a search has seen, and which of them are meant.
+//
+// Threads: the main run loop's.
+// Lifetime: keeps the devices that it has seen.
+// Errors: none.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KestrinBLESDK/Reader.h"
+#include "KestrinBLESDK/platform/CBPeripheral.h"
+
+namespace kestrin::reader {
+
+class ReaderChoice final {
+ public:
+  struct Seen {
+    std::shared_ptr<CBPeripheral> device;
+    SeenReader reader;
+  };
+
+  explicit ReaderChoice(std::string wanted) : wanted_(std::move(wanted)) {}
+
+  /// Takes a sighting; true when the device is seen for the first time.
+  bool take(const std::shared_ptr<CBPeripheral>& device);
+  [[nodiscard]] const std::vector<Seen>& seen() const noexcept { return seen_; }
+  /// The best matches that nobody holds, in the order of their sighting.
+  [[nodiscard]] std::vector<Seen> meant() const;
+  /// Whether one of the seen is meant by its identifier, so that no other can be.
+  [[nodiscard]] bool isIdentified() const;
+  /// Null when none of that identifier was seen.
+  [[nodiscard]] const Seen* find(std::string_view identifier) const;
+  /// "no reader with 'KVR' in its name was found", and which were.
+  [[nodiscard]] std::string notFound(std::string_view within) const;
+  /// "'KVR-0417' is held by another Reader": of a device that can be none but the one that is
+  /// meant, since it has the identifier or the whole name. Empty when there is none.
+  [[nodiscard]] std::string held() const;
+  /// "'KVR' fits several readers: ...".
+  [[nodiscard]] std::string ambiguous(const std::vector<Seen>& meant) const;
+
+ private:
+  enum class Match { none, part, name, identifier };
+  [[nodiscard]] Match match(const SeenReader& reader) const;
+
+  const std::string wanted_;
+  std::vector<Seen> seen_;
+};
+
+/// A text from the air in quotation marks, on one line whatever it holds.
+std::string quoted(std::string_view text);
+
+/// A span in seconds, for a person: "30 s", "2.500 s".
+std::string inSeconds(Time span);
+
+}  // namespace kestrin::reader

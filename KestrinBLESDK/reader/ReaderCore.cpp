@@ -1,0 +1,341 @@
+// A reader's phases: what leads from one to the next.
+#include "KestrinBLESDK/reader/ReaderCore.h"
+
+#include <algorithm>
+#include <cassert>
+#include <chrono>
+#include <utility>
+
+#include "KestrinBLESDK/link/ReaderLayout.h"
+#include "KestrinBLESDK/reader/Errors.h"
+
+namespace kestrin {
+namespace {
+
+constexpr Time kFirstPause = std::chrono::milliseconds(500);
+constexpr Time kLongestPause = std::chrono::minutes(1);
+
+/// The pause in front of an attempt: none at first, then from half a second on twice the last.
+Time pauseBefore(std::size_t attempt) {
+  if (attempt == 0) return Time::zero();
+  Time pause = kFirstPause;
+  for (std::size_t i = 1; i < attempt && pause < kLongestPause; ++i) pause *= 2;
+  return std::min(pause, kLongestPause);
+}
+
+}  // namespace
+
+Reader::Core::Core(Reader& owner, const Platform& platform, ReaderOptions options,
+                   ReaderHandlers handlers)
+    : owner_(&owner),
+      handlers_(std::make_shared<const ReaderHandlers>(std::move(handlers))),
+      platform_(platform),
+      options_(std::move(options)),
+      watch_(options_.watch ? options_.watch : RadioWatch::of(platform)),
+      sends_(std::make_shared<reader::SendQueue>(
+          platform_.mainRunLoop,
+          [this](const NSData& slice) { return manager_ && manager_->writeRawData(slice); })),
+      limit_(platform_.mainRunLoop),
+      choice_(options_.reader) {}
+
+Reader::Core::~Core() = default;
+
+void Reader::Core::start() {
+  static constexpr SEL kLeaveSoon{
+      "leaveSoon", [](void* target, const std::shared_ptr<void>& /*notification*/) noexcept {
+        static_cast<Core*>(target)->leaveSoon();
+      }};
+  const auto self = shared_from_this();
+  watchToken_ = watch_->listen([weak = weak_from_this()](CBManagerState state) {
+    if (const auto core = weak.lock()) core->takeRadioState(state);
+  });
+  claimToken_ = reader::Claim::onRelease([weak = weak_from_this()] {
+    if (const auto core = weak.lock()) core->later(&Core::lookAround);
+  });
+  platform_.notificationCenter->addObserver_selector_name_object(
+      std::shared_ptr<void>(self, this), kLeaveSoon, UIApplicationDidEnterBackgroundNotification,
+      nullptr);
+  Platform observed = platform_;
+  observed.radio = reader::watched(platform_.radio, std::weak_ptr<reader::LinkListener>(self));
+  manager_ = KestrinBleMgr::init(observed);
+  manager_->setDelegate(self);
+  manager_->setRcpReceiverDelegate(self);
+  startLimit(options_.findLimit, &Core::findLimitPassed);
+  manager_->scanBLE();
+  later(&Core::lookAround);
+}
+
+void Reader::Core::drop() noexcept {
+  owner_ = nullptr;
+  phase_ = ReaderPhase::closed;
+  sends_->drop();
+  for (Awaited& each : awaited_) disarm(each.limit);
+  awaited_.clear();
+  closed_.clear();
+  limit_.stop();
+  disarm(pause_);
+  disarm(settling_);
+  watchToken_.reset();
+  claimToken_.reset();
+  const auto manager = std::exchange(manager_, nullptr);
+  manager->setDelegate(nullptr);
+  manager->setRcpReceiverDelegate(nullptr);
+  manager->close();
+  claim_.reset();
+  // A handler that runs is kept by who called it.
+  handlers_.reset();
+}
+
+// The radio.
+
+void Reader::Core::takeRadioState(CBManagerState state) {
+  if (phase_ == ReaderPhase::closed || phase_ == ReaderPhase::away) return;
+  if (state == CBManagerState::unknown) return;
+  if (state == CBManagerState::poweredOn) {
+    radioIsOn();
+  } else {
+    radioIsOff();
+  }
+}
+
+void Reader::Core::radioIsOff() {
+  const auto code = watch_->unusable() ? ReaderError::radioUnusable : ReaderError::radioOff;
+  const std::string why = watch_->description();
+  const bool isNews = phase_ != ReaderPhase::radioOff || why != radioTrouble_;
+  const bool isLoss = phase_ == ReaderPhase::linkingUp || phase_ == ReaderPhase::pluggedIn;
+  radioTrouble_ = why;
+  if (phase_ != ReaderPhase::radioOff) {
+    disarm(pause_);
+    endFrames();
+    enter(ReaderPhase::radioOff);
+  }
+  if (isNews && phase_ == ReaderPhase::radioOff) tellTrouble(code, why);
+  if (isLoss && !options_.reconnect && phase_ == ReaderPhase::radioOff) giveUp();
+}
+
+void Reader::Core::radioIsOn() {
+  if (phase_ != ReaderPhase::radioOff) return;
+  if (!device_) {
+    // The manager scans by itself from the radio's report on.
+    enter(ReaderPhase::searching);
+    if (phase_ == ReaderPhase::searching) lookAround();
+  } else if (link_ == Link::none) {
+    connect();
+  } else {
+    // An attempt has waited for the radio. A link that claims to have outlived it is given up.
+    if (link_ == Link::up) manager_->close();
+    enter(ReaderPhase::connecting);
+  }
+}
+
+void Reader::Core::radioReported() noexcept {
+  // A manager scans whenever its radio is powered on. To one that works a reader another sighting
+  // would only do harm: it would take that reader for its own.
+  const bool resting = phase_ == ReaderPhase::away || phase_ == ReaderPhase::closed;
+  if (manager_ && (device_ || resting)) manager_->stopSacnBLE();
+}
+
+// The link.
+
+void Reader::Core::connect() {
+  if (!limit_.isRunning()) startLimit(options_.plugInLimit, &Core::plugInLimitPassed);
+  link_ = Link::wanted;
+  manager_->connectBLE(device_);
+  enter(ReaderPhase::connecting);
+}
+
+void Reader::Core::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept {
+  if (device != device_ || link_ == Link::none) return;
+  const auto self = shared_from_this();
+  link_ = Link::up;
+  if (const auto loop = platform_.mainRunLoop.lock()) linkBegan_ = loop->now();
+  if (phase_ == ReaderPhase::connecting || phase_ == ReaderPhase::radioOff) {
+    enter(ReaderPhase::linkingUp);
+  }
+}
+
+void Reader::Core::plugChangedStatus(bool plugged) noexcept {
+  // What has ended, the radio's report tells; this would also come of a mere `close`.
+  if (!plugged || phase_ != ReaderPhase::linkingUp) return;
+  const auto self = shared_from_this();
+  const auto loop = platform_.mainRunLoop.lock();
+  // The manager's delayed report outlives a link. One that comes sooner than this link's can is the
+  // last one's.
+  if (!loop || loop->now() < linkBegan_ + timeFromSeconds(reader::kPluggedDelay)) return;
+  limit_.stop();
+  attempts_ = 0;
+  enter(ReaderPhase::pluggedIn);
+}
+
+void Reader::Core::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexcept {
+  if (device != device_) return;
+  const auto self = shared_from_this();
+  link_ = Link::none;
+  switch (phase_) {
+    case ReaderPhase::connecting:
+    case ReaderPhase::linkingUp:
+    case ReaderPhase::pluggedIn:
+      lose();
+      break;
+    case ReaderPhase::radioOff:
+    case ReaderPhase::searching:
+    case ReaderPhase::lost:
+    case ReaderPhase::away:
+    case ReaderPhase::closed:
+      break;
+  }
+  for (const auto& done : std::exchange(closed_, {})) {
+    if (owner_ != nullptr) done();
+  }
+}
+
+void Reader::Core::lose() {
+  endFrames();
+  if (options_.reconnect) pause_ = arm(pauseBefore(attempts_++), &Core::connectAfterPause);
+  enter(ReaderPhase::lost);
+  if (options_.reconnect || phase_ != ReaderPhase::lost) return;
+  tellTrouble(ReaderError::unplugged, "the link to " + reader::quoted(name_) + " was lost");
+  if (phase_ == ReaderPhase::lost) giveUp();
+}
+
+void Reader::Core::connectAfterPause() {
+  pause_.reset();
+  if (phase_ == ReaderPhase::lost) connect();
+}
+
+// Limits.
+
+void Reader::Core::startLimit(const std::optional<Time>& limit, void (Core::*passed)()) {
+  if (!limit) return;
+  limit_.start(*limit, [weak = weak_from_this(), passed] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->limit_.stop();
+    (*self.*passed)();
+  });
+}
+
+void Reader::Core::findLimitPassed() {
+  std::string text = choice_.notFound(reader::inSeconds(*options_.findLimit));
+  if (watch_->state() != CBManagerState::poweredOn) text += "; " + watch_->description();
+  tellTrouble(ReaderError::notFound, text);
+  if (!options_.reconnect && phase_ != ReaderPhase::closed) giveUp();
+}
+
+void Reader::Core::plugInLimitPassed() {
+  std::string text = "the reader " + reader::quoted(name_) + " was not plugged in within " +
+                     reader::inSeconds(*options_.plugInLimit);
+  if (watch_->state() != CBManagerState::poweredOn) text += "; " + watch_->description();
+  // An attempt goes on inside the radio; a link that leads to nothing is given up, which its end
+  // shows.
+  if (options_.reconnect && phase_ == ReaderPhase::linkingUp) manager_->close();
+  tellTrouble(ReaderError::notPluggedIn, text);
+  if (!options_.reconnect && phase_ != ReaderPhase::closed) giveUp();
+}
+
+// Away and closed.
+
+void Reader::Core::leaveSoon() { later(&Core::leave); }
+
+void Reader::Core::comeBackSoon() { later(&Core::comeBack); }
+
+void Reader::Core::leave() {
+  if (phase_ == ReaderPhase::closed) return;
+  ++departures_;
+  if (phase_ == ReaderPhase::away) return;
+  limit_.suspend();
+  disarm(pause_);
+  disarm(settling_);
+  endFrames();
+  manager_->close();
+  enter(ReaderPhase::away);
+}
+
+void Reader::Core::comeBack() {
+  whenDown([weak = weak_from_this(), departure = departures_] {
+    const auto self = weak.lock();
+    if (self && self->departures_ == departure) self->goOn();
+  });
+}
+
+void Reader::Core::goOn() {
+  if (phase_ != ReaderPhase::away) return;
+  limit_.resume();
+  if (watch_->state() != CBManagerState::poweredOn && watch_->state() != CBManagerState::unknown) {
+    enter(ReaderPhase::radioOff);
+  } else if (device_) {
+    connect();
+  } else {
+    manager_->scanBLE();
+    enter(ReaderPhase::searching);
+    if (phase_ == ReaderPhase::searching) lookAround();
+  }
+}
+
+void Reader::Core::giveUp() {
+  stop();
+  enter(ReaderPhase::closed);
+}
+
+void Reader::Core::close(std::function<void()> done) {
+  if (phase_ != ReaderPhase::closed) {
+    stop();
+    phase_ = ReaderPhase::closed;
+  }
+  if (done) whenDown(std::move(done));
+}
+
+void Reader::Core::stop() {
+  limit_.stop();
+  disarm(pause_);
+  disarm(settling_);
+  endFrames();
+  manager_->close();
+  // Until its link is down the device is nobody else's.
+  whenDown([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->claim_.reset();
+  });
+}
+
+void Reader::Core::whenDown(std::function<void()> done) {
+  if (link_ != Link::none) {
+    closed_.push_back(std::move(done));
+    return;
+  }
+  const auto loop = platform_.mainRunLoop.lock();
+  if (!loop) return;
+  loop->post([weak = weak_from_this(), done = std::move(done)] {
+    const auto self = weak.lock();
+    if (self && self->owner_ != nullptr) done();
+  });
+}
+
+// Handlers and timers.
+
+void Reader::Core::enter(ReaderPhase phase) {
+  assert(mayFollow(phase_, phase));
+  phase_ = phase;
+  tell(&ReaderHandlers::onPhase, phase);
+}
+
+void Reader::Core::tellTrouble(ReaderError code, const std::string& text) {
+  tell(&ReaderHandlers::onTrouble, reader::errorOf(code, text));
+}
+
+void Reader::Core::later(void (Core::*operation)()) { arm(Time::zero(), operation); }
+
+std::optional<RunLoop::TimerId> Reader::Core::arm(Time delay, void (Core::*operation)()) {
+  const auto loop = platform_.mainRunLoop.lock();
+  if (!loop) return std::nullopt;
+  return loop->arm(delay, [weak = weak_from_this(), operation] {
+    const auto self = weak.lock();
+    if (self && self->owner_ != nullptr) (*self.*operation)();
+  });
+}
+
+void Reader::Core::disarm(std::optional<RunLoop::TimerId>& timer) {
+  if (const auto loop = platform_.mainRunLoop.lock(); loop && timer) loop->cancel(*timer);
+  timer.reset();
+}
+
+}  // namespace kestrin

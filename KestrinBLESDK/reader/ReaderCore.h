@@ -1,0 +1,162 @@
+// A reader's inside: the manager that works it, and the phase that it is in.
+//
+// Each operation does what is to be done first and calls a handler last: a handler may use the
+// reader, or drop it.
+//
+// Threads: the main run loop's.
+// Lifetime: events and timers hold it weakly, and keep it while they are handled; `drop` ends it.
+// Errors: those of `Reader`.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/Reader.h"
+#include "KestrinBLESDK/reader/Claim.h"
+#include "KestrinBLESDK/reader/LinkWatch.h"
+#include "KestrinBLESDK/reader/ReaderChoice.h"
+#include "KestrinBLESDK/reader/SendQueue.h"
+#include "KestrinBLESDK/reader/TimeLimit.h"
+
+namespace kestrin {
+
+class Reader::Core final : public KestrinBLEProtocols,
+                           public RcpReceiver,
+                           public reader::LinkListener,
+                           public std::enable_shared_from_this<Reader::Core> {
+ public:
+  Core(Reader& owner, const Platform& platform, ReaderOptions options, ReaderHandlers handlers);
+  ~Core() override;
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
+
+  void start();
+  /// Closes the link and calls nobody again.
+  void drop() noexcept;
+
+  // What `Reader` offers.
+  [[nodiscard]] ReaderPhase phase() const noexcept { return phase_; }
+  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+  [[nodiscard]] const std::string& identifier() const noexcept { return identifier_; }
+  [[nodiscard]] bool hasLink() const noexcept { return link_ != Link::none; }
+  [[nodiscard]] const reader::ReaderChoice& choice() const noexcept { return choice_; }
+  [[nodiscard]] const RadioWatch& radio() const noexcept { return *watch_; }
+  bool choose(std::string_view identifier);
+  void send(const NSData& frame, SendHandler done);
+  void exchange(const NSData& frame, Time limit, AnswerHandler done);
+  void leaveSoon();
+  void comeBackSoon();
+  void close(std::function<void()> done);
+
+  // What the manager reports.
+  void scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) noexcept override;
+  void plugChangedStatus(bool plugged) noexcept override;
+  void dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept override;
+
+  // What its radio reports.
+  void radioReported() noexcept override;
+  void linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept override;
+  void linkEnded(const std::shared_ptr<CBPeripheral>& device) noexcept override;
+
+ private:
+  enum class Link : std::uint8_t { none, wanted, up };
+  /// Somebody who waits for a frame with a code.
+  struct Awaited {
+    std::uint64_t id = 0;
+    std::uint8_t code = 0;
+    bool begun = false;
+    AnswerHandler done;
+    std::optional<RunLoop::TimerId> limit;
+  };
+
+  // The phases.
+  void takeRadioState(CBManagerState state);
+  void radioIsOff();
+  void radioIsOn();
+  void take(const reader::ReaderChoice::Seen& seen);
+  void connect();
+  void lose();
+  void leave();
+  void comeBack();
+  void connectAfterPause();
+  void goOn();
+  void giveUp();
+  void stop();
+  void whenDown(std::function<void()> done);
+  void findLimitPassed();
+  void plugInLimitPassed();
+  void startLimit(const std::optional<Time>& limit, void (Core::*passed)());
+
+  // The search.
+  void lookAround();
+  void settle();
+  void refuse(ReaderError code, const std::string& text);
+  void takeChosen();
+
+  // Frames.
+  [[nodiscard]] std::optional<NSError> whyNotSent() const;
+  void enqueue(const NSData& frame, std::function<void()> begun, SendHandler done);
+  std::vector<Awaited>::iterator awaited(std::uint64_t id);
+  void answer(std::uint64_t id, const std::optional<RcpFrame>& frame,
+              const std::optional<NSError>& error);
+  void startAnswerLimit(std::uint64_t id, Time limit);
+  [[nodiscard]] bool takeAnswer(const RcpFrame& frame);
+  void endFrames();
+
+  // Handlers.
+  void enter(ReaderPhase phase);
+  void tellTrouble(ReaderError code, const std::string& text);
+  /// Calls a handler, which may drop the reader: nothing but `owner_` and `phase_` may be relied on
+  /// afterwards.
+  template <class Handler, class... Arguments>
+  void tell(Handler ReaderHandlers::*which, const Arguments&... arguments) {
+    if (owner_ == nullptr) return;
+    const auto handlers = handlers_;
+    const auto& handler = (*handlers).*which;
+    if (handler) handler(*owner_, arguments...);
+  }
+  void later(void (Core::*operation)());
+  std::optional<RunLoop::TimerId> arm(Time delay, void (Core::*operation)());
+  void disarm(std::optional<RunLoop::TimerId>& timer);
+
+  Reader* owner_;  // Null once it is dropped.
+  std::shared_ptr<const ReaderHandlers> handlers_;
+  const Platform platform_;
+  const ReaderOptions options_;
+  const std::shared_ptr<RadioWatch> watch_;
+  std::shared_ptr<void> watchToken_;
+  std::shared_ptr<void> claimToken_;
+  std::shared_ptr<KestrinBleMgr> manager_;
+  const std::shared_ptr<reader::SendQueue> sends_;
+
+  ReaderPhase phase_ = ReaderPhase::searching;
+  Link link_ = Link::none;
+  Time linkBegan_{};
+  std::string radioTrouble_;  // What was last said of the radio.
+  reader::TimeLimit limit_;
+  std::optional<RunLoop::TimerId> pause_;
+  std::size_t attempts_ = 0;      // Since the reader was last plugged in.
+  std::uint64_t departures_ = 0;  // How often it was left.
+
+  reader::ReaderChoice choice_;
+  std::optional<RunLoop::TimerId> settling_;
+  bool settled_ = false;                  // Readers have had their time to be seen.
+  std::string refusal_;                   // What was last said of several, or of one that is held.
+  std::shared_ptr<CBPeripheral> chosen_;  // By a person; taken in the next turn.
+  std::shared_ptr<CBPeripheral> device_;
+  std::unique_ptr<reader::Claim> claim_;
+  std::string name_;
+  std::string identifier_;
+
+  std::vector<Awaited> awaited_;
+  std::uint64_t lastAwaited_ = 0;
+  std::vector<std::function<void()>> closed_;  // Who waits for the link to be down.
+};
+
+}  // namespace kestrin

@@ -1,0 +1,138 @@
+// A reader's frames: out, in, and which answers which.
+#include <algorithm>
+#include <utility>
+
+#include "KestrinBLESDK/link/ReaderLayout.h"
+#include "KestrinBLESDK/platform/NSString.h"
+#include "KestrinBLESDK/reader/Errors.h"
+#include "KestrinBLESDK/reader/ReaderCore.h"
+
+namespace kestrin {
+
+using reader::errorOf;
+
+std::optional<NSError> Reader::Core::whyNotSent() const {
+  if (phase_ != ReaderPhase::pluggedIn) {
+    return errorOf(ReaderError::unplugged, "the reader is not plugged in (" +
+                                               std::string(nameOf(phase_)) + "); send when it is");
+  }
+  if (sends_->size() >= options_.mostWaitingFrames) {
+    return errorOf(ReaderError::queueFull,
+                   std::to_string(sends_->size()) +
+                       " frames wait to be sent already; send the next one when one is done");
+  }
+  return std::nullopt;
+}
+
+void Reader::Core::enqueue(const NSData& frame, std::function<void()> begun, SendHandler done) {
+  reader::SendQueue::Frame entry{frame, std::move(begun), std::move(done)};
+  if (auto error = whyNotSent()) {
+    sends_->finish(std::move(entry), std::move(error));
+  } else {
+    sends_->add(std::move(entry));
+  }
+}
+
+void Reader::Core::send(const NSData& frame, SendHandler done) {
+  enqueue(frame, {}, std::move(done));
+}
+
+void Reader::Core::exchange(const NSData& frame, Time limit, AnswerHandler done) {
+  RcpFrameError fault;
+  const auto command = parseRcpFrame(frame.span(), &fault);
+  if (!command) {
+    sends_->finish({.bytes = {},
+                    .begun = {},
+                    .done =
+                        [done = std::move(done)](const auto& error) {
+                          if (done) done(std::nullopt, error);
+                        }},
+                   errorOf(ReaderError::noFrame, "what is to be sent is not a whole frame: " +
+                                                     fault.text + "; buildRcpFrame makes one"));
+    return;
+  }
+  const std::uint64_t id = ++lastAwaited_;
+  awaited_.push_back({.id = id, .code = command->code, .done = std::move(done), .limit = {}});
+  const auto begun = [weak = weak_from_this(), id] {
+    const auto self = weak.lock();
+    if (!self) return;
+    if (const auto each = self->awaited(id); each != self->awaited_.end()) each->begun = true;
+  };
+  enqueue(frame, begun, [weak = weak_from_this(), id, limit](const auto& error) {
+    const auto self = weak.lock();
+    if (!self) return;
+    if (error) {
+      self->answer(id, std::nullopt, error);
+    } else {
+      self->startAnswerLimit(id, limit);
+    }
+  });
+}
+
+std::vector<Reader::Core::Awaited>::iterator Reader::Core::awaited(std::uint64_t id) {
+  return std::find_if(awaited_.begin(), awaited_.end(),
+                      [id](const Awaited& each) { return each.id == id; });
+}
+
+void Reader::Core::answer(std::uint64_t id, const std::optional<RcpFrame>& frame,
+                          const std::optional<NSError>& error) {
+  const auto found = awaited(id);
+  if (found == awaited_.end()) return;
+  disarm(found->limit);
+  const AnswerHandler done = std::move(found->done);
+  awaited_.erase(found);
+  if (done && owner_ != nullptr) done(frame, error);
+}
+
+void Reader::Core::startAnswerLimit(std::uint64_t id, Time limit) {
+  const auto found = awaited(id);
+  const auto loop = platform_.mainRunLoop.lock();
+  if (found == awaited_.end() || !loop) return;
+  found->limit = loop->arm(limit, [weak = weak_from_this(), id, limit] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->answer(
+        id, std::nullopt,
+        errorOf(ReaderError::noAnswer, "no answer came within " + reader::inSeconds(limit)));
+  });
+}
+
+void Reader::Core::endFrames() {
+  sends_->end(
+      errorOf(ReaderError::unplugged, "the reader was unplugged before the frame was sent"));
+  const NSError error =
+      errorOf(ReaderError::unplugged, "the reader was unplugged before it answered");
+  for (Awaited& each : std::exchange(awaited_, {})) {
+    disarm(each.limit);
+    sends_->finish({.bytes = {},
+                    .begun = {},
+                    .done =
+                        [done = std::move(each.done)](const auto& why) {
+                          if (done) done(std::nullopt, why);
+                        }},
+                   error);
+  }
+}
+
+bool Reader::Core::takeAnswer(const RcpFrame& frame) {
+  const auto found = std::find_if(awaited_.begin(), awaited_.end(), [&](const Awaited& each) {
+    return each.begun && each.code == frame.code;
+  });
+  if (found == awaited_.end()) return false;
+  answer(found->id, frame, std::nullopt);
+  return true;
+}
+
+void Reader::Core::dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept {
+  if (!frame || phase_ == ReaderPhase::closed) return;
+  const auto self = shared_from_this();
+  const auto parsed = parseRcpFrame(frame->span());
+  if (parsed && takeAnswer(*parsed)) return;
+  if (device_ && hasPrefix(device_->name(), reader::kKVRNamePrefix)) {
+    tell(&ReaderHandlers::onValue, *frame);
+  } else if (parsed) {
+    tell(&ReaderHandlers::onFrame, *parsed);
+  }
+}
+
+}  // namespace kestrin

@@ -1,0 +1,107 @@
+// Whatever happens in whatever order: phases follow each other as the table says, every send and
+// exchange ends exactly once, and a reader that is left alone is plugged in again.
+#include <cstdlib>
+#include <iostream>
+#include <random>
+
+#include "reader/ReaderTest.h"
+
+namespace kestrin::test {
+namespace {
+
+using enum ReaderPhase;
+
+std::uint32_t firstSeed() {
+  const char* const given = std::getenv("KESTRIN_TEST_SEED");
+  return given == nullptr ? std::random_device{}()
+                          : static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10));
+}
+
+class RandomPhases : public ReaderTest {
+ protected:
+  void playOne(std::mt19937& random) {
+    const auto below = [&](std::uint32_t count) { return random() % count; };
+    switch (below(12)) {
+      case 0:
+        device_->simulateLinkLoss();
+        break;
+      case 1:
+        power(false);
+        break;
+      case 2:
+      case 3:
+        power(true);
+        break;
+      case 4:
+        reader_->leave();
+        break;
+      case 5:
+      case 6:
+        reader_->comeBack();
+        break;
+      case 7:
+        device_->simulateConnectionNeverCompleting(below(2) == 0);
+        break;
+      case 8:
+        device_->simulateFailingConnections(below(3));
+        break;
+      case 9:
+        if (below(2) == 0) {
+          device_->simulateVanishing();
+        } else {
+          device_->simulateAppearing();
+        }
+        break;
+      case 10:
+        ++asked_;
+        reader_->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(below(80))),
+                      [this](const auto&) { ++ended_; });
+        break;
+      default:
+        ++asked_;
+        reader_->exchange(command_, milliseconds(below(2000)),
+                          [this](const auto&, const auto&) { ++ended_; });
+        break;
+    }
+    // Often at once, sometimes within a slice's pause, sometimes after everything has settled.
+    const Time kSpans[] = {Time::zero(), milliseconds(30), milliseconds(700), seconds(6)};
+    runFor(kSpans[below(4)]);
+  }
+
+  std::unique_ptr<Reader> reader_;
+  std::size_t asked_ = 0;
+  std::size_t ended_ = 0;
+};
+
+TEST_F(RandomPhases, FollowTheTableAndEndPluggedIn) {
+  const std::uint32_t first = firstSeed();
+  std::cout << "KESTRIN_TEST_SEED=" << first << '\n';
+  for (std::uint32_t round = 0; round < 60; ++round) {
+    SCOPED_TRACE("KESTRIN_TEST_SEED=" + std::to_string(first + round));
+    std::mt19937 random(first + round);
+    heard_ = {};
+    const bool holds = random() % 4 != 0;
+    reader_ = create({.reader = "KVR-0417",
+                      .findLimit = seconds(20),
+                      .plugInLimit = seconds(20),
+                      .reconnect = holds});
+    for (int step = 0; step < 60; ++step) playOne(random);
+    power(true);
+    device_->simulateAppearing();
+    device_->simulateConnectionNeverCompleting(false);
+    device_->simulateFailingConnections(0);
+    runFor(seconds(1));
+    reader_->comeBack();
+    const bool ended = runUntil(*reader_, pluggedIn, seconds(300));
+    EXPECT_TRUE(ended || (!holds && reader_->phase() == closed)) << nameOf(reader_->phase());
+    runFor(seconds(10));
+    EXPECT_EQ(ended_, asked_);
+    reader_.reset();
+    runFor(seconds(5));
+    ASSERT_FALSE(device_->connected());
+    if (HasFailure()) return;
+  }
+}
+
+}  // namespace
+}  // namespace kestrin::test

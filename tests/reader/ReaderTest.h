@@ -1,0 +1,110 @@
+// A reader on the simulated radio, in virtual time, and a list of everything that it calls.
+//
+// Threads: one. Lifetime: the test's. Errors: a test that leaves its reader in an impossible phase
+// fails.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KestrinBLESDK/Reader.h"
+#include "kestrin/simulated/SimulatedPlatform.h"
+
+namespace kestrin::test {
+
+using simulated::ReaderFamily;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class SilentLog final : public NSLogSink {
+ public:
+  [[nodiscard]] bool isListening() const noexcept override { return false; }
+  void write(std::string_view /*line*/) noexcept override {}
+};
+
+inline NSData frameOf(std::uint8_t type, std::uint8_t code,
+                      const std::vector<std::uint8_t>& payload) {
+  return buildRcpFrame(type, code, payload).value_or(NSData());
+}
+
+/// What a reader has called, a word or a line each.
+struct Heard {
+  std::vector<ReaderPhase> phases;
+  std::vector<NSData> frames;
+  std::vector<NSData> values;
+  std::vector<NSError> troubles;
+  std::size_t seen = 0;
+
+  /// Handlers that keep this list; it must outlive their reader. Each phase must be one that may
+  /// follow the last.
+  ReaderHandlers handlers() {
+    return {.onPhase =
+                [this](Reader& reader, ReaderPhase phase) {
+                  EXPECT_EQ(reader.phase(), phase);
+                  EXPECT_TRUE(mayFollow(last, phase)) << nameOf(last) << " to " << nameOf(phase);
+                  last = phase;
+                  phases.push_back(phase);
+                },
+            .onFrame =
+                [this](Reader&, const RcpFrame& frame) {
+                  const auto again = parseRcpFrame(frame.bytes);
+                  ASSERT_TRUE(again);
+                  EXPECT_EQ(again->code, frame.code);
+                  frames.emplace_back(frame.bytes);
+                },
+            .onValue = [this](Reader&, const NSData& value) { values.push_back(value); },
+            .onTrouble = [this](Reader&, const NSError& trouble) { troubles.push_back(trouble); },
+            .onSeen = [this](Reader&) { ++seen; }};
+  }
+  [[nodiscard]] ReaderError trouble() const {
+    return troubles.empty() ? ReaderError{} : static_cast<ReaderError>(troubles.back().code);
+  }
+
+  ReaderPhase last = ReaderPhase::searching;
+};
+
+class ReaderTest : public testing::Test {
+ protected:
+  static simulated::Options options() {
+    simulated::Options options;
+    options.virtualTime = true;
+    options.log = std::make_shared<SilentLog>();
+    return options;
+  }
+  std::unique_ptr<Reader> create(ReaderOptions wanted = {.reader = "KVR-0417"}) {
+    NSError error;
+    auto reader =
+        Reader::create(simulated_.platform(), std::move(wanted), heard_.handlers(), &error);
+    EXPECT_NE(reader, nullptr) << error.text;
+    return reader;
+  }
+  /// A reader that is plugged in.
+  std::unique_ptr<Reader> plugged(ReaderOptions wanted = {.reader = "KVR-0417"}) {
+    auto reader = create(std::move(wanted));
+    EXPECT_TRUE(runUntil(*reader, ReaderPhase::pluggedIn)) << nameOf(reader->phase());
+    return reader;
+  }
+  bool runUntil(const Reader& reader, ReaderPhase phase, Time limit = seconds(30)) {
+    return loop().runUntil(timeAfter(now(), limit), [&] { return reader.phase() == phase; });
+  }
+  void runFor(Time span) { loop().runFor(span); }
+  [[nodiscard]] MainRunLoop& loop() { return simulated_.runLoop(); }
+  [[nodiscard]] Time now() { return loop().now(); }
+  void power(bool on) {
+    simulated_.radio().simulateState(on ? CBManagerState::poweredOn : CBManagerState::poweredOff);
+  }
+
+  simulated::SimulatedPlatform simulated_{options()};
+  const std::shared_ptr<simulated::VirtualPeripheral> device_ =
+      simulated_.radio().addReader("KVR-0417", ReaderFamily::standard);
+  Heard heard_;
+  const NSData command_ = frameOf(0x00, 0x22, {1, 2, 3});
+  const NSData answer_ = frameOf(0x01, 0x22, {1, 2, 3});
+};
+
+}  // namespace kestrin::test
