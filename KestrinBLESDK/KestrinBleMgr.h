@@ -12,7 +12,9 @@
 ///
 /// Lifetime: a manager keeps its central manager, peripheral and characteristics, and neither of
 /// its delegates. A pending delayed request keeps the manager. It may be dropped at any moment,
-/// also from inside a callback.
+/// also from inside a callback: whoever calls it keeps it. A radio, a run loop and a notification
+/// centre hold it for the length of an event, since a weak pointer gives them no other way to it;
+/// an operation of the application's that calls out and then goes on holds it by itself.
 ///
 /// Errors: there are no error results and no exceptions. A failure is a line in the log; the
 /// application learns about the link through `RcpReceiver::plugChangedStatus`.
@@ -20,6 +22,7 @@
 
 #include <array>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -46,7 +49,10 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
                                            private CBCentralManagerDelegate,
                                            private CBPeripheralDelegate,
                                            private CBPeripheralManagerDelegate {
-  struct OnlyInit {};
+  // Explicit, so that no braces stand for it: only this class can name it.
+  struct OnlyInit {
+    explicit OnlyInit() = default;
+  };
 
  public:
   /// `sharedInstance` The process's one manager, made on the first call, on
@@ -118,7 +124,7 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   /// `sendPower:` The same as `send`.
   bool sendPower(const std::optional<NSData>& frame) noexcept;
   /// `writeRawData:` Writes one slice of at most 20 bytes as it is; false when the reader's
-  /// transmit characteristic is not known or can not be written.
+  /// transmit characteristic is not known or cannot be written.
   bool writeRawData(const std::optional<NSData>& slice) noexcept;
   /// `readData:` Takes bytes as if the reader had sent them: adds them to the receive buffer and
   /// delivers every whole frame. Always 0. From inside a delivery the bytes wait until the running
@@ -133,8 +139,10 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   static void clearRcpFrmReader(RcpFrmReader* reader) noexcept;
   std::int32_t parseRcpFrmReader() noexcept;
   class Parse;  // One parse of the receive buffer.
+  void gather(const NSData& data) noexcept;
   void letWait(const NSData& data) noexcept;
-  void parseArrival() noexcept;
+  bool gatherWaiting() noexcept;
+  void parseBuffer() noexcept;
   void hopTwice(WorkReference work) const noexcept;
 
   // Background (link/KestrinBleMgr.cpp).
@@ -194,6 +202,21 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
       const std::shared_ptr<CBCharacteristic>& updated,
       const std::optional<NSError>& error) noexcept override;
 
+  /// Runs `work`, which calls out and then goes on, and holds this object meanwhile.
+  template <class Work>
+  auto keptAlive(const Work& work) noexcept {
+    const auto self = shared_from_this();
+    return work();
+  }
+
+  /// An operation without arguments, as delayed requests and notification handlers name it.
+  template <void (KestrinBleMgr::*Operation)() noexcept>
+  static constexpr SEL selectorOf(std::string_view name) noexcept {
+    return {name, [](void* target, const std::shared_ptr<void>& /*object*/) noexcept {
+              (static_cast<KestrinBleMgr*>(target)->*Operation)();
+            }};
+  }
+
   /// The query before each callback; an absent delegate answers no.
   static bool respondsToSelector(const SelectorResponder* delegate, Selector selector) noexcept {
     return delegate != nullptr && delegate->respondsToSelector(selector);
@@ -225,8 +248,7 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   /// The dispatch is the system's own, which runs work where it is handed over.
   const bool hopsInPlace_;
   bool parsing_ = false;
-  std::shared_ptr<KestrinBleMgr> keptWhileParsing_;
-  std::vector<NSData> waitingArrivals_;
+  std::list<NSData> waitingArrivals_;
 };
 
 template <class Delegate>

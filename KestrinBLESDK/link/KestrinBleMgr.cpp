@@ -22,12 +22,9 @@ std::shared_ptr<KestrinBleMgr> KestrinBleMgr::sharedInstance() noexcept {
 
 std::shared_ptr<KestrinBleMgr> KestrinBleMgr::init(const Platform& platform) noexcept {
   auto self = std::make_shared<KestrinBleMgr>(OnlyInit{}, platform.completed());
-  static constexpr SEL kEasEnterBackground{
-      "easEnterBackground", [](void* target, const std::shared_ptr<void>&) noexcept {
-        static_cast<KestrinBleMgr*>(target)->easEnterBackground();
-      }};
   self->platform_.notificationCenter->addObserver_selector_name_object(
-      self, kEasEnterBackground, UIApplicationDidEnterBackgroundNotification, nullptr);
+      self, selectorOf<&KestrinBleMgr::easEnterBackground>("easEnterBackground"),
+      UIApplicationDidEnterBackgroundNotification, nullptr);
   return self;
 }
 
@@ -55,11 +52,7 @@ bool KestrinBleMgr::isOpened() const noexcept { return isConnected; }
 void KestrinBleMgr::close() noexcept { p_disconnectBLE(); }
 
 void KestrinBleMgr::easEnterBackground() noexcept {
-  static constexpr SEL kAccessoryDidDisconnect{
-      "accessoryDidDisconnect", [](void* target, const std::shared_ptr<void>&) noexcept {
-        static_cast<KestrinBleMgr*>(target)->accessoryDidDisconnect();
-      }};
-  rearm(kAccessoryDidDisconnect, 0.0);
+  rearm(selectorOf<&KestrinBleMgr::accessoryDidDisconnect>("accessoryDidDisconnect"), 0.0);
 }
 
 void KestrinBleMgr::accessoryDidDisconnect() noexcept { close(); }

@@ -1,5 +1,6 @@
 // Connection: from a chosen reader to a plugged-in one, and its end.
 #include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/link/RadioMistakes.h"
 #include "KestrinBLESDK/link/ReaderLayout.h"
 #include "KestrinBLESDK/platform/NSString.h"
 
@@ -40,7 +41,7 @@ void KestrinBleMgr::connectBLE(const std::shared_ptr<CBPeripheral>& peripheral) 
 void KestrinBleMgr::centralManager_didConnectPeripheral(
     const std::shared_ptr<CBCentralManager>& /*central*/,
     const std::shared_ptr<CBPeripheral>& peripheral) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
+  if (!hasPeripheral(peripheral)) return;
   log("BLE Connected");
   isConnected = true;
   std::optional<std::vector<CBUUID>> wanted;
@@ -50,13 +51,14 @@ void KestrinBleMgr::centralManager_didConnectPeripheral(
 
 void KestrinBleMgr::peripheral_didDiscoverServices(const std::shared_ptr<CBPeripheral>& peripheral,
                                                    const std::optional<NSError>& error) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
   if (error) {
     log("Error discovering services: %@", *error);
     return;
   }
+  if (!hasPeripheral(peripheral)) return;
   const bool kvr = isKVRReader(*peripheral);
   for (const auto& service : orNone(peripheral->services())) {
+    if (!hasService(service)) continue;
     if (kvr) {
       log("searching : %@", service->UUID());
       peripheral->discoverCharacteristics_forService(std::nullopt, service);
@@ -64,7 +66,7 @@ void KestrinBleMgr::peripheral_didDiscoverServices(const std::shared_ptr<CBPerip
     }
     log("Service id : %@", service->UUID().UUIDString());
     log("Service Description : %@", service->debugDescription());
-    if (!isEqualToString(service->UUID().UUIDString(), reader::kStandardService)) continue;
+    if (!service->UUID().hasUUIDString(reader::kStandardService)) continue;
     log("Found correct service");
     if (!discoveredPeripheral) continue;
     // The service itself leads the list of its characteristics, by design.
@@ -77,35 +79,29 @@ void KestrinBleMgr::peripheral_didDiscoverServices(const std::shared_ptr<CBPerip
 void KestrinBleMgr::peripheral_didDiscoverCharacteristicsForService_error(
     const std::shared_ptr<CBPeripheral>& peripheral, const std::shared_ptr<CBService>& service,
     const std::optional<NSError>& error) noexcept {
-  static constexpr SEL kGetReaderInfoRequest{
-      "p_getReaderInfo", [](void* target, const std::shared_ptr<void>&) noexcept {
-        static_cast<KestrinBleMgr*>(target)->p_getReaderInfo();
-      }};
-  static constexpr SEL kPluggedEventRequest{
-      "p_pluggedEvent", [](void* target, const std::shared_ptr<void>&) noexcept {
-        static_cast<KestrinBleMgr*>(target)->p_pluggedEvent();
-      }};
-  const auto self = shared_from_this();  // A log sink may drop the manager.
   if (error) {
     log("Error discovering characteristics: %@", *error);
     return;
   }
+  if (!hasPeripheral(peripheral)) return;
   if (isKVRReader(*peripheral)) {
     findCharacteristicsKVR(peripheral);
   } else {
+    if (!hasService(service)) return;
     findCharacteristicsStandard(service);
     isConnected = true;
-    rearm(kGetReaderInfoRequest, kReaderInfoDelay);
+    rearm(selectorOf<&KestrinBleMgr::p_getReaderInfo>("p_getReaderInfo"), kReaderInfoDelay);
   }
-  rearm(kPluggedEventRequest, reader::kPluggedDelay);
+  rearm(selectorOf<&KestrinBleMgr::p_pluggedEvent>("p_pluggedEvent"), reader::kPluggedDelay);
 }
 
 void KestrinBleMgr::findCharacteristicsKVR(
     const std::shared_ptr<CBPeripheral>& peripheral) noexcept {
   // Every report walks all that is known so far, so what it asks for is asked again each time.
   for (const auto& service : orNone(peripheral->services())) {
+    if (!hasService(service)) continue;
     for (const auto& found : orNone(service->characteristics())) {
-      takeCharacteristicKVR(peripheral, found);
+      if (hasCharacteristic(found)) takeCharacteristicKVR(peripheral, found);
     }
   }
 }
@@ -117,7 +113,7 @@ void KestrinBleMgr::takeCharacteristicKVR(const std::shared_ptr<CBPeripheral>& p
     peripheral->setNotifyValue_forCharacteristic(true, found);
     rxCharacteristic = found;
     if (bothCharacteristicsFound()) log("Found TX - didDiscoverCharacteristicsForService");
-  } else if (isEqualToString(reader::kManufacturerName, foundUUID.UUIDString())) {
+  } else if (foundUUID.hasUUIDString(reader::kManufacturerName)) {
     peripheral->readValueForCharacteristic(found);
   } else if (foundUUID.isEqual(uuid(reader::kKVRTx))) {
     peripheral->setNotifyValue_forCharacteristic(true, found);
@@ -128,24 +124,26 @@ void KestrinBleMgr::takeCharacteristicKVR(const std::shared_ptr<CBPeripheral>& p
 
 void KestrinBleMgr::findCharacteristicsStandard(
     const std::shared_ptr<CBService>& service) noexcept {
-  for (const auto& found : orNone(service->characteristics())) takeCharacteristicStandard(found);
+  for (const auto& found : orNone(service->characteristics())) {
+    if (hasCharacteristic(found)) takeCharacteristicStandard(found);
+  }
 }
 
 void KestrinBleMgr::takeCharacteristicStandard(
     const std::shared_ptr<CBCharacteristic>& found) noexcept {
-  const std::string text = found->UUID().UUIDString();
-  if (isEqualToString(text, reader::kStandardRx)) {
+  const CBUUID foundUUID = found->UUID();
+  if (foundUUID.hasUUIDString(reader::kStandardRx)) {
     log("Found RX characteristic");
     rxCharacteristic = found;
     if (discoveredPeripheral) {
       discoveredPeripheral->setNotifyValue_forCharacteristic(true, rxCharacteristic);
     }
     if (bothCharacteristicsFound()) log("Found RX - didDiscoverCharacteristicsForService");
-  } else if (isEqualToString(text, reader::kStandardTx)) {
+  } else if (foundUUID.hasUUIDString(reader::kStandardTx)) {
     log("Found TX characteristic");
     txCharacteristic = found;
     if (bothCharacteristicsFound()) log("Found TX - didDiscoverCharacteristicsForService");
-  } else if (isEqualToString(text, reader::kHardwareRevision)) {
+  } else if (foundUUID.hasUUIDString(reader::kHardwareRevision)) {
     log("Found Hardware Revision String characteristic");
     if (discoveredPeripheral) discoveredPeripheral->readValueForCharacteristic(found);
   }
@@ -166,7 +164,6 @@ void KestrinBleMgr::centralManager_didDisconnectPeripheral_error(
     const std::shared_ptr<CBCentralManager>& /*central*/,
     const std::shared_ptr<CBPeripheral>& /*peripheral*/,
     const std::optional<NSError>& /*error*/) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
   log("BLE Disconnected");
   isConnected = false;
   tellPlugged(isConnected);
@@ -188,7 +185,6 @@ void KestrinBleMgr::tellPlugged(bool plugged) noexcept {
 }
 
 bool KestrinBleMgr::p_isConnectedBLE() const noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
   log("isConnected %hhd", isConnected);
   return isConnected;
 }

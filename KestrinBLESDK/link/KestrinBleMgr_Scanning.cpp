@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/link/RadioMistakes.h"
 #include "KestrinBLESDK/platform/NSString.h"
 
 namespace kestrin {
@@ -15,20 +16,21 @@ void KestrinBleMgr::p_initCentralManager() noexcept {
 }
 
 bool KestrinBleMgr::scanBLE() noexcept {
-  const auto self = shared_from_this();  // A delegate may drop the manager.
-  if (const auto listener = delegate();
-      listener && respondsToSelector(listener.get(), Selector::scanBleStatus)) {
-    listener->scanBleStatus(0);
-  }
-  if (discoveredPeripheral && centralManager) {
-    centralManager->cancelPeripheralConnection(discoveredPeripheral);
-  }
-  if (centralManager) centralManager->stopScan();
-  p_initCentralManager();
-  // The radio's state is not known yet, so this request is not honoured; the powered-on report
-  // starts the scan. It stays as a second start.
-  startScan();
-  return true;
+  return keptAlive([this] {
+    if (const auto listener = delegate();
+        listener && respondsToSelector(listener.get(), Selector::scanBleStatus)) {
+      listener->scanBleStatus(0);
+    }
+    if (discoveredPeripheral && centralManager) {
+      centralManager->cancelPeripheralConnection(discoveredPeripheral);
+    }
+    if (centralManager) centralManager->stopScan();
+    p_initCentralManager();
+    // The radio's state is not known yet, so this request is not honoured; the powered-on report
+    // starts the scan. It stays as a second start.
+    startScan();
+    return true;
+  });
 }
 
 void KestrinBleMgr::startScan() noexcept {
@@ -38,17 +40,18 @@ void KestrinBleMgr::startScan() noexcept {
 }
 
 void KestrinBleMgr::stopSacnBLE() noexcept {
-  const auto self = shared_from_this();  // A delegate may drop the manager.
-  if (const auto listener = delegate();
-      respondsToSelector(listener.get(), Selector::scanBleStatus) && listener) {
-    listener->scanBleStatus(1);
-  }
-  if (centralManager) centralManager->stopScan();
+  keptAlive([this] {
+    if (const auto listener = delegate();
+        respondsToSelector(listener.get(), Selector::scanBleStatus) && listener) {
+      listener->scanBleStatus(1);
+    }
+    if (centralManager) centralManager->stopScan();
+  });
 }
 
 void KestrinBleMgr::centralManagerDidUpdateState(
     const std::shared_ptr<CBCentralManager>& central) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
+  if (!hasCentralManager(central)) return;
   switch (central->state()) {
     case CBManagerState::unknown:
       log(" CBManager state is unknown");
@@ -77,7 +80,7 @@ void KestrinBleMgr::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
     const std::shared_ptr<CBCentralManager>& /*central*/,
     const std::shared_ptr<CBPeripheral>& peripheral,
     const CBAdvertisementData& /*advertisementData*/, int /*RSSI*/) noexcept {
-  const auto self = shared_from_this();  // A delegate may drop the manager.
+  if (!hasPeripheral(peripheral)) return;
   log("DiscoverPeripheral  %@", peripheral->name());
   // Only the reader accepted last counts as known: one that is reported again after another was
   // accepted is accepted again.

@@ -1,17 +1,10 @@
 // Values: what becomes of each value that the reader notifies or that a read brings.
 #include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/link/RadioMistakes.h"
 #include "KestrinBLESDK/link/ReaderLayout.h"
 #include "KestrinBLESDK/platform/NSString.h"
 
 namespace kestrin {
-namespace {
-
-bool isManufacturerName(const CBUUID& uuid) {
-  // Nearly every value is of a 128-bit UUID, whose text need not be made to see that it differs.
-  return uuid.shortUUID() && isEqualToString(uuid.UUIDString(), reader::kManufacturerName);
-}
-
-}  // namespace
 
 void KestrinBleMgr::peripheral_didUpdateValueForCharacteristic_error(
     const std::shared_ptr<CBPeripheral>& peripheral,
@@ -21,11 +14,13 @@ void KestrinBleMgr::peripheral_didUpdateValueForCharacteristic_error(
     log(" [ERROR] %@", error->localizedDescription());
     return;
   }
-  if (isManufacturerName(updated->UUID())) {
+  if (!hasCharacteristic(updated)) return;
+  if (updated->UUID().hasUUIDString(reader::kManufacturerName)) {
     log("BLE_D5_NOVA_Manufacturer_Name : %@",
         initWithData_encoding(updated->value(), NSStringEncoding::NSASCIIStringEncoding));
     return;
   }
+  if (!hasPeripheral(peripheral)) return;
   if (hasPrefix(peripheral->name(), reader::kKVRNamePrefix)) {
     // Raw, whatever it is: also only a part of a frame, also an absent value.
     const auto receiver = rcpReceiverDelegate();
@@ -41,9 +36,9 @@ void KestrinBleMgr::peripheral_didUpdateNotificationStateForCharacteristic_error
     const std::shared_ptr<CBPeripheral>& /*peripheral*/,
     const std::shared_ptr<CBCharacteristic>& updated,
     const std::optional<NSError>& error) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
   // Unlike a value's error this one does not end the handling, and no family has a direct route.
   if (error) log("[ERROR]: %@", error->localizedDescription());
+  if (!hasCharacteristic(updated)) return;
   if (const auto value = updated->value()) readData(*value);
 }
 

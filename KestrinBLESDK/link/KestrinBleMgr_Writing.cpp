@@ -25,17 +25,18 @@ bool KestrinBleMgr::sendPower(const std::optional<NSData>& frame) noexcept {
 }
 
 bool KestrinBleMgr::p_sendDataToBLE(const std::optional<NSData>& frame) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
-  // Frames of 2 GiB or more are out of range.
-  const auto length = static_cast<std::int32_t>(frame ? frame->length() : 0);
-  const std::int32_t full = length / kSliceSize;
-  const std::int32_t rem = length % kSliceSize;
-  for (std::int32_t i = 0; i < full; ++i) {
-    writeRawData(slice(frame, kSliceSize * i, kSliceSize));
-    platform_.thread->sleepForTimeInterval(kInterSlicePause);
-  }
-  // Always, also when it is empty: a reader tells by it that a frame of full slices has ended.
-  return writeRawData(slice(frame, kSliceSize * full, rem));
+  return keptAlive([this, &frame] {
+    // Frames of 2 GiB or more are out of range.
+    const auto length = static_cast<std::int32_t>(frame ? frame->length() : 0);
+    const std::int32_t full = length / kSliceSize;
+    const std::int32_t rem = length % kSliceSize;
+    for (std::int32_t i = 0; i < full; ++i) {
+      writeRawData(slice(frame, kSliceSize * i, kSliceSize));
+      platform_.thread->sleepForTimeInterval(kInterSlicePause);
+    }
+    // Always, by design, also when it is empty.
+    return writeRawData(slice(frame, kSliceSize * full, rem));
+  });
 }
 
 CBCharacteristicProperties KestrinBleMgr::txProperties() const noexcept {
@@ -43,25 +44,26 @@ CBCharacteristicProperties KestrinBleMgr::txProperties() const noexcept {
 }
 
 bool KestrinBleMgr::writeRawData(const std::optional<NSData>& slice) noexcept {
-  const auto self = shared_from_this();  // A log sink may drop the manager.
-  if ((txProperties() & CBCharacteristicPropertyWriteWithoutResponse) != 0) {
-    writeSlice(slice);
-    return true;
-  }
-  if ((txProperties() & CBCharacteristicPropertyWrite) != 0) {
-    if (discoveredPeripheral) {
-      discoveredPeripheral->setNotifyValue_forCharacteristic(true, txCharacteristic);
+  return keptAlive([this, &slice] {
+    if ((txProperties() & CBCharacteristicPropertyWriteWithoutResponse) != 0) {
+      writeSlice(slice);
+      return true;
     }
-    writeSlice(slice);
-    return true;
-  }
-  log("No write property on TX characteristic, %ld.", txProperties());
-  return false;
+    if ((txProperties() & CBCharacteristicPropertyWrite) != 0) {
+      if (discoveredPeripheral) {
+        discoveredPeripheral->setNotifyValue_forCharacteristic(true, txCharacteristic);
+      }
+      writeSlice(slice);
+      return true;
+    }
+    log("No write property on TX characteristic, %ld.", txProperties());
+    return false;
+  });
 }
 
 void KestrinBleMgr::writeSlice(const std::optional<NSData>& slice) noexcept {
   if (discoveredPeripheral) {
-    // With response even where a write without one is offered, by design: readers count on it.
+    // With response even where a write without one is offered, by design.
     discoveredPeripheral->writeValue_forCharacteristic_type(
         slice, txCharacteristic, CBCharacteristicWriteType::CBCharacteristicWriteWithResponse);
   }

@@ -27,6 +27,19 @@ void explain(NSError* error, std::string_view text, const std::string& what) {
                 "; a UUID is 4, 8 or, with hyphens as 8-4-4-4-12, 32 hexadecimal digits"};
 }
 
+/// The canonical text, character by character.
+template <class Take>
+void eachCharacter(const CBUUID::Bytes& bytes, bool isShort, const Take& take) {
+  static constexpr char kHexadecimal[] = "0123456789ABCDEF";
+  const std::size_t first = isShort ? 2 : 0;
+  const std::size_t last = isShort ? 4 : bytes.size();
+  for (std::size_t i = first; i < last; ++i) {
+    if (!isShort && (i == 4 || i == 6 || i == 8 || i == 10)) take('-');
+    take(kHexadecimal[bytes[i] >> 4]);
+    take(kHexadecimal[bytes[i] & 0x0F]);
+  }
+}
+
 }  // namespace
 
 std::optional<CBUUID> CBUUID::UUIDWithString(std::string_view text, NSError* error) {
@@ -64,18 +77,20 @@ std::optional<std::uint16_t> CBUUID::shortUUID() const noexcept {
 }
 
 std::string CBUUID::UUIDString() const {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  const bool isShort = shortUUID().has_value();
-  const std::size_t first = isShort ? 2 : 0;
-  const std::size_t last = isShort ? 4 : bytes_.size();
   std::string text;
+  const bool isShort = shortUUID().has_value();
   text.reserve(isShort ? kShortDigits : kFullText);
-  for (std::size_t i = first; i < last; ++i) {
-    if (!isShort && isHyphenPlace(text.size())) text += '-';
-    text += kDigits[bytes_[i] >> 4];
-    text += kDigits[bytes_[i] & 0x0F];
-  }
+  eachCharacter(bytes_, isShort, [&text](char character) { text += character; });
   return text;
+}
+
+bool CBUUID::hasUUIDString(std::string_view text) const noexcept {
+  const bool isShort = shortUUID().has_value();
+  if (text.size() != (isShort ? kShortDigits : kFullText)) return false;
+  bool same = true;
+  auto wanted = text.begin();
+  eachCharacter(bytes_, isShort, [&](char character) { same = *wanted++ == character && same; });
+  return same;
 }
 
 }  // namespace kestrin

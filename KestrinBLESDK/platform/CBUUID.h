@@ -43,6 +43,8 @@ class KESTRIN_EXPORT CBUUID {
   /// `UUIDString` The canonical text: four upper-case hexadecimal digits for a 16-bit UUID, else 36
   /// upper-case characters with hyphens (also for a value of the base range that needs 32 bits).
   [[nodiscard]] std::string UUIDString() const;
+  /// Whether `UUIDString` is `text`, letter for letter; makes no string.
+  [[nodiscard]] bool hasUUIDString(std::string_view text) const noexcept;
   /// `isEqual:` The same UUID, in whichever form either was given.
   [[nodiscard]] bool isEqual(const CBUUID& other) const noexcept { return *this == other; }
   /// The 16-bit value, absent when this UUID has none.

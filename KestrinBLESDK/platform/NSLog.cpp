@@ -93,7 +93,7 @@ std::shared_ptr<NSLogSink> defaultLogSink() {
   return *forwarder;
 }
 
-namespace log {
+namespace detail::nslog {
 
 void append(std::string& line, std::string_view conversion, std::int64_t value) {
   std::array<char, 24> text{};
@@ -116,5 +116,5 @@ std::string_view takeConversion(std::string& line, std::string_view& format) {
   return conversion;
 }
 
-}  // namespace log
+}  // namespace detail::nslog
 }  // namespace kestrin

@@ -53,7 +53,8 @@ KESTRIN_EXPORT void setDefaultLogSink(std::shared_ptr<NSLogSink> sink);
 /// A sink that passes each line to whichever default sink is set at that moment.
 KESTRIN_EXPORT std::shared_ptr<NSLogSink> defaultLogSink();
 
-namespace log {
+// Not a name that an application would meet after `using namespace kestrin`.
+namespace detail::nslog {
 
 // How each kind of argument is printed. `conversion` is the text between the percent sign and the
 // end of the conversion, for example "02X".
@@ -95,18 +96,18 @@ template <class... Arguments>
 [[gnu::noinline]] void writeLine(NSLogSink& sink, std::string_view format,
                                  const Arguments&... arguments) {
   std::string line;
-  (log::append(line, log::takeConversion(line, format), arguments), ...);
+  (nslog::append(line, nslog::takeConversion(line, format), arguments), ...);
   line += format;
   sink.write(line);
 }
 
-}  // namespace log
+}  // namespace detail::nslog
 
 /// `NSLog` Formats a line and hands it to the sink. Known conversions: `%@` (an object), `%ld` and
 /// `%hhd` (decimal), `%02X` (two upper-case hexadecimal digits).
 template <class... Arguments>
 void NSLog(NSLogSink& sink, std::string_view format, const Arguments&... arguments) {
-  if (sink.isListening()) log::writeLine(sink, format, arguments...);
+  if (sink.isListening()) detail::nslog::writeLine(sink, format, arguments...);
 }
 
 /// @}

@@ -1,13 +1,9 @@
 // The receive assembler: gathers notified bytes, finds and checks whole frames, delivers each.
 //
-// It does no work twice within a parse: a preamble is sought with `memchr`, a frame is judged by
-// its header and its end mark alone, and the CRC runs over it once, when its last byte is there.
-// What can be observed (deliveries, log lines, their order, and the bytes that are kept) is that of
-// looking at the buffer byte by byte.
-//
-// What every arrival and every frame passes is inlined by demand: a call costs as much there as
-// what it does. What few arrivals need is kept out of line, so that the others need no room for it.
-#include <algorithm>
+// It looks at no byte twice within a parse, and of a frame only at the bytes that decide: a
+// preamble is sought with `memchr`, a frame is read by its header and its end mark, and the CRC
+// runs over it once, when its last byte is there. What can be observed (deliveries, log lines,
+// their order, and the bytes that are kept) is that of going through all nine states, byte by byte.
 #include <cstring>
 #include <span>
 #include <utility>
@@ -15,6 +11,7 @@
 #include "KestrinBLESDK/KestrinBleMgr.h"
 #include "KestrinBLESDK/rcp/FrameLayout.h"
 #include "KestrinBLESDK/rcp/RcpFrmReader.h"
+#include "KestrinBLESDK/rcp/Trimming.h"
 
 namespace kestrin {
 namespace {
@@ -22,32 +19,62 @@ namespace {
 /// A buffer of up to this many bytes keeps its memory when it is trimmed: two of the longest frames
 /// and one of the longest notifications (Bluetooth Core, Vol 3, Part F, 3.2.9) fit. What a longer
 /// one took, while bytes without a preamble waited in it, is given back.
-constexpr std::int32_t kKeptBuffer = 4096;
+constexpr std::size_t kKeptBuffer = 4096;
+
+/// What reading a frame comes to.
+enum class Verdict {
+  unfinished,  ///< The byte that the record stands at is not there yet.
+  wrongType,   ///< As the next two: the byte that the record stands at rejects the frame.
+  wrongLength,
+  wrongEndMark,
+  whole,  ///< Every byte is there; the CRC is not checked yet.
+};
+
+/// Takes the record on to a byte; returns whether that is there.
+bool goTo(RcpFrmReader& reader, RcpFrmState state, std::uint16_t count,
+          std::span<const std::uint8_t> bytes) noexcept {
+  reader.state = state;
+  reader.count = count;
+  return count <= bytes.size();
+}
+
+/// Reads the frame that `bytes` begin with, from its message type on, into a cleared record.
+Verdict read(std::span<const std::uint8_t> bytes, RcpFrmReader& reader) noexcept {
+  if (!goTo(reader, RcpFrmState::MessageType, 2, bytes)) return Verdict::unfinished;
+  if ((bytes[1] & rcp::kReceivedTypeMask) == 0) return Verdict::wrongType;
+  if (!goTo(reader, RcpFrmState::LengthLow, rcp::kHeaderLength, bytes)) return Verdict::unfinished;
+  reader.length = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
+  if (reader.length >= rcp::kRejectedPayloadLength) return Verdict::wrongLength;
+  const auto endMark = static_cast<std::uint16_t>(rcp::kHeaderLength + reader.length);
+  if (!goTo(reader, RcpFrmState::EndMark, static_cast<std::uint16_t>(endMark + 1), bytes)) {
+    return Verdict::unfinished;
+  }
+  if (bytes[endMark] != rcp::kEndMark) return Verdict::wrongEndMark;
+  const auto last = static_cast<std::uint16_t>(endMark + rcp::kTrailerLength);
+  if (!goTo(reader, RcpFrmState::CrcLow, last, bytes)) return Verdict::unfinished;
+  return Verdict::whole;
+}
+
+/// Whether `bytes` are the beginning of one frame and no more: a parse of them calls nobody and
+/// keeps them all. Not so a lone preamble, which a parse drops.
+bool isUnfinishedFrame(std::span<const std::uint8_t> bytes) noexcept {
+  RcpFrmReader reader;
+  return bytes.size() > 1 && bytes[0] == rcp::kPreamble &&
+         read(bytes, reader) == Verdict::unfinished;
+}
 
 }  // namespace
 
 /// One parse of the receive buffer.
 class KestrinBleMgr::Parse final {
  public:
-  /// Adds an arrival to the buffer, in front of its parse.
-  [[gnu::always_inline]] static void gather(KestrinBleMgr& manager, const NSData& data) noexcept {
-    if (!manager._mutableReceivedData) manager._mutableReceivedData.emplace();
-    manager._mutableReceivedData->appendData(data);
-  }
-
-  /// Whether `bytes` are the beginning of one frame and no more: a parse of them tells nobody
-  /// anything and keeps them all. Not so a lone preamble, which a parse drops.
-  [[gnu::always_inline]] static bool isUnfinished(std::span<const std::uint8_t> bytes) noexcept {
-    return bytes.size() > 1 && bytes[0] == rcp::kPreamble && judge(bytes).count > bytes.size();
-  }
-
   explicit Parse(KestrinBleMgr& manager) noexcept
       : manager_(manager),
-        // A buffer of 2 GiB or more counts as negative and is kept unparsed.
-        n_(static_cast<std::int32_t>(manager._mutableReceivedData->length())),
+        n_(rcp::countOf(manager._mutableReceivedData->length())),
         p_(manager._mutableReceivedData->bytes()) {}
 
-  [[gnu::always_inline]] void run() noexcept {
+  void run() noexcept {
+    RcpFrmReader reader;
     std::int32_t i = 0;
     while (i < n_) {
       const void* preamble = p_ + i;
@@ -56,67 +83,38 @@ class KestrinBleMgr::Parse final {
         if (preamble == nullptr) break;
       }
       start_ = static_cast<std::int32_t>(static_cast<const std::uint8_t*>(preamble) - p_);
-      i = start_ + pass(std::span(p_ + start_, p_ + n_));
+      clearRcpFrmReader(&reader);
+      const std::span bytes(p_ + start_, p_ + n_);
+      const Verdict verdict = read(bytes, reader);
+      if (verdict == Verdict::unfinished) break;
+      if (verdict == Verdict::whole) {
+        takeFrame(bytes.first(reader.count));
+      } else {
+        reject(verdict, bytes[reader.count - 1U]);
+      }
+      i = start_ + reader.count;
     }
     trim();
   }
 
  private:
-  /// What decides about the frame that `bytes` begin with: the first byte that is wrong, or not
-  /// there yet, or the frame's last. `count` is the number of bytes up to and with it, and more
-  /// than there are when it is not there.
-  [[gnu::always_inline]] static RcpFrmReader judge(std::span<const std::uint8_t> bytes) noexcept {
-    RcpFrmReader reader;
-    clearRcpFrmReader(&reader);
-    reader.state = RcpFrmState::MessageType;
-    reader.count = 2;
-    if (bytes.size() < reader.count || (bytes[1] & rcp::kReceivedTypeMask) == 0) return reader;
-    reader.state = RcpFrmState::LengthLow;
-    reader.count = rcp::kHeaderLength;
-    if (bytes.size() < reader.count) return reader;
-    reader.length = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
-    if (reader.length >= rcp::kRejectedPayloadLength) return reader;
-    const auto endMark = static_cast<std::uint16_t>(rcp::kHeaderLength + reader.length);
-    reader.state = RcpFrmState::EndMark;
-    reader.count = static_cast<std::uint16_t>(endMark + 1);
-    if (bytes.size() < reader.count || bytes[endMark] != rcp::kEndMark) return reader;
-    reader.state = RcpFrmState::CrcLow;
-    reader.count = static_cast<std::uint16_t>(endMark + rcp::kTrailerLength);
-    return reader;
-  }
-
-  /// Takes or rejects the frame that `bytes` begin with, and returns how many of them that passes:
-  /// all of them while it is not all there.
-  [[gnu::always_inline]] std::int32_t pass(std::span<const std::uint8_t> bytes) noexcept {
-    const RcpFrmReader reader = judge(bytes);
-    if (reader.count > bytes.size()) return static_cast<std::int32_t>(bytes.size());
-    if (reader.state == RcpFrmState::CrcLow) {
-      takeFrame(bytes.first(reader.count));
+  /// Says what is wrong with a frame: `abyte` is.
+  void reject(Verdict verdict, std::uint8_t abyte) const noexcept {
+    if (verdict == Verdict::wrongType) {
+      manager_.log("[ERROR]parseFrmReader:MESSAGE");
+    } else if (verdict == Verdict::wrongLength) {
+      manager_.log("[ERROR]parseFrmReader:LENGTH2");
     } else {
-      reject(manager_, reader.state, bytes[reader.count - 1U]);
-    }
-    return reader.count;
-  }
-
-  /// Says what is wrong with a frame: `abyte`, which stands where `state` says.
-  static void reject(KestrinBleMgr& manager, RcpFrmState state, std::uint8_t abyte) noexcept {
-    keep(manager);
-    if (state == RcpFrmState::MessageType) {
-      manager.log("[ERROR]parseFrmReader:MESSAGE");
-    } else if (state == RcpFrmState::LengthLow) {
-      manager.log("[ERROR]parseFrmReader:LENGTH2");
-    } else {
-      manager.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
-      manager.log("[Test] %@", *manager._mutableReceivedData);
+      manager_.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
+      manager_.log("[Test] %@", *manager_._mutableReceivedData);
     }
   }
 
   /// Delivers a frame if its CRC is right.
-  [[gnu::always_inline]] void takeFrame(std::span<const std::uint8_t> bytes) noexcept {
+  void takeFrame(std::span<const std::uint8_t> bytes) noexcept {
     std::uint16_t acc = rcp::kCrcInitial;
     // From the message type on: the preamble is not covered, the CRC's own bytes are.
     for (const std::uint8_t abyte : bytes.subspan(1)) acc = getCrcPolynomial_acc(abyte, acc);
-    keep(manager_);
     if (acc != 0) {
       manager_.log("[parseRcpFrmReader] CRC_ERROR");
       return;
@@ -124,40 +122,35 @@ class KestrinBleMgr::Parse final {
     end_ = start_ + static_cast<std::int32_t>(bytes.size()) - 1;
     const std::optional<NSData> frame(std::in_place, bytes);
     manager_.log("[RX BLE] %@", frame);
-    deliver(frame);
+    deliver(manager_, frame);
   }
 
-  [[gnu::always_inline]] void deliver(const std::optional<NSData>& frame) noexcept {
-    // Not `this`: as long as nobody outside can reach it, its fields stay in registers.
-    const auto handOver = [&manager = manager_, &frame] {
+  // Not on `this`: as long as nobody outside can reach it, its fields stay in registers.
+  static void deliver(KestrinBleMgr& manager, const std::optional<NSData>& frame) noexcept {
+    const auto handOver = [&manager, &frame] {
       const auto receiver = manager._rcpReceiverDelegate.lock();
       if (respondsToSelector(receiver.get(), Selector::dispatchRcpFrmReader)) {
         receiver->dispatchRcpFrmReader(frame);
       }
     };
-    if (manager_.hopsInPlace_) {
+    if (manager.hopsInPlace_) {
       handOver();
     } else {
-      manager_.hopTwice(handOver);
+      manager.hopTwice(handOver);
     }
   }
 
-  [[gnu::always_inline]] void trim() noexcept {
-    const auto passed = static_cast<std::size_t>(n_ == end_ + 1 ? n_ : start_);
+  void trim() const noexcept {
     NSMutableData& buffer = *manager_._mutableReceivedData;
-    if (passed > 0 && n_ > kKeptBuffer) {
-      buffer = NSMutableData(buffer.span().subspan(passed));
-    } else {
-      buffer.replaceBytesInRange_withBytes_length({0, passed}, nullptr, 0);
+    const auto kept = rcp::keptAfterParse(buffer.length(), start_, end_);
+    const auto first = static_cast<std::size_t>(kept.first);
+    const auto count = static_cast<std::size_t>(kept.count);
+    if (count == buffer.length()) return;
+    if (buffer.length() > kKeptBuffer) {
+      buffer = NSMutableData(buffer.span().subspan(first, count));
+      return;
     }
-  }
-
-  /// A receiver or a log sink may drop the manager: called before either is. Outside an arrival
-  /// whoever asked for the parse keeps the manager.
-  [[gnu::always_inline]] static void keep(KestrinBleMgr& manager) noexcept {
-    if (manager.parsing_ && !manager.keptWhileParsing_) {
-      manager.keptWhileParsing_ = manager.shared_from_this();
-    }
+    buffer.replaceBytesInRange_withBytes_length({0, buffer.length() - count}, nullptr, 0);
   }
 
   KestrinBleMgr& manager_;
@@ -183,35 +176,44 @@ std::int32_t KestrinBleMgr::readData(const NSData& data) noexcept {
     letWait(data);
     return 0;
   }
-  Parse::gather(*this, data);
-  // What leaves a frame unfinished needs no parse.
-  if (!Parse::isUnfinished(_mutableReceivedData->span())) parseArrival();
-  return 0;
+  gather(data);
+  return parseRcpFrmReader();
 }
 
-[[gnu::noinline]] void KestrinBleMgr::letWait(const NSData& data) noexcept {
+void KestrinBleMgr::gather(const NSData& data) noexcept {
+  if (!_mutableReceivedData) _mutableReceivedData.emplace();
+  _mutableReceivedData->appendData(data);
+}
+
+void KestrinBleMgr::letWait(const NSData& data) noexcept {
   // A receiver feeds bytes from inside a delivery: the running parse goes over a buffer that must
   // not change under it, and each arrival has a parse of its own.
   waitingArrivals_.push_back(data);
 }
 
-[[gnu::noinline]] void KestrinBleMgr::parseArrival() noexcept {
-  parsing_ = true;
-  Parse(*this).run();
-  while (!waitingArrivals_.empty()) {
-    for (const NSData& waiting : std::exchange(waitingArrivals_, {})) {
-      Parse::gather(*this, waiting);
-      parseRcpFrmReader();
-    }
-  }
-  parsing_ = false;
-  // From here on nothing of this object is touched: this may be its last owner.
-  const auto self = std::move(keptWhileParsing_);
+bool KestrinBleMgr::gatherWaiting() noexcept {
+  if (waitingArrivals_.empty()) return false;
+  gather(waitingArrivals_.front());
+  waitingArrivals_.pop_front();
+  return true;
 }
 
 std::int32_t KestrinBleMgr::parseRcpFrmReader() noexcept {
-  Parse(*this).run();
+  // Most arrivals from a link with small packets only make an unfinished frame longer.
+  if (!isUnfinishedFrame(_mutableReceivedData->span())) parseBuffer();
   return 0;
+}
+
+// Out of line: an arrival that leaves a frame unfinished would make room for all of it, and cost a
+// twentieth more.
+[[gnu::noinline]] void KestrinBleMgr::parseBuffer() noexcept {
+  keptAlive([this] {
+    parsing_ = true;
+    do {
+      Parse(*this).run();
+    } while (gatherWaiting());
+    parsing_ = false;
+  });
 }
 
 void KestrinBleMgr::hopTwice(WorkReference work) const noexcept {
@@ -220,7 +222,7 @@ void KestrinBleMgr::hopTwice(WorkReference work) const noexcept {
     dispatch.dispatch_sync(dispatch.dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_HIGH, 0),
                            hopped);
   };
-  // The second hop adds nothing and is kept on purpose: a platform may count on both.
+  // The second hop adds nothing and is kept by design.
   hop([&hop, &work] { hop(work); });
 }
 

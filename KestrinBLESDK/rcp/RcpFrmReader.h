@@ -1,4 +1,4 @@
-// What the frame parser finds behind a preamble. Nothing of it outlives a parse.
+// The frame-reader record: how far the parser has come in a frame. Nothing of it outlives a parse.
 #pragma once
 
 #include <cstdint>
@@ -18,9 +18,9 @@ enum class RcpFrmState : std::int32_t {
   CrcLow = 8,
 };
 
-/// The frame-reader record: how far a frame was read.
+/// As it stands while the parser looks at a byte of a frame; all zero before a frame.
 struct RcpFrmReader {
-  /// The byte that was read last, or is missing.
+  /// The byte that is looked at.
   RcpFrmState state = RcpFrmState::Preamble;
   /// Bytes of the frame up to and with that one; the preamble is the first.
   std::uint16_t count = 0;

@@ -103,6 +103,23 @@ TEST_F(Creation, KeepsPrivateOperationsAndEventsOutOfAnApplicationsReach) {
   EXPECT_FALSE((std::is_convertible_v<KestrinBleMgr*, CBPeripheralManagerDelegate*>));
 }
 
+/// As `Made made({}, platform)` would have it.
+template <class Made>
+concept TakesBraces = requires(const Platform& platform) {
+  Made({}, platform);
+};
+struct OpenToBraces {
+  struct Tag {};
+  OpenToBraces(Tag, const Platform&) {}
+};
+
+TEST_F(Creation, IsByInitAlone) {
+  static_assert(TakesBraces<OpenToBraces>);
+  static_assert(!TakesBraces<KestrinBleMgr>);
+  static_assert(!std::is_constructible_v<KestrinBleMgr, const Platform&>);
+  static_assert(!std::is_default_constructible_v<KestrinBleMgr>);
+}
+
 TEST_F(Creation, RegistersForTheBackgroundFromAnySenderAndAsksForNothingElse) {
   const auto made = platform.makeManager();
   EXPECT_EQ(platform.take(),

@@ -121,8 +121,7 @@ class LinkTest : public ::testing::Test {
         "easEnterBackground", [](void* target, const std::shared_ptr<void>&) noexcept {
           Peer::easEnterBackground(*static_cast<KestrinBleMgr*>(target));
         }};
-    // NOLINTNEXTLINE(modernize-make-shared)
-    manager = std::shared_ptr<KestrinBleMgr>(new KestrinBleMgr({}, platform.platform()));
+    manager = Peer::withMemoryOfItsOwn(platform.platform());
     manager->setDelegate(delegate);
     manager->setRcpReceiverDelegate(receiver);
     platform.platform().notificationCenter->addObserver_selector_name_object(

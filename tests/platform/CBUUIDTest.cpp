@@ -74,6 +74,24 @@ TEST(CBUUIDShortForm, IsTheSixteenBitValue) {
   EXPECT_EQ(uuid(kData).shortUUID(), std::nullopt);
 }
 
+TEST(CBUUIDText, IsComparedLetterForLetterWithTheCanonicalOne) {
+  for (const char* text : {"2A29", "FFF1", "0001FFF1", kData}) {
+    const CBUUID made = uuid(text);
+    EXPECT_TRUE(made.hasUUIDString(made.UUIDString())) << text;
+    for (std::size_t i = 0; i < made.UUIDString().size(); ++i) {
+      std::string other = made.UUIDString();
+      other[i] = other[i] == '0' ? '1' : '0';
+      EXPECT_FALSE(made.hasUUIDString(other)) << other;
+    }
+    EXPECT_FALSE(made.hasUUIDString(made.UUIDString() + "0"));
+    EXPECT_FALSE(made.hasUUIDString(made.UUIDString().substr(1)));
+    EXPECT_FALSE(made.hasUUIDString(""));
+  }
+  EXPECT_FALSE(uuid("2A29").hasUUIDString("2a29"));
+  EXPECT_FALSE(uuid("2A29").hasUUIDString("00002A29-0000-1000-8000-00805F9B34FB"));
+  EXPECT_TRUE(uuid("00002A29-0000-1000-8000-00805F9B34FB").hasUUIDString("2A29"));
+}
+
 TEST(CBUUIDOrder, IsThatOfTheBytes) {
   EXPECT_LT(uuid("0001"), uuid("0002"));
   EXPECT_LT(uuid("FFFF"), uuid(kData));

@@ -14,7 +14,7 @@ TEST(NSLogConversions, AreNotFoundInATextWithoutThem) {
   for (const std::string_view text : {"", "powered on", "100%", "50 % of it"}) {
     std::string line;
     std::string_view format = text;
-    EXPECT_EQ(log::takeConversion(line, format), "") << text;
+    EXPECT_EQ(detail::nslog::takeConversion(line, format), "") << text;
     EXPECT_EQ(format, text);
     EXPECT_EQ(line, "");
   }

@@ -1,7 +1,11 @@
 // Which bytes the assembler keeps after an arrival, and what becomes of them on the next.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
+
 #include "AssemblerTest.h"
+#include "KestrinBLESDK/rcp/Trimming.h"
 
 namespace kestrin::test {
 namespace {
@@ -209,6 +213,49 @@ TEST_F(ReceiveBuffer, LeavesTheIdleByteAreaAlone) {
   arrive(joined({kFrameA, kNoise}));
   EXPECT_EQ(KestrinBleMgrTestPeer::_buf(*manager), (std::array<std::uint8_t, 255>{}));
   EXPECT_EQ(KestrinBleMgrTestPeer::_bufHead(*manager), 0);
+}
+
+// The rule on lengths that no test can allocate.
+constexpr std::uint64_t kTwoGiB = 0x8000'0000;
+constexpr std::uint64_t kFourGiB = 0x1'0000'0000;
+using rcp::keptAfterParse;
+using rcp::KeptBytes;
+
+TEST(TrimmingRule, CountsTheLengthIn32BitsWithASign) {
+  EXPECT_EQ(rcp::countOf(0), 0);
+  EXPECT_EQ(rcp::countOf(kTwoGiB - 1), 0x7FFF'FFFF);
+  EXPECT_EQ(rcp::countOf(kTwoGiB), std::numeric_limits<std::int32_t>::min());
+  EXPECT_EQ(rcp::countOf(kFourGiB - 1), -1);
+  EXPECT_EQ(rcp::countOf(kFourGiB), 0);
+  EXPECT_EQ(rcp::countOf(3 * kFourGiB + 5), 5);
+}
+
+TEST(TrimmingRule, KeepsWhatFollowsTheLastPreambleUpToTheCount) {
+  EXPECT_EQ(keptAfterParse(100, 0, 0), (KeptBytes{0, 100}));
+  EXPECT_EQ(keptAfterParse(100, 30, 0), (KeptBytes{30, 70}));
+  EXPECT_EQ(keptAfterParse(100, 30, 98), (KeptBytes{30, 70}));
+  EXPECT_EQ(keptAfterParse(kTwoGiB - 1, 0x7FFF'FFFE, 0), (KeptBytes{0x7FFF'FFFE, 1}));
+}
+
+TEST(TrimmingRule, KeepsNothingWhenAFrameEndsOnTheCountsLastByte) {
+  EXPECT_EQ(keptAfterParse(100, 30, 99), (KeptBytes{0, 0}));
+  EXPECT_EQ(keptAfterParse(kTwoGiB - 1, 30, 0x7FFF'FFFD + 1), (KeptBytes{0, 0}));
+}
+
+TEST(TrimmingRule, KeepsNothingOfACountOfOne) {
+  EXPECT_EQ(keptAfterParse(1, 0, 0), (KeptBytes{0, 0}));
+  EXPECT_EQ(keptAfterParse(kFourGiB + 1, 0, 0), (KeptBytes{0, 0}));
+}
+
+TEST(TrimmingRule, KeepsAllOfABufferWhoseCountIsNegative) {
+  EXPECT_EQ(keptAfterParse(kTwoGiB, 0, 0), (KeptBytes{0, kTwoGiB}));
+  EXPECT_EQ(keptAfterParse(kFourGiB - 1, 0, 0), (KeptBytes{0, kFourGiB - 1}));
+}
+
+TEST(TrimmingRule, KeepsNothingBehindTheCountFromFourGiBOn) {
+  EXPECT_EQ(keptAfterParse(kFourGiB, 0, 0), (KeptBytes{0, 0}));
+  EXPECT_EQ(keptAfterParse(kFourGiB + 100, 30, 0), (KeptBytes{30, 70}));
+  EXPECT_EQ(keptAfterParse(kFourGiB + 100, 30, 99), (KeptBytes{0, 0}));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The one class that tests reach the manager's inside with: its fields, its `p_` and frame
 // operations, and the platform's callbacks, each under its own name. Application code has no way to
-// them, and tests need no other.
+// them, and tests need no other. An event's caller holds the manager, as a radio does.
 //
 // Threads: the manager's.
 // Lifetime: holds nothing; a reference to a field is valid as long as its manager.
@@ -22,6 +22,12 @@ namespace kestrin {
 class KestrinBleMgrTestPeer {
  public:
   using Peripherals = std::vector<std::shared_ptr<CBPeripheral>>;
+
+  /// Made as `init` makes one, but given its memory back the moment it ends.
+  static std::shared_ptr<KestrinBleMgr> withMemoryOfItsOwn(const Platform& platform) {
+    // NOLINTNEXTLINE(modernize-make-shared)
+    return std::shared_ptr<KestrinBleMgr>(new KestrinBleMgr(KestrinBleMgr::OnlyInit(), platform));
+  }
 
   // The fields, in their declared order.
   static std::array<std::uint8_t, 255>& _buf(KestrinBleMgr& m) { return m._buf; }
@@ -74,39 +80,54 @@ class KestrinBleMgrTestPeer {
   static bool p_isKVXDevice(std::string_view name) { return KestrinBleMgr::p_isKVXDevice(name); }
   static void centralManagerDidUpdateState(KestrinBleMgr& m,
                                            const std::shared_ptr<CBCentralManager>& central) {
+    const auto held = m.shared_from_this();
     m.centralManagerDidUpdateState(central);
   }
   static void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
       KestrinBleMgr& m, const std::shared_ptr<CBCentralManager>& central,
       const std::shared_ptr<CBPeripheral>& peripheral, const CBAdvertisementData& advertisementData,
       int RSSI) {
+    const auto held = m.shared_from_this();
     m.centralManager_didDiscoverPeripheral_advertisementData_RSSI(central, peripheral,
                                                                   advertisementData, RSSI);
   }
 
   // Connection.
-  static bool p_isConnectedBLE(const KestrinBleMgr& m) { return m.p_isConnectedBLE(); }
+  static bool p_isConnectedBLE(const KestrinBleMgr& m) {
+    const auto held = m.shared_from_this();
+    return m.p_isConnectedBLE();
+  }
   static void p_disconnectBLE(KestrinBleMgr& m) { m.p_disconnectBLE(); }
-  static void p_getReaderInfo(KestrinBleMgr& m) { m.p_getReaderInfo(); }
-  static void p_pluggedEvent(KestrinBleMgr& m) { m.p_pluggedEvent(); }
+  static void p_getReaderInfo(KestrinBleMgr& m) {
+    const auto held = m.shared_from_this();
+    m.p_getReaderInfo();
+  }
+  static void p_pluggedEvent(KestrinBleMgr& m) {
+    const auto held = m.shared_from_this();
+    m.p_pluggedEvent();
+  }
   static void centralManager_didConnectPeripheral(KestrinBleMgr& m,
                                                   const std::shared_ptr<CBCentralManager>& central,
                                                   const std::shared_ptr<CBPeripheral>& peripheral) {
+    const auto held = m.shared_from_this();
     m.centralManager_didConnectPeripheral(central, peripheral);
   }
   static void centralManager_didDisconnectPeripheral_error(
       KestrinBleMgr& m, const std::shared_ptr<CBCentralManager>& central,
       const std::shared_ptr<CBPeripheral>& peripheral, const std::optional<NSError>& error) {
+    const auto held = m.shared_from_this();
     m.centralManager_didDisconnectPeripheral_error(central, peripheral, error);
   }
   static void peripheral_didDiscoverServices(KestrinBleMgr& m,
                                              const std::shared_ptr<CBPeripheral>& peripheral,
                                              const std::optional<NSError>& error) {
+    const auto held = m.shared_from_this();
     m.peripheral_didDiscoverServices(peripheral, error);
   }
   static void peripheral_didDiscoverCharacteristicsForService_error(
       KestrinBleMgr& m, const std::shared_ptr<CBPeripheral>& peripheral,
       const std::shared_ptr<CBService>& service, const std::optional<NSError>& error) {
+    const auto held = m.shared_from_this();
     m.peripheral_didDiscoverCharacteristicsForService_error(peripheral, service, error);
   }
 
@@ -119,11 +140,13 @@ class KestrinBleMgrTestPeer {
   static void peripheral_didUpdateValueForCharacteristic_error(
       KestrinBleMgr& m, const std::shared_ptr<CBPeripheral>& peripheral,
       const std::shared_ptr<CBCharacteristic>& updated, const std::optional<NSError>& error) {
+    const auto held = m.shared_from_this();
     m.peripheral_didUpdateValueForCharacteristic_error(peripheral, updated, error);
   }
   static void peripheral_didUpdateNotificationStateForCharacteristic_error(
       KestrinBleMgr& m, const std::shared_ptr<CBPeripheral>& peripheral,
       const std::shared_ptr<CBCharacteristic>& updated, const std::optional<NSError>& error) {
+    const auto held = m.shared_from_this();
     m.peripheral_didUpdateNotificationStateForCharacteristic_error(peripheral, updated, error);
   }
 
