@@ -1,6 +1,6 @@
 # What `cmake --install` lays out: libraries, headers, package files for CMake and pkg-config, the
 # commands with their manual pages and completions. Components, each of which is a Debian package:
-# library, development, tools, and python where it is built.
+# library, c, development, tools, and python where it is built.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -19,11 +19,11 @@ if(TARGET KestrinBLESDK_bluez)
   math(EXPR KESTRIN_SDBUS_NEXT_MAJOR "${KESTRIN_SDBUS_MAJOR} + 1")
 endif()
 
-# kestrin_install_library(TARGET EXPORT_NAME)
+# kestrin_install_library(TARGET EXPORT_NAME COMPONENT)
 # EXPORT_NAME.cmake is what find_package reads for it.
-function(kestrin_install_library target export_name)
+function(kestrin_install_library target export_name component)
   install(TARGETS ${target} EXPORT ${export_name}
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT development
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   install(EXPORT ${export_name}
@@ -50,7 +50,7 @@ function(kestrin_install_command target)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
 endfunction()
 
-kestrin_install_library(KestrinBLESDK KestrinBLESDKTargets)
+kestrin_install_library(KestrinBLESDK KestrinBLESDKTargets library)
 kestrin_install_pc(kestrinblesdk)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT development
@@ -60,7 +60,11 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTAL
   PATTERN SignalPipe.h EXCLUDE)
 foreach(component IN ITEMS simulated bluez c)
   if(TARGET KestrinBLESDK_${component})
-    kestrin_install_library(KestrinBLESDK_${component} KestrinBLESDK_${component}Targets)
+    set(in_package library)
+    if(component STREQUAL "c")
+      set(in_package c)
+    endif()
+    kestrin_install_library(KestrinBLESDK_${component} KestrinBLESDK_${component}Targets ${in_package})
     kestrin_install_pc(kestrinblesdk-${component})
     get_target_property(folder KestrinBLESDK_${component} SOURCE_DIR)
     install(DIRECTORY ${folder}/include/
@@ -86,7 +90,7 @@ endforeach()
 
 # Where Debian's Python looks for what a package has brought, below /usr, and for what the system's owner
 # has, below /usr/local.
-set(kestrin_components library development tools)
+set(kestrin_components library c development tools)
 if(TARGET kestrin_python)
   list(APPEND kestrin_components python)
   foreach(fact IN ITEMS FILES PYTHON_MAJOR PYTHON_MINOR)
@@ -105,7 +109,8 @@ endif()
 
 foreach(component IN LISTS kestrin_components)
   set(name_python python3-kestrinblesdk)
-  set(name_library libkestrinblesdk${PROJECT_VERSION_MAJOR})
+  set(name_library libkestrinblesdk${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  set(name_c libkestrinblesdk-c${PROJECT_VERSION_MAJOR})
   set(name_development libkestrinblesdk-dev)
   set(name_tools kestrin-tools)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/SECURITY.md

@@ -1,6 +1,10 @@
 # Debian packages, made with `cpack -G DEB` in a build folder that was configured with
 # -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH).
-set(library_package libkestrinblesdk${PROJECT_VERSION_MAJOR})
+#
+# A package of libraries has the number in its name that its libraries have in theirs: that for C++ may be
+# installed beside that of another minor version, and the one for C replaces its predecessor.
+set(library_package libkestrinblesdk${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+set(c_package libkestrinblesdk-c${PROJECT_VERSION_MAJOR})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kestrinblesdk)
@@ -23,7 +27,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 # Its own library is not installed where packages are made.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(this_library "${library_package} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+set(this_library "${library_package} ${this_version}")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -32,10 +37,18 @@ set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
  Scans for readers, connects, sends command frames and hands back whole, checked ones. With a simulated
  radio, and with BlueZ as the real one.")
 
+set(CPACK_DEBIAN_C_PACKAGE_NAME ${c_package})
+set(CPACK_DEBIAN_C_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_C_PACKAGE_DEPENDS ${this_library})
+set(CPACK_COMPONENT_C_DESCRIPTION
+  "client library for handheld RFID readers over Bluetooth LE, for C
+ Scans for readers, connects, sends command frames and hands back whole, checked ones, from programs in C
+ and whatever calls C. They need not be compiled again for a later version.")
+
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkestrinblesdk-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS ${this_library})
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${this_library}, ${c_package} ${this_version}")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
   "client library for handheld RFID readers over Bluetooth LE, development
  Headers, and the package files of CMake and pkg-config.")

@@ -79,8 +79,10 @@ function(kestrin_add_library name)
     # A library that forgets to name what it needs must not build.
     target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
   endif()
+  # What is promised of C++ is sources: programs are compiled again for each minor version, and those of
+  # another one do not find this library.
   set_target_properties(${name} PROPERTIES
-    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 endfunction()
 
 # kestrin_add_executable(NAME SOURCES ... [LINK ...])

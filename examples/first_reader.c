@@ -29,7 +29,7 @@ static void on_frame(const uint8_t* bytes, size_t length, void* user) {
 }
 
 int main(void) {
-  const kestrin_callbacks callbacks = {NULL, on_found, on_plugged, on_frame};
+  const kestrin_callbacks callbacks = {sizeof callbacks, NULL, on_found, on_plugged, on_frame};
   kestrin_platform* platform = kestrin_platform_create_simulated(true, 1);
   kestrin_simulated_add_reader(platform, "KVR-0417");
   manager = kestrin_manager_create(platform, &callbacks, NULL);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Device.h"
+#include "Errors.h"
 
 namespace kestrin::simulated {
 
@@ -121,14 +122,28 @@ void CentralManager::reportConnection(Device& device) {
   delegate->centralManager_didConnectPeripheral(shared_from_this(), device.peripheral());
 }
 
-void CentralManager::postDisconnection(Device& device, const std::optional<NSError>& error) {
+void CentralManager::postDisconnection(Device& device, const std::optional<NSError>& error,
+                                       const std::shared_ptr<Link>& ended,
+                                       std::vector<std::weak_ptr<CentralManager>> next) {
+  if (ended) ended->setAwaitsReport(true);
   core_->later(Time::zero(), device.shared_from_this(),
-               [weak = weak_from_this(), error](RadioCore&, Device& ended) {
+               [weak = weak_from_this(), error, ended, next = std::move(next)](
+                   RadioCore& core, Device& disconnected) {
                  const auto self = weak.lock();
-                 const auto delegate = self ? self->delegate_.lock() : nullptr;
+                 if (!self) return;
+                 const bool last = std::all_of(next.begin(), next.end(), [](const auto& central) {
+                   return central.expired();
+                 });
+                 if (ended && last) {
+                   core.carryOutSubmitted();
+                   ended->setAwaitsReport(false);
+                   for (const auto& answer : ended->takeOwed())
+                     answer(error.value_or(operationCancelled()));
+                 }
+                 const auto delegate = self->delegate_.lock();
                  if (!delegate) return;
-                 delegate->centralManager_didDisconnectPeripheral_error(self, ended.peripheral(),
-                                                                        error);
+                 delegate->centralManager_didDisconnectPeripheral_error(
+                     self, disconnected.peripheral(), error);
                });
 }
 

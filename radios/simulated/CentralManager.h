@@ -16,6 +16,8 @@
 
 namespace kestrin::simulated {
 
+class Link;
+
 /// What an advertisement that is heard says of the name.
 enum class Advertisement { complete, nameless };
 
@@ -45,7 +47,12 @@ class CentralManager final : public CBCentralManager,
   /// A running scan hears the device in a later turn, and reports it in any case.
   void postHearing(const std::shared_ptr<Device>& device, Advertisement advertisement);
   void reportConnection(Device& device);
-  void postDisconnection(Device& device, const std::optional<NSError>& error);
+  /// Posts the report of a link's or an attempt's end. The last of a link's reports, the one after
+  /// which none of `next` is there to get one, is preceded by the answers to what was asked of
+  /// `ended` since its end.
+  void postDisconnection(Device& device, const std::optional<NSError>& error,
+                         const std::shared_ptr<Link>& ended,
+                         std::vector<std::weak_ptr<CentralManager>> next);
 
  private:
   struct Scan {

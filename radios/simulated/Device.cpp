@@ -134,7 +134,7 @@ void Device::cancel(RadioCore& core, const std::shared_ptr<CentralManager>& cent
   const auto share = find(central->id());
   if (share == shares_.end()) return;
   const auto ended = giveUp(core, share, {central});
-  central->postDisconnection(*this, std::nullopt);
+  central->postDisconnection(*this, std::nullopt, ended, {});
   afterLink(core, ended);
 }
 
@@ -161,12 +161,18 @@ void Device::loseLink(RadioCore& core, const NSError& why) {
   const auto ended = closeLink(core, why, listeners);
   // Who was never told of the link goes on waiting for one.
   std::vector<Share> waiting;
+  Centrals told;
   for (const auto& share : shares_) {
-    if (!share.reported) {
+    if (share.reported) {
+      told.push_back(share.central);
+    } else {
       waiting.push_back(share);
-    } else if (const auto told = share.central.lock()) {
-      told->postDisconnection(*this, why);
     }
+  }
+  for (auto next = told.begin(); next != told.end();) {
+    const auto central = next->lock();
+    ++next;
+    if (central) central->postDisconnection(*this, why, ended, Centrals(next, told.end()));
   }
   shares_ = std::move(waiting);
   afterLink(core, ended);

@@ -57,7 +57,7 @@ void Link::send(RadioCore& core, const std::shared_ptr<Device>& device, Directio
 }
 
 void Link::toDevice(RadioCore& core, const std::shared_ptr<Device>& device, Arrival arrival) {
-  send(core, device, &Link::up_, std::move(arrival));
+  if (!awaitsReport_) send(core, device, &Link::up_, std::move(arrival));
 }
 
 void Link::toCentral(RadioCore& core, const std::shared_ptr<Device>& device, Arrival arrival) {

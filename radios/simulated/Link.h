@@ -5,6 +5,7 @@
 // Lifetime: held by its device while it lasts, and by the peripheral object until the last report
 // of its end. It holds its attribute objects; what it leaves with the run loop holds it weakly.
 // Errors: an answer that is still owed when the link ends is given then, with the reason as error.
+// So is what is asked after that, as long as the end is still to be reported.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +42,7 @@ class Link : public std::enable_shared_from_this<Link> {
   /// Every characteristic of every service, in handle order.
   [[nodiscard]] std::vector<std::shared_ptr<SimulatedCharacteristic>> characteristics() const;
 
-  /// Sends a message to the device that needs no answer.
+  /// Sends a message to the device that needs no answer. After the link's end it goes nowhere.
   void toDevice(RadioCore& core, const std::shared_ptr<Device>& device, Arrival arrival);
   /// Sends a message to the central.
   void toCentral(RadioCore& core, const std::shared_ptr<Device>& device, Arrival arrival);
@@ -53,6 +54,9 @@ class Link : public std::enable_shared_from_this<Link> {
   [[nodiscard]] bool isOpen() const noexcept { return open_; }
   /// No message gets through from now on.
   void close() noexcept { open_ = false; }
+  /// Whether its end is still to be reported: what is asked of it is owed an answer as before.
+  [[nodiscard]] bool awaitsReport() const noexcept { return awaitsReport_; }
+  void setAwaitsReport(bool awaits) noexcept { awaitsReport_ = awaits; }
   /// Hands over the answers still owed, in the order of asking.
   std::vector<Answer> takeOwed();
 
@@ -70,6 +74,7 @@ class Link : public std::enable_shared_from_this<Link> {
   std::vector<std::shared_ptr<SimulatedService>> services_;
   bool servicesAnswered_ = false;
   bool open_ = true;
+  bool awaitsReport_ = false;
   Direction up_;
   Direction down_;
   std::uint64_t lastRequest_ = 0;

@@ -34,12 +34,14 @@ void SimulatedPeripheral::hide(const std::shared_ptr<Link>& link) {
   if (shown_ == link) shown_.reset();
 }
 
-// Carries a request out if `link` is the device's link; what is asked of any other goes nowhere.
+// Carries a request out if `link` is the device's link, or was until now and its end is still to be
+// reported; what is asked of any other goes nowhere.
 void SimulatedPeripheral::onLink(const std::weak_ptr<Link>& link, const LinkRequest& request) {
   const auto core = core_.lock();
   const auto device = device_.lock();
   const auto asked = link.lock();
-  if (!core || !device || !asked || device->link() != asked) return;
+  if (!core || !device || !asked) return;
+  if (device->link() != asked && !asked->awaitsReport()) return;
   request(*core, device, *asked);
 }
 

@@ -105,5 +105,7 @@ qt_packages=(qt6-base-dev)
 lint_packages=(clang-format clang-tidy)
 # What the benches need: those in the process, and the other clients on the real stack.
 bench_packages=(libbenchmark-dev qt6-connectivity-dev python3-bleak)
+# What scripts/abi needs.
+abi_packages=(abigail-tools)
 # What scripts/docs needs.
 docs_packages=(doxygen python3)

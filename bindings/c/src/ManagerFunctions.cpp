@@ -5,6 +5,7 @@
 
 #include "Guard.h"
 #include "Handles.h"
+#include "StructSize.h"
 
 namespace kestrin::c {
 namespace {
@@ -48,8 +49,10 @@ kestrin_manager* kestrin_manager_create(kestrin_platform* platform,
          platform == nullptr ? "the platform is NULL" : "the callbacks are NULL");
     return nullptr;
   }
-  return guardedResult<kestrin_manager*>(nullptr, [&] {
-    auto delegate = std::make_shared<CallbackDelegate>(*callbacks, user);
+  return guardedResult<kestrin_manager*>(nullptr, [&]() -> kestrin_manager* {
+    const auto known = readStruct(*callbacks, "kestrin_callbacks", {sizeof(kestrin_callbacks)});
+    if (!known) return nullptr;
+    auto delegate = std::make_shared<CallbackDelegate>(*known, user);
     auto manager = kestrin::KestrinBleMgr::init(platform->parts->platform);
     if (!manager) throw std::bad_alloc();
     manager->setDelegate(delegate);

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Daemon.h"
+#include "KestrinBLESDK/platform/RunLoop.h"
 #include "LinkLine.h"
 #include "NotificationStream.h"
 #include "Peripheral.h"

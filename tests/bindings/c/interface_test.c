@@ -53,7 +53,8 @@ static void on_frame(const uint8_t* bytes, size_t length, void* user) {
   note(user, text);
 }
 
-static const kestrin_callbacks all_callbacks = {on_status, on_found, on_plugged, on_frame};
+static const kestrin_callbacks all_callbacks = {sizeof all_callbacks, on_status, on_found,
+                                                on_plugged, on_frame};
 
 /* A manager on a simulated radio with one reader. */
 static void begin(struct application* application, const char* reader) {
@@ -145,7 +146,7 @@ static void keeps_a_reader_that_is_retained(void) {
 }
 
 static void tells_nobody_without_callbacks(void) {
-  static const kestrin_callbacks none = {NULL, NULL, NULL, NULL};
+  static const kestrin_callbacks none = {sizeof none, NULL, NULL, NULL, NULL};
   kestrin_platform* const platform = kestrin_platform_create_simulated(true, 1);
   kestrin_manager* const manager = kestrin_manager_create(platform, &none, NULL);
   kestrin_reader* reader;
@@ -158,6 +159,29 @@ static void tells_nobody_without_callbacks(void) {
   CHECK(kestrin_is_open(manager));
   kestrin_reader_release(reader);
   kestrin_manager_release(manager);
+  kestrin_platform_release(platform);
+}
+
+static void refuses_callbacks_of_an_unknown_size(void) {
+  static const size_t unknown[] = {0,
+                                   1,
+                                   sizeof(kestrin_callbacks) - 1,
+                                   sizeof(kestrin_callbacks) + 1,
+                                   sizeof(kestrin_callbacks) + sizeof(void*),
+                                   SIZE_MAX};
+  kestrin_platform* const platform = kestrin_platform_create_simulated(true, 1);
+  kestrin_callbacks callbacks = all_callbacks;
+  char expected[160];
+  for (size_t i = 0; i < sizeof unknown / sizeof unknown[0]; ++i) {
+    callbacks.struct_size = unknown[i];
+    CHECK(kestrin_manager_create(platform, &callbacks, NULL) == NULL);
+    snprintf(
+        expected, sizeof expected,
+        "kestrin_callbacks.struct_size is %zu; it is to be sizeof(kestrin_callbacks), which is "
+        "%zu for this library",
+        unknown[i], sizeof callbacks);
+    CHECK(strcmp(kestrin_last_error(), expected) == 0);
+  }
   kestrin_platform_release(platform);
 }
 
@@ -292,6 +316,7 @@ int main(void) {
   tells_a_lost_link();
   keeps_a_reader_that_is_retained();
   tells_nobody_without_callbacks();
+  refuses_callbacks_of_an_unknown_size();
   may_release_a_manager_after_its_platform();
   refuses_what_is_null();
   refuses_arguments_that_do_not_fit();

@@ -9,7 +9,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "BusLibrary.h"
 #include "KestrinBLESDK/platform/MainRunLoop.h"
@@ -31,6 +33,8 @@ constexpr Time kSettling = std::chrono::seconds(4);
 // (seen with 6.1.192; the daemon dies of it), so calls are given time to be carried out first.
 constexpr Time kUndisturbed = std::chrono::seconds(1);
 constexpr char kAdapterPath[] = "/org/bluez/hci0";
+// Of the daemons that were tried.
+constexpr std::pair kLastThatForgetsToAnswer{5U, 82U};
 
 std::string setting(const char* name) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment.
@@ -54,6 +58,12 @@ class Adapter {
       : proxy_(bluez::makeProxy(sdbus::createSystemBusConnection(), "org.bluez", kAdapterPath)) {}
   [[nodiscard]] bool powered() const {
     return proxy_->getProperty("Powered").onInterface(kInterface).get<bool>();
+  }
+  /// Of the daemon, major and minor, as its device ID has it (`d0542` for 5.66).
+  [[nodiscard]] std::pair<unsigned, unsigned> daemonVersion() const {
+    const auto id = proxy_->getProperty("Modalias").onInterface(kInterface).get<std::string>();
+    const auto number = std::stoul(id.substr(id.size() - 4), nullptr, 16);
+    return {number >> 8, number & 0xFF};
   }
   void setPowered(bool powered) {
     proxy_->setProperty("Powered").onInterface(kInterface).toValue(powered);
@@ -106,10 +116,14 @@ class BluezBed final : public ContractBed {
     }
     orders_.tryAll(orders);
   }
-  // The daemon does not answer AcquireNotify when the reader refuses, and from then on answers
-  // every request for that characteristic that it is acquired already.
+  // Up to 5.82 the daemon does not answer AcquireNotify when the reader refuses, and from then on
+  // answers every request for that characteristic that it is acquired already. 5.87 answers at
+  // once.
   [[nodiscard]] std::string whyRefusedSubscriptionsStayRefused() const override {
-    return "BlueZ takes a refused subscription for one that it still has (seen with 5.66 and 5.82)";
+    const auto [major, minor] = adapter_.daemonVersion();
+    if (std::pair(major, minor) > kLastThatForgetsToAnswer) return {};
+    return "BlueZ " + std::to_string(major) + '.' + std::to_string(minor) +
+           " takes a refused subscription for one that it still has";
   }
   void refuseSubscriptions(bool refuse) override {
     orders_.order("refuse", refuse ? "subscriptions 0x0e" : "subscriptions off");

@@ -146,6 +146,59 @@ TEST_P(LinkedRadioContract, WhatIsUnderWayWhenItsLinkIsCancelledIsAnsweredOnce) 
   EXPECT_EQ(count(EventKind::disconnected), 1U);
 }
 
+TEST_P(LinkedRadioContract, WhatIsAskedBetweenALinksEndAndItsReportIsAnsweredOnceBeforeThat) {
+  const auto reply = find(*reader, dataService(), replyCharacteristic());
+  const auto command = find(*reader, dataService(), commandCharacteristic());
+  const auto name = find(*reader, deviceInformation(), manufacturerName());
+  ASSERT_TRUE(reply && command && name);
+  const auto services = reader->services();
+  ASSERT_TRUE(services && !services->empty());
+  const auto service = services->front();
+  const std::vector<EventKind> kinds = {EventKind::services, EventKind::characteristics,
+                                        EventKind::value, EventKind::notificationState};
+  const auto expectOneErrorOfEach = [&] {
+    for (const auto kind : kinds) {
+      const auto answers = events(kind);
+      ASSERT_EQ(answers.size(), 1U) << "kind " << static_cast<int>(kind);
+      EXPECT_TRUE(answers[0].error) << "kind " << static_cast<int>(kind);
+    }
+  };
+  recorder().clear();
+  recorder().onEvent = [&](const Event& event) {
+    if (event.kind == EventKind::disconnected) expectOneErrorOfEach();
+  };
+  cancel(*central, reader);
+  discoverServices(*reader, std::nullopt);
+  discoverCharacteristics(*reader, service, std::nullopt);
+  read(*reader, name);
+  subscribe(*reader, reply);
+  write(*reader, command, NSData{1});
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  bed().settle();
+  recorder().onEvent = nullptr;
+  expectOneErrorOfEach();
+  EXPECT_EQ(count(EventKind::disconnected), 1U);
+  EXPECT_EQ(bed().writes(), std::vector<NSData>());
+}
+
+TEST_P(LinkedRadioContract, WhatIsAskedInsideTheReportOfALinksEndGoesNowhere) {
+  const auto reply = find(*reader, dataService(), replyCharacteristic());
+  const auto name = find(*reader, deviceInformation(), manufacturerName());
+  ASSERT_TRUE(reply && name);
+  recorder().clear();
+  recorder().onEvent = [&](const Event& event) {
+    if (event.kind != EventKind::disconnected) return;
+    discoverServices(*reader, std::nullopt);
+    read(*reader, name);
+    subscribe(*reader, reply);
+  };
+  cancel(*central, reader);
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  bed().settle();
+  recorder().onEvent = nullptr;
+  EXPECT_EQ(recorder().count(), 1U);
+}
+
 TEST_P(LinkedRadioContract, WritesReadsAndSubscriptionsMayBeAskedForFromAnyThread) {
   static constexpr std::uint8_t kThreads = 4;
   static constexpr std::uint8_t kEach = 25;

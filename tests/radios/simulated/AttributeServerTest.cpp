@@ -159,6 +159,50 @@ TEST_F(AttributeServerTest, ValuesOnTheirWayWhenTheSubscriptionEndsStillComeBefo
   EXPECT_EQ(events(EventKind::notificationState)[0].value, NSData{1});
 }
 
+/// A read of a link that two central managers have, asked for between its end and the reports of
+/// that.
+class LateReadTest : public LinkedReaderTest {
+ protected:
+  void SetUp() override {
+    LinkedReaderTest::SetUp();
+    other = makeCentral();
+    connect(*other, reader);
+    run();
+    const auto name = discovered(peripheral, CBUUID(0x2A29));
+    ASSERT_NE(name, nullptr);
+    recorder->clear();
+    recorder->onEvent = [this](const Event& event) {
+      if (event.kind == EventKind::disconnected) answered.push_back(count(EventKind::value));
+    };
+    reader->simulateLinkLoss();
+    peripheral->readValueForCharacteristic(name);
+  }
+
+  std::shared_ptr<CBCentralManager> other;
+  std::vector<std::size_t> answered;  // Up to each report.
+};
+
+TEST_F(LateReadTest, IsAnsweredBeforeTheLastReport) {
+  run();
+  EXPECT_EQ(answered, (std::vector<std::size_t>{0, 1}));
+  ASSERT_EQ(count(EventKind::value), 1U);
+  EXPECT_EQ(events(EventKind::value)[0].error, events(EventKind::disconnected)[0].error);
+}
+
+TEST_F(LateReadTest, IsAnsweredBeforeTheLastReportThatIsMade) {
+  other.reset();
+  run();
+  EXPECT_EQ(answered, std::vector<std::size_t>{1});
+  EXPECT_EQ(count(EventKind::value), 1U);
+}
+
+TEST_F(LateReadTest, IsAnsweredToNobodyWhenBothAreGone) {
+  other.reset();
+  central.reset();
+  run();
+  EXPECT_EQ(recorder->count(), 0U);
+}
+
 TEST_F(AttributeServerTest, AReaderAnswersCommandsAndASilentOneDoesNot) {
   const auto reply = discovered(peripheral, rx);
   const auto command = discovered(peripheral, tx);

@@ -12,6 +12,9 @@
  * callback. What a callback is given belongs to the library and ends with the callback, unless it
  * is retained.
  *
+ * Versions: a program runs with every later library of the same major version without being
+ * compiled again. A struct that the program fills begins with `struct_size`, its own sizeof.
+ *
  * Errors: no exception crosses this interface. A function that can fail answers a kestrin_status,
  * or NULL; kestrin_last_error() then says in words what was wrong. A NULL handle is an error, not a
  * crash. */
@@ -120,6 +123,9 @@ KESTRIN_C_EXPORT double kestrin_now(kestrin_platform* platform);
  * inside the function that brings them about: a scan's beginning and end, and the first `plugged`
  * of a close. */
 typedef struct kestrin_callbacks {
+  /** sizeof(kestrin_callbacks). Callbacks behind what a smaller, earlier struct has are not there.
+   */
+  size_t struct_size;
   /** 0: a scan begins. 1: it was stopped. */
   void (*scan_status)(int64_t status, void* user);
   /** A reader in range that the scan has accepted. */
@@ -131,8 +137,8 @@ typedef struct kestrin_callbacks {
   void (*frame)(const uint8_t* bytes, size_t length, void* user);
 } kestrin_callbacks;
 
-/** `callbacks` is copied. NULL on failure. Release: kestrin_manager_release, which closes the link.
- */
+/** `callbacks` is copied. NULL on failure, also for a `struct_size` that no version of the library
+ * up to this one has. Release: kestrin_manager_release, which closes the link. */
 KESTRIN_C_EXPORT kestrin_manager* kestrin_manager_create(kestrin_platform* platform,
                                                          const kestrin_callbacks* callbacks,
                                                          void* user);
