@@ -48,7 +48,7 @@ make_root() {
 # What a cross compiler takes from a root of libraries: what the library, the command line, the Python
 # package and the tests need.
 libraries_packages=(libc6-dev libsdbus-c++-dev libcli11-dev nlohmann-json3-dev libutf8proc-dev
-  libgtest-dev librapidcheck-dev python3-dev pybind11-dev)
+  libncurses-dev libgtest-dev librapidcheck-dev python3-dev pybind11-dev)
 
 # libraries_of ARCHITECTURE: where the libraries of this machine's release for that architecture are.
 libraries_of() {

@@ -4,9 +4,12 @@
 #include <KestrinBLESDK/RcpFrame.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -27,7 +30,8 @@ using std::chrono::seconds;
 
 class LiveMonitor : public testing::Test {
  public:
-  LiveMonitor() = default;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread.
+  LiveMonitor() { EXPECT_EQ(::setenv("TERM", "xterm", 1), 0); }
   ~LiveMonitor() override { ::close(noKeys_); }
   LiveMonitor(const LiveMonitor&) = delete;
   LiveMonitor& operator=(const LiveMonitor&) = delete;
@@ -130,8 +134,8 @@ TEST_F(LiveMonitor, DrawsAtMostTenTimesASecond) {
   std::size_t bytes = 0;
   for (int i = 0; i < 2000; ++i) {
     at(seconds(10) + milliseconds(i) + std::chrono::microseconds(500), [&] {
-      if (terminal_.bytesShown() != bytes) drawings.push_back(now());
-      bytes = terminal_.bytesShown();
+      if (shown_.text().size() != bytes) drawings.push_back(now());
+      bytes = shown_.text().size();
     });
   }
   at(milliseconds(11'500), [&] {
@@ -147,10 +151,10 @@ TEST_F(LiveMonitor, DrawsAtMostTenTimesASecond) {
 TEST_F(LiveMonitor, WritesNothingWhileNothingChanges) {
   addReader("KVR-1");
   std::size_t before = 0;
-  at(seconds(20), [&] { before = terminal_.bytesShown(); });
+  at(seconds(20), [&] { before = shown_.text().size(); });
   at(seconds(500), [&] {
     EXPECT_GT(before, 0U);
-    EXPECT_EQ(terminal_.bytesShown(), before);
+    EXPECT_EQ(shown_.text().size(), before);
   });
   EXPECT_EQ(monitor("KVR", 600), kSuccess);
 }
@@ -171,6 +175,101 @@ TEST_F(LiveMonitor, SeveralReadersWithoutKeysAreAFailure) {
   addReader("KVR-2");
   EXPECT_EQ(monitor("KVR", 1), kFailure);
   EXPECT_NE(captured_.errors.text().find("'KVR' fits several readers"), std::string::npos);
+}
+
+class Screen : public LiveMonitor {
+ protected:
+  [[nodiscard]] test::TerminalEmulator screen() const {
+    test::TerminalEmulator emulator(size_.columns, size_.rows);
+    emulator.take(shown_.text());
+    return emulator;
+  }
+  const ScreenSize size_{};
+};
+
+TEST_F(Screen, ShowsEachPartInItsStyle) {
+  terminal_.enter();
+  terminal_.show({{{"plain"}, {"good", Style::good}, {"bad", Style::bad}},
+                  {{"busy", Style::busy}, {"dim", Style::dim}, {"bold", Style::bold}}},
+                 size_);
+  EXPECT_EQ(screen().rows().at(0), "plaingoodbad");
+  EXPECT_EQ(screen().styleAt(0, 0), "");
+  EXPECT_EQ(screen().styleAt(0, 5), "1;32");
+  EXPECT_EQ(screen().styleAt(0, 9), "1;31");
+  EXPECT_EQ(screen().styleAt(1, 0), "1;33");
+  EXPECT_EQ(screen().styleAt(1, 4), "2");
+  EXPECT_EQ(screen().styleAt(1, 7), "1");
+  terminal_.leave();
+}
+
+TEST_F(Screen, HasNoStyleWhereColoursAreNotWanted) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread.
+  ASSERT_EQ(::setenv("NO_COLOR", "1", 1), 0);
+  TerminalScreen plain(noKeys_, shown_.descriptor());
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread.
+  ASSERT_EQ(::unsetenv("NO_COLOR"), 0);
+  plain.enter();
+  plain.show({{{"good", Style::good}, {"bold", Style::bold}, {"dim", Style::dim}}}, size_);
+  EXPECT_EQ(screen().rows().at(0), "goodbolddim");
+  EXPECT_FALSE(screen().wasStyled());
+  plain.leave();
+}
+
+TEST_F(Screen, TextBeyondAsciiIsShownAsItIs) {
+  terminal_.enter();
+  terminal_.show({{{"L\u00e4sare e\u0301 \u20ac"}}}, size_);
+  EXPECT_TRUE(screen().shows("L\u00e4sare e\u0301 \u20ac\n")) << screen().text();
+  terminal_.leave();
+}
+
+TEST_F(Screen, WhatADisturbedTerminalLostIsShownAgain) {
+  terminal_.enter();
+  terminal_.show({{{"first"}}, {{"second"}}}, size_);
+  const std::size_t before = shown_.text().size();
+  terminal_.show({{{"first"}}, {{"second"}}}, size_);
+  EXPECT_EQ(shown_.text().size(), before);
+  terminal_.forget();
+  terminal_.show({{{"first"}}, {{"second"}}}, size_);
+  const std::string again = shown_.text().substr(before);
+  EXPECT_NE(again.find("first"), std::string::npos);
+  EXPECT_NE(again.find("second"), std::string::npos);
+  terminal_.leave();
+}
+
+TEST_F(Screen, NothingIsShownWhileItIsAside) {
+  terminal_.enter();
+  terminal_.stepAside();
+  EXPECT_FALSE(screen().isSecondScreen());
+  const std::size_t before = shown_.text().size();
+  terminal_.show({{{"hidden"}}}, size_);
+  EXPECT_EQ(shown_.text().size(), before);
+  terminal_.comeBack();
+  EXPECT_TRUE(screen().isSecondScreen());
+  terminal_.show({{{"back"}}}, size_);
+  EXPECT_TRUE(screen().shows("back\n"));
+  terminal_.leave();
+  EXPECT_FALSE(screen().isSecondScreen());
+}
+
+TEST_F(Screen, ASuspensionOnItsWayIsNotLostWhileItPaints) {
+  sigset_t suspension{};
+  sigset_t before{};
+  sigemptyset(&suspension);
+  sigaddset(&suspension, SIGTSTP);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &suspension, &before), 0);
+  terminal_.enter();
+  ASSERT_EQ(pthread_kill(pthread_self(), SIGTSTP), 0);
+  terminal_.show({{{"painted"}}}, size_);
+  terminal_.leave();
+  sigset_t pending{};
+  ASSERT_EQ(sigpending(&pending), 0);
+  ASSERT_EQ(sigismember(&pending, SIGTSTP), 1);
+  int taken = 0;
+  EXPECT_EQ(sigwait(&suspension, &taken), 0);
+  EXPECT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+  struct sigaction action {};
+  ASSERT_EQ(sigaction(SIGTSTP, nullptr, &action), 0);
+  EXPECT_EQ(action.sa_handler, SIG_DFL);
 }
 
 TEST(ScreenLog, KeepsTheLastLinesAndPassesAllOn) {

@@ -41,7 +41,8 @@ MonitorView plugged() {
 std::vector<std::string> texts(const MonitorView& view, ScreenSize size) {
   std::vector<std::string> rows;
   for (const ScreenLine& line : drawn(view, size)) {
-    rows.push_back(rendered(line, size.columns, false));
+    std::string& row = rows.emplace_back();
+    for (const Span& span : fitted(line, size.columns)) row += span.text;
   }
   return rows;
 }
@@ -182,10 +183,11 @@ TEST(MonitorView, TheLogHasItsShareAndTheLastLinesOfIt) {
   EXPECT_EQ(rows.at(22), "line 19");
 }
 
-TEST(TerminalText, StylesAreThereOnlyWhenWanted) {
-  const ScreenLine line{{"ab", Style::good}, {"cd"}};
-  EXPECT_EQ(rendered(line, 3, false), "abc");
-  EXPECT_EQ(rendered(line, 3, true), "\x1b[1;32mab\x1b[0mc");
+TEST(ScreenLine, IsCutInThePartThatDoesNotFit) {
+  const ScreenLine line{{"abcde", Style::good}, {"fghij"}, {"k", Style::bad}};
+  EXPECT_EQ(fitted(line, 11), line);
+  EXPECT_EQ(fitted(line, 9), (ScreenLine{{"abcde", Style::good}, {"f..."}}));
+  EXPECT_EQ(fitted(line, 4), (ScreenLine{{"a...", Style::good}}));
 }
 
 TEST(ArrivalRate, CountsTheLastSecondsAndForgets) {

@@ -30,6 +30,10 @@ class TerminalEmulator {
   [[nodiscard]] bool hasCursor() const { return cursor_; }
   [[nodiscard]] bool wraps() const { return wraps_; }
   [[nodiscard]] bool wasStyled() const { return styled_; }
+  /// How the letter of a cell looks: the parameters of its style, as in `1;32`; empty for plain.
+  [[nodiscard]] const std::string& styleAt(std::size_t row, std::size_t column) const {
+    return cells_.at(row).at(column).style;
+  }
   /// What came outside the second screen, plain text.
   [[nodiscard]] const std::string& outside() const { return outside_; }
   /// The sequences that it does not know.
@@ -38,12 +42,31 @@ class TerminalEmulator {
   [[nodiscard]] std::size_t cutLetters() const { return cut_; }
 
  private:
-  std::size_t takeSequence(std::string_view text);
-  void control(std::string_view parameters, char final);
-  void mode(std::string_view parameters, bool on);
-  void put(std::string_view letter);
+  struct Cell {
+    std::string letter = " ";
+    std::string style;
+  };
+  using Row = std::vector<Cell>;
+  using Parameters = std::vector<std::size_t>;
 
-  std::vector<std::vector<std::string>> cells_;
+  std::size_t takeSequence(std::string_view text);
+  void control(std::string_view text, char final);
+  bool moved(const Parameters& parameters, char final);
+  bool changed(const Parameters& parameters, char final);
+  void mode(std::string_view parameters, bool on);
+  void style(const Parameters& parameters);
+  void put(std::string_view letter);
+  /// Moves rows of the scrolling region, from `first` on, up or down; blank ones come after them.
+  void scroll(std::size_t first, std::size_t count, bool up);
+  void steer(char character);
+  /// Blank cells from a place of the current row on, as many as there are.
+  void erase(std::size_t column, std::size_t count);
+
+  std::vector<Row> cells_;
+  std::string style_;
+  std::string lastLetter_;
+  std::size_t regionBegin_ = 0;
+  std::size_t regionEnd_ = 0;
   std::size_t columns_ = 0;
   std::size_t row_ = 0;
   std::size_t column_ = 0;

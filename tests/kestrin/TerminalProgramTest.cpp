@@ -133,7 +133,7 @@ TEST(LiveScreen, IsNotShownWhereItCanNotBe) {
   };
   for (const PtyOptions& options :
        {PtyOptions{.environment = {"TERM=dumb"}}, PtyOptions{.environment = {"TERM="}},
-        PtyOptions{.inForeground = false}}) {
+        PtyOptions{.environment = {"TERM=no-such-terminal"}}, PtyOptions{.inForeground = false}}) {
     PtyProgram program(monitor({"0417"}), options);
     ASSERT_TRUE(program.waitFor(saysPlugged)) << program.screen().outside();
     program.signal(SIGTERM);
@@ -149,7 +149,7 @@ TEST(CtrlZ, GivesTheTerminalBackAndTheScreenComesAgainWithANewLink) {
   ASSERT_TRUE(program.waitFor(kPlugged)) << program.screen().text();
   for (const char* linkUps : {"2 link-ups, 0 lost", "3 link-ups, 0 lost"}) {
     program.type("\x1a");
-    ASSERT_TRUE(program.waitUntilStopped());
+    ASSERT_TRUE(program.waitUntilStopped()) << program.screen().text();
     EXPECT_TRUE(program.isTerminalRight());
     EXPECT_TRUE(program.screen().shows("in the background\n") ||
                 program.screen().shows("in the background C0:"))

@@ -191,11 +191,7 @@ void MonitorScreen::draw() {
   lastDrawing_ = environment_.loop().now();
   update();
   const ScreenSize size = terminal_.size();
-  std::vector<std::string> lines;
-  for (const ScreenLine& line : drawn(view_, size)) {
-    lines.push_back(rendered(line, size.columns, terminal_.hasColours()));
-  }
-  terminal_.show(lines);
+  terminal_.show(drawn(view_, size), size);
 }
 
 }  // namespace kestrin::app

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/kestrin/screen/TerminalText.h"
+#include "tools/kestrin/screen/ScreenLine.h"
 
 namespace kestrin::app {
 
@@ -77,11 +77,6 @@ struct MonitorView {
   std::deque<ShownFrame> frames;
   /// Safe for a terminal.
   std::deque<std::string> log;
-};
-
-struct ScreenSize {
-  std::size_t columns = 80;
-  std::size_t rows = 24;
 };
 
 /// The rows of the screen, at most `size.rows` of them. What matters most stays when there is

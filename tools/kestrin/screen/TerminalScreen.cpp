@@ -8,12 +8,12 @@
 #include <chrono>
 #include <cstdlib>
 
+#include "tools/kestrin/screen/Curses.h"
+#include "tools/kestrin/screen/TerminalKind.h"
+
 namespace kestrin::app {
 namespace {
 
-// The second screen, without a cursor and without wrapping; and back.
-constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[H\x1b[2J";
-constexpr std::string_view kLeave = "\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l";
 constexpr std::chrono::duration<int, std::milli> kLongestWait(1000);
 
 /// A variable of the environment; empty if there is none.
@@ -21,6 +21,27 @@ std::string_view variable(const char* name) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment is never changed here.
   const char* const text = std::getenv(name);
   return text != nullptr ? text : "";
+}
+
+/// What brings the terminal in use back to how it was, whatever is under way.
+std::string farewell() {
+  const std::string secondScreenEnd = controlSequence("rmcup");
+  return controlSequence("sgr0") + controlSequence("op") +
+         (secondScreenEnd.empty() ? controlSequence("clear") : "") + controlSequence("smam") +
+         controlSequence("cnorm") + secondScreenEnd;
+}
+
+/// Keys come at once and are not shown; those that send signals go on doing that. Line ends are as
+/// the library writes them.
+void takeModes(int descriptor) {
+  termios now{};
+  if (::tcgetattr(descriptor, &now) != 0) return;
+  now.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHONL);
+  now.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IGNCR);
+  now.c_oflag &= ~static_cast<tcflag_t>(ONLCR);
+  now.c_cc[VMIN] = 1;
+  now.c_cc[VTIME] = 0;
+  ::tcsetattr(descriptor, TCSANOW, &now);
 }
 
 bool isForeground(int descriptor) { return ::tcgetpgrp(descriptor) == ::getpgrp(); }
@@ -33,8 +54,8 @@ TerminalScreen::TerminalScreen(int input, int output)
 TerminalScreen::~TerminalScreen() { leave(); }
 
 bool TerminalScreen::isPossible() const {
-  const std::string_view kind = variable("TERM");
-  return ::isatty(output_) == 1 && !kind.empty() && kind != "dumb" && isForeground(output_);
+  return ::isatty(output_) == 1 && !variable("TERM").empty() && canBePainted(output_) &&
+         isForeground(output_);
 }
 
 void TerminalScreen::enter() {
@@ -42,26 +63,37 @@ void TerminalScreen::enter() {
   enterLocked();
 }
 
-void TerminalScreen::enterLocked() {
-  termios now{};
-  if (::isatty(input_) == 1 && ::tcgetattr(input_, &now) == 0) {
-    if (!before_) before_ = now;
-    // Keys come at once and are not shown; those that send signals go on doing that.
-    now.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    now.c_cc[VMIN] = 1;
-    now.c_cc[VTIME] = 0;
-    ::tcsetattr(input_, TCSANOW, &now);
+void TerminalScreen::rememberModes() {
+  const std::array<int, 2> descriptors{input_, output_};
+  for (std::size_t i = 0; i < descriptors.size(); ++i) {
+    termios now{};
+    if (!before_[i] && ::tcgetattr(descriptors[i], &now) == 0) before_[i] = now;
   }
+}
+
+void TerminalScreen::enterLocked() {
+  rememberModes();
   entered_ = true;
   isAway_ = false;
-  isClean_ = true;
-  shown_.clear();
-  write(kEnter);
+  if (!curses_) {
+    curses_ = Curses::open(output_, coloured_);
+    if (!curses_) return;
+    curses_->show({}, size());
+  } else {
+    write(controlSequence("smcup") + controlSequence("civis"));
+    curses_->forget();
+  }
+  farewell_ = farewell();
+  // A letter that this terminal shows wider than the library knows must not push a row down.
+  write(controlSequence("rmam"));
+  for (const int descriptor : {input_, output_}) takeModes(descriptor);
+  curses_->show({}, size());
 }
 
 void TerminalScreen::leave() {
   const std::scoped_lock lock(mutex_);
   putRightLocked(true);
+  curses_.reset();
   entered_ = false;
 }
 
@@ -83,9 +115,12 @@ void TerminalScreen::putRight() noexcept {
 void TerminalScreen::putRightLocked(bool takesText) noexcept {
   if (!entered_ || isAway_) return;
   isAway_ = true;
-  if (takesText) write(kLeave);
-  if (before_) ::tcsetattr(input_, TCSANOW, &*before_);
-  before_.reset();
+  if (takesText) write(farewell_);
+  const std::array<int, 2> descriptors{input_, output_};
+  for (std::size_t i = 0; i < descriptors.size(); ++i) {
+    if (before_[i]) ::tcsetattr(descriptors[i], TCSANOW, &*before_[i]);
+    before_[i].reset();
+  }
 }
 
 void TerminalScreen::comeBack() {
@@ -101,27 +136,14 @@ ScreenSize TerminalScreen::size() const {
   return {window.ws_col, window.ws_row};
 }
 
-void TerminalScreen::show(const std::vector<std::string>& lines) {
+void TerminalScreen::show(const std::vector<ScreenLine>& lines, ScreenSize size) {
   const std::scoped_lock lock(mutex_);
-  if (!entered_ || isAway_) return;
-  std::string changes = isClean_ ? "" : "\x1b[H\x1b[2J";
-  if (!isClean_) shown_.clear();
-  isClean_ = true;
-  for (std::size_t i = 0; i < lines.size() || i < shown_.size(); ++i) {
-    static const std::string empty;
-    const std::string& line = i < lines.size() ? lines[i] : empty;
-    if (line == (i < shown_.size() ? shown_[i] : empty)) continue;
-    changes.append("\x1b[").append(std::to_string(i + 1)).append(";1H").append(line);
-    changes += "\x1b[K";
-  }
-  shown_ = lines;
-  bytesShown_ += changes.size();
-  write(changes);
+  if (entered_ && !isAway_ && curses_) curses_->show(lines, size);
 }
 
 void TerminalScreen::forget() {
   const std::scoped_lock lock(mutex_);
-  isClean_ = false;
+  if (curses_) curses_->forget();
 }
 
 void TerminalScreen::write(std::string_view text) noexcept {

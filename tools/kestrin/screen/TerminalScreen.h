@@ -1,8 +1,7 @@
 // The terminal as one whole screen that is overwritten in place, and the way back to how it was.
 //
-// A few control sequences are all it takes: the terminals of today know them alike, and a program
-// that writes them itself has no library underneath that handles signals and locales its own way.
-// Colours and bold letters are the only styles, so a terminal without them loses nothing.
+// The curses library paints it. What it would do with signals and keys, and when it would give the
+// terminal back, is decided here and in InterruptSignals.
 //
 // Threads: one at a time, except for `putRight`, which any thread may call.
 // Lifetime: the descriptors stay the caller's; the drop puts the terminal right.
@@ -11,15 +10,19 @@
 
 #include <termios.h>
 
+#include <array>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tools/kestrin/screen/MonitorView.h"
+#include "tools/kestrin/screen/ScreenLine.h"
 
 namespace kestrin::app {
+
+class Curses;
 
 class TerminalScreen {
  public:
@@ -28,11 +31,9 @@ class TerminalScreen {
   TerminalScreen(const TerminalScreen&) = delete;
   TerminalScreen& operator=(const TerminalScreen&) = delete;
 
-  /// Whether there is a terminal to show a screen on: standard output is one that knows control
-  /// sequences, and this process is in its foreground.
+  /// Whether there is a terminal to show a screen on: standard output is one of a kind that can be
+  /// painted, and this process is in its foreground.
   [[nodiscard]] bool isPossible() const;
-  /// Whether colours are wanted: not with NO_COLOR set to anything (no-color.org).
-  [[nodiscard]] bool hasColours() const noexcept { return coloured_; }
   /// Takes the terminal, clean; harmless when it is taken already. A process in the background is
   /// stopped by the system here until it is in the foreground.
   void enter();
@@ -46,18 +47,17 @@ class TerminalScreen {
   /// Takes it again, if it was taken, after a while in which anybody may have changed it.
   void comeBack();
   [[nodiscard]] ScreenSize size() const;
-  /// Shows these lines, top down, and nothing else. Writes only what has changed; nothing if not
-  /// entered.
-  void show(const std::vector<std::string>& lines);
+  /// Shows these lines, top down, and nothing else; without colours where the environment has
+  /// NO_COLOR set to anything (no-color.org). Writes only what has changed; nothing if not entered.
+  void show(const std::vector<ScreenLine>& lines, ScreenSize size);
   /// Writes everything the next time, for a terminal that may have been disturbed.
   void forget();
   [[nodiscard]] int input() const noexcept { return input_; }
-  /// How many bytes were written for `show`.
-  [[nodiscard]] std::size_t bytesShown() const noexcept { return bytesShown_; }
 
  private:
   void write(std::string_view text) noexcept;
   void enterLocked();
+  void rememberModes();
   void putRightLocked(bool takesText) noexcept;
 
   const int input_;
@@ -66,10 +66,10 @@ class TerminalScreen {
   std::timed_mutex mutex_;  // Guards what follows, and the order of writes.
   bool entered_ = false;
   bool isAway_ = false;  // Put right, though entered.
-  std::optional<termios> before_;
-  std::vector<std::string> shown_;
-  bool isClean_ = false;
-  std::size_t bytesShown_ = 0;
+  /// The modes before, of the input and of the output: mostly those of one terminal.
+  std::array<std::optional<termios>, 2> before_;
+  std::string farewell_;
+  std::unique_ptr<Curses> curses_;
 };
 
 }  // namespace kestrin::app
