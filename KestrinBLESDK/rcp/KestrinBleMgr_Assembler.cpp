@@ -30,27 +30,27 @@ enum class Verdict {
   whole,  ///< Every byte is there; the CRC is not checked yet.
 };
 
-/// Takes the record on to a byte; returns whether that is there.
-bool goTo(RcpFrmReader& reader, RcpFrmState state, std::uint16_t count,
+/// Takes the record on to the byte at `place`; returns whether that is there.
+bool goTo(RcpFrmReader& reader, RcpFrmState state, std::size_t place,
           std::span<const std::uint8_t> bytes) noexcept {
   reader.state = state;
-  reader.count = count;
-  return count <= bytes.size();
+  reader.count = static_cast<std::uint16_t>(place + 1);
+  return place < bytes.size();
 }
 
 /// Reads the frame that `bytes` begin with, from its message type on, into a cleared record.
 Verdict read(std::span<const std::uint8_t> bytes, RcpFrmReader& reader) noexcept {
-  if (!goTo(reader, RcpFrmState::MessageType, 2, bytes)) return Verdict::unfinished;
-  if ((bytes[1] & rcp::kReceivedTypeMask) == 0) return Verdict::wrongType;
-  if (!goTo(reader, RcpFrmState::LengthLow, rcp::kHeaderLength, bytes)) return Verdict::unfinished;
-  reader.length = static_cast<std::uint16_t>(bytes[3] << 8 | bytes[4]);
+  if (!goTo(reader, RcpFrmState::MessageType, rcp::kTypePlace, bytes)) return Verdict::unfinished;
+  if ((bytes[rcp::kTypePlace] & rcp::kReceivedTypeMask) == 0) return Verdict::wrongType;
+  constexpr std::size_t kHigh = rcp::kPayloadLengthPlace;
+  constexpr std::size_t kLow = kHigh + 1;
+  if (!goTo(reader, RcpFrmState::LengthLow, kLow, bytes)) return Verdict::unfinished;
+  reader.length = static_cast<std::uint16_t>(bytes[kHigh] << 8 | bytes[kLow]);
   if (reader.length >= rcp::kRejectedPayloadLength) return Verdict::wrongLength;
-  const auto endMark = static_cast<std::uint16_t>(rcp::kHeaderLength + reader.length);
-  if (!goTo(reader, RcpFrmState::EndMark, static_cast<std::uint16_t>(endMark + 1), bytes)) {
-    return Verdict::unfinished;
-  }
+  const std::size_t endMark = std::size_t{rcp::kHeaderLength} + reader.length;
+  if (!goTo(reader, RcpFrmState::EndMark, endMark, bytes)) return Verdict::unfinished;
   if (bytes[endMark] != rcp::kEndMark) return Verdict::wrongEndMark;
-  const auto last = static_cast<std::uint16_t>(endMark + rcp::kTrailerLength);
+  const std::size_t last = endMark + rcp::kTrailerLength - 1;
   if (!goTo(reader, RcpFrmState::CrcLow, last, bytes)) return Verdict::unfinished;
   return Verdict::whole;
 }

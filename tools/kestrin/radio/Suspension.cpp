@@ -55,7 +55,7 @@ void Suspension::stopNow() {
 void Suspension::continued() {
   if (!environment_.leaving()) return;
   waiting_ = std::make_shared<char>();
-  // The loop's time stands still within a turn; the next one knows how long the stop was.
+  // Virtual time stands still within a turn; the next one knows how long the stop was.
   later(Time::zero(), [this] {
     environment_.addTimeAway(environment_.loop().now() - begin_);
     environment_.comeBack();

@@ -44,7 +44,7 @@ void Recorder::take(RecordedEvent event) noexcept {
   const auto loop = loop_.lock();
   const Time now = loop ? loop->now() - begin_ : Time::zero();
   const std::scoped_lock lock(mutex_);
-  // The loop's own thread sees its time stand still within a turn, others do not.
+  // In virtual time the loop's own thread sees it stand still within a turn, others do not.
   last_ = std::max(last_, now);
   event.time = last_;
   const bool whole = !failure_;

@@ -1,49 +1,37 @@
 #include "tools/kestrin/screen/TerminalKeys.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <utility>
 
 namespace kestrin::app {
 
 TerminalKeys::TerminalKeys(int input, MainRunLoop& loop, std::function<void(char)> onKey)
     : input_(input),
-      end_(::eventfd(0, EFD_CLOEXEC)),
       loop_(loop),
-      onKey_(std::make_shared<std::function<void(char)>>(std::move(onKey))) {
-  if (end_ >= 0) thread_ = std::thread([this] { wait(); });
+      onKey_(std::make_shared<std::function<void(char)>>(std::move(onKey))),
+      watch_(loop.watch(input, Readiness::readable, [this](Readiness found) { take(found); })) {}
+
+TerminalKeys::~TerminalKeys() { end(); }
+
+void TerminalKeys::end() {
+  if (watch_) loop_.unwatch(*std::exchange(watch_, std::nullopt));
 }
 
-TerminalKeys::~TerminalKeys() {
-  if (!thread_.joinable()) return;
-  const std::uint64_t one = 1;
-  [[maybe_unused]] const auto written = ::write(end_, &one, sizeof one);
-  thread_.join();
-  ::close(end_);
-}
-
-void TerminalKeys::wait() {
-  std::array<pollfd, 2> sources{pollfd{input_, POLLIN, 0}, pollfd{end_, POLLIN, 0}};
-  while (true) {
-    if (::poll(sources.data(), sources.size(), -1) < 0) {
-      if (errno == EINTR) continue;
-      return;
-    }
-    if (sources[1].revents != 0) return;
-    std::array<char, 64> keys{};
-    const ssize_t count = ::read(input_, keys.data(), keys.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
-      loop_.post([onKey = std::weak_ptr(onKey_), key = keys[i]] {
-        if (const auto alive = onKey.lock()) (*alive)(key);
-      });
-    }
+void TerminalKeys::take(Readiness found) {
+  std::array<char, 64> keys{};
+  const bool readable = hasAny(found, Readiness::readable);
+  const ssize_t count = readable ? ::read(input_, keys.data(), keys.size()) : 0;
+  if (count < 0 && errno == EINTR) return;
+  if (count <= 0) {
+    end();
+    return;
+  }
+  const std::weak_ptr onKey(onKey_);
+  for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+    if (const auto alive = onKey.lock()) (*alive)(keys[i]);
   }
 }
 

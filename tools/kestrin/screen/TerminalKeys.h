@@ -1,15 +1,15 @@
-// The keys that are pressed on a terminal, as tasks on a run loop.
+// The keys that are pressed on a terminal, in turns of a run loop.
 //
-// Threads: made and dropped on the loop's thread; a thread of its own waits for keys.
-// Lifetime: nothing comes after the drop. Drop it before the loop.
-// Errors: none; an input that has ended or can not be read gives no more keys.
+// Threads: the loop's.
+// Lifetime: nothing comes after the drop, which a key's own call may be. Drop it before the loop.
+// Errors: none; an input that has ended or cannot be read gives no more keys.
 #pragma once
 
 #include <KestrinBLESDK/platform/MainRunLoop.h>
 
 #include <functional>
 #include <memory>
-#include <thread>
+#include <optional>
 
 namespace kestrin::app {
 
@@ -21,14 +21,14 @@ class TerminalKeys {
   TerminalKeys& operator=(const TerminalKeys&) = delete;
 
  private:
-  void wait();
+  void take(Readiness found);
+  void end();
 
   const int input_;
-  const int end_;
   MainRunLoop& loop_;
-  /// Shared with what is posted, so that it is not called after the drop.
+  /// Shared with the call that runs, so that it is not called after the drop.
   std::shared_ptr<std::function<void(char)>> onKey_;
-  std::thread thread_;
+  std::optional<MainRunLoop::WatchId> watch_;
 };
 
 }  // namespace kestrin::app
