@@ -5,9 +5,9 @@
 
 static kestrin_manager* manager;
 
-static void on_found(kestrin_reader* reader, void* user) {
+static void on_found(kestrin_peripheral* reader, void* user) {
   (void)user;
-  printf("found %s\n", kestrin_reader_name(reader));
+  printf("found %s\n", kestrin_peripheral_name(reader));
   kestrin_connect(manager, reader);
 }
 

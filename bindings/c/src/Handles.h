@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/Reader.h"
 #include "kestrin/kestrin.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 
@@ -49,7 +50,7 @@ struct kestrin_platform {
   std::shared_ptr<kestrin::c::PlatformParts> parts;
 };
 
-struct kestrin_reader {
+struct kestrin_peripheral {
   std::shared_ptr<kestrin::CBPeripheral> peripheral;
   std::string name{};
   std::string identifier{};
@@ -68,9 +69,9 @@ class CallbackDelegate final : public KestrinBLEProtocols, public RcpReceiver {
   }
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& peripheral) noexcept override {
     if (callbacks_.found == nullptr) return;
-    auto* const reader = new kestrin_reader{peripheral};
+    auto* const reader = new kestrin_peripheral{peripheral};
     callbacks_.found(reader, user_);
-    kestrin_reader_release(reader);
+    kestrin_peripheral_release(reader);
   }
   void plugChangedStatus(bool plugged) noexcept override {
     if (callbacks_.plugged != nullptr) callbacks_.plugged(plugged, user_);
@@ -91,4 +92,12 @@ struct kestrin_manager {
   std::shared_ptr<kestrin::c::PlatformParts> parts;
   std::shared_ptr<kestrin::c::CallbackDelegate> delegate;
   std::shared_ptr<kestrin::KestrinBleMgr> manager;
+};
+
+struct kestrin_reader {
+  std::shared_ptr<kestrin::c::PlatformParts> parts;
+  kestrin_reader_handlers handlers;
+  void* user;
+  /// Shared: a handler may release what holds it.
+  std::shared_ptr<kestrin::Reader> reader{};
 };

@@ -1,5 +1,4 @@
-// Managers, readers and frames.
-#include <cstring>
+// Managers and peripherals.
 #include <new>
 #include <span>
 
@@ -25,7 +24,7 @@ kestrin_status withManager(kestrin_manager* manager, const Work& work) noexcept 
 
 /// The text of a reader, kept with it.
 template <class Read>
-const char* textOf(kestrin_reader* reader, std::string kestrin_reader::*text,
+const char* textOf(kestrin_peripheral* reader, std::string kestrin_peripheral::*text,
                    const Read& read) noexcept {
   if (reader == nullptr) {
     fail(KESTRIN_INVALID_ARGUMENT, kNoReader);
@@ -84,7 +83,7 @@ kestrin_status kestrin_stop_scan(kestrin_manager* manager) {
   });
 }
 
-kestrin_status kestrin_connect(kestrin_manager* manager, kestrin_reader* reader) {
+kestrin_status kestrin_connect(kestrin_manager* manager, kestrin_peripheral* reader) {
   return withManager(manager, [&](kestrin::KestrinBleMgr& it) {
     if (reader == nullptr) return fail(KESTRIN_INVALID_ARGUMENT, kNoReader);
     it.connectBLE(reader->peripheral);
@@ -92,10 +91,10 @@ kestrin_status kestrin_connect(kestrin_manager* manager, kestrin_reader* reader)
   });
 }
 
-kestrin_reader* kestrin_current_reader(kestrin_manager* manager) {
-  kestrin_reader* reader = nullptr;
+kestrin_peripheral* kestrin_current_peripheral(kestrin_manager* manager) {
+  kestrin_peripheral* reader = nullptr;
   withManager(manager, [&](const kestrin::KestrinBleMgr& it) {
-    if (auto peripheral = it.pripheral()) reader = new kestrin_reader{std::move(peripheral)};
+    if (auto peripheral = it.pripheral()) reader = new kestrin_peripheral{std::move(peripheral)};
     return KESTRIN_OK;
   });
   return reader;
@@ -121,46 +120,21 @@ kestrin_status kestrin_send(kestrin_manager* manager, const uint8_t* frame, size
   });
 }
 
-kestrin_reader* kestrin_reader_retain(kestrin_reader* reader) {
+kestrin_peripheral* kestrin_peripheral_retain(kestrin_peripheral* reader) {
   if (reader != nullptr) ++reader->holders;
   return reader;
 }
 
-void kestrin_reader_release(kestrin_reader* reader) {
+void kestrin_peripheral_release(kestrin_peripheral* reader) {
   if (reader != nullptr && --reader->holders == 0) delete reader;
 }
 
-const char* kestrin_reader_name(kestrin_reader* reader) {
-  return textOf(reader, &kestrin_reader::name,
+const char* kestrin_peripheral_name(kestrin_peripheral* reader) {
+  return textOf(reader, &kestrin_peripheral::name,
                 [](const kestrin::CBPeripheral& it) { return it.name().value_or(""); });
 }
 
-const char* kestrin_reader_identifier(kestrin_reader* reader) {
-  return textOf(reader, &kestrin_reader::identifier,
+const char* kestrin_peripheral_identifier(kestrin_peripheral* reader) {
+  return textOf(reader, &kestrin_peripheral::identifier,
                 [](const kestrin::CBPeripheral& it) { return it.identifier(); });
-}
-
-kestrin_status kestrin_build_frame(uint8_t type, uint8_t code, const uint8_t* payload,
-                                   size_t payload_length, uint8_t* frame, size_t capacity,
-                                   size_t* length) {
-  return guarded([&] {
-    if (length == nullptr) return fail(KESTRIN_INVALID_ARGUMENT, "the length is NULL");
-    if ((payload == nullptr && payload_length > 0) || (frame == nullptr && capacity > 0)) {
-      return fail(KESTRIN_INVALID_ARGUMENT, payload == nullptr && payload_length > 0
-                                                ? "the payload is NULL"
-                                                : "the memory for the frame is NULL");
-    }
-    kestrin::NSError error;
-    const auto built =
-        kestrin::buildRcpFrame(type, code, std::span(payload, payload_length), &error);
-    if (!built) return fail(KESTRIN_INVALID_ARGUMENT, error.text.c_str());
-    *length = built->length();
-    if (frame == nullptr || capacity < built->length()) {
-      const std::string text = "the frame has " + std::to_string(built->length()) +
-                               " bytes, the memory for it " + std::to_string(capacity);
-      return fail(KESTRIN_TOO_SMALL, text.c_str());
-    }
-    std::memcpy(frame, built->bytes(), built->length());
-    return KESTRIN_OK;
-  });
 }

@@ -17,7 +17,7 @@ static void check(bool holds, const char* what, const char* file, int line) {
 struct application {
   kestrin_platform* platform;
   kestrin_manager* manager;
-  kestrin_reader* kept;
+  kestrin_peripheral* kept;
   char transcript[2048];
   bool connects;
   kestrin_status inside;
@@ -32,12 +32,12 @@ static void on_status(int64_t status, void* user) {
   note(user, status == 0 ? "scan|" : "stopped|");
 }
 
-static void on_found(kestrin_reader* reader, void* user) {
+static void on_found(kestrin_peripheral* reader, void* user) {
   struct application* const application = user;
   note(application, "found ");
-  note(application, kestrin_reader_name(reader));
+  note(application, kestrin_peripheral_name(reader));
   note(application, "|");
-  if (application->kept == NULL) application->kept = kestrin_reader_retain(reader);
+  if (application->kept == NULL) application->kept = kestrin_peripheral_retain(reader);
   if (application->connects) CHECK(kestrin_connect(application->manager, reader) == KESTRIN_OK);
 }
 
@@ -68,7 +68,7 @@ static void begin(struct application* application, const char* reader) {
 }
 
 static void end(struct application* application) {
-  kestrin_reader_release(application->kept);
+  kestrin_peripheral_release(application->kept);
   kestrin_manager_release(application->manager);
   kestrin_platform_release(application->platform);
 }
@@ -126,19 +126,19 @@ static void tells_a_lost_link(void) {
 
 static void keeps_a_reader_that_is_retained(void) {
   struct application it;
-  kestrin_reader* current;
+  kestrin_peripheral* current;
   begin(&it, "KVR-0417");
   it.connects = false;
-  CHECK(kestrin_current_reader(it.manager) == NULL);
+  CHECK(kestrin_current_peripheral(it.manager) == NULL);
   CHECK(kestrin_scan(it.manager) == KESTRIN_OK);
   CHECK(kestrin_run_for(it.platform, 1) == KESTRIN_OK);
   CHECK(kestrin_stop_scan(it.manager) == KESTRIN_OK);
   CHECK(strcmp(it.transcript, "scan|found KVR-0417|stopped|") == 0);
-  current = kestrin_current_reader(it.manager);
+  current = kestrin_current_peripheral(it.manager);
   CHECK(current != NULL);
-  CHECK(strcmp(kestrin_reader_name(current), "KVR-0417") == 0);
-  CHECK(strcmp(kestrin_reader_identifier(current), kestrin_reader_identifier(it.kept)) == 0);
-  kestrin_reader_release(current);
+  CHECK(strcmp(kestrin_peripheral_name(current), "KVR-0417") == 0);
+  CHECK(strcmp(kestrin_peripheral_identifier(current), kestrin_peripheral_identifier(it.kept)) == 0);
+  kestrin_peripheral_release(current);
   CHECK(kestrin_connect(it.manager, it.kept) == KESTRIN_OK);
   CHECK(kestrin_run_for(it.platform, 5) == KESTRIN_OK);
   CHECK(kestrin_is_open(it.manager));
@@ -149,15 +149,15 @@ static void tells_nobody_without_callbacks(void) {
   static const kestrin_callbacks none = {sizeof none, NULL, NULL, NULL, NULL};
   kestrin_platform* const platform = kestrin_platform_create_simulated(true, 1);
   kestrin_manager* const manager = kestrin_manager_create(platform, &none, NULL);
-  kestrin_reader* reader;
+  kestrin_peripheral* reader;
   CHECK(kestrin_simulated_add_reader(platform, "KVR-0417") == KESTRIN_OK);
   CHECK(kestrin_scan(manager) == KESTRIN_OK);
   CHECK(kestrin_run_for(platform, 1) == KESTRIN_OK);
-  reader = kestrin_current_reader(manager);
+  reader = kestrin_current_peripheral(manager);
   CHECK(kestrin_connect(manager, reader) == KESTRIN_OK);
   CHECK(kestrin_run_for(platform, 5) == KESTRIN_OK);
   CHECK(kestrin_is_open(manager));
-  kestrin_reader_release(reader);
+  kestrin_peripheral_release(reader);
   kestrin_manager_release(manager);
   kestrin_platform_release(platform);
 }
@@ -205,7 +205,7 @@ static void refuses_what_is_null(void) {
   CHECK(kestrin_close(NULL) == KESTRIN_INVALID_ARGUMENT);
   CHECK(kestrin_send(NULL, &byte, 1) == KESTRIN_INVALID_ARGUMENT);
   CHECK(kestrin_connect(NULL, NULL) == KESTRIN_INVALID_ARGUMENT);
-  CHECK(kestrin_current_reader(NULL) == NULL);
+  CHECK(kestrin_current_peripheral(NULL) == NULL);
   CHECK(!kestrin_is_open(NULL));
   CHECK(kestrin_run_for(NULL, 1) == KESTRIN_INVALID_ARGUMENT);
   CHECK(strcmp(kestrin_last_error(), "the platform is NULL") == 0);
@@ -220,14 +220,14 @@ static void refuses_what_is_null(void) {
   CHECK(kestrin_manager_create(NULL, &all_callbacks, NULL) == NULL);
   CHECK(kestrin_simulated_add_reader(NULL, "KVR") == KESTRIN_INVALID_ARGUMENT);
   CHECK(kestrin_simulated_lose_link(NULL, "KVR") == KESTRIN_INVALID_ARGUMENT);
-  CHECK(kestrin_reader_name(NULL) == NULL);
+  CHECK(kestrin_peripheral_name(NULL) == NULL);
   CHECK(strcmp(kestrin_last_error(), "the reader is NULL") == 0);
-  CHECK(kestrin_reader_identifier(NULL) == NULL);
-  CHECK(kestrin_reader_retain(NULL) == NULL);
+  CHECK(kestrin_peripheral_identifier(NULL) == NULL);
+  CHECK(kestrin_peripheral_retain(NULL) == NULL);
   CHECK(kestrin_build_frame(0, 0, NULL, 1, &byte, 1, &length) == KESTRIN_INVALID_ARGUMENT);
   CHECK(kestrin_build_frame(0, 0, NULL, 0, NULL, 1, &length) == KESTRIN_INVALID_ARGUMENT);
   CHECK(kestrin_build_frame(0, 0, NULL, 0, &byte, 1, NULL) == KESTRIN_INVALID_ARGUMENT);
-  kestrin_reader_release(NULL);
+  kestrin_peripheral_release(NULL);
   kestrin_manager_release(NULL);
   kestrin_platform_release(NULL);
 }
