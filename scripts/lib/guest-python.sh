@@ -1,6 +1,6 @@
 # The main job in the virtual machine from Python: the package works readers of both families through
-# the kernel's Bluetooth stack and the daemon, with asyncio, with callbacks, and with a program that ends
-# while its link is up. Run by scripts/realstack.
+# the kernel's Bluetooth stack and the daemon, with asyncio, with callbacks, with a program that ends while
+# its link is up, and twelve at once that are held. Run by scripts/realstack.
 source "$KESTRIN_ROOT/scripts/lib/guest-stack.sh"
 
 # Commands of 45 bytes, which leave as 20, 20 and 5, and the answers of the readers' script.
@@ -11,7 +11,10 @@ q62t_answer=bb01290025bb7e808182838485868788898a8b8c8d8e8f909192939495969798999a
 get_reader_info=bb00030001b17e6597
 standard_tx=BA821001-3B5B-4654-85FE-E998B123ADEA
 
-devices=(--reader KVR-0001,id=standard --reader "KVR-Q62T 0012,id=q62t" --non-reader Lamp,id=lamp)
+many=(KVR-{1001..1012})
+devices=()
+for each in "${many[@]}"; do devices+=(--reader "$each,id=${each,,}"); done
+devices+=(--reader KVR-0001,id=standard --reader "KVR-Q62T 0012,id=q62t" --non-reader Lamp,id=lamp)
 
 # work CASE STYLE NAME COMMAND: what the program printed is kept in CASE.out.
 work() {
@@ -91,6 +94,28 @@ begin
 check "a program ends while its link is up" work left leave KVR-0001 "$standard_command"
 check "a program that ends: its answer arrived" printed_after_sending left "FRAME $standard_answer"
 check "a program that ends: the link was closed" link_went_down standard
+
+# hold_twelve: what the program printed is kept in twelve.out.
+hold_twelve() {
+  PYTHONPATH=$KESTRIN_BUILD/python PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 \
+    "$KESTRIN_ROOT/tests/realstack/python_twelve_readers.py" "${many[@]}" \
+    >"$guest_logs/twelve.out" 2>"$guest_logs/twelve-python.log" &
+  twelve_pid=$!
+}
+twelve_said() {
+  wait_for 150 "$1" grep -q "^$1" "$guest_logs/twelve.out" && return 0
+  cat "$guest_logs/twelve.out" "$guest_logs/twelve-python.log"
+  return 1
+}
+
+begin
+hold_twelve
+check "twelve held readers in one process: plugged in together" twelve_said PLUGGED
+check "twelve held readers: each answers its own command" twelve_said ANSWERED
+check "twelve held readers: one loses its link" order drop kvr-1007
+check "twelve held readers: it comes back, and the others do not notice" twelve_said "BACK KVR-1007"
+check "twelve held readers: every link goes down" twelve_said DOWN
+check "twelve held readers: the program has ended well" wait "$twelve_pid"
 
 check "Python had nothing to complain about" nothing_was_logged_by_python
 finish_cases
