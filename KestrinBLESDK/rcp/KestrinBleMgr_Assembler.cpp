@@ -21,13 +21,11 @@ namespace {
 /// one took, while bytes without a preamble waited in it, is given back.
 constexpr std::size_t kKeptBuffer = 4096;
 
-/// What reading a frame comes to.
+/// What reading a frame comes to. The record says at which byte.
 enum class Verdict {
-  unfinished,  ///< The byte that the record stands at is not there yet.
-  wrongType,   ///< As the next two: the byte that the record stands at rejects the frame.
-  wrongLength,
-  wrongEndMark,
-  whole,  ///< Every byte is there; the CRC is not checked yet.
+  unfinished,  ///< That byte is not there yet.
+  rejected,    ///< That byte is wrong.
+  whole,       ///< That byte is the last one. The CRC is not checked yet.
 };
 
 /// Takes the record on to the byte at `place`; returns whether that is there.
@@ -41,15 +39,15 @@ bool goTo(RcpFrmReader& reader, RcpFrmState state, std::size_t place,
 /// Reads the frame that `bytes` begin with, from its message type on, into a cleared record.
 Verdict read(std::span<const std::uint8_t> bytes, RcpFrmReader& reader) noexcept {
   if (!goTo(reader, RcpFrmState::MessageType, rcp::kTypePlace, bytes)) return Verdict::unfinished;
-  if ((bytes[rcp::kTypePlace] & rcp::kReceivedTypeMask) == 0) return Verdict::wrongType;
+  if ((bytes[rcp::kTypePlace] & rcp::kReceivedTypeMask) == 0) return Verdict::rejected;
   constexpr std::size_t kHigh = rcp::kPayloadLengthPlace;
   constexpr std::size_t kLow = kHigh + 1;
   if (!goTo(reader, RcpFrmState::LengthLow, kLow, bytes)) return Verdict::unfinished;
   reader.length = static_cast<std::uint16_t>(bytes[kHigh] << 8 | bytes[kLow]);
-  if (reader.length >= rcp::kRejectedPayloadLength) return Verdict::wrongLength;
+  if (reader.length >= rcp::kRejectedPayloadLength) return Verdict::rejected;
   const std::size_t endMark = std::size_t{rcp::kHeaderLength} + reader.length;
   if (!goTo(reader, RcpFrmState::EndMark, endMark, bytes)) return Verdict::unfinished;
-  if (bytes[endMark] != rcp::kEndMark) return Verdict::wrongEndMark;
+  if (bytes[endMark] != rcp::kEndMark) return Verdict::rejected;
   const std::size_t last = endMark + rcp::kTrailerLength - 1;
   if (!goTo(reader, RcpFrmState::CrcLow, last, bytes)) return Verdict::unfinished;
   return Verdict::whole;
@@ -90,7 +88,7 @@ class KestrinBleMgr::Parse final {
       if (verdict == Verdict::whole) {
         takeFrame(bytes.first(reader.count));
       } else {
-        reject(verdict, bytes[reader.count - 1U]);
+        reject(reader.state, bytes[reader.count - 1U]);
       }
       i = start_ + reader.count;
     }
@@ -98,11 +96,11 @@ class KestrinBleMgr::Parse final {
   }
 
  private:
-  /// Says what is wrong with a frame: `abyte` is.
-  void reject(Verdict verdict, std::uint8_t abyte) const noexcept {
-    if (verdict == Verdict::wrongType) {
+  /// Says what is wrong with a frame: `abyte`, which stands where `state` says.
+  void reject(RcpFrmState state, std::uint8_t abyte) const noexcept {
+    if (state == RcpFrmState::MessageType) {
       manager_.log("[ERROR]parseFrmReader:MESSAGE");
-    } else if (verdict == Verdict::wrongLength) {
+    } else if (state == RcpFrmState::LengthLow) {
       manager_.log("[ERROR]parseFrmReader:LENGTH2");
     } else {
       manager_.log("[ERROR]parseFrmReader:ENDMARK abyte = %02X", abyte);
