@@ -55,7 +55,7 @@ kestrin_install_pc(kestrinblesdk)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN reader EXCLUDE
-  PATTERN RcpFrmReader.h EXCLUDE
+  PATTERN RcpFrmReader.h EXCLUDE PATTERN Trimming.h EXCLUDE
   PATTERN DescriptorWaker.h EXCLUDE PATTERN DescriptorWatches.h EXCLUDE
   PATTERN SignalPipe.h EXCLUDE)
 foreach(component IN ITEMS simulated bluez c)

@@ -9,6 +9,8 @@ from __future__ import annotations
 
 import sys
 import time
+from collections.abc import Callable
+from functools import partial
 
 import kestrinblesdk as kestrin
 from kestrinblesdk import Frame, NSError, Reader, ReaderPhase
@@ -28,8 +30,7 @@ def main(names: list[str]) -> None:
     for reader in readers.values():
         reader.on_trouble = lambda reader, trouble: troubles.append(trouble.text)
 
-    def wait(done: object, what: str) -> None:
-        assert callable(done)
+    def wait(done: Callable[[], bool], what: str) -> None:
         if not platform.run_until(done, LIMIT):
             phases = {name: reader.phase.name for name, reader in readers.items()}
             sys.exit(f"{what} did not come about: {phases}; {troubles}; {platform.radio_trouble}")
@@ -42,11 +43,13 @@ def main(names: list[str]) -> None:
     tell("PLUGGED", f"{time.monotonic() - begun:.1f}")
 
     answers: dict[str, Frame | NSError | None] = {}
+
+    def answered(name: str, frame: Frame | None, error: NSError | None) -> None:
+        answers[name] = frame or error
+
     for number, (name, reader) in enumerate(readers.items()):
         command = kestrin.build_frame(0x00, 0x22, bytes([number]) * 45)
-        reader.exchange(
-            command, 20, lambda frame, error, name=name: answers.update({name: frame or error})
-        )
+        reader.exchange(command, 20, partial(answered, name))
     wait(lambda: len(answers) == len(names), "an answer from each")
     for number, name in enumerate(names):
         answer = answers[name]
@@ -55,9 +58,9 @@ def main(names: list[str]) -> None:
     tell("ANSWERED")
 
     changes: list[tuple[str, ReaderPhase]] = []
-    for name, reader in readers.items():
-        reader.on_phase = lambda reader, phase, name=name: changes.append((name, phase))
-    wait(lambda: changes and changes[-1][1] is ReaderPhase.plugged_in, "a loss and its end")
+    for reader in readers.values():
+        reader.on_phase = lambda reader, phase: changes.append((reader.name, phase))
+    wait(lambda: bool(changes) and changes[-1][1] is ReaderPhase.plugged_in, "a loss and its end")
     if len({name for name, _ in changes}) != 1:
         sys.exit(f"a loss of one has moved others: {changes}")
     tell("BACK", changes[-1][0])
