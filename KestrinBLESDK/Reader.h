@@ -226,9 +226,10 @@ class KESTRIN_EXPORT Reader final {
   /// it comes. The command is sent all the same. Harmless when the exchange has ended.
   void forget(ExchangeId exchange);
 
-  /// Gives the link up until `comeBack`, in the next turn. Entering the background
-  /// (`UIApplicationDidEnterBackgroundNotification`) does the same. Limits do not run meanwhile.
-  void leave();
+  /// Gives the link up until `comeBack`, in the next turn; `done` is called once it is down.
+  /// Entering the background (`UIApplicationDidEnterBackgroundNotification`) does the same. Limits
+  /// do not run meanwhile.
+  void leave(std::function<void()> done = {});
   /// Searches or connects again, in the next turn.
   void comeBack();
   /// Ends everything: the phase is `closed` from now on, and no handler is called any more but

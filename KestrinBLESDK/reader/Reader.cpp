@@ -107,7 +107,7 @@ Reader::ExchangeId Reader::exchange(const NSData& frame, Time limit, AnswerHandl
 
 void Reader::forget(ExchangeId exchange) { core_->forget(exchange); }
 
-void Reader::leave() { core_->leaveSoon(); }
+void Reader::leave(std::function<void()> done) { core_->leaveSoon(std::move(done)); }
 
 void Reader::comeBack() { core_->comeBackSoon(); }
 

@@ -63,13 +63,15 @@ const ReaderChoice::Seen* ReaderChoice::find(std::string_view identifier) const 
 
 std::string ReaderChoice::notFound(std::string_view within) const {
   std::string text = "no reader";
-  if (!wanted_.empty()) text += " with " + quoted(wanted_) + " in its name";
-  text += " was found within " + std::string(within);
-  const char* separator = "; found were ";
+  if (!wanted_.empty()) text += " whose name contains " + quoted(wanted_);
+  return text + " was found within " + std::string(within);
+}
+
+std::string ReaderChoice::inRange() const {
+  std::string text = seen_.empty() ? "no reader at all is in range" : "";
   for (const Seen& seen : seen_) {
-    text += separator + quoted(seen.reader.name);
+    text += (text.empty() ? "in range: " : ", ") + quoted(seen.reader.name);
     if (Claim::isHeld(seen.device)) text += " (held by this program already)";
-    separator = ", ";
   }
   const std::string why = held();
   return why.empty() ? text : text + "; " + why;
@@ -100,7 +102,9 @@ std::string quoted(std::string_view text) {
   std::string line = "'";
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7F) {
+    if (c == '\\') {
+      line += "\\\\";
+    } else if (byte >= 0x20 && byte < 0x7F) {
       line += c;
     } else {
       line += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0x0F]};
@@ -115,7 +119,7 @@ std::string inSeconds(Time span) {
   std::string text = std::to_string(milliseconds / 1000);
   if (milliseconds % 1000 != 0) {
     const std::string fraction = std::to_string(1000 + milliseconds % 1000);
-    text += '.' + fraction.substr(1);
+    text += '.' + fraction.substr(1, fraction.find_last_not_of('0'));
   }
   return text + " s";
 }

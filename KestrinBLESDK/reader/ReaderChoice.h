@@ -33,8 +33,10 @@ class ReaderChoice final {
   [[nodiscard]] bool isIdentified() const;
   /// Null when none of that identifier was seen.
   [[nodiscard]] const Seen* find(std::string_view identifier) const;
-  /// "no reader with 'KVR' in its name was found", and which were.
+  /// "no reader whose name contains 'KVR' was found within 30 s".
   [[nodiscard]] std::string notFound(std::string_view within) const;
+  /// "in range: 'TQM_HOLV-1', ...", and which of them are held.
+  [[nodiscard]] std::string inRange() const;
   /// "'KVR-0417' is held by another Reader": of a device that can be none but the one that is
   /// meant, since it has the identifier or the whole name. Empty when there is none.
   [[nodiscard]] std::string held() const;
@@ -49,10 +51,10 @@ class ReaderChoice final {
   std::vector<Seen> seen_;
 };
 
-/// A text from the air in quotation marks, on one line whatever it holds.
+/// A text from the air in quotation marks; whatever is not printable ASCII as `\xNN`.
 std::string quoted(std::string_view text);
 
-/// A span in seconds, for a person: "30 s", "2.500 s".
+/// A span in seconds, for a person: "30 s", "2.5 s".
 std::string inSeconds(Time span);
 
 }  // namespace kestrin::reader

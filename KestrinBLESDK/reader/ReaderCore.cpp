@@ -43,7 +43,7 @@ Reader::Core::~Core() = default;
 void Reader::Core::start() {
   static constexpr SEL kLeaveSoon{
       "leaveSoon", [](void* target, const std::shared_ptr<void>& /*notification*/) noexcept {
-        static_cast<Core*>(target)->leaveSoon();
+        static_cast<Core*>(target)->leaveSoon({});
       }};
   const auto self = shared_from_this();
   watchToken_ = watch_->listen([weak = weak_from_this()](CBManagerState state) {
@@ -219,8 +219,9 @@ void Reader::Core::startLimit(const std::optional<Time>& limit, void (Core::*pas
 }
 
 void Reader::Core::findLimitPassed() {
-  std::string text = choice_.notFound(reader::inSeconds(*options_.findLimit));
-  if (watch_->state() != CBManagerState::poweredOn) text += "; " + watch_->description();
+  const bool isOn = watch_->state() == CBManagerState::poweredOn;
+  const std::string text = choice_.notFound(reader::inSeconds(*options_.findLimit)) + "; " +
+                           (isOn ? choice_.inRange() : watch_->description());
   tellTrouble(ReaderError::notFound, text);
   if (!options_.reconnect && phase_ != ReaderPhase::closed) giveUp();
 }
@@ -238,20 +239,29 @@ void Reader::Core::plugInLimitPassed() {
 
 // Away and closed.
 
-void Reader::Core::leaveSoon() { later(&Core::leave); }
+void Reader::Core::leaveSoon(std::function<void()> done) {
+  const auto loop = platform_.mainRunLoop.lock();
+  if (!loop) return;
+  loop->post([weak = weak_from_this(), done = std::move(done)] {
+    const auto self = weak.lock();
+    if (self && self->owner_ != nullptr) self->leave(done);
+  });
+}
 
 void Reader::Core::comeBackSoon() { later(&Core::comeBack); }
 
-void Reader::Core::leave() {
-  if (phase_ == ReaderPhase::closed) return;
+void Reader::Core::leave(std::function<void()> done) {
   ++departures_;
-  if (phase_ == ReaderPhase::away) return;
-  limit_.suspend();
-  disarm(pause_);
-  disarm(settling_);
-  endFrames();
-  manager_->close();
-  enter(ReaderPhase::away);
+  const bool leaves = phase_ != ReaderPhase::closed && phase_ != ReaderPhase::away;
+  if (leaves) {
+    limit_.suspend();
+    disarm(pause_);
+    disarm(settling_);
+    endFrames();
+    manager_->close();
+  }
+  if (done) whenDown(std::move(done));
+  if (leaves) enter(ReaderPhase::away);
 }
 
 void Reader::Core::comeBack() {

@@ -51,7 +51,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   void send(const NSData& frame, SendHandler done);
   ExchangeId exchange(const NSData& frame, Time limit, AnswerHandler done);
   void forget(ExchangeId exchange);
-  void leaveSoon();
+  void leaveSoon(std::function<void()> done);
   void comeBackSoon();
   void close(std::function<void()> done);
 
@@ -83,7 +83,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   void take(const reader::ReaderChoice::Seen& seen);
   void connect();
   void lose();
-  void leave();
+  void leave(std::function<void()> done);
   void comeBack();
   void connectAfterPause();
   void goOn();

@@ -140,8 +140,8 @@ TEST_F(ManyReaders, AreToldOfADeviceThatIsHeld) {
   runFor(seconds(5));
   EXPECT_EQ(heard.trouble(), ReaderError::notFound);
   EXPECT_EQ(heard.troubles.back().text,
-            "no reader with '" + device_->identifier() + "' in its name was found within 5 s; '" +
-                device_->identifier() +
+            "no reader whose name contains '" + device_->identifier() +
+                "' was found within 5 s; no reader at all is in range; '" + device_->identifier() +
                 "' is held by another Reader of this program; drop that one first");
 }
 
@@ -153,9 +153,10 @@ TEST_F(ManyReaders, AreToldWhichOfThoseInRangeAreHeld) {
   const auto first = plugged({.reader = device_->identifier()});
   runFor(seconds(5));
   ASSERT_FALSE(heard.troubles.empty());
-  EXPECT_EQ(heard.troubles.back().text,
-            "no reader with 'KVR-04' in its name was found within 5 s; found were 'KVR-0417' "
-            "(held by this program already)");
+  EXPECT_EQ(
+      heard.troubles.back().text,
+      "no reader whose name contains 'KVR-04' was found within 5 s; in range: 'KVR-0417' (held "
+      "by this program already)");
 }
 
 TEST_F(ManyReaders, AllComeBackFromARadioThatWasOff) {

@@ -257,9 +257,20 @@ TEST_F(PhaseOfAnotherWatch, OfAReaderThatIsSeenBeforeTheRadiosReportIsFoundWithI
 TEST_F(Phase, IsAwayUntilSomebodyComesBack) {
   const auto reader = plugged();
   heard_.phases.clear();
-  reader->leave();
+  bool down = false;
+  reader->leave([&] {
+    down = true;
+    EXPECT_FALSE(device_->connected());
+  });
   EXPECT_EQ(reader->phase(), pluggedIn) << "it leaves in the next turn";
   ASSERT_TRUE(runUntil(*reader, away));
+  EXPECT_FALSE(down);
+  runFor(seconds(1));
+  EXPECT_TRUE(down);
+  down = false;
+  reader->leave([&] { down = true; });
+  runFor(Time::zero());
+  EXPECT_TRUE(down) << "it is away already";
   runFor(seconds(60));
   EXPECT_FALSE(device_->connected());
   EXPECT_FALSE(reader->hasLink());

@@ -132,9 +132,9 @@ TEST_F(Search, SaysAfterItsLimitWhatWasFoundInsteadAndGoesOn) {
   ASSERT_EQ(heard_.troubles.size(), 1U);
   EXPECT_EQ(heard_.trouble(), ReaderError::notFound);
   EXPECT_EQ(heard_.troubles.back().domain, KestrinErrorDomain);
-  EXPECT_EQ(heard_.troubles.back().text,
-            "no reader with 'KVR-0099' in its name was found within 2.500 s; found were "
-            "'KVR-0417'");
+  EXPECT_EQ(
+      heard_.troubles.back().text,
+      "no reader whose name contains 'KVR-0099' was found within 2.5 s; in range: 'KVR-0417'");
   EXPECT_EQ(reader->phase(), searching);
   runFor(seconds(60));
   EXPECT_EQ(heard_.troubles.size(), 1U) << "once";
@@ -182,10 +182,11 @@ TEST_F(Search, DoesNotCountTheTimeAwayAgainstItsLimit) {
 }
 
 TEST_F(Search, KeepsTheNamesOfTheAirOnOneLine) {
-  add("KVR-\n\x1b[2J\x7f");
+  add("KVR-\n\x1b[2J\x7f\xc3\xa4\\");
   const auto reader = create({.reader = "KVR-0099", .findLimit = seconds(1)});
   runFor(seconds(2));
-  EXPECT_NE(heard_.troubles.back().text.find("'KVR-\\x0a\\x1b[2J\\x7f'"), std::string::npos)
+  EXPECT_NE(heard_.troubles.back().text.find("'KVR-\\x0a\\x1b[2J\\x7f\\xc3\\xa4\\\\'"),
+            std::string::npos)
       << heard_.troubles.back().text;
 }
 

@@ -165,7 +165,7 @@ def test_a_reader_that_is_not_there_names_those_that_are() -> None:
         platform = simulated()
         platform.add_reader(NAME)
         with pytest.raises(
-            TimeoutError, match=rf"no reader with 'KVR-9' in its name was found within 4 s; found were '{NAME}'"
+            TimeoutError, match=rf"no reader whose name contains 'KVR-9' was found within 4 s; in range: '{NAME}'"
         ):
             async with AsyncReader(platform, "KVR-9", limit=4):
                 raise AssertionError("it is not there")
