@@ -8,7 +8,6 @@
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
-#include "tools/kestrin/radio/RadioWatch.h"
 #include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/session/JsonReport.h"
 #include "tools/kestrin/text/Frames.h"
@@ -110,11 +109,15 @@ void scanUntilEnd(const ScanRequest& request, RadioEnvironment& environment, Con
 int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& console) {
   bool everOn = false;
   JsonReport json(console, environment.loop());
-  const RadioWatch watch(environment.unrecordedRadio(), [&](CBManagerState state) {
+  const auto watched = environment.radioWatch();
+  const RadioWatch& watch = *watched;
+  const auto token = watched->listen([&](CBManagerState state) {
     everOn = everOn || state == CBManagerState::poweredOn;
     if (request.json) json.state(state);
     // A state that ends the scan is told with the scan's failure.
-    if (state != CBManagerState::unknown && !watch.unusable()) console.note(watch.description());
+    if (state != CBManagerState::unknown && !watch.unusable()) {
+      console.note(printable(watch.description()));
+    }
   });
   RecordedManager manager(environment.platform(), environment.recorder());
   const auto readers = std::make_shared<ReaderLines>(console, request.json ? &json : nullptr);
@@ -127,7 +130,7 @@ int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& 
   manager.stopSacnBLE();
   console.flush();
   if (watch.unusable() || (!everOn && !environment.interrupted())) {
-    console.note("can not scan: " + watch.description());
+    console.note("can not scan: " + printable(watch.description()));
     return kFailure;
   }
   return finishOutput(console);

@@ -64,6 +64,12 @@ Background::~Background() = default;
 
 RadioEnvironment::~RadioEnvironment() = default;
 
+std::shared_ptr<RadioWatch> RadioEnvironment::radioWatch() const {
+  Platform watched = platform();
+  watched.radio = unrecordedRadio();
+  return RadioWatch::of(watched);
+}
+
 void RadioEnvironment::leave() {
   leaving_ = true;
   if (background_ != nullptr) background_->leave();

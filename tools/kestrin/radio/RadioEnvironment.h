@@ -6,6 +6,7 @@
 // Errors: a radio that this build or this machine does not have is told on the console.
 #pragma once
 
+#include <KestrinBLESDK/RadioWatch.h>
 #include <KestrinBLESDK/platform/MainRunLoop.h>
 #include <KestrinBLESDK/platform/Platform.h>
 
@@ -55,6 +56,8 @@ class RadioEnvironment {
   [[nodiscard]] virtual MainRunLoop& loop() const = 0;
   /// The radio for what this application watches by itself, which is no part of a conversation.
   [[nodiscard]] virtual std::shared_ptr<Radio> unrecordedRadio() const { return platform().radio; }
+  /// The watch of that radio.
+  [[nodiscard]] std::shared_ptr<RadioWatch> radioWatch() const;
   /// Null when nothing is recorded.
   [[nodiscard]] virtual std::shared_ptr<Recorder> recorder() const { return nullptr; }
 

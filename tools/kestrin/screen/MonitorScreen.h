@@ -13,7 +13,6 @@
 
 #include "tools/kestrin/screen/MonitorView.h"
 #include "tools/kestrin/screen/TerminalKeys.h"
-#include "tools/kestrin/session/ReaderChoice.h"
 #include "tools/kestrin/session/SessionReport.h"
 
 namespace kestrin::app {

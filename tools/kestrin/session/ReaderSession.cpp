@@ -12,136 +12,145 @@ namespace kestrin::app {
 namespace {
 
 constexpr Time kLongestGoodbye = std::chrono::seconds(10);
-// After the first reader that is meant, others that are meant as well get this long to be seen: to
-// work whichever was heard first would sooner or later be to work the wrong one.
-constexpr Time kSettling = std::chrono::milliseconds(500);
+// A loop has no end of its own here; a day is as good a deadline as any.
+constexpr Time kADay = std::chrono::hours(24);
 
 }  // namespace
-
-/// The manager holds its delegates weakly and asks each by itself, so this is what it is given.
-class ReaderSession::Delegate final : public KestrinBLEProtocols,
-                                      public RcpReceiver,
-                                      public std::enable_shared_from_this<Delegate> {
- public:
-  explicit Delegate(ReaderSession& session) : session_(session) {}
-  void scanningBleDeive(const std::shared_ptr<CBPeripheral>& peripheral) noexcept override {
-    session_.takeReader(peripheral);
-  }
-  void plugChangedStatus(bool plugged) noexcept override { session_.takePlugReport(plugged); }
-  void dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept override {
-    session_.takeFrame(frame);
-  }
-  /// Connects again in a later turn: the report of a lost link is no place to ask for the next.
-  void connectLater(RunLoop& loop) {
-    loop.post([weak = weak_from_this()] {
-      const auto self = weak.lock();
-      if (self) self->session_.connect();
-    });
-  }
-  void settleLater(RunLoop& loop) {
-    loop.arm(kSettling, [weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->session_.settle();
-    });
-  }
-
- private:
-  ReaderSession& session_;
-};
 
 ReaderSession::ReaderSession(RadioEnvironment& environment, Console& console, SessionReport& report,
                              std::string wantedName)
     : environment_(environment),
       console_(console),
       report_(report),
-      choice_(std::move(wantedName)),
-      manager_(std::make_unique<RecordedManager>(environment.platform(), environment.recorder())),
-      delegate_(std::make_shared<Delegate>(*this)),
-      watch_(std::make_unique<RadioWatch>(
-          environment.unrecordedRadio(), [this](CBManagerState state) { takeRadioState(state); })) {
-  manager_->setDelegate(delegate_);
-  manager_->setRcpReceiverDelegate(delegate_);
+      wanted_(std::move(wantedName)),
+      watch_(environment.radioWatch()) {
   environment_.setBackground(this);
 }
 
 ReaderSession::~ReaderSession() { environment_.setBackground(nullptr); }
 
-void ReaderSession::takeRadioState(CBManagerState state) {
-  // Until there is a link: from then on its loss says what matters.
-  if (state == CBManagerState::unknown || state == CBManagerState::poweredOn) return;
-  if (!watch_->unusable() && !plugged_ && !closing_) {
-    console_.note(watch_->description() + "; waiting for it");
+ReaderHandlers ReaderSession::handlers() {
+  ReaderHandlers handlers;
+  handlers.onPhase = [this](Reader&, ReaderPhase phase) { takePhase(phase); };
+  handlers.onFrame = [this](Reader&, const RcpFrame& frame) {
+    report_.frame(std::optional<NSData>(std::in_place, frame.bytes));
+  };
+  handlers.onValue = [this](Reader&, const NSData& value) { report_.frame(value); };
+  handlers.onTrouble = [this](Reader&, const NSError& trouble) { takeTrouble(trouble); };
+  handlers.onSeen = [this](Reader& reader) { report_.seen(reader.seen()); };
+  return handlers;
+}
+
+bool ReaderSession::plugIn(Time timeout) {
+  timeout_ = timeout;
+  ReaderOptions options;
+  options.reader = wanted_;
+  options.findLimit = timeout;
+  options.plugInLimit = timeout;
+  options.watch = watch_;
+  reader_ = Reader::create(environment_.platform(), std::move(options), handlers());
+  const auto done = [this] {
+    return attempt_ == Attempt::succeeded || attempt_ == Attempt::failed;
+  };
+  // The reader has its limits; a person who chooses takes as long as a person takes.
+  while (!wait(kADay, done) && !ending()) {
+  }
+  return plugged() && !ending();
+}
+
+void ReaderSession::takePhase(ReaderPhase phase) {
+  const ReaderPhase last = std::exchange(last_, phase);
+  const bool wasLinked = last == ReaderPhase::linkingUp || last == ReaderPhase::pluggedIn;
+  if (phase == ReaderPhase::connecting && last == ReaderPhase::searching) {
+    if (attempt_ == Attempt::choosing) attempt_ = Attempt::running;
+    report_.reader(reader_->name(), reader_->identifier());
+  } else if (phase == ReaderPhase::pluggedIn) {
+    if (attempt_ != Attempt::failed) attempt_ = Attempt::succeeded;
+    report_.plugged(true);
+  } else if (phase == ReaderPhase::lost || phase == ReaderPhase::away ||
+             (phase == ReaderPhase::radioOff && wasLinked)) {
+    tellUnplugged();
   }
 }
 
-void ReaderSession::takeReader(const std::shared_ptr<CBPeripheral>& peripheral) {
-  choice_.take(peripheral);
-  report_.seen(choice_.seen());
-  if (reader_ || ambiguous_ || choice_.meant().empty()) return;
-  if (choice_.isIdentified()) {
-    work(choice_.meant().front());
-  } else if (choosing_) {
-    report_.choose(choice_.meant());
-  } else if (!settling_) {
-    settling_ = true;
-    delegate_->settleLater(environment_.loop());
+void ReaderSession::tellUnplugged() {
+  if (isFound()) report_.plugged(false);
+}
+
+void ReaderSession::takeTrouble(const NSError& trouble) {
+  switch (static_cast<ReaderError>(trouble.code)) {
+    case ReaderError::radioOff:
+      // Until it is plugged in: from then on the link's loss says what matters.
+      if (attempt_ == Attempt::succeeded) break;
+      console_.note(printable(trouble.text) + "; waiting for it");
+      break;
+    case ReaderError::radioUnusable:
+      if (!isFound()) {
+        fail("can not search for " +
+             (wanted_.empty() ? "a reader" : "'" + printable(wanted_) + "'") + ": " +
+             printable(trouble.text));
+      }
+      break;
+    case ReaderError::notFound:
+      if (attempt_ != Attempt::choosing) fail(trouble.text);
+      break;
+    case ReaderError::notPluggedIn:
+      if (attempt_ == Attempt::running) tellNotPlugged();
+      break;
+    default:
+      takeRefusal(trouble);
+      break;
   }
 }
 
-void ReaderSession::settle() {
-  settling_ = false;
-  if (reader_ || closing_) return;
-  const std::vector<SeenReader> meant = choice_.meant();
-  if (meant.size() == 1) {
-    work(meant.front());
+void ReaderSession::takeRefusal(const NSError& trouble) {
+  if (static_cast<ReaderError>(trouble.code) == ReaderError::ambiguous &&
+      report_.choose(reader_->candidates())) {
+    attempt_ = Attempt::choosing;
   } else {
-    choosing_ = report_.choose(meant);
-    ambiguous_ = !choosing_;
+    fail(trouble.text);
   }
 }
 
-void ReaderSession::work(const SeenReader& reader) {
-  if (reader_) return;
-  reader_ = reader.peripheral;
-  readerName_ = printable(reader.name);
-  report_.reader(reader.name, reader.identifier);
-  connect();
+void ReaderSession::fail(const std::string& text) {
+  console_.note(text);
+  attempt_ = Attempt::failed;
 }
 
-void ReaderSession::connect() {
-  if (closing_ || away_ || manager_->open()) return;
-  linkWanted_ = true;
-  manager_->connectBLE(reader_);
+void ReaderSession::tellNotPlugged() {
+  const std::string after = " after " + secondsText(timeout_) + " s";
+  if (const std::string trouble = radioTrouble(); !trouble.empty()) {
+    fail(readerName() + ": no link" + after + "; " + trouble);
+  } else if (linked()) {
+    fail(readerName() + ": the link is up, but the reader is not plugged in" + after +
+         "; --log shows what was found on it");
+  } else {
+    fail(readerName() + ": no link" + after);
+  }
 }
+
+void ReaderSession::work(const SeenReader& reader) { reader_->choose(reader.identifier); }
 
 void ReaderSession::leave() {
-  away_ = true;
-  closedSinceLeaving_ = false;
+  if (!reader_) return;
+  // The end of the link is reported besides the request for it, where there is one.
+  reader_->leave([this, wasThere = reader_->hasLink()] {
+    if (wasThere) tellUnplugged();
+  });
 }
+
+bool ReaderSession::isDown() const { return !reader_ || (!reader_->hasLink() && !linked()); }
 
 void ReaderSession::comeBack() {
-  away_ = false;
-  if (reader_) {
-    connect();
-  } else if (searching_ && !closing_) {
-    manager_->scanBLE();
-  }
+  if (reader_) reader_->comeBack();
 }
 
-void ReaderSession::takePlugReport(bool plugged) {
-  // `close` reports also when there was nothing to unplug.
-  if (reader_) report_.plugged(plugged);
-  plugged_ = plugged;
-  if (plugged) return;
-  closedSinceLeaving_ = true;
-  // The report that `close` makes by itself comes before the link's end.
-  if (!inClose_) linkWanted_ = false;
-  if (reader_) delegate_->connectLater(environment_.loop());
+std::string ReaderSession::readerName() const {
+  return reader_ ? printable(reader_->name()) : std::string();
 }
-
-void ReaderSession::takeFrame(const std::optional<NSData>& frame) { report_.frame(frame); }
 
 std::string ReaderSession::radioTrouble() const {
-  return watch_->state() == CBManagerState::poweredOn ? "" : watch_->description();
+  return watch_->state() == CBManagerState::poweredOn ? "" : printable(watch_->description());
 }
 
 bool ReaderSession::ending() const {
@@ -165,76 +174,14 @@ bool ReaderSession::wait(Time timeout, const std::function<bool()>& done) {
   return done();
 }
 
-bool ReaderSession::find(Time timeout) {
-  searching_ = true;
-  manager_->scanBLE();
-  const auto found = [this] { return reader_ || ambiguous_ || watch_->unusable(); };
-  wait(timeout, [&] { return found() || choosing_; });
-  // A person takes as long as a person takes.
-  while (choosing_ && !found() && !ending()) wait(std::chrono::hours(24), found);
-  searching_ = false;
-  if (reader_ || ending()) return reader_ != nullptr;
-  if (ambiguous_) {
-    tellAmbiguous();
-  } else if (watch_->unusable()) {
-    console_.note("can not search for " + wantedInWords() + ": " + watch_->description());
-  } else {
-    tellNotFound(timeout);
-  }
-  return false;
-}
-
-bool ReaderSession::plugIn(Time timeout) {
-  if (!find(timeout)) return false;
-  wait(timeout, [this] { return plugged_; });
-  if (!plugged_ && !ending()) tellNotPlugged(timeout);
-  return plugged_ && !ending();
-}
-
-std::string ReaderSession::wantedInWords() const {
-  return choice_.wanted().empty() ? "a reader" : "'" + printable(choice_.wanted()) + "'";
-}
-
-void ReaderSession::tellAmbiguous() {
-  const std::string wanted = choice_.wanted().empty() ? "several readers are in range"
-                                                      : wantedInWords() + " fits several readers";
-  console_.note(wanted + ": " + listOf(choice_.meant()) +
-                "; give the whole name of one, or its identifier");
-}
-
-void ReaderSession::tellNotFound(Time timeout) {
-  const std::string which =
-      choice_.wanted().empty() ? "" : " whose name contains " + wantedInWords();
-  std::string text = "no reader" + which + " was found within " + secondsText(timeout) + " s; ";
-  if (watch_->state() != CBManagerState::poweredOn) {
-    text += watch_->description();
-  } else if (choice_.seen().empty()) {
-    text += "no reader at all is in range";
-  } else {
-    text += "in range:";
-    for (const SeenReader& reader : choice_.seen()) {
-      text += (&reader == &choice_.seen().front() ? " '" : ", '") + printable(reader.name) + "'";
-    }
-  }
-  console_.note(text);
-}
-
-void ReaderSession::tellNotPlugged(Time timeout) {
-  const std::string after = " after " + secondsText(timeout) + " s";
-  if (watch_->state() != CBManagerState::poweredOn) {
-    console_.note(readerName_ + ": no link" + after + "; " + watch_->description());
-  } else if (manager_->open()) {
-    console_.note(readerName_ + ": the link is up, but the reader is not plugged in" + after +
-                  "; --log shows what was found on it");
-  } else {
-    console_.note(readerName_ + ": no link" + after);
-  }
-}
-
 bool ReaderSession::send(const NSData& frame) {
-  if (!manager_->send(frame)) return false;
-  report_.sent(frame);
-  return true;
+  std::optional<bool> sent;
+  reader_->send(frame, [&](const std::optional<NSError>& error) { sent = !error; });
+  MainRunLoop& loop = environment_.loop();
+  // It ends by itself: with the last slice, or with the link.
+  while (!sent) loop.runUntil(timeAfter(loop.now(), kADay), [&] { return sent.has_value(); });
+  if (*sent) report_.sent(frame);
+  return *sent;
 }
 
 void ReaderSession::catchUp() {
@@ -243,24 +190,31 @@ void ReaderSession::catchUp() {
 }
 
 void ReaderSession::listen(std::optional<Time> duration, bool untilUnplugged) {
-  const auto done = [&] { return untilUnplugged && !plugged_; };
-  // A loop has no end of its own here; a day is as good a deadline as any.
-  while (!wait(duration.value_or(std::chrono::hours(24)), done) && !duration && !ending()) {
+  const auto done = [&] { return untilUnplugged && !plugged(); };
+  while (!wait(duration.value_or(kADay), done) && !duration && !ending()) {
   }
 }
 
 bool ReaderSession::close() {
-  closing_ = true;
+  if (!reader_) return true;
+  const bool wasThere = reader_->hasLink();
+  const bool wasUp = linked();
+  bool down = false;
+  tellUnplugged();
+  reader_->close([&, this] {
+    down = true;
+    if (wasThere) tellUnplugged();
+  });
   MainRunLoop& loop = environment_.loop();
-  inClose_ = true;
-  manager_->close();
-  inClose_ = false;
-  const auto down = [this] { return !manager_->open() && !linkWanted_; };
-  loop.runUntil(loop.now() + kLongestGoodbye, down);
-  if (!manager_->open()) return true;
-  console_.note(readerName_ + ": the link is still up " + secondsText(kLongestGoodbye) +
-                " s after close");
-  return false;
+  loop.runUntil(loop.now() + kLongestGoodbye, [&] { return down; });
+  const std::string name = readerName();
+  const bool isStuck = !down && wasUp;
+  if (isStuck) {
+    console_.note(name + ": the link is still up " + secondsText(kLongestGoodbye) +
+                  " s after close");
+  }
+  reader_.reset();
+  return !isStuck;
 }
 
 }  // namespace kestrin::app

@@ -1,7 +1,6 @@
 #include "tools/kestrin/session/SessionReport.h"
 
 #include "tools/kestrin/console/Console.h"
-#include "tools/kestrin/session/ReaderChoice.h"
 #include "tools/kestrin/text/Hex.h"
 #include "tools/kestrin/text/SafeText.h"
 

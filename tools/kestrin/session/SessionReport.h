@@ -5,6 +5,7 @@
 // Lifetime: outlives the session. Errors: none.
 #pragma once
 
+#include <KestrinBLESDK/Reader.h>
 #include <KestrinBLESDK/platform/NSData.h>
 
 #include <optional>
@@ -14,7 +15,6 @@
 namespace kestrin::app {
 
 class Console;
-struct SeenReader;
 
 class SessionReport {
  public:
