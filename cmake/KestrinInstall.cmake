@@ -11,12 +11,22 @@ file(RELATIVE_PATH kestrin_pc_to_prefix
   /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" kestrin_pc_to_prefix "${kestrin_pc_to_prefix}")
 
-set(kestrin_pc_bluez "")
+# What pkg-config looks for besides, for a static library only: a shared one brings it, and whoever uses
+# that need not have the development files of what is behind it.
+set(kestrin_pc_bluez_needs "")
+set(kestrin_pc_c_needs "")
 if(TARGET KestrinBLESDK_bluez)
-  set(kestrin_pc_bluez "kestrinblesdk-bluez = ${PROJECT_VERSION}")
   # Whoever links it statically needs the same major version of the bus library.
   get_target_property(KESTRIN_SDBUS_MAJOR kestrin_bus_library KESTRIN_MAJOR)
   math(EXPR KESTRIN_SDBUS_NEXT_MAJOR "${KESTRIN_SDBUS_MAJOR} + 1")
+endif()
+if(NOT BUILD_SHARED_LIBS)
+  set(kestrin_pc_c_needs "kestrinblesdk-simulated = ${PROJECT_VERSION}")
+  if(TARGET KestrinBLESDK_bluez)
+    string(APPEND kestrin_pc_c_needs " kestrinblesdk-bluez = ${PROJECT_VERSION}")
+    set(kestrin_pc_bluez_needs
+      "sdbus-c++ >= ${KESTRIN_SDBUS_MAJOR}, sdbus-c++ < ${KESTRIN_SDBUS_NEXT_MAJOR}")
+  endif()
 endif()
 
 # kestrin_install_library(TARGET EXPORT_NAME COMPONENT)

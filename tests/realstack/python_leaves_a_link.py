@@ -1,13 +1,10 @@
-"""Works one reader on the real radio from Python.
-Usage: python_main_job.py asyncio|callbacks|leave NAME COMMAND
+"""Works one reader on the real radio and ends when the first answer has come, with the link still up.
+Usage: python_leaves_a_link.py NAME COMMAND
 
-It prints PLUGGED, SENT, a line FRAME for each that comes and UNPLUGGED, and the library's log on
-standard error. `leave` ends the program when the first frame has come after the command, with the link
-still up."""
+It prints a line for each frame that comes after the command, and the library's log on standard error."""
 
 from __future__ import annotations
 
-import asyncio
 import sys
 
 import kestrinblesdk as kestrin
@@ -15,77 +12,33 @@ import kestrinblesdk as kestrin
 LIMIT = 60.0
 
 
-def tell(word: str, *more: object) -> None:
-    print(word, *more, flush=True)
-
-
-def log(line: str) -> None:
-    print(line, file=sys.stderr, flush=True)
-
-
-async def with_asyncio(name: str, command: bytes) -> None:
-    with kestrin.BluezPlatform() as platform:
-        platform.log = log
-        async with kestrin.AsyncReader(platform, name, limit=LIMIT) as reader:
-            tell("PLUGGED", reader.name)
-            async for frame in reader.frames(limit=0.2):
-                tell("FRAME", frame.hex())
-            await reader.send(command)
-            tell("SENT")
-            async for frame in reader.frames(limit=2):
-                tell("FRAME", frame.hex())
-        tell("UNPLUGGED")
-
-
-class Application(kestrin.KestrinBLEProtocols, kestrin.RcpReceiver):
-    def __init__(self, manager: kestrin.KestrinBleMgr, name: str) -> None:
-        self.manager = manager
-        self.name = name
-        self.plugged = False
-        self.frames = 0
-        manager.delegate = manager.rcpReceiverDelegate = self
-
-    def scanningBleDeive(self, peripheral: kestrin.CBPeripheral) -> None:
-        if peripheral.name == self.name:
-            self.manager.connectBLE(peripheral)
-
-    def plugChangedStatus(self, plugged: bool) -> None:
-        self.plugged = plugged
-        tell("PLUGGED" if plugged else "UNPLUGGED", self.name)
-
-    def dispatchRcpFrmReader(self, frame: kestrin.NSData | None) -> None:
-        self.frames += 1
-        tell("FRAME", frame.hex() if frame is not None else "absent")
-
-
-def with_callbacks(name: str, command: bytes, leave: bool) -> Application:
+def work(name: str, command: bytes) -> kestrin.KestrinBleMgr:
     platform = kestrin.BluezPlatform()
-    platform.log = log
-    application = Application(kestrin.KestrinBleMgr(platform), name)
-    manager = application.manager
+    platform.log = lambda line: print(line, file=sys.stderr, flush=True)
+    manager = kestrin.KestrinBleMgr(platform)
+    plugged: list[bool] = []
+    frames: list[str] = []
+
+    def on_found(reader: kestrin.CBPeripheral) -> None:
+        if reader.name == name:
+            manager.connectBLE(reader)
+
+    def on_frame(frame: kestrin.NSData | None) -> None:
+        frames.append("absent" if frame is None else frame.hex())
+
+    manager.on_found = on_found
+    manager.on_plugged = plugged.append
+    manager.on_frame = on_frame
     manager.scanBLE()
-    if not platform.run_until(lambda: application.plugged, LIMIT):
+    if not platform.run_until(lambda: plugged == [True], LIMIT):
         sys.exit(f"{name} was not plugged in; {platform.radio_trouble}")
+    before = len(frames)
     if not manager.send(command):
         sys.exit("the command was not written")
-    tell("SENT")
-    before = application.frames
-    if leave:
-        platform.run_until(lambda: application.frames > before, LIMIT)
-        return application
-    platform.run_for(2)
-    manager.close()
-    if not platform.run_until(lambda: not manager.isOpened(), LIMIT):
-        sys.exit("the link did not go down")
-    return application
-
-
-def main(style: str, name: str, command: str) -> Application | None:
-    if style == "asyncio":
-        asyncio.run(with_asyncio(name, bytes.fromhex(command)))
-        return None
-    return with_callbacks(name, bytes.fromhex(command), style == "leave")
+    platform.run_until(lambda: len(frames) > before, LIMIT)
+    print(*frames[before:], sep="\n", flush=True)
+    return manager
 
 
 # Kept to the interpreter's end.
-application = main(*sys.argv[1:])
+manager = work(sys.argv[1], bytes.fromhex(sys.argv[2]))

@@ -1,0 +1,63 @@
+"""Tests that run in the virtual machine of scripts/realstack, a module of them in a machine of its own.
+
+A module names the devices on its air in DEVICES. Its lines are those of every suite there: one per case,
+and the summary."""
+
+from __future__ import annotations
+
+import textwrap
+from collections.abc import Iterator
+
+import pytest
+import stack as machine
+
+# What scripts/realstack takes for a crash of the stack itself.
+STACK_CRASH_STATUS = 75
+
+results: list[str] = []
+
+
+def pytest_plugin_registered(plugin: object, manager: pytest.PytestPluginManager) -> None:
+    # What it would print is printed here.
+    if manager.get_name(plugin) == "terminalreporter":
+        manager.unregister(plugin)
+
+
+@pytest.fixture(scope="module")
+def stack(request: pytest.FixtureRequest) -> Iterator[machine.Stack]:
+    started = machine.Stack(*request.module.DEVICES)
+    try:
+        started.start()
+        yield started
+    finally:
+        started.stop()
+
+
+def pytest_runtest_logreport(report: pytest.TestReport) -> None:
+    if report.when != "call" and report.passed:
+        return
+    result = "ok" if report.passed else "FAILED"
+    results.append(result)
+    name = report.nodeid.rpartition("::")[2].removeprefix("test_").replace("_", " ")
+    print(f"{result:6}  {name}", flush=True)
+    if not report.passed:
+        said = [report.longreprtext, *(f"{title}\n{text}" for title, text in report.sections)]
+        print(textwrap.indent("\n".join(said), " " * 8), flush=True)
+
+
+def pytest_collectreport(report: pytest.CollectReport) -> None:
+    if report.failed:
+        results.append("FAILED")
+        print(f"FAILED  {report.nodeid}\n{report.longreprtext}", flush=True)
+
+
+def pytest_sessionfinish(session: pytest.Session) -> None:
+    failed = results.count("FAILED")
+    crashes = machine.crashes() if failed else []
+    if failed:
+        print(machine.logs(), *crashes, sep="\n")
+    print(f"{len(results) - failed} passed, {failed} failed", flush=True)
+    if crashes:
+        session.exitstatus = STACK_CRASH_STATUS
+    elif failed or not results:
+        session.exitstatus = pytest.ExitCode.TESTS_FAILED
