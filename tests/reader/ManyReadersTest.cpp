@@ -102,6 +102,27 @@ TEST_F(ManyReaders, SearchWhileOthersAreWorked) {
   EXPECT_EQ(answered, answer_);
 }
 
+TEST_F(ManyReaders, ThatHaveSeenAnothersDeviceDoNotEndItsLink) {
+  std::vector<std::unique_ptr<Reader>> others;
+  for (int i = 0; i < 4; ++i) {
+    others.push_back(Reader::create(simulated_.platform(), {.reader = "KVR-0099"}));
+  }
+  runFor(seconds(1));
+  for (const auto& other : others) ASSERT_EQ(other->seen().size(), 1U);
+  const auto reader = plugged();
+  heard_.phases.clear();
+  others[0].reset();
+  others[1]->close();
+  others[2]->leave();
+  runFor(seconds(5));
+  others[2]->comeBack();
+  power(true);
+  runFor(seconds(5));
+  EXPECT_EQ(others[2]->phase(), searching);
+  EXPECT_TRUE(heard_.phases.empty());
+  EXPECT_TRUE(device_->connected());
+}
+
 TEST_F(ManyReaders, AskForOneDeviceAndTheSecondGetsItWhenTheFirstGivesItUp) {
   auto first = plugged();
   const auto second =
