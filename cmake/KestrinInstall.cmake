@@ -55,7 +55,7 @@ kestrin_install_pc(kestrinblesdk)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN rcp EXCLUDE
-  PATTERN DescriptorWaker.h EXCLUDE)
+  PATTERN DescriptorWaker.h EXCLUDE PATTERN Recorder.h EXCLUDE PATTERN RecordedPeripheral.h EXCLUDE)
 foreach(component IN ITEMS simulated bluez c)
   if(TARGET KestrinBLESDK_${component})
     kestrin_install_library(KestrinBLESDK_${component} KestrinBLESDK_${component}Targets)

@@ -5,11 +5,11 @@
 #include <memory>
 #include <string>
 
+#include "KestrinBLESDK/recording/RecordedManager.h"
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
 #include "tools/kestrin/radio/RadioWatch.h"
-#include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/session/JsonReport.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/SafeText.h"
@@ -116,7 +116,7 @@ int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& 
     // A state that ends the scan is told with the scan's failure.
     if (state != CBManagerState::unknown && !watch.unusable()) console.note(watch.description());
   });
-  RecordedManager manager(environment.platform(), environment.recorder());
+  RecordedManager manager(environment.platform());
   const auto readers = std::make_shared<ReaderLines>(console, request.json ? &json : nullptr);
   manager.setDelegate(readers);
   const ScanAgain scanAgain(environment, manager);

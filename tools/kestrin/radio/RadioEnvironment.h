@@ -16,7 +16,6 @@
 namespace kestrin::app {
 
 class Console;
-class Recorder;
 
 enum class RadioKind { bluez, simulated };
 
@@ -55,8 +54,6 @@ class RadioEnvironment {
   [[nodiscard]] virtual MainRunLoop& loop() const = 0;
   /// The radio for what this application watches by itself, which is no part of a conversation.
   [[nodiscard]] virtual std::shared_ptr<Radio> unrecordedRadio() const { return platform().radio; }
-  /// Null when nothing is recorded.
-  [[nodiscard]] virtual std::shared_ptr<Recorder> recorder() const { return nullptr; }
 
   /// Asks the running command to come to its end; on the loop's thread.
   void interrupt() noexcept { interrupted_ = true; }

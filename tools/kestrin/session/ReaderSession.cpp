@@ -54,7 +54,7 @@ ReaderSession::ReaderSession(RadioEnvironment& environment, Console& console, Se
       console_(console),
       report_(report),
       choice_(std::move(wantedName)),
-      manager_(std::make_unique<RecordedManager>(environment.platform(), environment.recorder())),
+      manager_(std::make_unique<RecordedManager>(environment.platform())),
       delegate_(std::make_shared<Delegate>(*this)),
       watch_(std::make_unique<RadioWatch>(
           environment.unrecordedRadio(), [this](CBManagerState state) { takeRadioState(state); })) {

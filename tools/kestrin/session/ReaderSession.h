@@ -13,9 +13,9 @@
 #include <optional>
 #include <string>
 
+#include "KestrinBLESDK/recording/RecordedManager.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
 #include "tools/kestrin/radio/RadioWatch.h"
-#include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/session/ReaderChoice.h"
 
 namespace kestrin::app {
