@@ -67,7 +67,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/KestrinBLESDK DESTINATION ${CMAKE_INSTAL
   FILES_MATCHING PATTERN "*.h" PATTERN link EXCLUDE PATTERN reader EXCLUDE
   PATTERN RcpFrmReader.h EXCLUDE PATTERN Trimming.h EXCLUDE
   PATTERN DescriptorWaker.h EXCLUDE PATTERN DescriptorWatches.h EXCLUDE
-  PATTERN SignalPipe.h EXCLUDE)
+  PATTERN SignalPipe.h EXCLUDE PATTERN Recorder.h EXCLUDE PATTERN RecordedPeripheral.h EXCLUDE)
 foreach(component IN ITEMS simulated bluez c)
   if(TARGET KestrinBLESDK_${component})
     set(in_package library)

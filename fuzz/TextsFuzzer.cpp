@@ -3,6 +3,7 @@
 // and `timeline`, and command lines.
 //
 // Input: a byte that picks the kind of text, what that kind needs, the text.
+#include <KestrinBLESDK/recording/RecordingFile.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -165,10 +166,9 @@ void readJsonRecording(const std::string& text, ByteView cuts) {
   require(recording.events() == whole.events() && recording.cutLine() == whole.cutLine(),
           "nor to what is read");
   require(recording.size() <= recording.events().size(), "an arrival is an event");
-  for (const app::RecordedEvent& event : recording.events()) {
-    const auto again = app::readEventLine(app::jsonLine(event));
-    require(std::holds_alternative<app::RecordedEvent>(again) &&
-                std::get<app::RecordedEvent>(again) == event,
+  for (const RecordedEvent& event : recording.events()) {
+    const auto again = app::readEventLine(recordingLine(event));
+    require(std::holds_alternative<RecordedEvent>(again) && std::get<RecordedEvent>(again) == event,
             "what is written again is the same");
   }
   if (!app::fitsTimeline(recording.events())) return;

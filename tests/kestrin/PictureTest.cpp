@@ -19,7 +19,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-RecordedEvent at(Time time, EventKind kind) {
+RecordedEvent at(Time time, RecordedKind kind) {
   RecordedEvent event;
   event.kind = kind;
   event.time = time;
@@ -101,9 +101,9 @@ TEST(TimeScale, LeavesOutLongSilencesOnly) {
 }
 
 TEST(TimelinePicture, ADelayIsAsWideAsItIsLong) {
-  const RecordedEvent events[] = {at(seconds(1), EventKind::delayArmed),
-                                  at(seconds(3), EventKind::delayFired),
-                                  at(seconds(3), EventKind::plug)};
+  const RecordedEvent events[] = {at(seconds(1), RecordedKind::delayArmed),
+                                  at(seconds(3), RecordedKind::delayFired),
+                                  at(seconds(3), RecordedKind::plug)};
   const std::string picture = timelinePicture(events, "title");
   const Time moments[] = {seconds(1), seconds(3)};
   EXPECT_NEAR(coordinateOf(picture, "width", "delay"), TimeScale(moments, 0).width(seconds(2)),
@@ -113,8 +113,8 @@ TEST(TimelinePicture, ADelayIsAsWideAsItIsLong) {
 }
 
 TEST(TimelinePicture, ADroppedDelayEndsWhereItWasDropped) {
-  const RecordedEvent events[] = {at(seconds(1), EventKind::delayArmed),
-                                  at(seconds(2), EventKind::delayCancelled)};
+  const RecordedEvent events[] = {at(seconds(1), RecordedKind::delayArmed),
+                                  at(seconds(2), RecordedKind::delayCancelled)};
   const std::string picture = timelinePicture(events, "title");
   const Time moments[] = {seconds(1), seconds(2)};
   EXPECT_NEAR(coordinateOf(picture, "width", "dropped"), TimeScale(moments, 0).width(seconds(1)),
@@ -123,17 +123,17 @@ TEST(TimelinePicture, ADroppedDelayEndsWhereItWasDropped) {
 }
 
 TEST(TimelinePicture, WhatHappensSeveralTimesAtOneMomentIsToldOnce) {
-  const RecordedEvent events[] = {at(seconds(1), EventKind::connected),
-                                  at(seconds(1), EventKind::connected),
-                                  at(seconds(2), EventKind::connected)};
+  const RecordedEvent events[] = {at(seconds(1), RecordedKind::connected),
+                                  at(seconds(1), RecordedKind::connected),
+                                  at(seconds(2), RecordedKind::connected)};
   const std::string picture = timelinePicture(events, "title");
   EXPECT_EQ(countOfText(picture, ">connected x2<"), 1U);
   EXPECT_EQ(countOfText(picture, ">connected<"), 1U);
 }
 
 TEST(TimelinePicture, ABreakSaysHowMuchIsLeftOut) {
-  const RecordedEvent events[] = {at(seconds(1), EventKind::connected),
-                                  at(seconds(21), EventKind::connected)};
+  const RecordedEvent events[] = {at(seconds(1), RecordedKind::connected),
+                                  at(seconds(21), RecordedKind::connected)};
   const std::string picture = timelinePicture(events, "title");
   EXPECT_NE(picture.find(">19 s<"), std::string::npos) << picture;
   EXPECT_NE(picture.find("A zigzag leaves out the time that is written over it."),
@@ -142,9 +142,9 @@ TEST(TimelinePicture, ABreakSaysHowMuchIsLeftOut) {
 }
 
 TEST(TimelinePicture, IsWideEnoughForItsLastLabel) {
-  RecordedEvent lost = at(seconds(2), EventKind::disconnected);
+  RecordedEvent lost = at(seconds(2), RecordedKind::disconnected);
   lost.error = std::string(56, 'x');
-  const RecordedEvent events[] = {at(seconds(1), EventKind::connected), lost};
+  const RecordedEvent events[] = {at(seconds(1), RecordedKind::connected), lost};
   const std::string picture = timelinePicture(events, "title");
   const std::string label = "disconnected: " + *lost.error;
   const std::size_t place = picture.rfind("<text x=\"", picture.find(">" + label + "<"));
@@ -155,19 +155,19 @@ TEST(TimelinePicture, IsWideEnoughForItsLastLabel) {
 }
 
 TEST(TimelinePicture, HasALimit) {
-  std::vector<RecordedEvent> events(kMostPicturedEvents, at(seconds(1), EventKind::connected));
+  std::vector<RecordedEvent> events(kMostPicturedEvents, at(seconds(1), RecordedKind::connected));
   EXPECT_TRUE(fitsTimeline(events));
   events.push_back(events.back());
   EXPECT_FALSE(fitsTimeline(events));
   events.clear();
   for (int second = 0; second < 1200; second += 2) {
-    events.push_back(at(seconds(second), EventKind::connected));
+    events.push_back(at(seconds(second), RecordedKind::connected));
   }
   EXPECT_FALSE(fitsTimeline(events));
 }
 
 TEST(SequencePicture, ArrowsPointTheWayThingsWent) {
-  const auto ends = [](EventKind kind) {
+  const auto ends = [](RecordedKind kind) {
     const RecordedEvent events[] = {at(seconds(1), kind)};
     const std::string picture = sequencePicture(events, "title");
     const std::size_t arrow = picture.find(" arrow\"");
@@ -177,22 +177,22 @@ TEST(SequencePicture, ArrowsPointTheWayThingsWent) {
     };
     return std::pair(value("x1"), value("x2"));
   };
-  const auto [application, manager] = ends(EventKind::call);
+  const auto [application, manager] = ends(RecordedKind::call);
   EXPECT_LT(application, manager);
-  EXPECT_EQ(ends(EventKind::plug), std::pair(manager, application));
-  const auto [from, radio] = ends(EventKind::scan);
+  EXPECT_EQ(ends(RecordedKind::plug), std::pair(manager, application));
+  const auto [from, radio] = ends(RecordedKind::scan);
   EXPECT_EQ(from, manager);
-  EXPECT_EQ(ends(EventKind::state), std::pair(radio, manager));
-  const auto [writer, reader] = ends(EventKind::write);
+  EXPECT_EQ(ends(RecordedKind::state), std::pair(radio, manager));
+  const auto [writer, reader] = ends(RecordedKind::write);
   EXPECT_EQ(writer, manager);
   EXPECT_GT(reader, radio);
-  EXPECT_EQ(ends(EventKind::notification), std::pair(reader, manager));
+  EXPECT_EQ(ends(RecordedKind::notification), std::pair(reader, manager));
 }
 
 TEST(SequencePicture, IsInTheOrderOfTheRecordingAndLeavesTheLogOut) {
-  const RecordedEvent events[] = {at(seconds(1), EventKind::connect),
-                                  at(seconds(1), EventKind::log),
-                                  at(seconds(2), EventKind::connected)};
+  const RecordedEvent events[] = {at(seconds(1), RecordedKind::connect),
+                                  at(seconds(1), RecordedKind::log),
+                                  at(seconds(2), RecordedKind::connected)};
   const std::string picture = sequencePicture(events, "title");
   EXPECT_LT(picture.find(">connect &apos;KVR-1&apos;<"), picture.find(">connected<"));
   EXPECT_EQ(picture.find("log"), std::string::npos);
@@ -201,7 +201,7 @@ TEST(SequencePicture, IsInTheOrderOfTheRecordingAndLeavesTheLogOut) {
 
 TEST(Pictures, HostileTextsStayTexts) {
   std::vector<RecordedEvent> events;
-  for (const EventKindInfo& info : eventKinds()) {
+  for (const RecordedKindInfo& info : recordedKinds()) {
     RecordedEvent event = at(seconds(1), info.kind);
     for (auto* text : {&event.name, &event.identifier, &event.operation, &event.state,
                        &event.service, &event.characteristic, &event.error, &event.text}) {

@@ -9,12 +9,12 @@
 #include <fstream>
 #include <string>
 
+#include "KestrinBLESDK/recording/RecordedManager.h"
 #include "kestrin/Captured.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/radio/RecordedEnvironment.h"
-#include "tools/kestrin/recording/RecordedManager.h"
-#include "tools/kestrin/recording/RecordingFile.h"
+#include "tools/kestrin/recording/ReadRecording.h"
 #include "tools/kestrin/text/Hex.h"
 
 namespace kestrin::app {
@@ -66,12 +66,13 @@ class Record : public testing::Test {
   explicit Record(const std::string& file) {
     auto inner = std::make_unique<SimulatedTestEnvironment>();
     radio_ = &inner->radio();
-    recorder_ = Recorder::open(file.empty() ? file_.path() : file, captured_.console);
-    environment_ = recordEnvironment(std::move(inner), recorder_, "test",
-                                     {.kind = RadioKind::simulated,
-                                      .adapter = std::nullopt,
-                                      .virtualTime = true,
-                                      .record = std::nullopt});
+    const RadioRequest request{.kind = RadioKind::simulated,
+                               .adapter = std::nullopt,
+                               .virtualTime = true,
+                               .record = std::nullopt};
+    recording_ = CommandRecording::open(file.empty() ? file_.path() : file,
+                                        recordingHeader("test", request), captured_.console);
+    environment_ = std::make_unique<RecordedEnvironment>(std::move(inner), recording_);
   }
 
   std::shared_ptr<simulated::VirtualPeripheral> addReader(const std::string& name,
@@ -94,7 +95,7 @@ class Record : public testing::Test {
     return read.value_or(Recording());
   }
   std::vector<RecordedEvent> events() { return recording().events(); }
-  std::vector<RecordedEvent> eventsOf(EventKind kind) {
+  std::vector<RecordedEvent> eventsOf(RecordedKind kind) {
     std::vector<RecordedEvent> found;
     for (const RecordedEvent& event : events()) {
       if (event.kind == kind) found.push_back(event);
@@ -104,8 +105,8 @@ class Record : public testing::Test {
   std::string kinds() {
     std::string text;
     for (const RecordedEvent& event : events()) {
-      if (event.kind == EventKind::log) continue;
-      text += std::string(infoOf(event.kind).text) + "\n";
+      if (event.kind == RecordedKind::log) continue;
+      text += std::string(recordedKindInfo(event.kind).text) + "\n";
     }
     return text;
   }
@@ -113,7 +114,7 @@ class Record : public testing::Test {
   const RecordedFile file_;
   test::Captured captured_;
   simulated::SimulatedRadio* radio_ = nullptr;
-  std::shared_ptr<Recorder> recorder_;
+  std::shared_ptr<CommandRecording> recording_;
   std::unique_ptr<RadioEnvironment> environment_;
 };
 
@@ -145,8 +146,8 @@ TEST_F(Record, HasTheLinkUpOfAStandardReaderInItsOrder) {
 TEST_F(Record, DelaysFireWhenTheyAreDue) {
   addReader("KVR-1", ReaderFamily::standard);
   EXPECT_EQ(monitor("KVR-1", 0), kSuccess);
-  const auto armed = eventsOf(EventKind::delayArmed);
-  const auto fired = eventsOf(EventKind::delayFired);
+  const auto armed = eventsOf(RecordedKind::delayArmed);
+  const auto fired = eventsOf(RecordedKind::delayFired);
   ASSERT_EQ(armed.size(), 2U);
   ASSERT_EQ(fired.size(), 2U);
   EXPECT_EQ(armed[0].operation, "p_getReaderInfo");
@@ -155,27 +156,29 @@ TEST_F(Record, DelaysFireWhenTheyAreDue) {
   EXPECT_EQ(armed[1].operation, "p_pluggedEvent");
   EXPECT_EQ(armed[1].seconds, seconds(2));
   EXPECT_EQ(fired[1].time - armed[1].time, seconds(2));
-  EXPECT_EQ(fired[1].time, eventsOf(EventKind::plug).front().time);
+  EXPECT_EQ(fired[1].time, eventsOf(RecordedKind::plug).front().time);
 }
 
 TEST_F(Record, ARequestThatIsArmedAnewIsDroppedFirst) {
   addReader("KVR-Q62T 1", ReaderFamily::kvrQ62T);
   EXPECT_EQ(monitor("KVR", 0), kSuccess);
   // The plugged report alone, which each report of characteristics puts off.
-  EXPECT_EQ(eventsOf(EventKind::delayArmed).size(), eventsOf(EventKind::characteristics).size());
-  EXPECT_EQ(eventsOf(EventKind::delayCancelled).size(),
-            eventsOf(EventKind::characteristics).size() - 1);
-  ASSERT_EQ(eventsOf(EventKind::delayFired).size(), 1U);
-  EXPECT_EQ(eventsOf(EventKind::delayFired)[0].time - eventsOf(EventKind::delayArmed).back().time,
-            seconds(2));
+  EXPECT_EQ(eventsOf(RecordedKind::delayArmed).size(),
+            eventsOf(RecordedKind::characteristics).size());
+  EXPECT_EQ(eventsOf(RecordedKind::delayCancelled).size(),
+            eventsOf(RecordedKind::characteristics).size() - 1);
+  ASSERT_EQ(eventsOf(RecordedKind::delayFired).size(), 1U);
+  EXPECT_EQ(
+      eventsOf(RecordedKind::delayFired)[0].time - eventsOf(RecordedKind::delayArmed).back().time,
+      seconds(2));
 }
 
 TEST_F(Record, EachSliceIsAWriteAndEachFullOneHasAPause) {
   addReader("KVR-1", ReaderFamily::standard);
   EXPECT_EQ(send("KVR-1", longFrame()), kSuccess);
-  auto writes = eventsOf(EventKind::write);
+  auto writes = eventsOf(RecordedKind::write);
   ASSERT_EQ(writes.size(), 4U);  // The first asks for the reader's information.
-  const auto pauses = eventsOf(EventKind::pause);
+  const auto pauses = eventsOf(RecordedKind::pause);
   ASSERT_EQ(pauses.size(), 2U);
   std::vector<std::uint8_t> sent;
   for (std::size_t i = 1; i < writes.size(); ++i) {
@@ -189,44 +192,44 @@ TEST_F(Record, EachSliceIsAWriteAndEachFullOneHasAPause) {
     EXPECT_EQ(pauses[i].time, writes[i + 1].time);
     EXPECT_EQ(writes[i + 2].time - writes[i + 1].time, milliseconds(50));
   }
-  const auto calls = eventsOf(EventKind::call);
+  const auto calls = eventsOf(RecordedKind::call);
   const auto call = std::find_if(calls.begin(), calls.end(),
                                  [](const auto& event) { return event.operation == "send"; });
   ASSERT_NE(call, calls.end());
   EXPECT_EQ(call->bytes, frame);
-  EXPECT_EQ(eventsOf(EventKind::sent).at(0).accepted, true);
+  EXPECT_EQ(eventsOf(RecordedKind::sent).at(0).accepted, true);
 }
 
 TEST_F(Record, AReadIsAnsweredByAReadValueAndNoNotification) {
   addReader("KVR-Q62T 1", ReaderFamily::kvrQ62T);
   EXPECT_EQ(monitor("KVR", 0), kSuccess);
-  EXPECT_EQ(eventsOf(EventKind::readValue).size(), eventsOf(EventKind::read).size());
-  EXPECT_FALSE(eventsOf(EventKind::read).empty());
-  for (const RecordedEvent& event : eventsOf(EventKind::readValue)) {
+  EXPECT_EQ(eventsOf(RecordedKind::readValue).size(), eventsOf(RecordedKind::read).size());
+  EXPECT_FALSE(eventsOf(RecordedKind::read).empty());
+  for (const RecordedEvent& event : eventsOf(RecordedKind::readValue)) {
     EXPECT_EQ(event.characteristic, "2A29");
     EXPECT_TRUE(event.bytes);
   }
-  EXPECT_TRUE(eventsOf(EventKind::notification).empty());
+  EXPECT_TRUE(eventsOf(RecordedKind::notification).empty());
 }
 
 TEST_F(Record, ALostLinkIsTheErrorThatItEndedWith) {
   const auto reader = addReader("KVR-1", ReaderFamily::standard);
   environment_->loop().arm(seconds(4), [&] { reader->simulateLinkLoss(); });
   EXPECT_EQ(monitor("KVR-1", 5), kSuccess);
-  const auto ends = eventsOf(EventKind::disconnected);
+  const auto ends = eventsOf(RecordedKind::disconnected);
   ASSERT_EQ(ends.size(), 2U);
   EXPECT_TRUE(ends[0].error);
   EXPECT_FALSE(ends[1].error);  // That was asked for.
-  EXPECT_EQ(eventsOf(EventKind::connected).size(), 2U);
+  EXPECT_EQ(eventsOf(RecordedKind::connected).size(), 2U);
 }
 
 TEST_F(Record, HasTheLogAndNotTheWatchOfTheRadio) {
   addReader("KVR-1", ReaderFamily::standard);
   EXPECT_EQ(runScan({.duration = 1.0, .json = false}, *environment_, captured_.console), kSuccess);
-  const auto logs = eventsOf(EventKind::log);
+  const auto logs = eventsOf(RecordedKind::log);
   ASSERT_GE(logs.size(), 2U);
   EXPECT_EQ(logs[0].text, " CBManager is powered on");
-  EXPECT_EQ(eventsOf(EventKind::state).size(), 1U);
+  EXPECT_EQ(eventsOf(RecordedKind::state).size(), 1U);
 }
 
 TEST_F(Record, ADeviceIsTheSameObjectAtEachSighting) {
@@ -234,15 +237,15 @@ TEST_F(Record, ADeviceIsTheSameObjectAtEachSighting) {
   EXPECT_EQ(monitor("KVR-1", 0), kSuccess);
   // A reader that was accepted last is not reported by a further scan; the manager tells it by
   // identity.
-  RecordedManager manager(environment_->platform(), environment_->recorder());
+  RecordedManager manager(environment_->platform());
   const auto delegate = std::make_shared<KestrinBLEProtocols>();
   manager.setDelegate(delegate);
   manager.scanBLE();
   environment_->loop().runFor(seconds(1));
   manager.scanBLE();
   environment_->loop().runFor(seconds(1));
-  EXPECT_EQ(eventsOf(EventKind::reader).size(), 2U);
-  EXPECT_EQ(eventsOf(EventKind::sighting).size(), 3U);
+  EXPECT_EQ(eventsOf(RecordedKind::reader).size(), 2U);
+  EXPECT_EQ(eventsOf(RecordedKind::sighting).size(), 3U);
 }
 
 TEST_F(Record, TheFileIsWholeAfterEachEvent) {
@@ -276,14 +279,14 @@ TEST_F(Record, WhatIsReplayedIsWhatTheApplicationGot) {
   test::Captured replayed;
   EXPECT_EQ(runReplay(file_.path(), replayed.console), kSuccess);
   EXPECT_EQ(frames(replayed.output.text()), frames(captured_.output.text()));
-  EXPECT_EQ(eventsOf(EventKind::frame).size(), 4U);
+  EXPECT_EQ(eventsOf(RecordedKind::frame).size(), 4U);
 }
 
 TEST_F(RecordWithoutRoom, TheCommandGoesOnAndTheFailureIsToldOnce) {
   addReader("KVR-1", ReaderFamily::standard);
   EXPECT_EQ(monitor("KVR-1", 0), kSuccess);
   EXPECT_NE(captured_.output.text().find("PLUGGED\n"), std::string::npos);
-  EXPECT_FALSE(recorder_->finish());
+  EXPECT_FALSE(recording_->finish());
   EXPECT_EQ(captured_.errors.text(),
             "kestrin: --record '/dev/full': No space left on device; the recording ends here, the "
             "command goes on\n");
@@ -304,16 +307,17 @@ TEST_F(Record, JsonOutputHasTheFieldsOfTheRecording) {
   ASSERT_FALSE(reading.finish(lines));
   std::vector<RecordedEvent> same;
   for (RecordedEvent event : events()) {
-    const bool isPrinted = event.kind == EventKind::reader || event.kind == EventKind::frame ||
-                           event.kind == EventKind::plug || event.kind == EventKind::sent;
+    const bool isPrinted = event.kind == RecordedKind::reader ||
+                           event.kind == RecordedKind::frame || event.kind == RecordedKind::plug ||
+                           event.kind == RecordedKind::sent;
     if (!isPrinted) continue;
-    if (event.kind == EventKind::sent) event.bytes = request.frames[0];
+    if (event.kind == RecordedKind::sent) event.bytes = request.frames[0];
     same.push_back(std::move(event));
   }
   std::vector<RecordedEvent> printed = lines.events();
   ASSERT_EQ(printed.size(), same.size());
   // That is the reader that is worked, as soon as it is clear which one that is.
-  ASSERT_EQ(printed[0].kind, EventKind::reader);
+  ASSERT_EQ(printed[0].kind, RecordedKind::reader);
   EXPECT_GE(printed[0].time, same[0].time);
   printed[0].time = same[0].time;
   EXPECT_EQ(printed, same);

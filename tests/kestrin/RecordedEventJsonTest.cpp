@@ -1,6 +1,7 @@
 // The lines of a recording as JSON.
 #include "tools/kestrin/recording/RecordedEventJson.h"
 
+#include <KestrinBLESDK/recording/RecordingFile.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -12,7 +13,7 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-RecordedEvent eventWithEverything(EventKind kind) {
+RecordedEvent eventWithEverything(RecordedKind kind) {
   RecordedEvent event;
   event.kind = kind;
   event.time = microseconds(12'345'678);
@@ -52,31 +53,31 @@ void expectDamage(std::string_view line, std::size_t column, std::string_view te
 }
 
 TEST(RecordedEventJson, AnEventOfEachKindIsReadAsItWasWritten) {
-  for (const EventKindInfo& info : eventKinds()) {
+  for (const RecordedKindInfo& info : recordedKinds()) {
     const RecordedEvent event = eventWithEverything(info.kind);
-    const auto read = readEventLine(jsonLine(event));
+    const auto read = readEventLine(recordingLine(event));
     ASSERT_TRUE(std::holds_alternative<RecordedEvent>(read)) << info.text;
     EXPECT_EQ(std::get<RecordedEvent>(read), event) << info.text;
-    EXPECT_EQ(infoOf(info.kind).kind, info.kind);
-    EXPECT_EQ(findEventKind(info.text), &info);
+    EXPECT_EQ(recordedKindInfo(info.kind).kind, info.kind);
+    EXPECT_EQ(findRecordedKind(info.text), &info);
   }
 }
 
 TEST(RecordedEventJson, AnEventHasItsTimeDirectionKindAndWhatTheKindNeeds) {
   RecordedEvent event;
-  event.kind = EventKind::write;
+  event.kind = RecordedKind::write;
   event.time = microseconds(1'000'050);
   event.identifier = "C0";
   event.characteristic = "FFF2";
   event.bytes.emplace();
-  EXPECT_EQ(jsonLine(event),
+  EXPECT_EQ(recordingLine(event),
             R"({"time":1.000050,"direction":"out","kind":"write","identifier":"C0",)"
             R"("characteristic":"FFF2","bytes":""})");
 }
 
 TEST(RecordedEventJson, AHeaderIsReadAsItWasWritten) {
   const RecordingHeader header{"kestrin 1", "send", "bluez", "2026-01-31T12:00:00Z"};
-  const auto read = readHeaderLine(jsonLine(header));
+  const auto read = readHeaderLine(recordingLine(header));
   ASSERT_TRUE(std::holds_alternative<RecordingHeader>(read));
   EXPECT_EQ(std::get<RecordingHeader>(read), header);
 }
@@ -97,26 +98,26 @@ TEST(RecordedEventJson, AHeaderOfAnotherFormOrVersionIsRefused) {
 
 TEST(RecordedEventJson, ANameThatIsNoUtf8KeepsItsBytes) {
   RecordedEvent event;
-  event.kind = EventKind::reader;
+  event.kind = RecordedKind::reader;
   event.name = "KVR\xFF\xC3";
   event.identifier = "C0";
-  const std::string line = jsonLine(event);
+  const std::string line = recordingLine(event);
   EXPECT_NE(line.find(R"("nameBytes":"4b5652ffc3")"), std::string::npos) << line;
   EXPECT_EQ(std::get<RecordedEvent>(readEventLine(line)), event);
 }
 
 TEST(RecordedEventJson, ALineMayBeShownOnATerminalAndIsReadAsItWas) {
   RecordedEvent event;
-  event.kind = EventKind::reader;
+  event.kind = RecordedKind::reader;
   event.name = "\x1b[2J\x7f\u009b\u202e\U000E0041";
   event.identifier = "C0";
-  const std::string line = jsonLine(event);
+  const std::string line = recordingLine(event);
   EXPECT_NE(line.find(R"("\u001b[2J\u007f\u009b\u202e\udb40\udc41")"), std::string::npos) << line;
   EXPECT_EQ(std::get<RecordedEvent>(readEventLine(line)), event);
 }
 
 TEST(RecordedEventJson, EveryBeginningOfALineIsACutLine) {
-  std::string line = jsonLine(eventWithEverything(EventKind::notification));
+  std::string line = recordingLine(eventWithEverything(RecordedKind::notification));
   line.insert(line.size() - 1, R"(,"later":[{"a":null},1.5e-3,false,"\u00e4\ud83d\ude00"])");
   ASSERT_TRUE(std::holds_alternative<RecordedEvent>(readEventLine(line)));
   for (std::size_t length = 1; length < line.size(); ++length) {

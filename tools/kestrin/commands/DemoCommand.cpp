@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "KestrinBLESDK/recording/RecordedManager.h"
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/commands/DemoTimeline.h"
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
 #include "tools/kestrin/radio/RecordedEnvironment.h"
 #include "tools/kestrin/radio/SimulatedScene.h"
-#include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
@@ -35,25 +35,19 @@ RecordingHeader headerOf(const DemoRequest& request) {
   return recordingHeader("demo", radio);
 }
 
-/// A platform that records when there is a recorder.
-RecordedPlatform platformOf(simulated::SimulatedPlatform& simulated,
-                            const std::shared_ptr<Recorder>& recorder) {
-  if (recorder) return recordedPlatform(simulated.platform(), recorder);
-  return {.platform = simulated.platform(), .keep = nullptr};
-}
-
 class Demo {
  public:
-  Demo(const DemoRequest& request, Console& console, std::shared_ptr<Recorder> recorder)
+  Demo(const DemoRequest& request, Console& console,
+       const std::shared_ptr<CommandRecording>& recording)
       : request_(request),
         console_(console),
         timeline_(std::make_shared<DemoTimeline>(console, logSink(request.log))),
         simulated_(sceneOptions(request.virtualTime, timeline_)),
         scene_(simulated_),
         loop_(simulated_.runLoop()),
-        recorder_(std::move(recorder)),
-        recorded_(platformOf(simulated_, recorder_)),
-        manager_(std::make_unique<RecordedManager>(recorded_.platform, recorder_)) {
+        recorded_(recordedPlatform(simulated_.platform(), recording)),
+        manager_(std::make_unique<RecordedManager>(recorded_.platform)) {
+    if (recording) recording->setLoop(simulated_.platform().mainRunLoop.lock());
     manager_->setDelegate(timeline_);
     manager_->setRcpReceiverDelegate(timeline_);
     scene_.setObserver(
@@ -62,9 +56,7 @@ class Demo {
 
   /// False when something that should have happened has not, which has been told.
   bool run() {
-    const auto loop = simulated_.platform().mainRunLoop.lock();
-    timeline_->begin(loop);
-    if (recorder_) recorder_->begin(headerOf(request_), loop);
+    timeline_->begin(simulated_.platform().mainRunLoop.lock());
     const bool whole =
         scan() && workStandardReader() && loseLink() && workAgain() && workKvrReader();
     if (whole) tellFigures();
@@ -203,7 +195,6 @@ class Demo {
   simulated::SimulatedPlatform simulated_;
   SimulatedScene scene_;
   MainRunLoop& loop_;
-  const std::shared_ptr<Recorder> recorder_;
   const RecordedPlatform recorded_;
   const std::unique_ptr<RecordedManager> manager_;
   std::size_t framesSent_ = 0;
@@ -213,13 +204,13 @@ class Demo {
 }  // namespace
 
 int runDemo(const DemoRequest& request, Console& console) {
-  std::shared_ptr<Recorder> recorder;
+  std::shared_ptr<CommandRecording> recording;
   if (request.record) {
-    recorder = Recorder::open(*request.record, console);
-    if (!recorder) return kFailure;
+    recording = CommandRecording::open(*request.record, headerOf(request), console);
+    if (!recording) return kFailure;
   }
-  bool whole = Demo(request, console, recorder).run();
-  if (recorder) whole = recorder->finish() && whole;
+  bool whole = Demo(request, console, recording).run();
+  if (recording) whole = recording->finish() && whole;
   const int printed = finishOutput(console);
   return whole ? printed : kFailure;
 }

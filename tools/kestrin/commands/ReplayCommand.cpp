@@ -7,7 +7,7 @@
 
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/console/Console.h"
-#include "tools/kestrin/recording/RecordingFile.h"
+#include "tools/kestrin/recording/ReadRecording.h"
 #include "tools/kestrin/text/Hex.h"
 
 namespace kestrin::app {

@@ -31,15 +31,17 @@ bool fitTogether(const RadioRequest& radio, Console& console) {
 int runOnRadio(const std::string& name, const RadioRequest& request, TerminalScreen& screen,
                Console& console, const std::function<int(RadioEnvironment&)>& command) {
   if (!fitTogether(request, console)) return kWrongUsage;
-  std::shared_ptr<Recorder> recorder;
+  std::shared_ptr<CommandRecording> recording;
   if (request.record) {
-    recorder = Recorder::open(*request.record, console);
-    if (!recorder) return kFailure;
+    recording = CommandRecording::open(*request.record, recordingHeader(name, request), console);
+    if (!recording) return kFailure;
   }
   const BlockedInterruptSignals blocked;
   auto environment = makeRadioEnvironment(request, console);
   if (!environment) return kFailure;
-  if (recorder) environment = recordEnvironment(std::move(environment), recorder, name, request);
+  if (recording) {
+    environment = std::make_unique<RecordedEnvironment>(std::move(environment), recording);
+  }
   Suspension suspension(*environment, [&] {
     console.flush();
     screen.stepAside();
@@ -58,7 +60,7 @@ int runOnRadio(const std::string& name, const RadioRequest& request, TerminalScr
                                   .beforeEnd = [&] { screen.putRight(); }});
   const auto sleep = watchSleep(request, *environment);
   const int status = command(*environment);
-  return recorder && !recorder->finish() && status == kSuccess ? kFailure : status;
+  return recording && !recording->finish() && status == kSuccess ? kFailure : status;
 }
 
 }  // namespace kestrin::app

@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
+#include "KestrinBLESDK/recording/RecordedManager.h"
 #include "tools/kestrin/commands/Commands.h"
 #include "tools/kestrin/console/Console.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
-#include "tools/kestrin/recording/RecordedManager.h"
 #include "tools/kestrin/session/JsonReport.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/SafeText.h"
@@ -119,7 +119,7 @@ int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& 
       console.note(printable(watch.description()));
     }
   });
-  RecordedManager manager(environment.platform(), environment.recorder());
+  RecordedManager manager(environment.platform());
   const auto readers = std::make_shared<ReaderLines>(console, request.json ? &json : nullptr);
   manager.setDelegate(readers);
   const ScanAgain scanAgain(environment, manager);

@@ -12,7 +12,7 @@
 #include "tools/kestrin/console/WriteAll.h"
 #include "tools/kestrin/picture/SequencePicture.h"
 #include "tools/kestrin/picture/TimelinePicture.h"
-#include "tools/kestrin/recording/RecordingFile.h"
+#include "tools/kestrin/recording/ReadRecording.h"
 #include "tools/kestrin/text/Frames.h"
 #include "tools/kestrin/text/SafeText.h"
 #include "tools/kestrin/text/Seconds.h"
@@ -39,7 +39,7 @@ std::string titleOf(const std::optional<RecordingHeader>& header) {
   return title;
 }
 
-bool isPictured(const RecordedEvent& event) { return event.kind != EventKind::log; }
+bool isPictured(const RecordedEvent& event) { return event.kind != RecordedKind::log; }
 
 /// Why there can be no picture of these; empty when there can.
 std::string whyNoPicture(const std::vector<RecordedEvent>& events) {

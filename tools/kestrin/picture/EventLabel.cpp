@@ -74,15 +74,15 @@ std::string frameLabel(const RecordedEvent& event) {
 /// What the application and the manager tell each other.
 std::string applicationLabel(const RecordedEvent& event) {
   switch (event.kind) {
-    case EventKind::call:
+    case RecordedKind::call:
       return callLabel(event);
-    case EventKind::sent:
+    case RecordedKind::sent:
       return event.accepted.value_or(false) ? "send answers true" : "send answers false";
-    case EventKind::scanStatus:
+    case RecordedKind::scanStatus:
       return "scanBleStatus " + std::to_string(event.status.value_or(0));
-    case EventKind::reader:
+    case RecordedKind::reader:
       return "scanningBleDeive " + nameLabel(event);
-    case EventKind::plug:
+    case RecordedKind::plug:
       return event.plugged.value_or(false) ? "plugged in" : "unplugged";
     default:
       return frameLabel(event);
@@ -91,22 +91,22 @@ std::string applicationLabel(const RecordedEvent& event) {
 
 std::string requestLabel(const RecordedEvent& event) {
   switch (event.kind) {
-    case EventKind::scan:
+    case RecordedKind::scan:
       return "scan";
-    case EventKind::stopScan:
+    case RecordedKind::stopScan:
       return "stop scan";
-    case EventKind::connect:
+    case RecordedKind::connect:
       return "connect " + nameLabel(event);
-    case EventKind::cancel:
+    case RecordedKind::cancel:
       return "cancel " + nameLabel(event);
-    case EventKind::discoverServices:
+    case RecordedKind::discoverServices:
       return "discover services: " + listLabel(event.services);
-    case EventKind::discoverCharacteristics:
+    case RecordedKind::discoverCharacteristics:
       return "discover characteristics of " + shortUuid(event.service.value_or(""));
-    case EventKind::subscribe:
+    case RecordedKind::subscribe:
       return (event.enabled.value_or(true) ? "subscribe " : "unsubscribe ") +
              characteristicLabel(event);
-    case EventKind::read:
+    case RecordedKind::read:
       return "read " + characteristicLabel(event);
     default:
       return "write " + bytesLabel(event.bytes);
@@ -115,21 +115,21 @@ std::string requestLabel(const RecordedEvent& event) {
 
 std::string answerLabel(const RecordedEvent& event) {
   switch (event.kind) {
-    case EventKind::state:
+    case RecordedKind::state:
       return "radio " + shortened(event.state.value_or(""), kNameLength);
-    case EventKind::sighting:
+    case RecordedKind::sighting:
       return "seen " + nameLabel(event);
-    case EventKind::connected:
+    case RecordedKind::connected:
       return "connected";
-    case EventKind::disconnected:
+    case RecordedKind::disconnected:
       return withError("disconnected", event);
-    case EventKind::services:
+    case RecordedKind::services:
       return withError("services " + listLabel(event.services), event);
-    case EventKind::characteristics:
+    case RecordedKind::characteristics:
       return withError("characteristics " + listLabel(event.characteristics), event);
-    case EventKind::subscription:
+    case RecordedKind::subscription:
       return withError("subscribed " + characteristicLabel(event), event);
-    case EventKind::readValue:
+    case RecordedKind::readValue:
       return withError("value of " + characteristicLabel(event), event);
     default:
       return withError("notify " + bytesLabel(event.bytes), event);
@@ -148,40 +148,40 @@ std::string bytesLabel(const std::optional<std::vector<std::uint8_t>>& bytes) {
 
 std::string eventLabel(const RecordedEvent& event) {
   switch (event.kind) {
-    case EventKind::delayArmed:
+    case RecordedKind::delayArmed:
       return "in " + secondsLabel(event) + ": " + operationLabel(event);
-    case EventKind::delayFired:
+    case RecordedKind::delayFired:
       return "now: " + operationLabel(event);
-    case EventKind::delayCancelled:
+    case RecordedKind::delayCancelled:
       return "no longer: " + operationLabel(event);
-    case EventKind::pause:
+    case RecordedKind::pause:
       return "pause " + secondsLabel(event);
-    case EventKind::log:
+    case RecordedKind::log:
       return "log: " + shortened(event.text.value_or(""), kErrorLength);
     default:
       break;
   }
-  if (event.kind <= EventKind::frame) return applicationLabel(event);
-  return event.kind <= EventKind::write ? requestLabel(event) : answerLabel(event);
+  if (event.kind <= RecordedKind::frame) return applicationLabel(event);
+  return event.kind <= RecordedKind::write ? requestLabel(event) : answerLabel(event);
 }
 
 std::string_view eventStyle(const RecordedEvent& event) {
   if (event.error) return "wrong";
   switch (event.kind) {
-    case EventKind::frame:
+    case RecordedKind::frame:
       return "frame";
-    case EventKind::write:
+    case RecordedKind::write:
       return "write";
-    case EventKind::notification:
-    case EventKind::readValue:
+    case RecordedKind::notification:
+    case RecordedKind::readValue:
       return "value";
-    case EventKind::scan:
-    case EventKind::stopScan:
-    case EventKind::sighting:
-    case EventKind::state:
+    case RecordedKind::scan:
+    case RecordedKind::stopScan:
+    case RecordedKind::sighting:
+    case RecordedKind::state:
       return "scan";
     default:
-      return event.kind < EventKind::frame ? "application" : "link";
+      return event.kind < RecordedKind::frame ? "application" : "link";
   }
 }
 

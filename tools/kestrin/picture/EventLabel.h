@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/kestrin/recording/RecordedEvent.h"
+#include "KestrinBLESDK/recording/RecordedEvent.h"
 
 namespace kestrin::app {
 

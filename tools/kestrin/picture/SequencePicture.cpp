@@ -41,25 +41,25 @@ struct Arrow {
 };
 
 /// Absent for what the manager does by itself.
-std::optional<Arrow> arrowOf(EventKind kind) {
+std::optional<Arrow> arrowOf(RecordedKind kind) {
   switch (kind) {
-    case EventKind::call:
+    case RecordedKind::call:
       return Arrow{kApplicationLine, kManagerLine};
-    case EventKind::scan:
-    case EventKind::stopScan:
+    case RecordedKind::scan:
+    case RecordedKind::stopScan:
       return Arrow{kManagerLine, kRadioLine};
-    case EventKind::state:
+    case RecordedKind::state:
       return Arrow{kRadioLine, kManagerLine};
     default:
       break;
   }
-  switch (infoOf(kind).direction) {
-    case EventDirection::out:
+  switch (recordedKindInfo(kind).direction) {
+    case RecordedDirection::out:
       return Arrow{kManagerLine, kReaderLine};
-    case EventDirection::in:
-      if (kind <= EventKind::frame) return Arrow{kManagerLine, kApplicationLine};
+    case RecordedDirection::in:
+      if (kind <= RecordedKind::frame) return Arrow{kManagerLine, kApplicationLine};
       return Arrow{kReaderLine, kManagerLine};
-    case EventDirection::self:
+    case RecordedDirection::self:
       break;
   }
   return std::nullopt;
@@ -145,9 +145,9 @@ void Sequence::endDelay(const std::string& operation, bool fired) {
 
 void Sequence::drawOwnDoing(const RecordedEvent& event, const std::string& label) {
   const std::string operation = event.operation.value_or("");
-  if (event.kind == EventKind::delayArmed) armDelay(operation);
-  if (event.kind == EventKind::delayFired) endDelay(operation, true);
-  if (event.kind == EventKind::delayCancelled) endDelay(operation, false);
+  if (event.kind == RecordedKind::delayArmed) armDelay(operation);
+  if (event.kind == RecordedKind::delayFired) endDelay(operation, true);
+  if (event.kind == RecordedKind::delayCancelled) endDelay(operation, false);
   shapes_.text(kManagerLine - 12, y_, label, "label", Svg::Anchor::end);
 }
 
@@ -172,7 +172,7 @@ std::string Sequence::draw(const std::string& title) {
   for (std::size_t i = 0; i < events_.size();) {
     const RecordedEvent& event = events_[i];
     std::size_t next = i + 1;
-    if (event.kind != EventKind::log) {
+    if (event.kind != RecordedKind::log) {
       std::string label = eventLabel(event);
       // The same thing several times in a row is told once.
       while (next < events_.size() && events_[next] == event) ++next;

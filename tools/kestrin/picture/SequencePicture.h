@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "tools/kestrin/recording/RecordedEvent.h"
+#include "KestrinBLESDK/recording/RecordedEvent.h"
 
 namespace kestrin::app {
 

@@ -39,46 +39,46 @@ constexpr const char* kLanes[] = {kApplicationLane, kScanLane,  kLinkLane,  kWri
                                   kPauseLane,       kValueLane, kFrameLane, kDelayLane};
 
 /// Null for what has no place in a timeline.
-const char* laneOf(EventKind kind) {
+const char* laneOf(RecordedKind kind) {
   switch (kind) {
-    case EventKind::frame:
+    case RecordedKind::frame:
       return kFrameLane;
-    case EventKind::scan:
-    case EventKind::stopScan:
-    case EventKind::state:
-    case EventKind::sighting:
-    case EventKind::reader:
-    case EventKind::scanStatus:
+    case RecordedKind::scan:
+    case RecordedKind::stopScan:
+    case RecordedKind::state:
+    case RecordedKind::sighting:
+    case RecordedKind::reader:
+    case RecordedKind::scanStatus:
       return kScanLane;
-    case EventKind::write:
+    case RecordedKind::write:
       return kWriteLane;
-    case EventKind::notification:
-    case EventKind::readValue:
+    case RecordedKind::notification:
+    case RecordedKind::readValue:
       return kValueLane;
-    case EventKind::pause:
+    case RecordedKind::pause:
       return kPauseLane;
-    case EventKind::delayArmed:
-    case EventKind::delayFired:
-    case EventKind::delayCancelled:
+    case RecordedKind::delayArmed:
+    case RecordedKind::delayFired:
+    case RecordedKind::delayCancelled:
       return kDelayLane;
-    case EventKind::log:
+    case RecordedKind::log:
       return nullptr;
     default:
-      return kind <= EventKind::plug ? kApplicationLane : kLinkLane;
+      return kind <= RecordedKind::plug ? kApplicationLane : kLinkLane;
   }
 }
 
 std::string timelineLabel(const RecordedEvent& event) {
   switch (event.kind) {
     // Their lanes say what they are.
-    case EventKind::write:
+    case RecordedKind::write:
       return bytesLabel(event.bytes);
-    case EventKind::notification:
+    case RecordedKind::notification:
       if (!event.error) return bytesLabel(event.bytes);
       break;
-    case EventKind::pause:
+    case RecordedKind::pause:
       return secondsText(event.seconds.value_or(Time::zero())) + " s";
-    case EventKind::frame:
+    case RecordedKind::frame:
       if (event.bytes && whyNoFrame(*event.bytes).empty()) return describeFrame(*event.bytes);
       break;
     default:
@@ -158,17 +158,18 @@ std::vector<DelayBar> Timeline::delayBars() const {
   std::vector<DelayBar> bars;
   for (const RecordedEvent& event : events_) {
     const std::string operation = event.operation.value_or("");
-    if (event.kind == EventKind::delayArmed) {
+    if (event.kind == RecordedKind::delayArmed) {
       const Time length = event.seconds.value_or(Time::zero());
       bars.push_back({operation, event.time, timeAfter(event.time, length), true,
                       secondsText(length) + " s " + shortened(operation, 24)});
-    } else if (event.kind == EventKind::delayFired || event.kind == EventKind::delayCancelled) {
+    } else if (event.kind == RecordedKind::delayFired ||
+               event.kind == RecordedKind::delayCancelled) {
       const auto bar = std::find_if(bars.rbegin(), bars.rend(), [&](const DelayBar& candidate) {
         return candidate.operation == operation;
       });
       if (bar == bars.rend()) continue;
       bar->end = event.time;
-      bar->fired = event.kind == EventKind::delayFired;
+      bar->fired = event.kind == RecordedKind::delayFired;
     }
   }
   // One that was still running when the recording ended is shown up to there.
@@ -210,7 +211,7 @@ double Timeline::drawMarks(std::string_view lane, double top) {
 
 void Timeline::drawPauseBars(double bottom) {
   for (const RecordedEvent& event : events_) {
-    if (event.kind != EventKind::pause) continue;
+    if (event.kind != RecordedKind::pause) continue;
     const double x = scale_.place(event.time);
     const double end = scale_.place(timeAfter(event.time, event.seconds.value_or(Time::zero())));
     shapes_.rectangle(x, bottom - 3, std::max(end - x, 1.0), 6, "pause");

@@ -17,7 +17,6 @@
 namespace kestrin::app {
 
 class Console;
-class Recorder;
 
 enum class RadioKind { bluez, simulated };
 
@@ -58,8 +57,6 @@ class RadioEnvironment {
   [[nodiscard]] virtual std::shared_ptr<Radio> unrecordedRadio() const { return platform().radio; }
   /// The watch of that radio.
   [[nodiscard]] std::shared_ptr<RadioWatch> radioWatch() const;
-  /// Null when nothing is recorded.
-  [[nodiscard]] virtual std::shared_ptr<Recorder> recorder() const { return nullptr; }
 
   /// Asks the running command to come to its end; on the loop's thread.
   void interrupt() noexcept { interrupted_ = true; }

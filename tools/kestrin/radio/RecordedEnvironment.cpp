@@ -13,12 +13,4 @@ RecordingHeader recordingHeader(const std::string& command, const RadioRequest& 
   return header;
 }
 
-std::unique_ptr<RadioEnvironment> recordEnvironment(std::unique_ptr<RadioEnvironment> inner,
-                                                    const std::shared_ptr<Recorder>& recorder,
-                                                    const std::string& command,
-                                                    const RadioRequest& request) {
-  recorder->begin(recordingHeader(command, request), inner->platform().mainRunLoop.lock());
-  return std::make_unique<RecordedEnvironment>(std::move(inner), recorder);
-}
-
 }  // namespace kestrin::app

@@ -1,5 +1,8 @@
 #include "tools/kestrin/recording/RecordedEventJson.h"
 
+#include <KestrinBLESDK/recording/RecordedFields.h>
+#include <KestrinBLESDK/recording/RecordingFile.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -13,57 +16,10 @@
 namespace kestrin::app {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Json = nlohmann::json;
 
-constexpr char kRecordingFormat[] = "kestrin-recording";
 // Longer than any run, and so short that a double still tells microseconds apart.
 constexpr double kLongestRecordedTime = 1.0e9;
-
-// Each field that is more than a number of its own, by its name in the file.
-template <class T>
-struct EventField {
-  std::string_view key;
-  std::optional<T> RecordedEvent::*member;
-};
-constexpr EventField<std::string> kTextFields[] = {
-    {"operation", &RecordedEvent::operation},   {"name", &RecordedEvent::name},
-    {"identifier", &RecordedEvent::identifier}, {"state", &RecordedEvent::state},
-    {"service", &RecordedEvent::service},       {"characteristic", &RecordedEvent::characteristic},
-    {"error", &RecordedEvent::error},           {"text", &RecordedEvent::text},
-};
-constexpr EventField<std::vector<std::string>> kListFields[] = {
-    {"services", &RecordedEvent::services},
-    {"characteristics", &RecordedEvent::characteristics},
-    {"properties", &RecordedEvent::properties},
-};
-constexpr EventField<std::int64_t> kNumberFields[] = {
-    {"status", &RecordedEvent::status},
-    {"rssi", &RecordedEvent::rssi},
-};
-constexpr EventField<bool> kTruthFields[] = {
-    {"plugged", &RecordedEvent::plugged},
-    {"enabled", &RecordedEvent::enabled},
-    {"accepted", &RecordedEvent::accepted},
-};
-
-/// Bytes that are no UTF-8, which JSON can not hold, become the replacement character. The line may
-/// be shown on a terminal.
-std::string dumped(const Json& json) {
-  return terminalSafeJson(json.dump(-1, ' ', false, Json::error_handler_t::replace));
-}
-
-std::string microsecondsText(Time time) {
-  const auto count = std::chrono::floor<std::chrono::microseconds>(time).count();
-  const std::string fraction = std::to_string(count % 1000000);
-  return std::to_string(count / 1000000) + '.' + std::string(6 - fraction.size(), '0') + fraction;
-}
-
-template <class Fields>
-void putFields(Json& json, const Fields& fields, const RecordedEvent& event) {
-  for (const auto& field : fields) {
-    if (const auto& value = event.*field.member) json[std::string(field.key)] = *value;
-  }
-}
 
 /// A line that is being read: its JSON, and where in it what stands.
 class LineReading {
@@ -180,7 +136,7 @@ void LineReading::takeBytes(std::string_view key, std::optional<std::vector<std:
 
 std::string joinedKinds() {
   std::string all;
-  for (const EventKindInfo& info : eventKinds()) {
+  for (const RecordedKindInfo& info : recordedKinds()) {
     if (!all.empty()) all += ", ";
     all += info.text;
   }
@@ -192,7 +148,7 @@ void takeKind(LineReading& line, RecordedEvent& event) {
   if (line.need("kind", "it names what has happened") == nullptr) return;
   line.takeText("kind", kind);
   if (!kind) return;
-  const EventKindInfo* const info = findEventKind(*kind);
+  const RecordedKindInfo* const info = findRecordedKind(*kind);
   if (info == nullptr) {
     return line.refuse(
         "kind", "'" + printable(*kind) + "' is no kind of event; there are " + joinedKinds());
@@ -203,9 +159,9 @@ void takeKind(LineReading& line, RecordedEvent& event) {
   }
   std::optional<std::string> direction;
   line.takeText("direction", direction);
-  if (direction && *direction != textOf(info->direction)) {
+  if (direction && *direction != recordedDirection(info->direction)) {
     line.refuse("direction", "the direction of the kind " + std::string(info->text) + " is " +
-                                 std::string(textOf(info->direction)));
+                                 std::string(recordedDirection(info->direction)));
   }
 }
 
@@ -217,36 +173,6 @@ void takeName(LineReading& line, RecordedEvent& event) {
 
 }  // namespace
 
-std::string jsonLine(const RecordedEvent& event) {
-  const EventKindInfo& info = infoOf(event.kind);
-  Json json;
-  json["direction"] = textOf(info.direction);
-  json["kind"] = info.text;
-  putFields(json, kTextFields, event);
-  if (event.name && !isUtf8(*event.name)) {
-    json["nameBytes"] =
-        lowerHex({reinterpret_cast<const std::uint8_t*>(event.name->data()), event.name->size()});
-  }
-  putFields(json, kListFields, event);
-  if (event.bytes) json["bytes"] = lowerHex(*event.bytes);
-  putFields(json, kNumberFields, event);
-  if (event.seconds) json["seconds"] = std::chrono::duration<double>(*event.seconds).count();
-  putFields(json, kTruthFields, event);
-  // Six digits of a second, always: no JSON library writes a number like that.
-  return "{\"time\":" + microsecondsText(event.time) + "," + dumped(json).substr(1);
-}
-
-std::string jsonLine(const RecordingHeader& header) {
-  Json json;
-  json["format"] = kRecordingFormat;
-  json["version"] = kRecordingVersion;
-  json["program"] = header.program;
-  json["command"] = header.command;
-  json["radio"] = header.radio;
-  if (header.started) json["started"] = *header.started;
-  return dumped(json);
-}
-
 std::variant<RecordedEvent, RecordLineError> readEventLine(std::string_view text) {
   LineReading line(text);
   RecordedEvent event;
@@ -255,15 +181,15 @@ std::variant<RecordedEvent, RecordLineError> readEventLine(std::string_view text
   line.takeTime("time", time);
   event.time = time.value_or(Time::zero());
   takeKind(line, event);
-  for (const auto& field : kTextFields) line.takeText(field.key, event.*field.member);
+  for (const auto& field : kRecordedTexts) line.takeText(field.key, event.*field.member);
   takeName(line, event);
-  for (const auto& field : kListFields) line.takeList(field.key, event.*field.member);
+  for (const auto& field : kRecordedLists) line.takeList(field.key, event.*field.member);
   line.takeBytes("bytes", event.bytes);
-  for (const auto& field : kNumberFields) {
+  for (const auto& field : kRecordedNumbers) {
     line.take(field.key, &Json::is_number_integer, "a whole number", event.*field.member);
   }
   line.takeTime("seconds", event.seconds);
-  for (const auto& field : kTruthFields) {
+  for (const auto& field : kRecordedTruths) {
     line.take(field.key, &Json::is_boolean, "true or false", event.*field.member);
   }
   if (line.error()) return *line.error();

@@ -1,4 +1,4 @@
-// The JSON form of a recording's lines: how each is written and read. docs/recording.md tells it.
+// The JSON form of a recording's lines: how each is read. docs/recording.md has it.
 //
 // Threads: pure functions.
 // Errors: text that is no such line is told with its column, what is wrong and what would be right.
@@ -9,17 +9,12 @@
 #include <string_view>
 #include <variant>
 
-#include "tools/kestrin/recording/RecordedEvent.h"
+#include "KestrinBLESDK/recording/RecordedEvent.h"
 
 namespace kestrin::app {
 
-inline constexpr int kRecordingVersion = 1;
 inline constexpr std::size_t kLongestRecordLine = std::size_t{1} << 20;
 inline constexpr std::size_t kDeepestRecordNesting = 8;
-
-/// One line, without its end.
-std::string jsonLine(const RecordedEvent& event);
-std::string jsonLine(const RecordingHeader& header);
 
 struct RecordLineError {
   /// Counted from 1.

@@ -18,8 +18,9 @@ NSData Recording::arrival(std::size_t index) const {
 
 /// Routes a value as the manager does, see docs/link.md.
 void Recording::addArrival(const RecordedEvent& event) {
-  const bool answered = event.kind == EventKind::subscription;
-  const bool value = event.kind == EventKind::notification || event.kind == EventKind::readValue;
+  const bool answered = event.kind == RecordedKind::subscription;
+  const bool value =
+      event.kind == RecordedKind::notification || event.kind == RecordedKind::readValue;
   if ((!answered && !value) || !event.bytes) return;
   // A value's error ends its handling, that of a subscription does not.
   if (value && (event.error || event.characteristic == "2A29")) return;

@@ -19,7 +19,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/kestrin/recording/RecordedEvent.h"
+#include "KestrinBLESDK/recording/RecordedEvent.h"
 
 namespace kestrin::app {
 

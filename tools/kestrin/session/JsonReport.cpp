@@ -1,9 +1,10 @@
 #include "tools/kestrin/session/JsonReport.h"
 
+#include <KestrinBLESDK/recording/RecordingFile.h>
+
 #include <utility>
 
 #include "tools/kestrin/console/Console.h"
-#include "tools/kestrin/recording/RecordedEventJson.h"
 
 namespace kestrin::app {
 namespace {
@@ -20,12 +21,12 @@ JsonReport::JsonReport(Console& console, const RunLoop& loop)
 
 void JsonReport::print(RecordedEvent event) {
   event.time = loop_.now() - begin_;
-  console_.line(jsonLine(event));
+  console_.line(recordingLine(event));
 }
 
 void JsonReport::reader(const std::string& name, const std::string& identifier) {
   RecordedEvent event;
-  event.kind = EventKind::reader;
+  event.kind = RecordedKind::reader;
   event.name = name;
   event.identifier = identifier;
   print(std::move(event));
@@ -33,21 +34,21 @@ void JsonReport::reader(const std::string& name, const std::string& identifier) 
 
 void JsonReport::plugged(bool isPlugged) {
   RecordedEvent event;
-  event.kind = EventKind::plug;
+  event.kind = RecordedKind::plug;
   event.plugged = isPlugged;
   print(std::move(event));
 }
 
 void JsonReport::frame(const std::optional<NSData>& frame) {
   RecordedEvent event;
-  event.kind = EventKind::frame;
+  event.kind = RecordedKind::frame;
   if (frame) putBytes(*frame, event);
   print(std::move(event));
 }
 
 void JsonReport::sent(const NSData& frame) {
   RecordedEvent event;
-  event.kind = EventKind::sent;
+  event.kind = RecordedKind::sent;
   event.accepted = true;
   putBytes(frame, event);
   print(std::move(event));
@@ -55,7 +56,7 @@ void JsonReport::sent(const NSData& frame) {
 
 void JsonReport::state(CBManagerState state) {
   RecordedEvent event;
-  event.kind = EventKind::state;
+  event.kind = RecordedKind::state;
   event.state = recordedState(state);
   print(std::move(event));
 }

@@ -10,8 +10,8 @@
 
 #include <memory>
 
+#include "KestrinBLESDK/recording/RecordedEvent.h"
 #include "tools/kestrin/radio/RadioEnvironment.h"
-#include "tools/kestrin/recording/RecordedEvent.h"
 #include "tools/kestrin/session/SessionReport.h"
 
 namespace kestrin::app {

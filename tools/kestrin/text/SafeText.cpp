@@ -11,7 +11,6 @@ constexpr std::string_view kCut = "...";
 constexpr char kDigits[] = "0123456789abcdef";
 constexpr std::size_t kEscapeCells = 4;  // `\xNN`, for each byte.
 constexpr std::int32_t kNoCharacter = -1;
-constexpr std::int32_t kReplacement = 0xFFFD;
 
 /// A character, or a byte that is none.
 struct Letter {
@@ -62,18 +61,6 @@ std::size_t cellsOfLetter(const Letter& letter) {
   return static_cast<std::size_t>(utf8proc_charwidth(letter.code));
 }
 
-void appendUnit(std::string& json, std::uint32_t unit) {
-  json += "\\u";
-  for (const unsigned shift : {12U, 8U, 4U, 0U}) json += kDigits[unit >> shift & 0x0F];
-}
-
-void appendEscaped(std::string& json, std::int32_t code) {
-  const auto whole = static_cast<std::uint32_t>(code);
-  if (whole < 0x10000) return appendUnit(json, whole);
-  appendUnit(json, 0xD800 + ((whole - 0x10000) >> 10));
-  appendUnit(json, 0xDC00 + ((whole - 0x10000) & 0x3FF));
-}
-
 /// The beginning of `text` that takes at most `cells` cells.
 std::string_view beginning(std::string_view text, std::size_t cells) {
   std::size_t taken = 0;
@@ -88,12 +75,6 @@ std::string_view beginning(std::string_view text, std::size_t cells) {
 }
 
 }  // namespace
-
-bool isUtf8(std::string_view text) {
-  bool whole = true;
-  forEachLetter(text, [&](const Letter& letter) { whole = whole && letter.code != kNoCharacter; });
-  return whole;
-}
 
 std::string printable(std::string_view text) {
   std::string safe;
@@ -137,19 +118,6 @@ std::string xmlText(std::string_view text) {
     }
   }
   return xml;
-}
-
-std::string terminalSafeJson(std::string_view json) {
-  std::string safe;
-  safe.reserve(json.size());
-  forEachLetter(json, [&](const Letter& letter) {
-    if (isSafe(letter)) {
-      safe += letter.bytes;
-    } else {
-      appendEscaped(safe, letter.code == kNoCharacter ? kReplacement : letter.code);
-    }
-  });
-  return safe;
 }
 
 std::size_t cellsOf(std::string_view text) {

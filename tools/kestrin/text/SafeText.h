@@ -1,5 +1,5 @@
-// Text from elsewhere, such as a name from the air, as it may be shown: on a terminal, in XML, in
-// JSON; how wide it is there, and how it is cut.
+// Text from elsewhere, such as a name from the air, as it may be shown: on a terminal, in XML;
+// how wide it is there, and how it is cut.
 //
 // Threads: pure functions.
 // Errors: none. Any bytes are taken; those that are no UTF-8 are escaped one by one.
@@ -11,20 +11,12 @@
 
 namespace kestrin::app {
 
-/// Whether all of it is well-formed UTF-8.
-bool isUtf8(std::string_view text);
-
 /// Safe for a terminal and a person: bytes that are no UTF-8 and characters that steer a terminal,
 /// turn the direction of text around or cannot be seen as `\xNN`, a backslash as `\\`.
 std::string printable(std::string_view text);
 
 /// `printable`, as it may stand in XML, as an attribute too.
 std::string xmlText(std::string_view text);
-
-/// JSON whose characters that `printable` escapes stand as `\uNNNN`, which means the same to
-/// whoever reads it; a byte that is no UTF-8 becomes the replacement character. ASCII's control
-/// characters must be escaped already.
-std::string terminalSafeJson(std::string_view json);
 
 /// How many cells of a terminal it takes at most. What `printable` escapes counts as its escape
 /// does; a backslash counts as one.

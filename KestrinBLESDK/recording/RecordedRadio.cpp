@@ -3,10 +3,10 @@
 #include <mutex>
 #include <utility>
 
-#include "tools/kestrin/recording/RecordedPeripheral.h"
-#include "tools/kestrin/recording/RecordedPlatform.h"
+#include "KestrinBLESDK/recording/RecordedPeripheral.h"
+#include "KestrinBLESDK/recording/Recorder.h"
 
-namespace kestrin::app {
+namespace kestrin {
 namespace {
 
 /// There is one object per device, however often it is met: managers compare by identity.
@@ -51,24 +51,24 @@ class RecordedCentral final : public CBCentralManager,
       const std::optional<std::vector<CBUUID>>& services,
       const std::optional<CBScanOptions>& options) override {
     RecordedEvent event;
-    event.kind = EventKind::scan;
+    event.kind = RecordedKind::scan;
     event.services = recordedUuids(services);
     recorder_->take(std::move(event));
     inner_->scanForPeripheralsWithServices_options(services, options);
   }
   void stopScan() override {
     RecordedEvent event;
-    event.kind = EventKind::stopScan;
+    event.kind = RecordedKind::stopScan;
     recorder_->take(std::move(event));
     inner_->stopScan();
   }
   void connectPeripheral_options(const std::shared_ptr<CBPeripheral>& peripheral,
                                  const std::optional<CBConnectOptions>& options) override {
-    tell(EventKind::connect, peripheral);
+    tell(RecordedKind::connect, peripheral);
     inner_->connectPeripheral_options(innerOf(peripheral), options);
   }
   void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override {
-    tell(EventKind::cancel, peripheral);
+    tell(RecordedKind::cancel, peripheral);
     inner_->cancelPeripheralConnection(innerOf(peripheral));
   }
 
@@ -76,7 +76,7 @@ class RecordedCentral final : public CBCentralManager,
       const std::shared_ptr<CBCentralManager>& /*central*/) noexcept override {
     const auto self = shared_from_this();  // The delegate may drop its central manager.
     RecordedEvent event;
-    event.kind = EventKind::state;
+    event.kind = RecordedKind::state;
     event.state = recordedState(inner_->state());
     recorder_->take(std::move(event));
     if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(self);
@@ -86,7 +86,7 @@ class RecordedCentral final : public CBCentralManager,
       const std::shared_ptr<CBPeripheral>& peripheral, const CBAdvertisementData& advertisementData,
       int RSSI) noexcept override {
     const auto self = shared_from_this();
-    RecordedEvent event = eventOf(EventKind::sighting, peripheral);
+    RecordedEvent event = eventOf(RecordedKind::sighting, peripheral);
     event.rssi = RSSI;
     if (!advertisementData.serviceUUIDs.empty()) {
       event.services = recordedUuids(advertisementData.serviceUUIDs);
@@ -101,7 +101,7 @@ class RecordedCentral final : public CBCentralManager,
       const std::shared_ptr<CBCentralManager>& /*central*/,
       const std::shared_ptr<CBPeripheral>& peripheral) noexcept override {
     const auto self = shared_from_this();
-    tell(EventKind::connected, peripheral);
+    tell(RecordedKind::connected, peripheral);
     if (const auto delegate = delegate_.lock()) {
       delegate->centralManager_didConnectPeripheral(self, peripherals_->of(peripheral));
     }
@@ -111,7 +111,7 @@ class RecordedCentral final : public CBCentralManager,
       const std::shared_ptr<CBPeripheral>& peripheral,
       const std::optional<NSError>& error) noexcept override {
     const auto self = shared_from_this();
-    RecordedEvent event = eventOf(EventKind::disconnected, peripheral);
+    RecordedEvent event = eventOf(RecordedKind::disconnected, peripheral);
     if (error) event.error = error->description();
     recorder_->take(std::move(event));
     if (const auto delegate = delegate_.lock()) {
@@ -121,7 +121,7 @@ class RecordedCentral final : public CBCentralManager,
   }
 
  private:
-  static RecordedEvent eventOf(EventKind kind, const std::shared_ptr<CBPeripheral>& peripheral) {
+  static RecordedEvent eventOf(RecordedKind kind, const std::shared_ptr<CBPeripheral>& peripheral) {
     RecordedEvent event;
     event.kind = kind;
     event.name = peripheral->name();
@@ -129,7 +129,7 @@ class RecordedCentral final : public CBCentralManager,
     return event;
   }
   /// An absent peripheral is asked for nothing, so there is nothing to record.
-  void tell(EventKind kind, const std::shared_ptr<CBPeripheral>& peripheral) {
+  void tell(RecordedKind kind, const std::shared_ptr<CBPeripheral>& peripheral) {
     if (peripheral) recorder_->take(eventOf(kind, peripheral));
   }
 
@@ -154,6 +154,7 @@ class RecordedRadio final : public Radio {
     return central;
   }
   [[nodiscard]] std::string stateReason() const override { return radio_->stateReason(); }
+  [[nodiscard]] const std::shared_ptr<Recorder>& recorder() const noexcept { return recorder_; }
 
  private:
   const std::shared_ptr<Radio> radio_;
@@ -163,9 +164,14 @@ class RecordedRadio final : public Radio {
 
 }  // namespace
 
+std::shared_ptr<Recorder> recorderOf(const Platform& platform) {
+  const auto radio = std::dynamic_pointer_cast<RecordedRadio>(platform.radio);
+  return radio ? radio->recorder() : nullptr;
+}
+
 std::shared_ptr<Radio> recordedRadio(std::shared_ptr<Radio> radio,
                                      std::shared_ptr<Recorder> recorder) {
   return std::make_shared<RecordedRadio>(std::move(radio), std::move(recorder));
 }
 
-}  // namespace kestrin::app
+}  // namespace kestrin

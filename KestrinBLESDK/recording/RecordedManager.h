@@ -1,39 +1,54 @@
-// A manager as the commands use it, with a recording of what passes between it and them: their
-// calls, and the callbacks of both delegates. Without a recorder it only passes on.
-//
-// Threads: the main run loop's.
-// Lifetime: drop it before its environment. It keeps neither of the delegates.
-// Errors: those of KestrinBleMgr.
+/// \class kestrin::RecordedManager
+/// A manager with a recording of what passes between it and its application: the calls, and the
+/// callbacks of both delegates. On a platform that does not record it only passes on.
+///
+/// Threads: the main run loop's.
+///
+/// Lifetime: keeps neither of the delegates. Drop it before its `RecordedPlatform`.
+///
+/// Errors: those of `KestrinBleMgr`.
 #pragma once
-
-#include <KestrinBLESDK/KestrinBleMgr.h>
 
 #include <memory>
 #include <optional>
 #include <string_view>
 
-#include "tools/kestrin/recording/Recorder.h"
+#include "KestrinBLESDK/KestrinBleMgr.h"
+#include "KestrinBLESDK/platform/Export.h"
+#include "KestrinBLESDK/platform/Platform.h"
 
-namespace kestrin::app {
+namespace kestrin {
+/// \addtogroup recording
+/// @{
 
-class RecordedManager {
+class Recorder;
+
+class KESTRIN_EXPORT RecordedManager {
  public:
-  /// `recorder` may be null. The platform is the recording one, if there is a recorder.
-  RecordedManager(const Platform& platform, std::shared_ptr<Recorder> recorder);
+  /// A manager of its own, see `KestrinBleMgr::init`.
+  explicit RecordedManager(const Platform& platform);
   ~RecordedManager();
   RecordedManager(const RecordedManager&) = delete;
   RecordedManager& operator=(const RecordedManager&) = delete;
 
-  /// To be set once, with an object that implements every callback or leaves the base class's.
+  /// See `KestrinBleMgr::setDelegate`.
   void setDelegate(const std::shared_ptr<KestrinBLEProtocols>& delegate);
+  /// See `KestrinBleMgr::setRcpReceiverDelegate`.
   void setRcpReceiverDelegate(const std::shared_ptr<RcpReceiver>& receiver);
 
+  /// See `KestrinBleMgr::scanBLE`.
   void scanBLE();
+  /// See `KestrinBleMgr::stopSacnBLE`.
   void stopSacnBLE();
+  /// See `KestrinBleMgr::connectBLE`.
   void connectBLE(const std::shared_ptr<CBPeripheral>& peripheral);
+  /// See `KestrinBleMgr::pripheral`.
   [[nodiscard]] std::shared_ptr<CBPeripheral> pripheral() const { return manager_->pripheral(); }
+  /// See `KestrinBleMgr::open`.
   [[nodiscard]] bool open() const { return manager_->open(); }
+  /// See `KestrinBleMgr::close`.
   void close();
+  /// See `KestrinBleMgr::send`.
   bool send(const std::optional<NSData>& frame);
 
  private:
@@ -48,4 +63,6 @@ class RecordedManager {
   std::shared_ptr<ReceiverCallbacks> receiverCallbacks_;
 };
 
-}  // namespace kestrin::app
+/// @}
+
+}  // namespace kestrin

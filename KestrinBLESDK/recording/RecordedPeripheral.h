@@ -6,8 +6,6 @@
 // Errors: none of its own.
 #pragma once
 
-#include <KestrinBLESDK/platform/CBPeripheral.h>
-
 #include <map>
 #include <memory>
 #include <mutex>
@@ -15,9 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/kestrin/recording/Recorder.h"
+#include "KestrinBLESDK/platform/CBPeripheral.h"
+#include "KestrinBLESDK/recording/Recorder.h"
 
-namespace kestrin::app {
+namespace kestrin {
 
 std::optional<std::vector<std::string>> recordedUuids(
     const std::optional<std::vector<CBUUID>>& uuids);
@@ -61,10 +60,10 @@ class RecordedPeripheral final : public CBPeripheral,
       const std::optional<NSError>& error) noexcept override;
 
  private:
-  [[nodiscard]] RecordedEvent eventOf(EventKind kind) const;
+  [[nodiscard]] RecordedEvent eventOf(RecordedKind kind) const;
   [[nodiscard]] RecordedEvent eventOf(
-      EventKind kind, const std::shared_ptr<CBCharacteristic>& characteristic) const;
-  [[nodiscard]] RecordedEvent answerOf(EventKind kind,
+      RecordedKind kind, const std::shared_ptr<CBCharacteristic>& characteristic) const;
+  [[nodiscard]] RecordedEvent answerOf(RecordedKind kind,
                                        const std::shared_ptr<CBCharacteristic>& characteristic,
                                        const std::optional<NSError>& error) const;
   bool takeRead(const std::shared_ptr<CBCharacteristic>& characteristic);
@@ -78,4 +77,4 @@ class RecordedPeripheral final : public CBPeripheral,
   std::map<std::weak_ptr<CBCharacteristic>, int, std::owner_less<>> reads_;
 };
 
-}  // namespace kestrin::app
+}  // namespace kestrin

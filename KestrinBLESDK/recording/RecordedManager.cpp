@@ -1,10 +1,12 @@
-#include "tools/kestrin/recording/RecordedManager.h"
+#include "KestrinBLESDK/recording/RecordedManager.h"
 
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace kestrin::app {
+#include "KestrinBLESDK/recording/Recorder.h"
+
+namespace kestrin {
 namespace {
 
 std::vector<std::uint8_t> bytesOfData(const NSData& data) {
@@ -21,7 +23,7 @@ class RecordedManager::ScanCallbacks final : public KestrinBLEProtocols {
   void scanBleStatus(std::int64_t status) noexcept override {
     if (recorder_) {
       RecordedEvent event;
-      event.kind = EventKind::scanStatus;
+      event.kind = RecordedKind::scanStatus;
       event.status = status;
       recorder_->take(std::move(event));
     }
@@ -30,7 +32,7 @@ class RecordedManager::ScanCallbacks final : public KestrinBLEProtocols {
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& peripheral) noexcept override {
     if (recorder_) {
       RecordedEvent event;
-      event.kind = EventKind::reader;
+      event.kind = RecordedKind::reader;
       event.name = peripheral->name().value_or("");
       event.identifier = peripheral->identifier();
       recorder_->take(std::move(event));
@@ -50,7 +52,7 @@ class RecordedManager::ReceiverCallbacks final : public RcpReceiver {
   void plugChangedStatus(bool plugged) noexcept override {
     if (recorder_) {
       RecordedEvent event;
-      event.kind = EventKind::plug;
+      event.kind = RecordedKind::plug;
       event.plugged = plugged;
       recorder_->take(std::move(event));
     }
@@ -59,7 +61,7 @@ class RecordedManager::ReceiverCallbacks final : public RcpReceiver {
   void dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept override {
     if (recorder_) {
       RecordedEvent event;
-      event.kind = EventKind::frame;
+      event.kind = RecordedKind::frame;
       if (frame) event.bytes = bytesOfData(*frame);
       recorder_->take(std::move(event));
     }
@@ -71,8 +73,8 @@ class RecordedManager::ReceiverCallbacks final : public RcpReceiver {
   const std::shared_ptr<Recorder> recorder_;
 };
 
-RecordedManager::RecordedManager(const Platform& platform, std::shared_ptr<Recorder> recorder)
-    : recorder_(std::move(recorder)), manager_(KestrinBleMgr::init(platform)) {}
+RecordedManager::RecordedManager(const Platform& platform)
+    : recorder_(recorderOf(platform)), manager_(KestrinBleMgr::init(platform)) {}
 
 RecordedManager::~RecordedManager() = default;
 
@@ -91,7 +93,7 @@ void RecordedManager::tellCall(std::string_view operation,
                                const std::optional<NSData>& bytes) {
   if (!recorder_) return;
   RecordedEvent event;
-  event.kind = EventKind::call;
+  event.kind = RecordedKind::call;
   event.operation = std::string(operation);
   if (peripheral) {
     event.name = peripheral->name();
@@ -126,11 +128,11 @@ bool RecordedManager::send(const std::optional<NSData>& frame) {
   const bool accepted = manager_->send(frame);
   if (recorder_) {
     RecordedEvent event;
-    event.kind = EventKind::sent;
+    event.kind = RecordedKind::sent;
     event.accepted = accepted;
     recorder_->take(std::move(event));
   }
   return accepted;
 }
 
-}  // namespace kestrin::app
+}  // namespace kestrin

@@ -1,13 +1,15 @@
-#include "tools/kestrin/recording/RecordedEvent.h"
+#include "KestrinBLESDK/recording/RecordedEvent.h"
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <utility>
 
-namespace kestrin::app {
-std::span<const EventKindInfo> eventKinds() {
-  using enum EventKind;
-  using enum EventDirection;
-  static constexpr EventKindInfo kKinds[] = {
+namespace kestrin {
+std::span<const RecordedKindInfo> recordedKinds() {
+  using enum RecordedKind;
+  using enum RecordedDirection;
+  static constexpr RecordedKindInfo kKinds[] = {
       {"call", {"operation"}, call, out},
       {"sent", {"accepted"}, sent, in},
       {"scan-status", {"status"}, scanStatus, in},
@@ -41,22 +43,25 @@ std::span<const EventKindInfo> eventKinds() {
   return kKinds;
 }
 
-const EventKindInfo& infoOf(EventKind kind) { return eventKinds()[static_cast<std::size_t>(kind)]; }
+const RecordedKindInfo& recordedKindInfo(RecordedKind kind) {
+  return recordedKinds()[static_cast<std::size_t>(kind)];
+}
 
-const EventKindInfo* findEventKind(std::string_view text) {
-  const auto kinds = eventKinds();
-  const auto found = std::find_if(kinds.begin(), kinds.end(),
-                                  [text](const EventKindInfo& info) { return info.text == text; });
+const RecordedKindInfo* findRecordedKind(std::string_view text) {
+  const auto kinds = recordedKinds();
+  const auto found = std::find_if(kinds.begin(), kinds.end(), [text](const RecordedKindInfo& info) {
+    return info.text == text;
+  });
   return found == kinds.end() ? nullptr : &*found;
 }
 
-std::string_view textOf(EventDirection direction) {
+std::string_view recordedDirection(RecordedDirection direction) {
   switch (direction) {
-    case EventDirection::out:
+    case RecordedDirection::out:
       return "out";
-    case EventDirection::in:
+    case RecordedDirection::in:
       return "in";
-    case EventDirection::self:
+    case RecordedDirection::self:
       break;
   }
   return "self";
@@ -97,4 +102,12 @@ std::string recordedProperties(CBCharacteristicProperties properties) {
   return text.empty() ? "none" : text;
 }
 
-}  // namespace kestrin::app
+std::string utcNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  ::gmtime_r(&now, &parts);
+  std::array<char, sizeof "2026-01-31T12:00:00Z"> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+}  // namespace kestrin

@@ -1,4 +1,4 @@
-#include "tools/kestrin/recording/RecordedPlatform.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 
 #include <algorithm>
 #include <mutex>
@@ -6,7 +6,9 @@
 #include <utility>
 #include <vector>
 
-namespace kestrin::app {
+#include "KestrinBLESDK/recording/Recorder.h"
+
+namespace kestrin {
 namespace {
 
 /// A delayed request on its way: told when it is armed, when it runs and when it is dropped.
@@ -22,7 +24,7 @@ class RecordedRequest {
   [[nodiscard]] bool is(const void* target, const SEL& selector, const void* object) const {
     return target_.get() == target && selector_ == selector && object_.get() == object;
   }
-  void tell(EventKind kind, std::optional<Time> delay = std::nullopt) const {
+  void tell(RecordedKind kind, std::optional<Time> delay = std::nullopt) const {
     RecordedEvent event;
     event.kind = kind;
     event.operation = std::string(selector_.name);
@@ -38,7 +40,7 @@ class RecordedRequest {
 
  private:
   void perform() noexcept {
-    tell(EventKind::delayFired);
+    tell(RecordedKind::delayFired);
     selector_.perform(target_.get(), object_);
   }
 
@@ -75,7 +77,7 @@ class RecordedRunLoop final : public RunLoop {
     if (!loop) return;
     const auto request = std::make_shared<RecordedRequest>(recorder_, std::move(target), selector,
                                                            std::move(object));
-    request->tell(EventKind::delayArmed, timeFromSeconds(seconds));
+    request->tell(RecordedKind::delayArmed, timeFromSeconds(seconds));
     {
       const std::scoped_lock lock(mutex_);
       std::erase_if(pending_, [](const auto& weak) { return weak.expired(); });
@@ -91,7 +93,7 @@ class RecordedRunLoop final : public RunLoop {
     const auto loop = loop_.lock();
     if (!loop) return;
     for (const auto& request : takePending(target, selector, object)) {
-      request->tell(EventKind::delayCancelled);
+      request->tell(RecordedKind::delayCancelled);
       loop->cancelPreviousPerformRequestsWithTarget_selector_object(
           request.get(), RecordedRequest::selector(), nullptr);
     }
@@ -124,7 +126,7 @@ class RecordedThread final : public NSThread {
       : thread_(std::move(thread)), recorder_(std::move(recorder)) {}
   void sleepForTimeInterval(double seconds) override {
     RecordedEvent event;
-    event.kind = EventKind::pause;
+    event.kind = RecordedKind::pause;
     event.seconds = timeFromSeconds(seconds);
     recorder_->take(std::move(event));
     thread_->sleepForTimeInterval(seconds);
@@ -141,7 +143,7 @@ class RecordedLog final : public NSLogSink {
       : log_(std::move(log)), recorder_(std::move(recorder)) {}
   void write(std::string_view line) noexcept override {
     RecordedEvent event;
-    event.kind = EventKind::log;
+    event.kind = RecordedKind::log;
     event.text = std::string(line);
     recorder_->take(std::move(event));
     if (log_->isListening()) log_->write(line);
@@ -155,9 +157,11 @@ class RecordedLog final : public NSLogSink {
 }  // namespace
 
 RecordedPlatform recordedPlatform(const Platform& platform,
-                                  const std::shared_ptr<Recorder>& recorder) {
+                                  const std::shared_ptr<RecordingSink>& sink) {
+  if (!sink) return {platform, nullptr};
   RecordedPlatform recorded;
   recorded.platform = platform.completed();
+  const auto recorder = std::make_shared<Recorder>(sink, recorded.platform.mainRunLoop);
   recorded.keep = std::make_shared<RecordedRunLoop>(recorded.platform.mainRunLoop, recorder);
   recorded.platform.mainRunLoop = recorded.keep;
   recorded.platform.radio = recordedRadio(recorded.platform.radio, recorder);
@@ -166,4 +170,4 @@ RecordedPlatform recordedPlatform(const Platform& platform,
   return recorded;
 }
 
-}  // namespace kestrin::app
+}  // namespace kestrin

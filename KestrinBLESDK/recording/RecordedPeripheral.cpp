@@ -1,8 +1,8 @@
-#include "tools/kestrin/recording/RecordedPeripheral.h"
+#include "KestrinBLESDK/recording/RecordedPeripheral.h"
 
 #include <utility>
 
-namespace kestrin::app {
+namespace kestrin {
 
 std::optional<std::vector<std::string>> recordedUuids(
     const std::optional<std::vector<CBUUID>>& uuids) {
@@ -16,7 +16,7 @@ RecordedPeripheral::RecordedPeripheral(std::shared_ptr<CBPeripheral> inner,
                                        std::shared_ptr<Recorder> recorder)
     : inner_(std::move(inner)), recorder_(std::move(recorder)) {}
 
-RecordedEvent RecordedPeripheral::eventOf(EventKind kind) const {
+RecordedEvent RecordedPeripheral::eventOf(RecordedKind kind) const {
   RecordedEvent event;
   event.kind = kind;
   event.name = inner_->name();
@@ -25,13 +25,13 @@ RecordedEvent RecordedPeripheral::eventOf(EventKind kind) const {
 }
 
 RecordedEvent RecordedPeripheral::eventOf(
-    EventKind kind, const std::shared_ptr<CBCharacteristic>& characteristic) const {
+    RecordedKind kind, const std::shared_ptr<CBCharacteristic>& characteristic) const {
   RecordedEvent event = eventOf(kind);
   event.characteristic = characteristic ? characteristic->UUID().UUIDString() : "";
   return event;
 }
 
-RecordedEvent RecordedPeripheral::answerOf(EventKind kind,
+RecordedEvent RecordedPeripheral::answerOf(RecordedKind kind,
                                            const std::shared_ptr<CBCharacteristic>& characteristic,
                                            const std::optional<NSError>& error) const {
   RecordedEvent event = eventOf(kind, characteristic);
@@ -49,7 +49,7 @@ void RecordedPeripheral::setDelegate(std::weak_ptr<CBPeripheralDelegate> delegat
 }
 
 void RecordedPeripheral::discoverServices(const std::optional<std::vector<CBUUID>>& serviceUUIDs) {
-  RecordedEvent event = eventOf(EventKind::discoverServices);
+  RecordedEvent event = eventOf(RecordedKind::discoverServices);
   event.services = recordedUuids(serviceUUIDs);
   recorder_->take(std::move(event));
   inner_->discoverServices(serviceUUIDs);
@@ -58,7 +58,7 @@ void RecordedPeripheral::discoverServices(const std::optional<std::vector<CBUUID
 void RecordedPeripheral::discoverCharacteristics_forService(
     const std::optional<std::vector<CBUUID>>& characteristicUUIDs,
     const std::shared_ptr<CBService>& service) {
-  RecordedEvent event = eventOf(EventKind::discoverCharacteristics);
+  RecordedEvent event = eventOf(RecordedKind::discoverCharacteristics);
   event.service = service ? service->UUID().UUIDString() : "";
   event.characteristics = recordedUuids(characteristicUUIDs);
   recorder_->take(std::move(event));
@@ -67,7 +67,7 @@ void RecordedPeripheral::discoverCharacteristics_forService(
 
 void RecordedPeripheral::readValueForCharacteristic(
     const std::shared_ptr<CBCharacteristic>& characteristic) {
-  recorder_->take(eventOf(EventKind::read, characteristic));
+  recorder_->take(eventOf(RecordedKind::read, characteristic));
   if (characteristic) {
     const std::scoped_lock lock(mutex_);
     std::erase_if(reads_, [](const auto& entry) { return entry.first.expired(); });
@@ -78,7 +78,7 @@ void RecordedPeripheral::readValueForCharacteristic(
 
 void RecordedPeripheral::setNotifyValue_forCharacteristic(
     bool enabled, const std::shared_ptr<CBCharacteristic>& characteristic) {
-  RecordedEvent event = eventOf(EventKind::subscribe, characteristic);
+  RecordedEvent event = eventOf(RecordedKind::subscribe, characteristic);
   event.enabled = enabled;
   recorder_->take(std::move(event));
   inner_->setNotifyValue_forCharacteristic(enabled, characteristic);
@@ -87,7 +87,7 @@ void RecordedPeripheral::setNotifyValue_forCharacteristic(
 void RecordedPeripheral::writeValue_forCharacteristic_type(
     const std::optional<NSData>& value, const std::shared_ptr<CBCharacteristic>& characteristic,
     CBCharacteristicWriteType type) {
-  RecordedEvent event = eventOf(EventKind::write, characteristic);
+  RecordedEvent event = eventOf(RecordedKind::write, characteristic);
   if (value) {
     const auto bytes = value->span();
     event.bytes.emplace(bytes.begin(), bytes.end());
@@ -100,7 +100,7 @@ void RecordedPeripheral::peripheral_didDiscoverServices(
     const std::shared_ptr<CBPeripheral>& /*peripheral*/,
     const std::optional<NSError>& error) noexcept {
   const auto self = shared_from_this();
-  RecordedEvent event = eventOf(EventKind::services);
+  RecordedEvent event = eventOf(RecordedKind::services);
   if (const auto found = inner_->services()) {
     event.services.emplace();
     for (const auto& service : *found) event.services->push_back(service->UUID().UUIDString());
@@ -114,7 +114,7 @@ void RecordedPeripheral::peripheral_didDiscoverCharacteristicsForService_error(
     const std::shared_ptr<CBPeripheral>& /*peripheral*/, const std::shared_ptr<CBService>& service,
     const std::optional<NSError>& error) noexcept {
   const auto self = shared_from_this();
-  RecordedEvent event = eventOf(EventKind::characteristics);
+  RecordedEvent event = eventOf(RecordedKind::characteristics);
   event.service = service->UUID().UUIDString();
   if (const auto found = service->characteristics()) {
     event.characteristics.emplace();
@@ -144,7 +144,8 @@ void RecordedPeripheral::peripheral_didUpdateValueForCharacteristic_error(
     const std::shared_ptr<CBCharacteristic>& characteristic,
     const std::optional<NSError>& error) noexcept {
   const auto self = shared_from_this();
-  const EventKind kind = takeRead(characteristic) ? EventKind::readValue : EventKind::notification;
+  const RecordedKind kind =
+      takeRead(characteristic) ? RecordedKind::readValue : RecordedKind::notification;
   recorder_->take(answerOf(kind, characteristic, error));
   if (const auto delegate = delegate_.lock()) {
     delegate->peripheral_didUpdateValueForCharacteristic_error(self, characteristic, error);
@@ -156,11 +157,11 @@ void RecordedPeripheral::peripheral_didUpdateNotificationStateForCharacteristic_
     const std::shared_ptr<CBCharacteristic>& characteristic,
     const std::optional<NSError>& error) noexcept {
   const auto self = shared_from_this();
-  recorder_->take(answerOf(EventKind::subscription, characteristic, error));
+  recorder_->take(answerOf(RecordedKind::subscription, characteristic, error));
   if (const auto delegate = delegate_.lock()) {
     delegate->peripheral_didUpdateNotificationStateForCharacteristic_error(self, characteristic,
                                                                            error);
   }
 }
 
-}  // namespace kestrin::app
+}  // namespace kestrin

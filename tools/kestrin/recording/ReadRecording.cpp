@@ -1,4 +1,4 @@
-#include "tools/kestrin/recording/RecordingFile.h"
+#include "tools/kestrin/recording/ReadRecording.h"
 
 #include <fcntl.h>
 #include <unistd.h>

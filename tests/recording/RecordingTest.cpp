@@ -1,0 +1,209 @@
+// A recording of an application's own: a wrapped platform, whatever uses it.
+#include <KestrinBLESDK/KestrinBleMgr.h>
+#include <KestrinBLESDK/recording/RecordedManager.h>
+#include <KestrinBLESDK/recording/RecordedPlatform.h>
+#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "kestrin/simulated/SimulatedPlatform.h"
+
+namespace kestrin {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class Events final : public RecordingSink {
+ public:
+  void take(const RecordedEvent& event) noexcept override { all.push_back(event); }
+  [[nodiscard]] std::string kinds() const {
+    std::string text;
+    for (const RecordedEvent& event : all) {
+      if (event.kind != RecordedKind::log) {
+        text += std::string(recordedKindInfo(event.kind).text) + ' ';
+      }
+    }
+    return text;
+  }
+  std::vector<RecordedEvent> all;
+};
+
+class SilentLog final : public NSLogSink {
+ public:
+  void write(std::string_view /*line*/) noexcept override {}
+};
+
+/// Connects to the first reader and sends one frame when it is plugged in.
+template <class Manager>
+struct Application final : KestrinBLEProtocols, RcpReceiver {
+  void scanningBleDeive(const std::shared_ptr<CBPeripheral>& reader) noexcept override {
+    manager->connectBLE(reader);
+  }
+  void plugChangedStatus(bool plugged) noexcept override {
+    if (plugged) accepted = manager->send(buildRcpFrame(0x00, 0x22, {}));
+  }
+  void dispatchRcpFrmReader(const std::optional<NSData>& /*frame*/) noexcept override { ++frames; }
+  Manager* manager = nullptr;
+  bool accepted = false;
+  int frames = 0;
+};
+
+class RecordedApplication : public testing::Test {
+ protected:
+  RecordedApplication() {
+    simulated_.radio().addReader("KVR-0417", simulated::ReaderFamily::standard);
+  }
+  template <class Manager>
+  void work(Manager& manager) {
+    const auto application = std::make_shared<Application<Manager>>();
+    application->manager = &manager;
+    manager.setDelegate(application);
+    manager.setRcpReceiverDelegate(application);
+    manager.scanBLE();
+    simulated_.runLoop().runFor(seconds(5));
+    EXPECT_TRUE(application->accepted);
+    EXPECT_EQ(application->frames, 2) << "the reader's information and what was sent for";
+    manager.close();
+    simulated_.runLoop().runFor(seconds(1));
+  }
+
+  static simulated::Options options() {
+    simulated::Options options;
+    options.virtualTime = true;
+    options.log = std::make_shared<SilentLog>();
+    return options;
+  }
+
+  simulated::SimulatedPlatform simulated_{options()};
+  const std::shared_ptr<Events> events_ = std::make_shared<Events>();
+};
+
+constexpr char kAskedOfTheRadio[] =
+    "scan state scan sighting stop-scan connect connected discover-services services "
+    "discover-characteristics characteristics subscribe delay-armed delay-armed subscription "
+    "delay-fired write notification notification delay-fired write notification "
+    "cancel stop-scan disconnected ";
+
+TEST_F(RecordedApplication, AWrappedPlatformAloneRecordsWhatAManagerDoes) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  const auto manager = KestrinBleMgr::init(recorded.platform);
+  work(*manager);
+  EXPECT_EQ(events_->kinds(), kAskedOfTheRadio);
+}
+
+TEST_F(RecordedApplication, ARecordedManagerAddsCallsAndCallbacksAndNothingElse) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  RecordedManager manager(recorded.platform);
+  work(manager);
+  std::erase_if(events_->all,
+                [](const RecordedEvent& event) { return event.kind <= RecordedKind::frame; });
+  EXPECT_EQ(events_->kinds(), kAskedOfTheRadio);
+}
+
+TEST_F(RecordedApplication, CallsAndCallbacksAreInTheirOrder) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  RecordedManager manager(recorded.platform);
+  work(manager);
+  std::erase_if(events_->all,
+                [](const RecordedEvent& event) { return event.kind > RecordedKind::frame; });
+  EXPECT_EQ(events_->kinds(),
+            "call scan-status reader call frame plug call sent frame call plug plug ");
+}
+
+TEST_F(RecordedApplication, OnAPlatformThatDoesNotRecordARecordedManagerOnlyPassesOn) {
+  RecordedManager manager(simulated_.platform());
+  work(manager);
+  EXPECT_TRUE(events_->all.empty());
+}
+
+TEST_F(RecordedApplication, WithoutASinkThePlatformStaysAsItIs) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), nullptr);
+  EXPECT_EQ(recorded.platform.radio, simulated_.platform().radio);
+  EXPECT_EQ(recorded.platform.mainRunLoop.lock(), simulated_.platform().mainRunLoop.lock());
+  EXPECT_EQ(recorded.keep, nullptr);
+}
+
+TEST_F(RecordedApplication, TimeCountsFromTheWrapping) {
+  simulated_.runLoop().runFor(seconds(7));
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  RecordedManager manager(recorded.platform);
+  simulated_.runLoop().runFor(milliseconds(1500));
+  manager.scanBLE();
+  ASSERT_FALSE(events_->all.empty());
+  EXPECT_EQ(events_->all.front().time, milliseconds(1500));
+}
+
+/// A path that is nobody's, and whose file is gone with the test.
+class FilePath {
+ public:
+  FilePath() {
+    std::string name = testing::TempDir() + "kestrin-recording-XXXXXX";
+    const int descriptor = ::mkstemp(name.data());
+    EXPECT_GE(descriptor, 0);
+    ::close(descriptor);
+    path_ = name;
+  }
+  ~FilePath() { std::filesystem::remove(path_); }
+  FilePath(const FilePath&) = delete;
+  FilePath& operator=(const FilePath&) = delete;
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::vector<std::string> lines() const {
+    std::ifstream file(path_);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    return lines;
+  }
+
+ private:
+  std::string path_;
+};
+
+RecordedEvent pauseAt(Time time) {
+  RecordedEvent event;
+  event.kind = RecordedKind::pause;
+  event.time = time;
+  event.seconds = milliseconds(50);
+  return event;
+}
+
+TEST(RecordingFile, HasTheHeaderAndEachEventAtOnceAndNoTimeGoesBack) {
+  const FilePath there;
+  const auto file = RecordingFile::open(there.path(), {.program = "test 1", .radio = "simulated"});
+  ASSERT_TRUE(file);
+  file->take(pauseAt(seconds(2)));
+  file->take(pauseAt(seconds(1)));
+  EXPECT_FALSE(file->failure());
+  const auto lines = there.lines();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[0], recordingLine(RecordingHeader{.program = "test 1", .radio = "simulated"}));
+  EXPECT_EQ(lines[1], recordingLine(pauseAt(seconds(2))));
+  EXPECT_EQ(lines[2], lines[1]);
+}
+
+TEST(RecordingFile, WhyItCannotBeOpenedIsTold) {
+  std::error_code reason;
+  EXPECT_EQ(RecordingFile::open("/no/such/folder/file", {}, &reason), nullptr);
+  EXPECT_EQ(reason, std::errc::no_such_file_or_directory);
+  EXPECT_EQ(RecordingFile::open("/no/such/folder/file", {}), nullptr);
+}
+
+TEST(RecordingFile, AWriteThatFailsEndsIt) {
+  const auto file = RecordingFile::open("/dev/full", {});
+  ASSERT_TRUE(file);
+  file->take(pauseAt(seconds(1)));
+  EXPECT_EQ(file->failure(), std::errc::no_space_on_device);
+}
+
+}  // namespace
+}  // namespace kestrin
