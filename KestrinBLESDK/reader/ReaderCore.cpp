@@ -33,8 +33,7 @@ Reader::Core::Core(Reader& owner, const Platform& platform, ReaderOptions option
       options_(std::move(options)),
       watch_(options_.watch ? options_.watch : RadioWatch::of(platform)),
       sends_(std::make_shared<reader::SendQueue>(
-          platform_.mainRunLoop,
-          [this](const NSData& slice) { return manager_ && manager_->writeRawData(slice); })),
+          platform_.mainRunLoop, [this](const NSData& slice) { return write(slice); })),
       limit_(platform_.mainRunLoop),
       choice_(options_.reader) {}
 
@@ -57,7 +56,7 @@ void Reader::Core::start() {
       nullptr);
   Platform observed = platform_;
   observed.radio = reader::watched(platform_.radio, std::weak_ptr<reader::LinkListener>(self));
-  manager_ = KestrinBleMgr::init(observed);
+  manager_ = std::make_unique<RecordedManager>(observed, platform_);
   manager_->setDelegate(self);
   manager_->setRcpReceiverDelegate(self);
   startLimit(options_.findLimit, &Core::findLimitPassed);
@@ -66,8 +65,8 @@ void Reader::Core::start() {
 }
 
 void Reader::Core::drop() noexcept {
+  const bool isClosed = std::exchange(phase_, ReaderPhase::closed) == ReaderPhase::closed;
   owner_ = nullptr;
-  phase_ = ReaderPhase::closed;
   sends_->drop();
   for (Awaited& each : awaited_) disarm(each.limit);
   awaited_.clear();
@@ -78,9 +77,7 @@ void Reader::Core::drop() noexcept {
   watchToken_.reset();
   claimToken_.reset();
   const auto manager = std::exchange(manager_, nullptr);
-  manager->setDelegate(nullptr);
-  manager->setRcpReceiverDelegate(nullptr);
-  manager->close();
+  if (!isClosed) manager->close();
   claim_.reset();
   // A handler that runs is kept by who called it.
   handlers_.reset();

@@ -16,13 +16,13 @@
 #include <string_view>
 #include <vector>
 
-#include "KestrinBLESDK/KestrinBleMgr.h"
 #include "KestrinBLESDK/Reader.h"
 #include "KestrinBLESDK/reader/Claim.h"
 #include "KestrinBLESDK/reader/LinkWatch.h"
 #include "KestrinBLESDK/reader/ReaderChoice.h"
 #include "KestrinBLESDK/reader/SendQueue.h"
 #include "KestrinBLESDK/reader/TimeLimit.h"
+#include "KestrinBLESDK/recording/RecordedManager.h"
 
 namespace kestrin {
 
@@ -103,6 +103,8 @@ class Reader::Core final : public KestrinBLEProtocols,
   // Frames.
   [[nodiscard]] std::optional<NSError> whyNotSent() const;
   void enqueue(const NSData& frame, std::function<void()> begun, SendHandler done);
+  bool write(const NSData& slice);
+  void record(reader::SendQueue::Frame& entry);
   std::vector<Awaited>::iterator awaited(ExchangeId id);
   void answer(ExchangeId id, const std::optional<RcpFrame>& frame,
               const std::optional<NSError>& error);
@@ -133,7 +135,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   const std::shared_ptr<RadioWatch> watch_;
   std::shared_ptr<void> watchToken_;
   std::shared_ptr<void> claimToken_;
-  std::shared_ptr<KestrinBleMgr> manager_;
+  std::unique_ptr<RecordedManager> manager_;
   const std::shared_ptr<reader::SendQueue> sends_;
 
   ReaderPhase phase_ = ReaderPhase::searching;

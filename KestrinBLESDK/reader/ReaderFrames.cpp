@@ -30,8 +30,30 @@ void Reader::Core::enqueue(const NSData& frame, std::function<void()> begun, Sen
   if (auto error = whyNotSent()) {
     sends_->finish(std::move(entry), std::move(error));
   } else {
+    if (manager_->records()) record(entry);
     sends_->add(std::move(entry));
   }
+}
+
+bool Reader::Core::write(const NSData& slice) {
+  const auto self = shared_from_this();  // A log sink may drop the reader.
+  const bool taken = manager_->writeRawData(slice);
+  if (manager_ && slice.length() == reader::SendQueue::kSlice) {
+    manager_->notePause(reader::SendQueue::kPauseAfterFullSlice);
+  }
+  return taken;
+}
+
+void Reader::Core::record(reader::SendQueue::Frame& entry) {
+  entry.begun = [this, frame = entry.bytes, begun = std::move(entry.begun)] {
+    manager_->noteSend(frame);
+    if (begun) begun();
+  };
+  entry.done = [weak = weak_from_this(), done = std::move(entry.done)](const auto& error) {
+    const auto self = weak.lock();
+    if (self && self->manager_) self->manager_->noteSent(!error);
+    if (done) done(error);
+  };
 }
 
 void Reader::Core::send(const NSData& frame, SendHandler done) {

@@ -1,17 +1,12 @@
 #include "KestrinBLESDK/reader/SendQueue.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 #include "KestrinBLESDK/reader/Errors.h"
 
 namespace kestrin::reader {
 namespace {
-
-// As in the manager's own sending.
-constexpr std::size_t kSlice = 20;  // Bytes.
-constexpr Time kPauseAfterFullSlice = std::chrono::milliseconds(50);
 
 NSError notWritten() {
   return errorOf(ReaderError::notWritten, "the reader has no characteristic that can be written");

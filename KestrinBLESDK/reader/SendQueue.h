@@ -8,6 +8,7 @@
 // Errors: handed to whoever wants to know what became of a frame.
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -21,6 +22,10 @@ namespace kestrin::reader {
 
 class SendQueue final : public std::enable_shared_from_this<SendQueue> {
  public:
+  // As in the manager's own sending.
+  static constexpr std::size_t kSlice = 20;  // Bytes.
+  static constexpr Time kPauseAfterFullSlice = std::chrono::milliseconds(50);
+
   struct Frame {
     NSData bytes;
     /// Called before the first slice is written.

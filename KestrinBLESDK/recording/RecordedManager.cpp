@@ -73,8 +73,10 @@ class RecordedManager::ReceiverCallbacks final : public RcpReceiver {
   const std::shared_ptr<Recorder> recorder_;
 };
 
-RecordedManager::RecordedManager(const Platform& platform)
-    : recorder_(recorderOf(platform)), manager_(KestrinBleMgr::init(platform)) {}
+RecordedManager::RecordedManager(const Platform& platform) : RecordedManager(platform, platform) {}
+
+RecordedManager::RecordedManager(const Platform& platform, const Platform& recorded)
+    : recorder_(recorderOf(recorded)), manager_(KestrinBleMgr::init(platform)) {}
 
 RecordedManager::~RecordedManager() = default;
 
@@ -126,13 +128,31 @@ void RecordedManager::close() {
 bool RecordedManager::send(const std::optional<NSData>& frame) {
   tellCall("send", nullptr, frame);
   const bool accepted = manager_->send(frame);
-  if (recorder_) {
-    RecordedEvent event;
-    event.kind = RecordedKind::sent;
-    event.accepted = accepted;
-    recorder_->take(std::move(event));
-  }
+  noteSent(accepted);
   return accepted;
+}
+
+bool RecordedManager::writeRawData(const std::optional<NSData>& slice) {
+  const auto manager = manager_;  // A log sink may drop this.
+  return manager->writeRawData(slice);
+}
+
+void RecordedManager::noteSend(const NSData& frame) { tellCall("send", nullptr, frame); }
+
+void RecordedManager::notePause(Time pause) {
+  if (!recorder_) return;
+  RecordedEvent event;
+  event.kind = RecordedKind::pause;
+  event.seconds = pause;
+  recorder_->take(std::move(event));
+}
+
+void RecordedManager::noteSent(bool accepted) {
+  if (!recorder_) return;
+  RecordedEvent event;
+  event.kind = RecordedKind::sent;
+  event.accepted = accepted;
+  recorder_->take(std::move(event));
 }
 
 }  // namespace kestrin

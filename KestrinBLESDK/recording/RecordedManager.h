@@ -27,6 +27,9 @@ class KESTRIN_EXPORT RecordedManager {
  public:
   /// A manager of its own, see `KestrinBleMgr::init`.
   explicit RecordedManager(const Platform& platform);
+  /// The same on `platform`, recording where `recorded` does: for a platform whose radio passes on
+  /// to a recording one.
+  RecordedManager(const Platform& platform, const Platform& recorded);
   ~RecordedManager();
   RecordedManager(const RecordedManager&) = delete;
   RecordedManager& operator=(const RecordedManager&) = delete;
@@ -50,6 +53,17 @@ class KESTRIN_EXPORT RecordedManager {
   void close();
   /// See `KestrinBleMgr::send`.
   bool send(const std::optional<NSData>& frame);
+  /// See `KestrinBleMgr::writeRawData`. The slice is recorded where the radio is asked to write it.
+  bool writeRawData(const std::optional<NSData>& slice);
+
+  /// Whether anything is recorded.
+  [[nodiscard]] bool records() const noexcept { return recorder_ != nullptr; }
+  /// For whoever writes a frame slice by slice: records it as a call of `send` that begins now.
+  void noteSend(const NSData& frame);
+  /// Records the pause behind a full slice of it.
+  void notePause(Time pause);
+  /// Records what became of it: what `send` would return.
+  void noteSent(bool accepted);
 
  private:
   class ScanCallbacks;

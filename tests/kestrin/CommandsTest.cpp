@@ -403,7 +403,7 @@ TEST_F(SendCommand, FailsWhenTheLinkIsLostBetweenFrames) {
   const std::vector<std::uint8_t> payload(200, 0x11);
   const std::string frame = upperHex(buildRcpFrame(0x00, 0x46, payload)->span());
   EXPECT_EQ(send("KVR", {frame, frame, frame}), kFailure);
-  EXPECT_EQ(errors(), "kestrin: KVR-1: the link was lost before frame 3 of 3 was sent\n");
+  EXPECT_EQ(errors(), "kestrin: KVR-1: the link was lost before frame 2 of 3 was sent\n");
 }
 
 TEST_F(SendCommand, FailsWhenInterruptedBeforeEverythingIsSent) {

@@ -22,23 +22,19 @@ std::string placeOf(std::size_t index, std::size_t count) {
 bool sendAll(const SendRequest& request, ReaderSession& session, Console& console) {
   const std::size_t count = request.frames.size();
   for (std::size_t i = 0; i < count; ++i) {
-    // Sending lets no event happen, so news of the link and of signals comes in between.
     session.catchUp();
     if (session.ending()) {
       console.note("interrupted before " + placeOf(i, count) + " was sent");
       return false;
     }
-    if (!session.plugged()) {
-      console.note(session.readerName() + ": the link was lost before " + placeOf(i, count) +
-                   " was sent");
-      return false;
-    }
-    if (!session.send(NSData(request.frames[i]))) {
-      console.note(session.readerName() + ": " + placeOf(i, count) +
-                   " was refused: the reader's transmit characteristic is missing or can not be "
-                   "written");
-      return false;
-    }
+    if (session.plugged() && session.send(NSData(request.frames[i]))) continue;
+    console.note(session.readerName() + ": " +
+                 (session.plugged()
+                      ? placeOf(i, count) + " was refused: the reader's transmit "
+                                            "characteristic is missing or can not be "
+                                            "written"
+                      : "the link was lost before " + placeOf(i, count) + " was sent"));
+    return false;
   }
   return true;
 }
