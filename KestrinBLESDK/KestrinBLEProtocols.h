@@ -4,7 +4,7 @@
 ///
 /// Threads: every callback comes on the main run loop.
 ///
-/// Lifetime: the manager holds the delegate weakly and reads it anew before each callback; a
+/// Lifetime: the manager holds the delegate weakly and reads it again before each callback; a
 /// delegate may drop itself, or another, from inside one.
 ///
 /// Errors: callbacks are `noexcept`: an exception that escapes one ends the program.

@@ -3,7 +3,7 @@
 ///
 /// Scan with `scanBLE`, pick a reader that the scan delegate is given, `connectBLE` to it, hand
 /// command frames to `send`, and get whole, CRC-checked frames and plugged-in reports through the
-/// receiver. docs/link.md tells the life of a link.
+/// receiver. docs/link.md describes the life of a link.
 ///
 /// Threads: everything happens on the main run loop of the manager's platform: call the operations
 /// on the thread that turns it. `sharedInstance` may be called from any thread; `send`, `sendPower`
@@ -94,12 +94,12 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   /// From now on nobody is told of plug changes and frames.
   void setRcpReceiverDelegate(std::nullptr_t) noexcept { _rcpReceiverDelegate.reset(); }
 
-  /// `scanBLE` Tells the scan delegate 0, drops the connection to the last reader, and scans with a
-  /// fresh central manager. Always true, also with the radio off: the scan then starts when it is
-  /// powered on.
+  /// `scanBLE` Calls the scan delegate with 0, drops the connection to the last reader, and scans
+  /// with a fresh central manager. Always true, also with the radio off: the scan then starts when
+  /// it is powered on.
   bool scanBLE() noexcept;
-  /// `stopSacnBLE` Tells the scan delegate 1 and stops the scan. A radio that is powered on later
-  /// starts it again.
+  /// `stopSacnBLE` Calls the scan delegate with 1 and stops the scan. A radio that is powered on
+  /// later starts it again.
   void stopSacnBLE() noexcept;
   /// `connectBLE:` Stops the scan, without telling the scan delegate, and connects to `peripheral`,
   /// however long that takes. The receiver hears `plugChangedStatus(true)` when the link can be
@@ -111,15 +111,15 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
   [[nodiscard]] bool open() const noexcept;
   /// `isOpened` The same as `open`.
   [[nodiscard]] bool isOpened() const noexcept;
-  /// `close` Drops the link or the attempt, stops the scan and tells the receiver
+  /// `close` Drops the link or the attempt, stops the scan and calls the receiver's
   /// `plugChangedStatus(false)` at once, whether or not there was a link. `open` stays true until
   /// the link is down, which the receiver hears as a second false.
   void close() noexcept;
 
   /// `send:` Sends one whole frame, CRC included, in slices of 20 bytes with a pause of 0.05 s
   /// after each full one; blocks the caller for that long. A frame whose length is a multiple of 20
-  /// ends with a write of no bytes. Answers whether the last slice was handed to the radio, which
-  /// tells nothing of its arrival. An absent frame is one write of an absent value.
+  /// ends with a write of no bytes. Returns whether the last slice was handed to the radio, which
+  /// says nothing of its arrival. An absent frame is one write of an absent value.
   bool send(const std::optional<NSData>& frame) noexcept;
   /// `sendPower:` The same as `send`.
   bool sendPower(const std::optional<NSData>& frame) noexcept;
@@ -217,7 +217,7 @@ class KESTRIN_EXPORT KestrinBleMgr final : public std::enable_shared_from_this<K
             }};
   }
 
-  /// The query before each callback; an absent delegate answers no.
+  /// The query before each callback; an absent delegate responds to none.
   static bool respondsToSelector(const SelectorResponder* delegate, Selector selector) noexcept {
     return delegate != nullptr && delegate->respondsToSelector(selector);
   }

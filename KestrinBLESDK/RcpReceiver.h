@@ -7,7 +7,7 @@
 /// in order. A receiver must not count on running on any particular thread in
 /// `dispatchRcpFrmReader`, and must not wait there for the main run loop.
 ///
-/// Lifetime: the manager holds the receiver weakly and reads it anew before each callback; a
+/// Lifetime: the manager holds the receiver weakly and reads it again before each callback; a
 /// receiver may drop itself, or another, from inside one.
 ///
 /// Errors: callbacks are `noexcept`: an exception that escapes one ends the program.

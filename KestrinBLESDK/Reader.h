@@ -134,7 +134,7 @@ struct ReaderOptions {
   bool reconnect = true;
   /// How many frames may wait to be sent, the one that is being sent included.
   std::size_t mostWaitingFrames = 64;
-  /// The watch that tells of the radio's state. Null: the platform's, which all readers share.
+  /// The watch that reports the radio's state. Null: the platform's, which all readers share.
   std::shared_ptr<RadioWatch> watch{};
 };
 
@@ -212,7 +212,7 @@ class KESTRIN_EXPORT Reader final {
   /// Sends a frame, CRC included, as `KestrinBleMgr::send` does: in slices of 20 bytes with a pause
   /// of 0.05 s after each full one, and a last slice that may be empty; but without blocking.
   /// Frames leave one after the other, in the order of the calls. `done` is called in a later turn:
-  /// when the last slice has been handed to the radio, which tells nothing of its arrival; with
+  /// when the last slice has been handed to the radio, which says nothing of its arrival; with
   /// `unplugged` when the reader is not plugged in, or its link ends before; with `notWritten`;
   /// or with `queueFull`, and nothing of the frame is sent.
   void send(const NSData& frame, SendHandler done = {});

@@ -3,7 +3,7 @@
 ///
 /// A delegate's class is looked at when the delegate is set: a callback counts as implemented when
 /// the class, or one between it and the library's own, overrides it. Before each callback the
-/// manager asks `respondsToSelector`, which answers from that, or however the class decides that
+/// manager asks `respondsToSelector`, which returns that, or however the class decides that
 /// overrides it.
 ///
 /// Threads: the main run loop's.
@@ -59,7 +59,7 @@ class KESTRIN_EXPORT SelectorResponder {
 
  protected:
   SelectorResponder() noexcept = default;
-  /// What a class implements is no part of an object's value, so copies start without it.
+  /// What a class implements is not part of an object's value, so copies start without it.
   SelectorResponder(const SelectorResponder&) noexcept {}
   /// Keeps what was found for this object.
   SelectorResponder& operator=(const SelectorResponder&) noexcept { return *this; }

@@ -1,4 +1,4 @@
-// The run loop: delayed requests armed, cancelled, armed anew and fired while few or many are
+// The run loop: delayed requests armed, cancelled, armed again and fired while few or many are
 // pending, and work posted from another thread.
 #include <benchmark/benchmark.h>
 

@@ -120,7 +120,7 @@ void Application::call(Slot& slot, ByteSource& input) {
   if (manager == nullptr) return;
   switch (input.below(10)) {
     case 0:
-      require(manager->scanBLE(), "scanBLE answers true");
+      require(manager->scanBLE(), "scanBLE returns true");
       break;
     case 1:
       manager->stopSacnBLE();
@@ -142,7 +142,7 @@ void Application::call(Slot& slot, ByteSource& input) {
       break;
     case 7:
     case 8:
-      require(manager->readData(takeValue(input).value_or(NSData())) == 0, "readData answers 0");
+      require(manager->readData(takeValue(input).value_or(NSData())) == 0, "readData returns 0");
       break;
     default:
       manager->connectBLE(manager->pripheral());

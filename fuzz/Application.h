@@ -23,7 +23,7 @@ class Application {
  public:
   /// From which code of the library the application is called.
   enum class Callback { scanState, device, plug, frame, log };
-  /// Whether a delivery may be bytes that are no whole frame.
+  /// Whether a delivery may be bytes that are not whole frames.
   enum class Deliveries { wholeFrames, anything };
   /// Picks a peripheral; null for none.
   using Pick = std::function<std::shared_ptr<CBPeripheral>(ByteSource&)>;

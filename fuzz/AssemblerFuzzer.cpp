@@ -49,7 +49,7 @@ class Comparison {
   }
 
   void arrive(ByteView bytes) {
-    require(manager_->readData(NSData(bytes)) == 0, "readData answers 0");
+    require(manager_->readData(NSData(bytes)) == 0, "readData returns 0");
     twin_.readData(Bytes(bytes.begin(), bytes.end()));
     require(log_->take() == twin_.take(), "deliveries and log lines are those of the twin");
     const auto& kept = KestrinBleMgrTestPeer::_mutableReceivedData(*manager_);

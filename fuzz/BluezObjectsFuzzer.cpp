@@ -61,7 +61,7 @@ std::string pick(const List& list, ByteSource& input) {
 std::string takeText(ByteSource& input) {
   if (input.flag()) return pick(kTexts, input);
   std::string text = textOf(input.take(input.u8() & 0x1F));
-  // What is no ASCII may be no UTF-8, and such a text can not be put on the bus.
+  // What is not ASCII may not be UTF-8, and such a text cannot be put on the bus.
   for (char& c : text) c = static_cast<char>(c & 0x7F);
   std::erase(text, '\0');
   return text;

@@ -49,7 +49,7 @@ int replay(const std::vector<Path>& places) {
       std::fflush(stdout);
       const auto bytes = read(input);
       if (!bytes) {
-        std::fprintf(stderr, "%s: can not be read\n", input.c_str());
+        std::fprintf(stderr, "%s: cannot be read\n", input.c_str());
         return 1;
       }
       LLVMFuzzerTestOneInput(bytes->data(), bytes->size());

@@ -71,7 +71,7 @@ bool isDigit(char c) {
   return std::string_view("0123456789abcdefABCDEF").find(c) != std::string_view::npos;
 }
 
-/// Hexadecimal text word by word: each is pairs of digits. Answers the column of the first mistake.
+/// Hexadecimal text word by word: each is pairs of digits. Returns the column of the first mistake.
 std::optional<std::size_t> plainHex(const std::string& text, Bytes& bytes) {
   for (std::size_t at = text.find_first_not_of(" \t"); at != std::string::npos;
        at = text.find_first_not_of(" \t", at)) {
@@ -102,7 +102,7 @@ void readHex(const std::string& text) {
   require(again == test::joined({bytes, bytes}), "what is printed are the same bytes");
 }
 
-/// A recording line by line. Answers the line and column of the first mistake.
+/// A recording line by line. Returns the line and column of the first mistake.
 std::optional<RecordingError> plainRecording(const std::string& text,
                                              std::vector<Bytes>& arrivals) {
   auto lines = split(text, '\n');
@@ -193,7 +193,7 @@ void readRecording(ByteSource input) {
             "a mistake is told with its line and column");
     return;
   }
-  require(recording.size() == arrivals.size(), "every line that is no comment is an arrival");
+  require(recording.size() == arrivals.size(), "every line that is not a comment is an arrival");
   for (std::size_t i = 0; i < arrivals.size(); ++i) {
     require(recording.arrival(i) == NSData(arrivals[i]), "an arrival has its line's bytes");
   }

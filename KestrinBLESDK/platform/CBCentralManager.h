@@ -3,7 +3,7 @@
 ///
 /// What every radio promises:
 /// - A scan is honoured only when powered on. A peripheral is reported once per scan request and
-///   again only when its name changes. A second request while scanning starts that count anew.
+///   again only when its name changes. A second request while scanning starts that count again.
 /// - Every event comes on the main run loop, one at a time, and never from inside a request. The
 ///   first is a state report.
 /// - Requests made before the object was dropped are carried out; a dropped one delivers no further
@@ -49,7 +49,7 @@ enum class CBManagerState : std::int64_t {
   poweredOn = 5,     ///< Scans and links work.
 };
 
-/// What a sighting carried besides the name that `CBPeripheral::name` answers.
+/// What a sighting carried besides the name that `CBPeripheral::name` returns.
 struct CBAdvertisementData {
   /// The name that came with the sighting, in the advertisement or the scan response; absent when
   /// none did. The real radio gives the one that its daemon knows, which may be an earlier one.

@@ -54,12 +54,12 @@ std::optional<CBUUID> CBUUID::UUIDWithString(std::string_view text, NSError* err
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (full && isHyphenPlace(i)) {
       if (text[i] == '-') continue;
-      explain(error, text, "character " + std::to_string(i + 1) + " is no hyphen");
+      explain(error, text, "character " + std::to_string(i + 1) + " is not a hyphen");
       return std::nullopt;
     }
     const auto value = digitValue(text[i]);
     if (!value) {
-      explain(error, text, "character " + std::to_string(i + 1) + " is no hexadecimal digit");
+      explain(error, text, "character " + std::to_string(i + 1) + " is not a hexadecimal digit");
       return std::nullopt;
     }
     std::uint8_t& byte = bytes[nibble / 2];

@@ -5,7 +5,7 @@
 ///
 /// Threads: a plain value.
 ///
-/// Errors: text that is no UUID is refused, see `UUIDWithString`.
+/// Errors: text that is not a UUID is refused, see `UUIDWithString`.
 #pragma once
 
 #include <array>
@@ -53,7 +53,7 @@ class KESTRIN_EXPORT CBUUID {
   [[nodiscard]] constexpr const Bytes& bytes() const noexcept { return bytes_; }
 
   /// Orders UUIDs by their bytes; equal in whichever form either was given.
-  // NOLINTNEXTLINE(modernize-use-nullptr): the generated comparison with 0 is no pointer's.
+  // NOLINTNEXTLINE(modernize-use-nullptr): the generated comparison with 0 is not a pointer's.
   friend constexpr auto operator<=>(const CBUUID&, const CBUUID&) noexcept = default;
 
  private:

@@ -31,8 +31,8 @@ constexpr Time timeAfter(Time point, Time span) noexcept {
   return point + span;
 }
 
-/// Seconds as a `Time`, rounded to the nearest nanosecond. What is no positive number is zero; what
-/// is too long to count is a hundred years.
+/// Seconds as a `Time`, rounded to the nearest nanosecond. What is not a positive number is zero;
+/// what is too long to count is a hundred years.
 KESTRIN_EXPORT Time timeFromSeconds(double seconds) noexcept;
 
 class KESTRIN_EXPORT Clock {
@@ -44,8 +44,8 @@ class KESTRIN_EXPORT Clock {
   virtual void sleepFor(Time duration) = 0;
   /// Whether time goes on while nobody waits for it; false for virtual time.
   [[nodiscard]] virtual bool passesByItself() const noexcept = 0;
-  /// Waits until `deadline`, or for ever when it is absent, or until `wakeUp` is notified. `lock`
-  /// is held by the caller and on return. Virtual time is moved on to `deadline` instead.
+  /// Waits until `deadline`, or without end when it is absent, or until `wakeUp` is notified.
+  /// `lock` is held by the caller and on return. Virtual time is moved on to `deadline` instead.
   virtual void wait(std::condition_variable& wakeUp, std::unique_lock<std::mutex>& lock,
                     std::optional<Time> deadline) = 0;
 };

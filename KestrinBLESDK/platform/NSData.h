@@ -49,7 +49,7 @@ class KESTRIN_EXPORT NSData {
 
   /// `dataWithBytes:length:` A buffer holding a copy of `length` bytes at `bytes`.
   static NSData dataWithBytes_length(const void* bytes, std::size_t length);
-  /// `dataWithData:` The same bytes; nothing is copied, since they can not change.
+  /// `dataWithData:` The same bytes; nothing is copied, since they cannot change.
   static NSData dataWithData(const NSData& data) noexcept { return data; }
 
   /// `length` The number of bytes.

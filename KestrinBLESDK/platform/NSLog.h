@@ -30,7 +30,7 @@ namespace kestrin {
 class KESTRIN_EXPORT NSLogSink {
  public:
   virtual ~NSLogSink();
-  /// Whether anybody reads the lines. While this answers false no line is formatted, so that a log
+  /// Whether anybody reads the lines. While this returns false no line is formatted, so that a log
   /// that nobody reads costs next to nothing.
   [[nodiscard]] virtual bool isListening() const noexcept { return true; }
   /// One line, without a line end. It may hold any byte: names come from the air.
@@ -38,7 +38,7 @@ class KESTRIN_EXPORT NSLogSink {
 };
 
 /// Writes each line to standard error with one system call. Control characters are escaped as
-/// `\xNN`, a backslash as `\\`, so that a name from the air can not steer a terminal; the line that
+/// `\xNN`, a backslash as `\\`, so that a name from the air cannot steer a terminal; the line that
 /// other sinks get stays as it is.
 class KESTRIN_EXPORT StandardErrorLogSink final : public NSLogSink {
  public:

@@ -3,7 +3,7 @@
 ///
 /// Threads: pure functions.
 ///
-/// Errors: bytes that are no text of the encoding give an absent text.
+/// Errors: bytes that are not text of the encoding give an absent text.
 #pragma once
 
 #include <optional>
@@ -18,12 +18,12 @@ namespace kestrin {
 
 /// How bytes stand for characters, numbered as in `initWithData:encoding:`.
 enum class NSStringEncoding : unsigned long {
-  /// 7-bit ASCII: a byte of 0x80 or more is no character.
+  /// 7-bit ASCII: a byte of 0x80 or more is not a character.
   NSASCIIStringEncoding = 1,
 };
 
 /// `initWithData:encoding:` The bytes as text; absent when there are none to read from or one of
-/// them is no character of the encoding.
+/// them is not a character of the encoding.
 KESTRIN_EXPORT std::optional<std::string> initWithData_encoding(const std::optional<NSData>& data,
                                                                 NSStringEncoding encoding);
 

@@ -5,7 +5,7 @@
 ///
 /// Lifetime: central managers keep alive what they need of their radio.
 ///
-/// Errors: a radio that can not work says so by its state, and why by `stateReason`.
+/// Errors: a radio that cannot work says so by its state, and why by `stateReason`.
 #pragma once
 
 #include <memory>

@@ -152,7 +152,7 @@ void Reader::Core::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexce
 }
 
 void Reader::Core::plugChangedStatus(bool plugged) noexcept {
-  // What has ended, the radio's report tells; this would also come of a mere `close`.
+  // What has ended, the radio reports; this would also come of a mere `close`.
   if (!plugged || phase_ != ReaderPhase::linkingUp) return;
   const auto self = shared_from_this();
   const auto loop = platform_.mainRunLoop.lock();

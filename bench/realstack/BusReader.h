@@ -13,7 +13,7 @@ namespace kestrin::bench {
 inline constexpr char kDaemon[] = "org.bluez";
 inline constexpr char kCharacteristic[] = "org.bluez.GattCharacteristic1";
 
-/// Answers the path of the characteristic.
+/// Returns the path of the characteristic.
 std::string connectToReader(sdbus::IConnection& bus);
 
 }  // namespace kestrin::bench

@@ -14,7 +14,7 @@ namespace {
 
 using kestrin::bench::tally;
 
-// Hears the one log line that tells that the reader's services are known, and then no more.
+// Hears the one log line that says that the reader's services are known, and then no more.
 class ServicesSink final : public kestrin::NSLogSink {
  public:
   [[nodiscard]] bool isListening() const noexcept override { return listening_; }

@@ -39,7 +39,7 @@ class Tally {
   void servicesKnown() noexcept;
   /// Values may come from now on.
   void up() const noexcept;
-  /// Answers the lines of the standard input and ends the process with it.
+  /// Returns the lines of the standard input and ends the process with it.
   void answerLines() noexcept;
 
  private:

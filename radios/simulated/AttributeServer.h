@@ -30,7 +30,7 @@ struct ServerFaults {
 
 class AttributeServer {
  public:
-  /// An absent family is no reader.
+  /// An absent family is not a reader.
   AttributeServer(GattLayout layout, std::optional<ReaderFamily> family);
 
   ServerFaults faults;
@@ -42,14 +42,14 @@ class AttributeServer {
   void setValue(const CBUUID& characteristic, const NSData& value);
   void setScript(ReaderScript script) { conversation_.setScript(std::move(script)); }
 
-  /// Answers a read into `value`, or with an error.
+  /// Returns a read into `value`, or with an error.
   [[nodiscard]] std::optional<NSError> read(const SimulatedCharacteristic& characteristic,
                                             NSData& value) const;
   /// Subscribes or unsubscribes the link's characteristic, or answers with an error.
   std::optional<NSError> subscribe(SimulatedCharacteristic& characteristic, bool enabled) const;
-  /// Takes a write; answers the reply frames of a reader.
+  /// Takes a write; returns the reply frames of a reader.
   std::vector<NSData> write(const SimulatedCharacteristic& characteristic, ReceivedWrite write);
-  /// Where replies are notified; absent for a device that is no reader.
+  /// Where replies are notified; absent for a device that is not a reader.
   [[nodiscard]] std::optional<CBUUID> replyCharacteristic() const;
   /// The link has ended.
   void reset() { conversation_.reset(); }

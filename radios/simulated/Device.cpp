@@ -144,7 +144,7 @@ void Device::letGo(RadioCore& core, CentralId central) {
 }
 
 // Gives a share up; with the last one the attempt or the link ends. `listeners` are who is still
-// owed the answers on it. Answers the link that has ended.
+// owed the answers on it. Returns the link that has ended.
 std::shared_ptr<Link> Device::giveUp(RadioCore& core, std::vector<Share>::iterator share,
                                      const Centrals& listeners) {
   shares_.erase(share);

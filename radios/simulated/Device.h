@@ -67,7 +67,7 @@ class Device : public std::enable_shared_from_this<Device> {
   [[nodiscard]] std::vector<CBUUID> subscriptions() const;
   void receive(RadioCore& core, const SimulatedCharacteristic& characteristic, const NSData& value,
                CBCharacteristicWriteType type);
-  /// Notifies a value; answers whether anybody is subscribed.
+  /// Notifies a value; returns whether anybody is subscribed.
   bool notify(RadioCore& core, const CBUUID& characteristic, const NSData& value);
 
  private:

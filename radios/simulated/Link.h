@@ -61,7 +61,7 @@ class Link : public std::enable_shared_from_this<Link> {
   std::vector<Answer> takeOwed();
 
  private:
-  // Messages wait in line, so that one can not overtake another however their timers fall.
+  // Messages wait in line, so that one cannot overtake another however their timers fall.
   struct Direction {
     Time lastDue{};
     std::deque<Arrival> underWay;

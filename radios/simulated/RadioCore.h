@@ -47,7 +47,7 @@ class RadioCore : public std::enable_shared_from_this<RadioCore> {
   /// Leaves a request to be carried out on the main run loop, in the order of submission. It must
   /// not call out.
   void submit(std::function<void()> request);
-  /// Carries out what has been submitted so far, so that a request made after it can not overtake
+  /// Carries out what has been submitted so far, so that a request made after it cannot overtake
   /// it.
   void carryOutSubmitted();
 

@@ -62,7 +62,7 @@ scan_is_refused() {
   local status=$?
   cat "$output"
   [ "$status" = 1 ] && [ "$(wc -l <"$output")" = 1 ] &&
-    grep -q "^kestrin: can not scan: permission to talk to .* refused: .*adduser USER" "$output"
+    grep -q "^kestrin: cannot scan: permission to talk to .* refused: .*adduser USER" "$output"
 }
 
 # state_follows_the_policy: a refused user's manager is told state 3, and 5 when the policy lets him.

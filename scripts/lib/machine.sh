@@ -198,7 +198,7 @@ make_initial_files() {
 }
 
 # boot_machine DIR ROOT LIMIT COMMAND...: runs a command as root in the machine, on that root file
-# system, and answers with its exit status; its output is this one's output. 124 when it takes longer
+# system, and ends with its exit status; its output is this one's output. 124 when it takes longer
 # than LIMIT seconds.
 boot_machine() {
   local dir=$1 machine_root=$2 limit=$3 run status shares=()

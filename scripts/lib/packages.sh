@@ -18,7 +18,7 @@ radio BlueZ 5.66 or newer"
 install_packages() {
   local missing=() package
   if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-    echo "This is no Debian system: nothing is installed. Needed, under Debian's names: $*"
+    echo "This is not a Debian system: nothing is installed. Needed, under Debian's names: $*"
     echo "Needed in any case: $needed_elsewhere."
     return 0
   fi

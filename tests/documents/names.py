@@ -41,7 +41,7 @@ class Names:
         try:
             words = shlex.split(command)
         except ValueError:
-            yield f"this is no command: {command}"
+            yield f"this is not a command: {command}"
             return
         self.seen += 1
         program = os.path.basename(words[0])

@@ -93,7 +93,7 @@ TEST_F(ScanCommand, EndsAtOnceWithoutAUsableRadio) {
   environment_.radio().simulateState(CBManagerState::unsupported);
   EXPECT_EQ(scan(std::nullopt), kFailure);
   EXPECT_EQ(errors(),
-            "kestrin: can not scan: the simulated radio plays one that is not supported; simulate "
+            "kestrin: cannot scan: the simulated radio plays one that is not supported; simulate "
             "the state powered on\n");
   EXPECT_EQ(output(), "");
   EXPECT_LT(now(), seconds(1));
@@ -108,7 +108,7 @@ TEST_F(ScanCommand, EndsAtOnceWithoutPermission) {
 TEST_F(ScanCommand, FailsWhenTheRadioWasNeverOn) {
   environment_.radio().simulateState(CBManagerState::poweredOff);
   EXPECT_EQ(scan(2), kFailure);
-  EXPECT_EQ(errors(), std::string("kestrin: ") + kOff + "\nkestrin: can not scan: " + kOff + "\n");
+  EXPECT_EQ(errors(), std::string("kestrin: ") + kOff + "\nkestrin: cannot scan: " + kOff + "\n");
   EXPECT_EQ(now(), seconds(2));
 }
 
@@ -260,7 +260,7 @@ TEST_F(MonitorCommand, EndsAtOnceWithoutAUsableRadio) {
   environment_.radio().simulateState(CBManagerState::unsupported);
   EXPECT_EQ(monitor("KVR"), kFailure);
   EXPECT_EQ(errors(),
-            "kestrin: can not search for 'KVR': the simulated radio plays one that is not "
+            "kestrin: cannot search for 'KVR': the simulated radio plays one that is not "
             "supported; simulate the state powered on\n");
   EXPECT_LT(now(), seconds(1));
 }
@@ -366,10 +366,11 @@ TEST_F(SendCommand, ListensForTwoSecondsAfterTheLastFrame) {
 TEST_F(SendCommand, SendsWhatIsNoFrameWithAWarning) {
   const auto reader = addReader("KVR-1");
   EXPECT_EQ(send("KVR", {"BB 00 03 00 01 B1 7E 97 65", ""}), kSuccess);
-  EXPECT_EQ(errors(),
-            "kestrin: warning: FRAME 1 is no whole frame and is sent as it is: its CRC is 97 65, "
-            "right would be 65 97\n"
-            "kestrin: warning: FRAME 2 is no whole frame and is sent as it is: it is empty\n");
+  EXPECT_EQ(
+      errors(),
+      "kestrin: warning: FRAME 1 is not a whole frame and is sent as it is: its CRC is 97 65, "
+      "right would be 65 97\n"
+      "kestrin: warning: FRAME 2 is not a whole frame and is sent as it is: it is empty\n");
   ASSERT_EQ(reader->writes().size(), 3U);
   EXPECT_EQ(lowerHex(reader->writes()[1].value.span()), "bb00030001b17e9765");
   EXPECT_EQ(reader->writes()[2].value.length(), 0U);
@@ -382,7 +383,7 @@ TEST_F(SendCommand, FailsWhenTheReaderCanNotBeWritten) {
   EXPECT_EQ(send("KVR", {kGetInfo, kGetInfo}), kFailure);
   EXPECT_EQ(errors(),
             "kestrin: KVR-1: frame 1 of 2 was refused: the reader's transmit characteristic is "
-            "missing or can not be written\n");
+            "missing or cannot be written\n");
   EXPECT_EQ(output().find("SENT"), std::string::npos);
   EXPECT_FALSE(reader->connected());
 }

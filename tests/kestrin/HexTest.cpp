@@ -42,13 +42,13 @@ TEST(Hex, AddsToWhatIsThere) {
 
 TEST(Hex, TellsWhichCharacterIsWrong) {
   EXPECT_EQ(errorOf("BB 0G").column, 5U);
-  EXPECT_EQ(errorOf("BB 0G").text, "'G' is no hexadecimal digit");
+  EXPECT_EQ(errorOf("BB 0G").text, "'G' is not a hexadecimal digit");
   EXPECT_EQ(errorOf("/0").column, 1U);
   EXPECT_EQ(errorOf("0:").column, 2U);
   EXPECT_EQ(errorOf("0@").column, 2U);
   EXPECT_EQ(errorOf("0`").column, 2U);
   EXPECT_EQ(errorOf("g0").column, 1U);
-  EXPECT_EQ(errorOf("00\r").text, "'\\x0d' is no hexadecimal digit");
+  EXPECT_EQ(errorOf("00\r").text, "'\\x0d' is not a hexadecimal digit");
 }
 
 TEST(Hex, AByteHasTwoDigits) {
@@ -61,7 +61,7 @@ TEST(Hex, AByteHasTwoDigits) {
 TEST(Hex, SaysWhatIsRightInPlaceOfAPrefix) {
   EXPECT_EQ(errorOf("0xBB").column, 2U);
   EXPECT_EQ(errorOf("00 0XBB").text, "bytes are written without 0x, as in BB 00 03");
-  EXPECT_EQ(errorOf("xBB").text, "'x' is no hexadecimal digit");
+  EXPECT_EQ(errorOf("xBB").text, "'x' is not a hexadecimal digit");
 }
 
 TEST(Hex, PrintsBytes) {

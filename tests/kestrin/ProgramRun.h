@@ -2,7 +2,7 @@
 //
 // Threads: one at a time.
 // Lifetime: the program has ended when the object stands, or is ended by its destructor.
-// Errors: a program that can not be started fails the test.
+// Errors: a program that cannot be started fails the test.
 #pragma once
 
 #include <sys/types.h>
@@ -36,7 +36,7 @@ class Program {
   /// Reads standard output until it holds `text`; false when it ends before.
   bool readUntil(const std::string& text);
   void signal(int number) const;
-  /// Waits for the end, reading everything. Answers the exit status, 128 and the signal's number
+  /// Waits for the end, reading everything. Returns the exit status, 128 and the signal's number
   /// for one that a signal ended.
   int finish();
 

@@ -80,7 +80,7 @@ TEST(FrameProgram, NamesWhatIsWrong) {
   expectUsageError({"frame", "00", "03", "0xB1"},
                    "PAYLOAD '0xB1', column 2: bytes are written without 0x, as in BB 00 03");
   expectUsageError({"frame", "00", "03", "B1 G0"},
-                   "PAYLOAD 'B1 G0', column 4: 'G' is no hexadecimal digit");
+                   "PAYLOAD 'B1 G0', column 4: 'G' is not a hexadecimal digit");
   expectUsageError({"frame", "0", "03"},
                    "TYPE '0', column 1: a byte is two hexadecimal digits, here is one");
   expectUsageError({"frame", "00", "0303"},
@@ -90,7 +90,7 @@ TEST(FrameProgram, NamesWhatIsWrong) {
   expectUsageError({"frame", "00", "03", "B1", "B2"},
                    "'B2' is not expected here (kestrin frame --help tells more)");
   expectUsageError({"frame", "\x1b[2J", "03"},
-                   "TYPE '\\x1b[2J', column 1: '\\x1b' is no hexadecimal digit");
+                   "TYPE '\\x1b[2J', column 1: '\\x1b' is not a hexadecimal digit");
 }
 
 TEST(ReplayProgram, PrintsLogsAndFramesInOrder) {
@@ -144,7 +144,8 @@ TEST(ReplayProgram, TellsWhatIsNoHexBeforeItPrintsAnything) {
   const Outcome run = kestrin({"replay", file.path()});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
-  EXPECT_EQ(run.errors, "kestrin: " + file.path() + ":4: column 5: 'G' is no hexadecimal digit\n");
+  EXPECT_EQ(run.errors,
+            "kestrin: " + file.path() + ":4: column 5: 'G' is not a hexadecimal digit\n");
   const Outcome piped = replayOf("BB0103 0001B17E 2037\r\nBB 0\r\n");
   EXPECT_EQ(piped.status, 1);
   EXPECT_EQ(piped.output, "");
@@ -216,8 +217,8 @@ TEST(Program, HelpsWithExamplesOfEachCommand) {
 
 TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
   expectUsageError({}, "a command is missing (kestrin --help tells more)");
-  expectUsageError({"bogus"}, "'bogus' is no command (kestrin --help tells more)");
-  expectUsageError({"--foo"}, "'--foo' is no option of kestrin (kestrin --help tells more)");
+  expectUsageError({"bogus"}, "'bogus' is not a command (kestrin --help tells more)");
+  expectUsageError({"--foo"}, "'--foo' is not an option of kestrin (kestrin --help tells more)");
   expectUsageError({"replay"}, "FILE is required (kestrin replay --help tells more)");
   expectUsageError({"send"}, "NAME is required (kestrin send --help tells more)");
   expectUsageError({"monitor", ""},
@@ -230,14 +231,16 @@ TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
   expectUsageError({"demo", "now"}, "'now' is not expected here (kestrin demo --help tells more)");
   expectUsageError({"doctor", "now"},
                    "'now' is not expected here (kestrin doctor --help tells more)");
-  expectUsageError({"scan", "--for", "x"},
-                   "--for: 'x' is no number of seconds, as in 2 or 0.5 (kestrin scan --help tells "
-                   "more)");
+  expectUsageError(
+      {"scan", "--for", "x"},
+      "--for: 'x' is not a number of seconds, as in 2 or 0.5 (kestrin scan --help tells "
+      "more)");
   for (const char* span : {"-1", "nan", "inf", "1e99", "2s", " 2"}) {
-    expectUsageError({"monitor", "KVR", std::string("--timeout=") + span},
-                     std::string("--timeout: '") + span +
-                         "' is no number of seconds, as in 2 or 0.5 (kestrin monitor --help tells "
-                         "more)");
+    expectUsageError(
+        {"monitor", "KVR", std::string("--timeout=") + span},
+        std::string("--timeout: '") + span +
+            "' is not a number of seconds, as in 2 or 0.5 (kestrin monitor --help tells "
+            "more)");
   }
   expectUsageError({"scan", "--radio", "cb"},
                    "--radio: 'cb' is no radio; there are bluez and simulated (kestrin scan --help "
@@ -250,25 +253,29 @@ TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
 
 TEST(Program, AMistypedWordIsToldWithWhatWasProbablyMeant) {
   expectUsageError({"sacn"},
-                   "'sacn' is no command; did you mean scan? (kestrin --help tells more)");
-  expectUsageError({"--versoin"},
-                   "'--versoin' is no option of kestrin; did you mean --version? (kestrin --help "
-                   "tells more)");
+                   "'sacn' is not a command; did you mean scan? (kestrin --help tells more)");
+  expectUsageError(
+      {"--versoin"},
+      "'--versoin' is not an option of kestrin; did you mean --version? (kestrin --help "
+      "tells more)");
   for (const Arguments& arguments :
        {Arguments{"monitor", "--timout", "3"}, Arguments{"monitor", "KVR", "--timout=3"}}) {
-    expectUsageError(arguments,
-                     "'--timout' is no option of monitor; did you mean --timeout? (kestrin monitor "
-                     "--help tells more)");
+    expectUsageError(
+        arguments,
+        "'--timout' is not an option of monitor; did you mean --timeout? (kestrin monitor "
+        "--help tells more)");
   }
-  expectUsageError({"monitor", "-timeout", "3"},
-                   "'-timeout' is no option of monitor; did you mean --timeout? (kestrin monitor "
-                   "--help tells more)");
+  expectUsageError(
+      {"monitor", "-timeout", "3"},
+      "'-timeout' is not an option of monitor; did you mean --timeout? (kestrin monitor "
+      "--help tells more)");
 }
 
 TEST(Program, AnOptionInTheWrongPlaceIsToldWhereItBelongs) {
-  expectUsageError({"scan", "--timeout", "3"},
-                   "'--timeout' is no option of scan, but of monitor and send (kestrin scan --help "
-                   "tells more)");
+  expectUsageError(
+      {"scan", "--timeout", "3"},
+      "'--timeout' is not an option of scan, but of monitor and send (kestrin scan --help "
+      "tells more)");
   expectUsageError({"--radio", "simulated", "scan"},
                    "'--radio' is written behind a command; it belongs to scan, monitor and send "
                    "(kestrin --help tells more)");
@@ -276,7 +283,7 @@ TEST(Program, AnOptionInTheWrongPlaceIsToldWhereItBelongs) {
 
 TEST(Program, AnOptionThatHelpDoesNotShowIsNotSuggested) {
   expectUsageError({"scan", "--virtual-tim"},
-                   "'--virtual-tim' is no option of scan (kestrin scan --help tells more)");
+                   "'--virtual-tim' is not an option of scan (kestrin scan --help tells more)");
 }
 
 TEST(Program, ARadioThatIsNotThereIsAFailureWithAReason) {
@@ -288,7 +295,7 @@ TEST(Program, ARadioThatIsNotThereIsAFailureWithAReason) {
     EXPECT_EQ(run.output, "");
     EXPECT_EQ(std::count(run.errors.begin(), run.errors.end(), '\n'), 1) << run.errors;
 #ifdef KESTRIN_HAS_BLUEZ
-    EXPECT_NE(run.errors.find("message bus can not be reached"), std::string::npos) << run.errors;
+    EXPECT_NE(run.errors.find("message bus cannot be reached"), std::string::npos) << run.errors;
 #else
     EXPECT_EQ(run.errors,
               "kestrin: --radio bluez: this build has no such radio; the one it has is --radio "
@@ -303,7 +310,7 @@ TEST(DoctorProgram, TellsOnOneScreenWhatIsMissingAndWhatToDo) {
   EXPECT_EQ(run.status, 1);
 #ifdef KESTRIN_HAS_BLUEZ
   const std::string beginning =
-      "TROUBLE  message bus  can not be used: No such file or directory\n"
+      "TROUBLE  message bus  cannot be used: No such file or directory\n"
       "                      -> install the package dbus, 'systemctl start dbus'\n"
       "-        daemon       not to be seen without the message bus\n"
       "-        permission   not to be seen without the daemon\n";

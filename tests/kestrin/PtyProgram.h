@@ -3,7 +3,7 @@
 //
 // Threads: one at a time.
 // Lifetime: the program is ended by the destructor if it has not ended.
-// Errors: what can not be set up fails the test; what does not come within a minute is answered
+// Errors: what cannot be set up fails the test; what does not come within a minute is answered
 // with false.
 #pragma once
 

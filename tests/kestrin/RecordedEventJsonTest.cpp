@@ -128,21 +128,22 @@ TEST(RecordedEventJson, EveryBeginningOfALineIsACutLine) {
 TEST(RecordedEventJson, DamageIsToldWithItsColumn) {
   expectDamage("", 1, "a line is one JSON object");
   expectDamage("[1]", 1, "a line is one JSON object");
-  expectDamage(R"({"time":1,})", 11, "this is no JSON");
-  expectDamage(R"({"time":1} x)", 12, "this is no JSON");
-  expectDamage("{\"time\":1,\"kind\":\"l\x01g\"}", 20, "this is no JSON");
-  expectDamage("{\"kind\":\"log\",\"text\":\"\xFFxx\"}", 23, "this is no JSON");
+  expectDamage(R"({"time":1,})", 11, "this is not JSON");
+  expectDamage(R"({"time":1} x)", 12, "this is not JSON");
+  expectDamage("{\"time\":1,\"kind\":\"l\x01g\"}", 20, "this is not JSON");
+  expectDamage("{\"kind\":\"log\",\"text\":\"\xFFxx\"}", 23, "this is not JSON");
   expectDamage(R"({"kind":"log","text":""})", 1, R"("time" is missing)");
   expectDamage(R"({"time":"1","kind":"log","text":""})", 9, "a number of seconds");
   expectDamage(R"({"time":-1,"kind":"log","text":""})", 9, "from 0 to");
   expectDamage(R"({"time":4e9,"kind":"log","text":""})", 9, "from 0 to");
   expectDamage(R"({"time":1e999,"kind":"log","text":""})", 1, "too large");
   expectDamage(R"({"time":1})", 1, R"("kind" is missing)");
-  expectDamage(R"({"time":1,"kind":"lob"})", 18, "'lob' is no kind of event; there are call,");
+  expectDamage(R"({"time":1,"kind":"lob"})", 18, "'lob' is not a kind of event; there are call,");
   expectDamage(R"({"time":1,"kind":"log"})", 1, R"("text" is missing: events of the kind log)");
   expectDamage(R"({"time":1,"direction":"in","kind":"log","text":""})", 23, "log is self");
-  expectDamage(R"({"time":1,"kind":"frame","bytes":"bbz0"})", 37, "'z' is no hexadecimal digit");
-  expectDamage(R"({"time":1,"kind":"frame","bytes":"\u0062z"})", 34, "'z' is no hexadecimal digit");
+  expectDamage(R"({"time":1,"kind":"frame","bytes":"bbz0"})", 37, "'z' is not a hexadecimal digit");
+  expectDamage(R"({"time":1,"kind":"frame","bytes":"\u0062z"})", 34,
+               "'z' is not a hexadecimal digit");
   expectDamage(R"({"time":1,"kind":"frame","bytes":7})", 34, "a text of hexadecimal digits");
   expectDamage(R"({"time":1,"kind":"frame","bytes":"","bytes":""})", 37, "stands here twice");
   expectDamage(R"({"time":1,"kind":"plug","plugged":1})", 35, "true or false");

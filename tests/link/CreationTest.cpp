@@ -63,7 +63,7 @@ TEST_F(Creation, MakesADelegateOfTheCentralThePeripheralAndThePeripheralManager)
   EXPECT_EQ(platform.central()->delegate(), Peer::asCentralManagerDelegate(manager));
 }
 
-// How many of the operations that are no application's business can be named in `Class`.
+// How many of the operations that are not the application's business can be named in `Class`.
 template <class Class>
 int reached() {
   int count = 0;

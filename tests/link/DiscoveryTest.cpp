@@ -26,7 +26,7 @@ delegate scanningBleDeive "TQM_HOLV-1"
   EXPECT_EQ(Peer::peripheralList(*manager), Peer::Peripherals{reader});
 }
 
-// Which of the two comes first can not be seen: nobody is asked in between.
+// Which of the two comes first cannot be seen: nobody is asked in between.
 TEST_F(Discovery, HasStoredAndAppendedWhenTheDelegateIsTold) {
   const auto reader = platform.peripheral("TQM_HOLV-1");
   int told = 0;

@@ -52,7 +52,7 @@ TEST_F(KvrCharacteristics, AreAskedForBeforeTheyAreStored) {
   EXPECT_EQ(seen, (std::vector<std::string>{"request", "request rx", "log rx tx"}));
 }
 
-// No UUID passes two of the three tests, so that their order can not be seen.
+// No UUID passes two of the three tests, so that their order cannot be seen.
 TEST_F(KvrCharacteristics, AreWalkedToTheEndAndTheManufacturerNameIsRead) {
   platform.didDiscoverCharacteristics(
       reader.peripheral, reader.service,
@@ -182,7 +182,7 @@ log "Error discovering characteristics: Error Domain=CBATTErrorDomain Code=14 "U
 }
 
 TEST_F(KvrCharacteristics, AreThoseOfTheNameAtThatMoment) {
-  // The family is told anew in each report, so a reader that is renamed changes family.
+  // The family is told again in each report, so a reader that is renamed changes family.
   reader.peripheral->nameReads.set({"TQM_HOLV-1"});
   platform.didDiscoverCharacteristics(reader.peripheral, reader.service, {reader.rx, reader.tx});
   EXPECT_EQ(platform.take(), R"(

@@ -1,5 +1,5 @@
 // Every callback is optional: an absent delegate, one that implements only some, and one that
-// decides at run time. Whether presence or implementation is looked at first can not be seen: an
+// decides at run time. Whether presence or implementation is looked at first cannot be seen: an
 // absent delegate implements nothing and is asked nothing.
 #include <type_traits>
 

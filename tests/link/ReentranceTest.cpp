@@ -125,7 +125,7 @@ class CallbackRun : public Reentrance {
  public:
   void TestBody() override {}
 
-  /// Answers false when the callback does not come that often.
+  /// Returns false when the callback does not come that often.
   bool run(std::size_t callback, std::size_t occurrence, std::size_t action) {
     useManagerWithMemoryOfItsOwn();
     std::function<void()>* const callbacks[] = {
@@ -167,7 +167,7 @@ class LogRun : public Reentrance {
  public:
   void TestBody() override {}
 
-  /// Answers false when the life has fewer lines.
+  /// Returns false when the life has fewer lines.
   bool run(std::size_t line, std::size_t action) {
     useManagerWithMemoryOfItsOwn();
     const Action chosen = actions().at(action);

@@ -85,7 +85,7 @@ TEST_F(Scanning, StartsWithFreshEmptyLists) {
   EXPECT_EQ(Peer::peripheralNameList(*manager), std::vector<std::string>());
 }
 
-// In which order the two lists are replaced can not be seen: nobody is asked in between.
+// In which order the two lists are replaced cannot be seen: nobody is asked in between.
 TEST_F(Scanning, ReplacesTheListsBehindTheStopAndBeforeTheCentralManagerIsMade) {
   scan();
   const auto old = Peer::centralManager(*manager);

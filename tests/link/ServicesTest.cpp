@@ -22,7 +22,7 @@ peripheral "TQM_HOLV-1" discoverCharacteristics [BA821000-3B5B-4654-85FE-E998B12
 )");
 }
 
-// The family is told anew in each report, from the name as it is by then.
+// The family is told again in each report, from the name as it is by then.
 TEST_F(ServicesFamily, IsToldByTheBeginningOfTheNameAtThatMoment) {
   const Reader reader = standardReader();
   connect(reader.peripheral);

@@ -198,7 +198,7 @@ TEST_F(Writing, BySendAndBySendPowerIsTheSame) {
 
 TEST_F(Writing, AnswersForTheLastSliceOnly) {
   const Reader reader = plugInWith(0x04);
-  // Three reads per slice that can not be written: two tests and the log line.
+  // Three reads per slice that cannot be written: two tests and the log line.
   reader.tx->propertyReads.set({0, 0, 0, 0, 0, 0, 0x04});
   EXPECT_TRUE(manager->send(counting(41)));
   EXPECT_EQ(platform.take(), R"(

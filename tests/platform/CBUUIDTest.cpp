@@ -124,14 +124,14 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"FFF10", "it has 5 characters"}, Refusal{"0xFFF1", "it has 6 characters"},
         Refusal{"BA8210003B5B465485FEE998B123ADEA", "it has 32 characters"},
         Refusal{"{BA821000-3B5B-4654-85FE-E998B123ADEA}", "it has 38 characters"},
-        Refusal{"FFG1", "character 3 is no hexadecimal digit"},
-        Refusal{" FF1", "character 1 is no hexadecimal digit"},
-        Refusal{"FF-1", "character 3 is no hexadecimal digit"},
-        Refusal{"0000FFG1", "character 7 is no hexadecimal digit"},
-        Refusal{"BA821000_3B5B-4654-85FE-E998B123ADEA", "character 9 is no hyphen"},
-        Refusal{"BA821000-3B5B-4654-85FE0E998B123ADEA", "character 24 is no hyphen"},
-        Refusal{"BA821000-3B5B-4654-85FE-E998B123ADE-", "character 36 is no hexadecimal digit"},
-        Refusal{"BA82100-03B5B-4654-85FE-E998B123ADEA", "character 8 is no hexadecimal digit"}));
+        Refusal{"FFG1", "character 3 is not a hexadecimal digit"},
+        Refusal{" FF1", "character 1 is not a hexadecimal digit"},
+        Refusal{"FF-1", "character 3 is not a hexadecimal digit"},
+        Refusal{"0000FFG1", "character 7 is not a hexadecimal digit"},
+        Refusal{"BA821000_3B5B-4654-85FE-E998B123ADEA", "character 9 is not a hyphen"},
+        Refusal{"BA821000-3B5B-4654-85FE0E998B123ADEA", "character 24 is not a hyphen"},
+        Refusal{"BA821000-3B5B-4654-85FE-E998B123ADE-", "character 36 is not a hexadecimal digit"},
+        Refusal{"BA82100-03B5B-4654-85FE-E998B123ADEA", "character 8 is not a hexadecimal digit"}));
 
 }  // namespace
 }  // namespace kestrin::test

@@ -1,6 +1,6 @@
 // How the parser finds frames, judges their bytes and finds its way back after a rejected one.
 //
-// Whether the record is cleared before or after a rejection's line can not be seen: it lives within
+// Whether the record is cleared before or after a rejection's line cannot be seen: it lives within
 // one scan, and bytes that come in meanwhile wait for the scan's end.
 #include <gtest/gtest.h>
 
@@ -45,7 +45,7 @@ TEST_F(Parser, SkipsBytesBetweenFrames) {
 TEST_F(Parser, JudgesAMessageTypeByItsTwoLowBitsOnly) {
   for (int type = 0; type <= 0xFF; ++type) {
     const Bytes frame = referenceFrame(static_cast<std::uint8_t>(type), 0x44, Bytes{0x01});
-    // A frame that ends on the last byte empties the buffer, so that each round starts anew.
+    // A frame that ends on the last byte empties the buffer, so that each round starts again.
     const Events expected =
         (type & 0x03) == 0 ? heard({{kMessageError}, kHeardA}) : heard({heardOf(frame), kHeardA});
     ASSERT_EQ(arrive(joined({frame, kFrameA})), expected) << "type " << type;

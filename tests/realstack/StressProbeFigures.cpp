@@ -19,7 +19,7 @@ std::size_t residentBytes() {
   std::size_t whole = 0;
   std::size_t resident = 0;
   if (!(std::ifstream("/proc/self/statm") >> whole >> resident)) {
-    throw std::runtime_error("/proc/self/statm can not be read");
+    throw std::runtime_error("/proc/self/statm cannot be read");
   }
   return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }

@@ -16,7 +16,7 @@ class Reader {
   /// Reads the lines of the program from the file `log` on, orders go to `pipe`.
   Reader(std::string pipe, const std::string& log, std::string id);
 
-  /// Gives the order `verb`; answers how many must have been answered for it to be carried out.
+  /// Gives the order `verb`; returns how many must have been answered for it to be carried out.
   std::size_t order(const std::string& verb, const std::string& arguments = "");
   /// Whether that many orders were answered so far.
   bool answered(std::size_t orders);

@@ -49,7 +49,7 @@ class Rounds {
   Rounds(const Rounds&) = delete;
   Rounds& operator=(const Rounds&) = delete;
 
-  /// Answers its fault; with `replace` that may be one that replaces the manager.
+  /// Returns its fault; with `replace` that may be one that replaces the manager.
   Fault round(bool replace);
   /// The fault of the round that runs or ran last.
   [[nodiscard]] Fault fault() const noexcept { return fault_; }

@@ -4,7 +4,7 @@
 // The assembler's byte-by-byte twin gets every arrival too. Beside its buffer stands where each
 // kept byte comes from, so that whatever leaves the buffer undelivered is known by name.
 //
-// Threads: one. Lifetime: plain values. Errors: what can not be explained is kept as a text.
+// Threads: one. Lifetime: plain values. Errors: what cannot be explained is kept as a text.
 #pragma once
 
 #include <cstdint>
@@ -54,7 +54,7 @@ class Ledger {
   void underway(Piece piece) { onItsWay_.push_back(std::move(piece)); }
   /// The link has ended: what is on its way never comes.
   void linkEnded();
-  /// The value that the library is about to be told is the next one on its way. Answers the frames
+  /// The value that the library is about to be told is the next one on its way. Returns the frames
   /// that it must deliver because of it.
   std::vector<std::string> arrival(const Bytes& value);
   /// A value that the library is told once more, with no new notification.

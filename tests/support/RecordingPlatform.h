@@ -1,7 +1,7 @@
-// A platform that records. Everything that a manager asks of it, tells a delegate or logs goes into
-// one ordered transcript, and so do the events that the test plays (their lines begin with `*`).
-// Time is virtual, unless another clock is given: it moves when the test runs the loop, or when a
-// thread sleeps.
+// A platform that records. Everything that a manager asks of it, reports to a delegate or logs goes
+// into one ordered transcript, and so do the events that the test plays (their lines begin with
+// `*`). Time is virtual, unless another clock is given: it moves when the test runs the loop, or
+// when a thread sleeps.
 //
 //   RecordingPlatform platform;
 //   const auto manager = platform.makeManager();

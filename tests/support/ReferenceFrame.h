@@ -1,5 +1,5 @@
 // Frames and their CRC, written down a second time for tests: bit by bit, by the polynomial, so
-// that a slip in the library's own arithmetic can not hide in its tests.
+// that a slip in the library's own arithmetic cannot hide in its tests.
 //
 // Threads: pure functions. Lifetime: plain values. Errors: none; a frame may be built wrong on
 // purpose.

@@ -17,7 +17,7 @@ TEST_F(AttServerTest, ALongValueIsReadInPiecesOfTheMtu) {
   EXPECT_EQ(ask({0x0A, 0x06, 0x00}), "0b" + std::string(44, '5'));
   EXPECT_EQ(ask({0x0C, 0x06, 0x00, 22, 0x00}), "0d" + std::string(44, '5'));
   EXPECT_EQ(ask({0x0C, 0x06, 0x00, 44, 0x00}), "0d" + std::string(32, '5'));
-  EXPECT_EQ(ask({0x0C, 0x06, 0x00, 60, 0x00}), "0d") << "the end of the value is no error";
+  EXPECT_EQ(ask({0x0C, 0x06, 0x00, 60, 0x00}), "0d") << "the end of the value is not an error";
   EXPECT_EQ(ask({0x0C, 0x06, 0x00, 61, 0x00}), "010c060007");
   EXPECT_EQ(application.events, (Events{"read 2A19"})) << "one read, whatever its pieces";
 }
@@ -72,8 +72,8 @@ TEST_F(AttServerTest, ASubscriptionIsReadBackAndTold) {
 TEST_F(AttServerTest, AConfigurationTakesTwoBytesAndOnlyWhatTheCharacteristicCan) {
   EXPECT_EQ(ask({0x12, 0x0A, 0x00, 0x01}), "01120a000d");
   EXPECT_EQ(ask({0x12, 0x0A, 0x00, 0x01, 0x00, 0x00}), "01120a000d");
-  EXPECT_EQ(ask({0x12, 0x0A, 0x00, 0x02, 0x00}), "01120a00fd") << "it can not indicate";
-  EXPECT_EQ(ask({0x12, 0x10, 0x00, 0x01, 0x00}), "01121000fd") << "it can not notify";
+  EXPECT_EQ(ask({0x12, 0x0A, 0x00, 0x02, 0x00}), "01120a00fd") << "it cannot indicate";
+  EXPECT_EQ(ask({0x12, 0x10, 0x00, 0x01, 0x00}), "01121000fd") << "it cannot notify";
   EXPECT_EQ(ask({0x12, 0x10, 0x00, 0x02, 0x00}), "13");
   EXPECT_EQ(application.events, (Events{"subscribe BA821002-3B5B-4654-85FE-E998B123ADEA 2"}));
 }

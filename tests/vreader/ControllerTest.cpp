@@ -116,7 +116,7 @@ TEST_F(ControllerTest, WhatBeginsToAdvertiseAnewIsReportedAtOnce) {
   scan();
   packetsAfter(milliseconds(10));
   device->advertisement = {0x02, 0x01, 0x04};
-  EXPECT_EQ(packetsAfter(milliseconds(100)).size(), 2U) << "other data is no duplicate";
+  EXPECT_EQ(packetsAfter(milliseconds(100)).size(), 2U) << "other data is not a duplicate";
   controller.advertisingChanged(*device);
   EXPECT_EQ(packetsAfter(milliseconds(100)).size(), 2U);
 }

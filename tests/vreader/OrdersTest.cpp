@@ -103,7 +103,7 @@ TEST_F(OrdersTest, NotifyTxNotifiesWhereCommandsComeIfThatCan) {
   EXPECT_EQ(order("notify-tx q62t b"), "a value is pairs of hexadecimal digits");
   EXPECT_EQ(order("notify-tx q62t bb01"), "done");
   EXPECT_EQ(link.sent.back(), hex(ByteWriter().u8(0x1B).u16(tx).u8(0xBB).u8(0x01).bytes()));
-  EXPECT_EQ(order("notify-tx lamp bb"), "it is no reader");
+  EXPECT_EQ(order("notify-tx lamp bb"), "it is not a reader");
 }
 
 TEST_F(OrdersTest, ABurstsValuesMayGrow) {

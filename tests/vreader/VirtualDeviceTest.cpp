@@ -275,7 +275,7 @@ TEST_F(VirtualDeviceTest, ABurstEndsWithItsLink) {
 
 TEST_F(VirtualDeviceTest, NotificationsNeedAReaderALinkASubscriptionAndRoom) {
   EXPECT_EQ(standard->notify(Bytes{0x01}), "it has no link");
-  EXPECT_EQ(lamp->notify(Bytes{0x01}), "it is no reader");
+  EXPECT_EQ(lamp->notify(Bytes{0x01}), "it is not a reader");
   connect(*standard);
   EXPECT_EQ(standard->notify(Bytes{0x01}), "the host has not subscribed");
   subscribe(*standard);

@@ -42,7 +42,7 @@ class AttributeDatabase {
   /// Begins a primary service.
   void addService(const CBUUID& uuid);
   /// Adds a characteristic to the service begun last, with a configuration where it can notify or
-  /// indicate. Answers the handle of its value.
+  /// indicate. Returns the handle of its value.
   std::uint16_t addCharacteristic(const CBUUID& uuid, unsigned properties, Bytes value = {});
 
   [[nodiscard]] std::span<const Attribute> all() const noexcept { return attributes_; }

@@ -42,7 +42,7 @@ class Controller {
   void addDevice(std::shared_ptr<RemoteDevice> device);
   /// One packet from the host, the packet type first.
   void receive(ByteView packet);
-  /// A device begins to advertise anew, or advertises something else.
+  /// A device begins to advertise again, or advertises something else.
   void advertisingChanged(const RemoteDevice& device) { scanner_.forget(device.address()); }
 
   /// The most links that are up at a time; without this call there is no limit. An attempt at one
@@ -54,7 +54,7 @@ class Controller {
   /// How often each device advertises, and how soon after a scan or a connection attempt begins.
   static constexpr std::chrono::milliseconds kAdvertisingInterval{100};
   static constexpr std::chrono::milliseconds kFirstAdvertisement{10};
-  /// After how many advertisements of each device duplicates are told apart anew.
+  /// After how many advertisements of each device duplicates are told apart again.
   static constexpr unsigned kDuplicateMemory = 10;
 
  private:

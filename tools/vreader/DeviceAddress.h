@@ -1,6 +1,6 @@
 // The address of a Bluetooth device: six bytes and what kind of address they are.
 //
-// Threads: a plain value. Errors: text that is no address gives none.
+// Threads: a plain value. Errors: text that is not an address gives none.
 #pragma once
 
 #include <array>

@@ -105,7 +105,7 @@ enum class PacketBoundary : std::uint8_t {
   firstFlushable = 0b10,
 };
 
-/// An event packet. Parameters are at most 255 bytes; longer ones can not be asked for.
+/// An event packet. Parameters are at most 255 bytes; longer ones cannot be asked for.
 Bytes eventPacket(EventCode code, ByteView parameters);
 /// An LE Meta event packet.
 Bytes leEventPacket(LeSubevent subevent, ByteView parameters);

@@ -1,6 +1,6 @@
 // Numbers as the command line and orders write them.
 //
-// Threads: a pure function. Errors: what is no number, or one too large, is absent.
+// Threads: a pure function. Errors: what is not a number, or one too large, is absent.
 #pragma once
 
 #include <charconv>

@@ -32,7 +32,7 @@ constexpr std::string_view kDeviceHelp =
     "                        on: the sum of 0x02 (read), 0x04 (write without response), 0x08\n"
     "                        (write), 0x10 (notify) and 0x20 (indicate)\n"
     "  reply-size=BYTES      how long the notifications are that a reader's reply leaves in (20)\n"
-    "Without any device there are KVR-0001, KVR-Q62T-0001 and Lamp, which is no reader.\n\n";
+    "Without any device there are KVR-0001, KVR-Q62T-0001 and Lamp, which is not a reader.\n\n";
 
 constexpr std::string_view kFamilyPrefix = "KVR-Q62T";
 
@@ -67,7 +67,7 @@ struct DeviceText {
 };
 
 std::string setFamily(DeviceText& device, const std::string& value) {
-  if (!device.isReader) return "what is no reader has no family";
+  if (!device.isReader) return "what is not a reader has no family";
   if (value == "standard") {
     device.settings.family = simulated::ReaderFamily::standard;
   } else if (value == "q62t") {
@@ -79,7 +79,7 @@ std::string setFamily(DeviceText& device, const std::string& value) {
 }
 
 std::string setTxProperties(DeviceText& device, const std::string& value) {
-  if (!device.isReader) return "what is no reader has no such characteristic";
+  if (!device.isReader) return "what is not a reader has no such characteristic";
   constexpr unsigned kMost = 0x3E;
   const auto mask = numberFrom<unsigned>(value);
   if (!mask || (*mask & ~kMost) != 0) return "a mask is a sum of 0x02, 0x04, 0x08, 0x10 and 0x20";
@@ -88,7 +88,7 @@ std::string setTxProperties(DeviceText& device, const std::string& value) {
 }
 
 std::string setReplySize(DeviceText& device, const std::string& value) {
-  if (!device.isReader) return "what is no reader does not reply";
+  if (!device.isReader) return "what is not a reader does not reply";
   const auto size = numberFrom<std::size_t>(value);
   if (!size || *size == 0 || *size > att::kLargestValue) {
     return "a reply is cut into 1 to " + std::to_string(att::kLargestValue) + " bytes";
@@ -97,7 +97,7 @@ std::string setReplySize(DeviceText& device, const std::string& value) {
   return {};
 }
 
-// Takes one "key=value"; answers what is wrong with it, if anything.
+// Takes one "key=value"; returns what is wrong with it, if anything.
 std::string setKey(DeviceText& device, const std::string& text) {
   const auto equals = text.find('=');
   const std::string key = text.substr(0, equals);
@@ -147,7 +147,7 @@ std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
     for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
   }
   const std::string option = typed.substr(0, typed.find('='));
-  return "'" + option + "' is no option of kestrin-vreader" + suggestion(option, known);
+  return "'" + option + "' is not an option of kestrin-vreader" + suggestion(option, known);
 }
 
 CommandLine wrongUsage(const std::string& text) {
@@ -178,7 +178,7 @@ std::optional<DeviceSettings> deviceFromText(const std::string& text, bool isRea
   if (device.address) {
     const auto address = DeviceAddress::fromText(*device.address, device.addressType);
     if (!address) {
-      problem = "\"" + *device.address + "\" is no address; say it as C0:DE:00:00:00:01";
+      problem = "\"" + *device.address + "\" is not an address; say it as C0:DE:00:00:00:01";
       return std::nullopt;
     }
     settings.address = *address;
@@ -201,7 +201,7 @@ CommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
       ->type_name("DEVICE")
       ->expected(1)
       ->take_all();
-  app.add_option("--non-reader", nonReaders, "a peripheral that is no reader; may be repeated")
+  app.add_option("--non-reader", nonReaders, "a peripheral that is not a reader; may be repeated")
       ->type_name("DEVICE")
       ->expected(1)
       ->take_all();

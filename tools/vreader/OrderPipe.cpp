@@ -28,7 +28,7 @@ std::optional<std::string> OrderPipe::open(const std::string& path) {
   if (descriptor_ < 0) return "cannot open the pipe " + path + ": " + systemErrorText(errno);
   struct stat status {};
   if (::fstat(descriptor_, &status) != 0 || !S_ISFIFO(status.st_mode)) {
-    return path + " is there and is no pipe";
+    return path + " is there and is not a pipe";
   }
   return std::nullopt;
 }

@@ -20,7 +20,7 @@ class OrderPipe {
   OrderPipe(const OrderPipe&) = delete;
   OrderPipe& operator=(const OrderPipe&) = delete;
 
-  /// Makes and opens the pipe; answers what went wrong, if anything.
+  /// Makes and opens the pipe; returns what went wrong, if anything.
   std::optional<std::string> open(const std::string& path);
   [[nodiscard]] int fileDescriptor() const noexcept { return descriptor_; }
   /// The whole lines that have arrived; a line's last part waits for its end.

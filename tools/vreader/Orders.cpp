@@ -215,7 +215,7 @@ struct Order {
   std::string_view arguments;
   std::string_view explanation;
   Action (*parse)(Arguments&);
-  // Whether the device begins to advertise anew by it.
+  // Whether the device begins to advertise again by it.
   bool changesAdvertising;
 };
 
@@ -240,7 +240,7 @@ constexpr std::array kOrders{
           &notifyTx, false},
     Order{"burst", "DEVICE COUNT LENGTH[-LENGTH] [TOGETHER [MILLISECONDS]]",
           "notify COUNT numbered values, TOGETHER (6) of them every MILLISECONDS (8); with two\n"
-          "      LENGTHs each is a byte longer than the one before, then it begins anew",
+          "      LENGTHs each is a byte longer than the one before, then it begins again",
           &burst, false},
     Order{"greet", "DEVICE COUNT|off",
           "from now on notify COUNT numbered values at once whenever the host has subscribed",

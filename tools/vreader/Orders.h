@@ -1,7 +1,7 @@
 // Orders to the virtual devices while the program runs, one per line of text.
 //
 // Threads: the run loop's. Lifetime: the devices and the controller outlive it.
-// Errors: an order that is not understood, or can not be carried out now, is refused with a line
+// Errors: an order that is not understood, or cannot be carried out now, is refused with a line
 // that says why; nothing has happened then.
 #pragma once
 

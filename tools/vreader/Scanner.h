@@ -2,7 +2,7 @@
 // reports that a scan gives (Bluetooth Core Document, Vol 4, Part E, 7.8.10, 7.8.11, 7.8.14 to
 // 7.8.17, 7.7.65.2).
 //
-// Threads: one at a time. Lifetime: a plain value. Errors: each operation answers the error code
+// Threads: one at a time. Lifetime: a plain value. Errors: each operation returns the error code
 // that the host is told.
 #pragma once
 
@@ -25,7 +25,7 @@ class Scanner {
 
   /// LE Set Scan Parameters.
   hci::ErrorCode setParameters(ByteReader parameters);
-  /// LE Set Scan Enable. Each time it is given, duplicates are told apart anew.
+  /// LE Set Scan Enable. Each time it is given, duplicates are told apart again.
   hci::ErrorCode setEnable(ByteReader parameters);
   /// The four operations on the filter accept list.
   hci::ErrorCode addToAcceptList(const DeviceAddress& address);
@@ -40,9 +40,9 @@ class Scanner {
   /// The event packets that one advertisement of a device gives: none, or a report, with the scan
   /// response's report after it in an active scan.
   std::vector<Bytes> hear(const RemoteDevice& device);
-  /// A device begins to advertise anew and is no duplicate of itself.
+  /// A device begins to advertise again and is not a duplicate of itself.
   void forget(const DeviceAddress& address);
-  /// Every device may be reported anew. Controllers remember few reports and for a short time, and
+  /// Every device may be reported again. Controllers remember few reports and for a short time, and
   /// hosts lean on it: one that wants to connect while it scans waits for a report of that device.
   void forgetAll() { heard_.clear(); }
 

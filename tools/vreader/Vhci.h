@@ -19,14 +19,14 @@ class Vhci {
   Vhci(const Vhci&) = delete;
   Vhci& operator=(const Vhci&) = delete;
 
-  /// Makes the adapter; answers what went wrong, if anything.
+  /// Makes the adapter; returns what went wrong, if anything.
   std::optional<std::string> open(const std::string& path);
   /// The adapter's number: 0 for hci0.
   [[nodiscard]] int adapter() const noexcept { return adapter_; }
   [[nodiscard]] int fileDescriptor() const noexcept { return descriptor_; }
   /// The next packet for the controller; absent when there is none just now.
   std::optional<Bytes> read();
-  /// One packet for the host, lost while the adapter is down; answers what went wrong, if anything.
+  /// One packet for the host, lost while the adapter is down; returns what went wrong, if anything.
   std::optional<std::string> write(const Bytes& packet);
 
  private:

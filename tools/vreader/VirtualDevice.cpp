@@ -212,7 +212,7 @@ void VirtualDevice::sendReplies() {
 
 VirtualDevice::Refusal VirtualDevice::whyNoNotification(std::uint16_t handle,
                                                         std::size_t length) const {
-  if (!settings_.family) return "it is no reader";
+  if (!settings_.family) return "it is not a reader";
   if (!session_) return "it has no link";
   if (!isHeard()) return inRange_ ? "it is silent" : "it is out of range";
   if (!session_->server.notifies(handle)) return "the host has not subscribed";

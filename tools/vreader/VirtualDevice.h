@@ -1,9 +1,9 @@
-// One virtual device: a reader of either family, or a peripheral that is no reader. It advertises,
-// serves its attributes, plays the reader script, and does what orders ask of it.
+// One virtual device: a reader of either family, or a peripheral that is not a reader. It
+// advertises, serves its attributes, plays the reader script, and does what orders ask of it.
 //
 // Threads: the run loop's.
 // Lifetime: its timers end with it; it outlives its link.
-// Errors: an order that can not be carried out answers why. Nothing is thrown.
+// Errors: an order that cannot be carried out returns why. Nothing is thrown.
 #pragma once
 
 #include <cstdint>
@@ -48,7 +48,7 @@ struct Burst {
   std::uint32_t count = 0;
   /// The length of each value; of the first one where they grow.
   std::size_t length = 0;
-  /// Values grow by a byte each up to this length and begin anew; absent: they do not grow.
+  /// Values grow by a byte each up to this length and begin again; absent: they do not grow.
   std::optional<std::size_t> longest = std::nullopt;
   /// How many leave together, and how long after them the next.
   std::uint32_t perEvent = 6;
@@ -145,7 +145,7 @@ class VirtualDevice final : public RemoteDevice, private AttServer::Application 
   DeviceSettings settings_;
   const EventSink events_;
   AttributeDatabase database_;
-  // The values that replies and commands travel on; those of what is no reader are 0.
+  // The values that replies and commands travel on; those of what is not a reader are 0.
   std::uint16_t rxHandle_ = 0;
   std::uint16_t txHandle_ = 0;
   simulated::ReaderConversation conversation_;

@@ -9,10 +9,10 @@
 
 namespace kestrin::c {
 
-/// Keeps the text for this thread and answers `status`.
+/// Keeps the text for this thread and returns `status`.
 kestrin_status fail(kestrin_status status, const char* text) noexcept;
 
-/// What `work` answers, or KESTRIN_FAILED with what the exception says.
+/// What `work` returns, or KESTRIN_FAILED with what the exception says.
 template <class Work>
 kestrin_status guarded(const Work& work) noexcept {
   try {

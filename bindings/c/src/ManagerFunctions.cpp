@@ -116,7 +116,7 @@ kestrin_status kestrin_send(kestrin_manager* manager, const uint8_t* frame, size
     if (frame == nullptr && length > 0) return fail(KESTRIN_INVALID_ARGUMENT, "the frame is NULL");
     if (it.send(kestrin::NSData(std::span(frame, length)))) return KESTRIN_OK;
     return fail(KESTRIN_NOT_WRITTEN,
-                "the reader's transmit characteristic is not known or can not be written");
+                "the reader's transmit characteristic is not known or cannot be written");
   });
 }
 

@@ -5,7 +5,7 @@
     platform = kestrin.SimulatedPlatform(virtual_time=True)
     platform.add_reader("KVR-0417")
 
-`Reader` holds one reader, brings it back after a loss, and tells handlers what happens; with asyncio
+`Reader` holds one reader, brings it back after a loss, and calls handlers; with asyncio
 `AsyncReader` works one step by step. `KestrinBleMgr` below them is the library's manager itself, whose
 names are kept letter for letter.
 """

@@ -56,7 +56,7 @@ _HANDLERS = {
 
 
 class KestrinBleMgr(_core.ManagerBase):
-    """Works a handheld RFID reader. It tells its delegates, which it holds weakly, and its handlers,
+    """Works a handheld RFID reader. It calls its delegates, which it holds weakly, and its handlers,
     which it holds: each is a function of the argument that the delegate's method of the same event
     gets. What one of them raises goes to `sys.unraisablehook`, and everything goes on; only
     KeyboardInterrupt and SystemExit leave the operation that is under way.
@@ -147,7 +147,7 @@ class KestrinBleMgr(_core.ManagerBase):
         self._receiver = _weakly(receiver, _RECEIVER, "receiver")
 
     def release(self) -> None:
-        """Closes the link, tells nobody, and lets go of everything. The manager can not be used any
+        """Closes the link, calls nobody, and lets go of everything. The manager cannot be used any
         more; releasing it again does nothing."""
         self._release()
 
@@ -180,13 +180,13 @@ def _install(platform: Callable[[], Platform]) -> Platform:
 
 
 def install_bluez(adapter: str | None = None, bus_address: str | None = None) -> Platform:
-    """Makes the real radio that of `KestrinBleMgr.sharedInstance`, and answers its platform. Once,
+    """Makes the real radio that of `KestrinBleMgr.sharedInstance`, and returns its platform. Once,
     before that is first called."""
     return _install(lambda: BluezPlatform(adapter, bus_address, _make=_core.install_bluez))
 
 
 def install_simulated(*, seed: int = 1) -> SimulatedPlatform:
-    """Makes a simulated radio in real time that of `KestrinBleMgr.sharedInstance`, and answers its
+    """Makes a simulated radio in real time that of `KestrinBleMgr.sharedInstance`, and returns its
     platform. Once, before that is first called."""
     platform = _install(lambda: SimulatedPlatform(seed=seed, _make=_core.install_simulated))
     assert isinstance(platform, SimulatedPlatform)

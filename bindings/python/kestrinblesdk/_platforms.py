@@ -72,7 +72,7 @@ class Platform(_core.PlatformBase):
         self._post(key)
 
     def arm(self, delay: float, task: Callable[[], object]) -> int:
-        """Has the run loop call `task` once, in so many seconds. Answers a number for `cancel`."""
+        """Has the run loop call `task` once, in so many seconds. Returns a number for `cancel`."""
         key = self._keep(task)
         self._timers[key] = self._arm(delay, key)
         return key
@@ -168,7 +168,7 @@ class SimulatedPlatform(Platform):
         return VirtualPeripheral(self, made, name)
 
     def add_peripheral(self, name: str | None) -> VirtualPeripheral:
-        """A peripheral in range that is no reader. A name of None is never advertised."""
+        """A peripheral in range that is not a reader. A name of None is never advertised."""
         return VirtualPeripheral(self, _core.add_peripheral(self, name), name)
 
     def simulate_state(self, state: CBManagerState) -> None:

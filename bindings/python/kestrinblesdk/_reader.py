@@ -69,7 +69,7 @@ class SeenReader(NamedTuple):
 
 class Reader(_core.ReaderBase):
     """One reader, held: found, connected to and brought back after a loss, for as long as you keep
-    it. Nothing blocks. What happens it tells its handlers, each a function or None; what one of them
+    it. Nothing blocks. What happens it reports to its handlers, each a function or None; what one of them
     raises goes to `sys.unraisablehook`, and everything goes on.
 
     It is used on its platform's thread, and `with` releases it at the end. docs/link.md has its
@@ -188,7 +188,7 @@ class Reader(_core.ReaderBase):
         self._close(self._keep(done))
 
     def release(self) -> None:
-        """Closes the link and calls nobody again. The reader can not be used any more; releasing it
+        """Closes the link and calls nobody again. The reader cannot be used any more; releasing it
         again does nothing."""
         self._release()
         self._ends.clear()
@@ -391,7 +391,7 @@ class AsyncReader:
         try:
             await self.close()
         except TimeoutError:
-            # What went wrong before tells more.
+            # What went wrong before says more.
             if error is None:
                 raise
         finally:
@@ -418,7 +418,7 @@ class AsyncReader:
 
     async def frames(self, *, limit: float | None = None) -> AsyncIterator[NSData]:
         """Every frame as it comes. It ends when the reader is unplugged, or when no frame has come
-        within `limit`; `is_plugged_in` tells which."""
+        within `limit`; `is_plugged_in` says which."""
         while True:
             try:
                 frame = await self.receive(limit=limit)
@@ -465,7 +465,7 @@ class AsyncReader:
             lambda: None if reader.has_link else True, limit, lambda: "the link did not go down"
         )
 
-    # What the reader tells.
+    # What the reader reports.
 
     def _take(self, frame: NSData) -> None:
         self._frames.append(frame)

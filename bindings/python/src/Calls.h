@@ -51,7 +51,7 @@ class WeakReference {
 class KeptInterrupt {
  public:
   /// Takes the exception that is set: keeps it, or reports it as one that nobody can catch, which
-  /// `culprit` has raised. Answers whether it was kept.
+  /// `culprit` has raised. Returns whether it was kept.
   bool take(py::handle culprit) noexcept;
   /// Raises what was kept.
   void raise();

@@ -29,7 +29,7 @@ class Listeners final : public KestrinBLEProtocols, public RcpReceiver {
  private:
   template <class MakeArgument>
   void tell(const char* callback, const MakeArgument& makeArgument) noexcept {
-    // Whoever turns the loop holds the parts; a manager without them tells nobody anything.
+    // Whoever turns the loop holds the parts; a manager without them calls nobody.
     const auto parts = parts_.lock();
     if (!parts || !pythonIsThere()) return;
     const py::gil_scoped_acquire lock;
@@ -150,10 +150,11 @@ using ManagerClass = py::class_<ManagerHandle>;
 void defineLink(ManagerClass& manager) {
   manager
       .def("scanBLE", plainly(&KestrinBleMgr::scanBLE),
-           "Tells the scan delegate 0, drops the connection to the last reader, and scans. Always "
+           "Calls the scan delegate with 0, drops the connection to the last reader, and scans. "
+           "Always "
            "True, also with the radio off: the scan then starts when it is powered on.")
       .def("stopSacnBLE", plainly(&KestrinBleMgr::stopSacnBLE),
-           "Tells the scan delegate 1 and stops the scan.")
+           "Calls the scan delegate with 1 and stops the scan.")
       .def("connectBLE", &connect, py::arg("peripheral"),
            "Stops the scan and connects, however long that takes. The receiver hears "
            "`plugChangedStatus(True)` when the link can be used.")
@@ -165,7 +166,7 @@ void defineLink(ManagerClass& manager) {
       .def("isOpened", plainly(&KestrinBleMgr::isOpened), "The same as `open`.")
       .def(
           "close", plainly(&KestrinBleMgr::close),
-          "Drops the link or the attempt, stops the scan and tells the receiver "
+          "Drops the link or the attempt, stops the scan and calls the receiver's "
           "`plugChangedStatus(False)` at once. `open` stays true until the link is down, which the "
           "receiver hears as a second False.");
 }
@@ -174,13 +175,13 @@ void defineTraffic(ManagerClass& manager) {
   manager
       .def("send", withData(&KestrinBleMgr::send, "a frame"), py::arg("frame"),
            "Sends one whole frame, CRC included, in slices of 20 bytes; blocks for 0.05 s per full "
-           "one, in which other threads run. Answers whether the last slice was handed to the "
+           "one, in which other threads run. Returns whether the last slice was handed to the "
            "radio.")
       .def("sendPower", withData(&KestrinBleMgr::sendPower, "a frame"), py::arg("frame"),
            "The same as `send`.")
       .def("writeRawData", withData(&KestrinBleMgr::writeRawData, "a slice"), py::arg("slice"),
            "Writes one slice of at most 20 bytes as it is; False when the reader's transmit "
-           "characteristic is not known or can not be written.")
+           "characteristic is not known or cannot be written.")
       .def("readData", withData(&KestrinBleMgr::readData, "what a reader sends"), py::arg("data"),
            "Takes bytes as if the reader had sent them and delivers every whole frame. Always 0.");
 }

@@ -30,7 +30,8 @@ struct Parts : std::enable_shared_from_this<Parts> {
   void takeException(py::handle culprit) noexcept {
     if (interrupt.take(culprit) && running) loop->stop();
   }
-  /// Turns the loop until `deadline`, for ever without one, or until `done`; answers whether it is.
+  /// Turns the loop until `deadline`, without end without one, or until `done`; returns whether it
+  /// is.
   bool turnUntil(std::optional<Time> deadline, const std::function<bool()>& done);
   void stop();
 
@@ -40,7 +41,7 @@ struct Parts : std::enable_shared_from_this<Parts> {
   std::unique_ptr<simulated::SimulatedPlatform> simulated;
   std::shared_ptr<simulated::SimulatedRadio> simulatedRadio;
   bool virtualTime = false;
-  /// Whether this is the group that `Platform::systemDefault()` answers.
+  /// Whether this is the group that `Platform::systemDefault()` returns.
   bool systemDefault = false;
   const std::thread::id thread = std::this_thread::get_id();
   KeptInterrupt interrupt;

@@ -199,12 +199,12 @@ void defineTurning(PlatformClass& platform) {
           "run_for", [](const PlatformHandle& it, double seconds) { runUntil(it, {}, seconds); },
           py::arg("seconds"), "Turns the run loop for so long, or until `stop`.")
       .def("run_until", &runUntil, py::arg("done"), py::arg("limit"),
-           "Turns the run loop until `done` answers true, asked before each turn. False when "
+           "Turns the run loop until `done` returns true, asked before each turn. False when "
            "`limit` "
            "seconds have passed before, or `stop` was called.")
       .def(
           "run_one_turn", &runOneTurn,
-          "Runs what is due and waits for nothing; answers whether anything ran. For an event loop "
+          "Runs what is due and waits for nothing; returns whether anything ran. For an event loop "
           "that watches `file_descriptor`.")
       .def(
           "stop", [](const PlatformHandle& it) { it.get().stop(); },

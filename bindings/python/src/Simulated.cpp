@@ -105,7 +105,7 @@ void defineSimulated(py::module_& module) {
   module.def("add_reader", &addReader, py::arg("platform"), py::arg("name"),
              py::arg("is_of_q62t_family"), "A reader in range of a simulated radio.");
   module.def("add_peripheral", &addPeripheral, py::arg("platform"), py::arg("name"),
-             "A peripheral in range of a simulated radio that is no reader.");
+             "A peripheral in range of a simulated radio that is not a reader.");
   module.def("simulate_state", &simulateState, py::arg("platform"), py::arg("state"),
              "Brings a simulated radio into a state.");
 }

@@ -123,7 +123,7 @@ void defineAttributes(HandleClass& reader) {
                 [&] { return it.peripheral->simulateNotification(uuidFrom(uuid), data); });
           },
           py::arg("characteristic"), py::arg("value"),
-          "Notifies one value as it stands. Answers whether anybody is subscribed.");
+          "Notifies one value as it stands. Returns whether anybody is subscribed.");
 }
 
 /// Has the Python platform answer a command for the reader with that identifier.

@@ -60,7 +60,7 @@ void Bus::call(const Call& call, Reply reply) {
     pending.proxy = makeProxy(*connection_, call.destination, call.path);
     auto message = makeCall(*pending.proxy, call.interface, call.method);
     if (call.arguments) call.arguments(message);
-    // Limits are timers of the radio's own thread; the bus library is told to wait for ever.
+    // Limits are timers of the radio's own thread; the bus library is told to wait without end.
     callWithoutLimit(*pending.proxy, message,
                      [this, number](const sdbus::Error* error, sdbus::MethodReply& answer) {
                        this->answer(number,

@@ -4,7 +4,7 @@
 // given them.
 // Lifetime: a call's handler is called exactly once, also when the connection is lost, but not any
 // more after `close`.
-// Errors: nothing is thrown. A call that can not be made is answered with an error.
+// Errors: nothing is thrown. A call that cannot be made is answered with an error.
 #pragma once
 
 #include <cstdint>
@@ -44,11 +44,11 @@ class Bus final : public PollSource {
   Bus(BusThread& thread, std::function<void()> lost);
   ~Bus() override;
 
-  /// Connects to the bus at `address`, or to the system bus; answers why it could not.
+  /// Connects to the bus at `address`, or to the system bus; returns why it could not.
   std::optional<CallError> open(const std::optional<std::string>& address);
   void close();
   [[nodiscard]] bool isOpen() const noexcept { return connection_ != nullptr; }
-  /// Answers whether the bus took the match.
+  /// Returns whether the bus took the match.
   bool subscribe(const std::string& match, SignalHandler handler);
   void call(const Call& call, Reply reply);
 

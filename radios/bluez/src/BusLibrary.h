@@ -106,7 +106,7 @@ inline void addMatch(sdbus::IConnection& connection, const std::string& match,
 #endif
 }
 
-/// Handles one message that waits, and answers whether there was one.
+/// Handles one message that waits, and returns whether there was one.
 inline bool processOne(sdbus::IConnection& connection) {
 #if KESTRIN_SDBUS_MAJOR == 1
   return connection.processPendingRequest();
@@ -115,10 +115,10 @@ inline bool processOne(sdbus::IConnection& connection) {
 #endif
 }
 
-/// How long there is nothing to process unless something arrives; absent: for ever.
+/// How long there is nothing to process unless something arrives; absent: without end.
 ///
 /// Version 2 has a descriptor besides, which wakes a loop when another thread has used the
-/// connection. Whoever uses it on one thread, and asks anew before each wait, needs none.
+/// connection. Whoever uses it on one thread, and asks again before each wait, needs none.
 inline std::optional<Time> timeToNextEvent(const sdbus::IConnection::PollData& poll) {
 #if KESTRIN_SDBUS_MAJOR == 1
   const auto left = poll.getRelativeTimeout();

@@ -61,7 +61,7 @@ class Centrals {
   void remove(std::uint64_t id) { records_.erase(id); }
   [[nodiscard]] std::optional<LinkHolder> holder(std::uint64_t id) const;
 
-  /// Starts a scan; `number` tells its sightings from those of other scans. Answers whether it is
+  /// Starts a scan; `number` tells its sightings from those of other scans. Returns whether it is
   /// honoured.
   bool scan(std::uint64_t id, std::uint64_t number, const UUIDs& services);
   void stopScan(std::uint64_t id);

@@ -1,7 +1,7 @@
 // From the daemon's properties and texts to this library's values, and back. Pure functions.
 //
 // The daemon's maps are not trusted: a property of another type than documented counts as not
-// said, a text that is no UUID names nothing.
+// said, a text that is not a UUID names nothing.
 //
 // Threads: a D-Bus variant belongs to one thread at a time; everything else any.
 // Lifetime: nothing is kept. Errors: nothing is thrown; absence says that there is no such value.

@@ -28,7 +28,7 @@ enum class Availability {
   noBus,         ///< There is no message bus, or it has gone.
   noDaemon,      ///< Nobody owns the daemon's name.
   refused,       ///< The bus does not let this user talk to the daemon.
-  notAnswering,  ///< The daemon's name is owned but its objects can not be listed.
+  notAnswering,  ///< The daemon's name is owned but its objects cannot be listed.
   ready,
 };
 
@@ -76,7 +76,7 @@ class Daemon {
   /// Calls a method of one of the daemon's objects. The handler is called once, later.
   void call(const std::string& path, const std::string& interface, const std::string& method,
             Time limit, std::function<void(sdbus::MethodCall&)> arguments, Bus::Reply reply);
-  /// Lists a device's services and characteristics anew, then calls `done`. The signals that
+  /// Lists a device's services and characteristics again, then calls `done`. The signals that
   /// announce them may come after the one that calls them resolved.
   void refreshServices(const std::string& device, std::function<void()> done);
 

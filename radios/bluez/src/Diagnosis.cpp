@@ -41,7 +41,7 @@ bool isTimeout(const CallError& error) {
 Finding busFinding(const DiagnosisFacts& facts) {
   const auto& error = facts.daemon.busTrouble;
   if (!error) return good(kBusSubject, "answers");
-  const std::string text = "can not be used: " + error->message;
+  const std::string text = "cannot be used: " + error->message;
   if (isRefusal(*error)) {
     return trouble(kBusSubject, text, "let user " + facts.user.name + " use it, or run as root");
   }
@@ -131,7 +131,7 @@ Finding adapterFinding(const std::string& path, const AdapterFacts& adapter, boo
   text += adapter.object.powered ? ", powered on" : ", powered off";
   if (!used) return good(subject, text + ", not in use");
   if (!adapter.isCentral) {
-    return trouble(subject, text + ", can not connect to devices", "use another adapter");
+    return trouble(subject, text + ", cannot connect to devices", "use another adapter");
   }
   if (adapter.object.powered) return good(subject, text);
   return trouble(
@@ -183,7 +183,7 @@ Diagnosis diagnose(const Options& options) {
   } catch (const std::exception& error) {
     // This machine is short of memory or threads.
     return {.scanWorks = false,
-            .findings = {trouble(kBusSubject, std::string("can not be looked at: ") + error.what(),
+            .findings = {trouble(kBusSubject, std::string("cannot be looked at: ") + error.what(),
                                  "end other programs")}};
   }
 }

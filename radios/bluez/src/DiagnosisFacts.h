@@ -17,7 +17,7 @@
 
 namespace kestrin::bluez {
 
-/// Where the kernel tells of radios.
+/// Where the kernel lists radios.
 struct MachinePlaces {
   std::string blocks = "/sys/class/rfkill";
   std::string adapters = "/sys/class/bluetooth";

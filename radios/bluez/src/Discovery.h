@@ -2,7 +2,7 @@
 // connection, so all central managers and all searches share it.
 //
 // Threads: the radio's own thread. Lifetime: what calls back is held weakly.
-// Errors: a session that can not be started is tried again with a growing pause as long as it is
+// Errors: a session that cannot be started is tried again with a growing pause as long as it is
 // wanted; a refusal is reported.
 #pragma once
 

@@ -10,7 +10,7 @@
 //
 // Threads: `start` and `stop` on one thread; the handlers are called on the stream's own.
 // Lifetime: owns the descriptor and the thread. After `stop` no handler is called.
-// Errors: `start` answers null when the system gives no thread or the descriptor is no socket.
+// Errors: `start` returns null when the system gives no thread or the descriptor is not a socket.
 #pragma once
 
 #include <atomic>

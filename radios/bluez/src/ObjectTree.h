@@ -39,7 +39,7 @@ class ObjectTree {
   std::vector<ObjectNews> add(const std::string& path, const InterfaceMap& interfaces);
   ObjectNews change(const std::string& path, const std::string& interface,
                     const PropertyMap& changed, const std::vector<std::string>& invalidated);
-  /// Interfaces have gone; answers what the object was here.
+  /// Interfaces have gone; returns what the object was here.
   std::vector<ObjectKind> remove(const std::string& path,
                                  const std::vector<std::string>& interfaces);
 

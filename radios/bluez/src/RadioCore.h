@@ -1,5 +1,5 @@
-// Everything a session knows and does, on its own thread: it hears the daemon and tells the central
-// managers, the links and the discovery sessions.
+// Everything a session knows and does, on its own thread: it hears the daemon and reports to the
+// central managers, the links and the discovery sessions.
 //
 // Threads: the radio's own thread, except for the constructor.
 // Lifetime: started, run and stopped by its session's thread.

@@ -29,7 +29,7 @@ std::string stateReason(const StateFacts& facts) {
     case Availability::unknown:
       return "the Bluetooth daemon has not answered yet: ask again in a moment";
     case Availability::noBus:
-      return "the system message bus can not be reached (" + facts.busTrouble +
+      return "the system message bus cannot be reached (" + facts.busTrouble +
              "): start it with 'systemctl start dbus'";
     case Availability::noDaemon:
       return "the Bluetooth daemon is not running: install the package bluez and start it with "

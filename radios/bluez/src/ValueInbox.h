@@ -45,9 +45,9 @@ class Values {
 
 class ValueInbox {
  public:
-  /// Adds values; answers whether somebody must be told to take what is there.
+  /// Adds values; returns whether somebody must be told to take what is there.
   bool add(std::span<const ValueBytes> values);
-  /// Lets values through from now on; answers as `add` does.
+  /// Lets values through from now on; returns as `add` does.
   bool open();
   const Values& take();
 

@@ -68,7 +68,7 @@ def send_lines(build):
 
 def loop_lines(build):
     times = build["times"]
-    for what, words in (("arm-and-cancel", "arm and cancel"), ("rearm", "arm anew"),
+    for what, words in (("arm-and-cancel", "arm and cancel"), ("rearm", "arm again"),
                         ("arm-and-fire", "arm and fire")):
         for pending in (100, 10000):
             yield ratio_line(LOOP, f"{words}, {pending:,} pending / 1 pending",

@@ -23,7 +23,7 @@ def run(*words, **options):
 
 
 def run_aloud(*words):
-    """A command that takes long and tells how far it is."""
+    """A command that takes long and says how far it is."""
     status = subprocess.run(words, cwd=ROOT).returncode
     if status != 0:
         raise Unusable(f"status {status}: {' '.join(words)}")

@@ -16,7 +16,7 @@ ANSWER = kestrin.build_frame(0x01, 0x22, bytes(range(37)))
 
 
 class Heard:
-    """Everything that a reader tells."""
+    """Everything that a reader reports."""
 
     def __init__(self, reader: Reader) -> None:
         self.phases: list[ReaderPhase] = []

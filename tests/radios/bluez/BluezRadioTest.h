@@ -66,7 +66,7 @@ class BluezRadioTest : public testing::Test {
   void discoverCharacteristics();
   void subscribe();
 
-  /// Turns the main run loop until `done` answers true; false when that takes far too long.
+  /// Turns the main run loop until `done` returns true; false when that takes far too long.
   bool waitFor(const std::function<bool()>& done);
   bool waitForCount(EventKind kind, std::size_t count);
   /// Waits until the radio's thread has heard all that was asked and said before; the main run loop

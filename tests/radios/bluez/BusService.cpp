@@ -95,7 +95,7 @@ std::optional<PollSource::Wait> BusService::wait() noexcept {
   }
 }
 
-// One message in a round, so that changed objects are published anew before the next one.
+// One message in a round, so that changed objects are published again before the next one.
 void BusService::process() noexcept {
   for (const auto& path : std::exchange(stale_, {})) {
     if (objects_.contains(path)) publish(path);

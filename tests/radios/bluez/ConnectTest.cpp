@@ -83,7 +83,7 @@ TEST_F(BluezConnect, AFailedAttemptIsRepeatedWithAGrowingPauseUntilItSucceeds) {
     EXPECT_EQ(daemon->count("Connect"), ++calls);
   }
   EXPECT_TRUE(waitForCount(EventKind::connected, 1));
-  EXPECT_EQ(count(EventKind::disconnected), 0U) << "a failed attempt is no report";
+  EXPECT_EQ(count(EventKind::disconnected), 0U) << "a failed attempt is not a report";
 }
 
 TEST_F(BluezConnect, CancellingAPausedAttemptGivesOneReportAndEndsTheAttempts) {

@@ -97,7 +97,7 @@ TEST(Diagnosis, WithoutAMessageBusNothingBehindItIsSeen) {
   EXPECT_FALSE(diagnosis.scanWorks);
   EXPECT_EQ(subjects(diagnosis), "message bus, (daemon), (permission), radio block, (adapter)");
   EXPECT_EQ(troubles(diagnosis),
-            "message bus: can not be used: no such file -> install the package dbus, 'systemctl "
+            "message bus: cannot be used: no such file -> install the package dbus, 'systemctl "
             "start dbus'\n");
 }
 
@@ -105,10 +105,10 @@ TEST(Diagnosis, ABusThatRefusesTheUserOrDoesNotAnswerHasAdviceOfItsOwn) {
   DiagnosisFacts facts = healthy();
   facts.daemon.busTrouble = CallError{"org.freedesktop.DBus.Error.AccessDenied", "denied"};
   EXPECT_EQ(troubles(conclude(facts)),
-            "message bus: can not be used: denied -> let user ada use it, or run as root\n");
+            "message bus: cannot be used: denied -> let user ada use it, or run as root\n");
   facts.daemon.busTrouble = CallError{"org.freedesktop.DBus.Error.Timeout", "silent"};
   EXPECT_EQ(troubles(conclude(facts)),
-            "message bus: can not be used: silent -> see 'systemctl status dbus'; a restart of the "
+            "message bus: cannot be used: silent -> see 'systemctl status dbus'; a restart of the "
             "machine helps\n");
 }
 
@@ -207,7 +207,7 @@ TEST(Diagnosis, AnAdapterThatIsNoCentralCanNotBeUsed) {
   facts.daemon.adapters["/org/bluez/hci0"].isCentral = false;
   EXPECT_FALSE(conclude(facts).scanWorks);
   EXPECT_EQ(troubles(conclude(facts)),
-            "adapter hci0: C0:DE:00:00:00:00 'desk', powered on, can not connect to devices -> use "
+            "adapter hci0: C0:DE:00:00:00:00 'desk', powered on, cannot connect to devices -> use "
             "another adapter\n");
 }
 

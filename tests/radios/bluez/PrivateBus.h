@@ -2,7 +2,7 @@
 // are needed.
 //
 // Threads: one at a time. Lifetime: the bus ends with the object.
-// Errors: a bus that can not be started fails the test, saying why.
+// Errors: a bus that cannot be started fails the test, saying why.
 #pragma once
 
 #include <sys/types.h>

@@ -101,7 +101,7 @@ TEST_F(BluezRequest, NotifiedValuesComeInOrderEmptyOnesToo) {
   ASSERT_TRUE(waitForCount(EventKind::value, sent.size()));
   settle();
   EXPECT_EQ(values(), sent);
-  EXPECT_EQ(count(EventKind::disconnected), 0U) << "an empty value is no hang-up";
+  EXPECT_EQ(count(EventKind::disconnected), 0U) << "an empty value is not a hang-up";
 }
 
 class BluezNoDescriptor : public BluezRequest, public testing::WithParamInterface<const char*> {};

@@ -57,7 +57,7 @@ class StandInDaemon {
   [[nodiscard]] std::vector<NSData> writes() const;
   /// The options of the last call that had some, as `type=request`.
   [[nodiscard]] std::string options() const;
-  /// Answers the calls of `method` that fell on `silence`, as if they had worked. Their objects
+  /// Returns the calls of `method` that fell on `silence`, as if they had worked. Their objects
   /// must not have got or lost properties since.
   void answerHeld(const std::string& method);
   void failHeld(const std::string& method);

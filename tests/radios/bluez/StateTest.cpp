@@ -41,7 +41,7 @@ class BluezStateRefused : public BluezRadioTest {
 TEST_F(BluezState, IsUnsupportedWithoutABusAndSaysSo) {
   bus.kill();
   EXPECT_EQ(firstState(), State::unsupported);
-  EXPECT_TRUE(reasonSays("message bus can not be reached")) << radio->stateReason();
+  EXPECT_TRUE(reasonSays("message bus cannot be reached")) << radio->stateReason();
 }
 
 TEST_F(BluezState, IsUnsupportedWithoutADaemonAndSaysSo) {

@@ -205,7 +205,7 @@ int main(int argumentCount, char** arguments) {
   testing::InitGoogleTest(&argumentCount, arguments);
   const std::string missing = kestrin::test::whatIsMissing();
   if (!missing.empty()) {
-    std::cerr << "The contract can not be tried: " << missing << '\n';
+    std::cerr << "The contract cannot be tried: " << missing << '\n';
     return 1;
   }
   auto& listeners = testing::UnitTest::GetInstance()->listeners();

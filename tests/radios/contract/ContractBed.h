@@ -3,7 +3,7 @@
 // a bed of its own.
 //
 // Threads: on the thread that turns the main run loop. Lifetime: one bed per test; central managers
-// may outlive it. Errors: an order that can not be given fails the test.
+// may outlive it. Errors: an order that cannot be given fails the test.
 #pragma once
 
 #include <functional>
@@ -24,7 +24,7 @@ class ContractBed {
   virtual std::shared_ptr<Radio> radio() = 0;
   /// Drops everything that the bed holds of the radio.
   virtual void dropRadio() = 0;
-  /// Turns the main run loop until `done` answers true; false when that took longer than the
+  /// Turns the main run loop until `done` returns true; false when that took longer than the
   /// slowest thing that the contract knows, a connection to a reader that has just come back.
   virtual bool runUntil(const std::function<bool()>& done) = 0;
   /// Turns the main run loop for as long as anything that was asked for, except for a connection,
@@ -44,7 +44,7 @@ class ContractBed {
   virtual void notify(const std::vector<NSData>& values) = 0;
   /// Whether subscriptions are answered with an error.
   virtual void refuseSubscriptions(bool refuse) = 0;
-  /// Why a characteristic whose subscription was refused once can not be subscribed to later; empty
+  /// Why a characteristic whose subscription was refused once cannot be subscribed to later; empty
   /// where it can.
   [[nodiscard]] virtual std::string whyRefusedSubscriptionsStayRefused() const { return {}; }
   /// Whether a link is up, by the reader's own account.

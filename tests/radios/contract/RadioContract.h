@@ -68,7 +68,7 @@ class RadioContract : public testing::TestWithParam<ContractBedFactory> {
   void write(CBPeripheral& peripheral, const std::shared_ptr<CBCharacteristic>& characteristic,
              const std::optional<NSData>& value);
 
-  // Whole steps, each waited for; a step that fails fails the test and answers null or false.
+  // Whole steps, each waited for; a step that fails fails the test and returns null or false.
   /// The reader's object, found by a scan that is then stopped.
   std::shared_ptr<CBPeripheral> findReader(CBCentralManager& central);
   [[nodiscard]] bool waitFor(EventKind kind, std::size_t count = 1);

@@ -45,7 +45,7 @@ std::string checkSeconds(const std::string& text) {
   const auto result = std::from_chars(text.data(), end, seconds);
   const bool number = result.ec == std::errc() && result.ptr == end;
   if (number && std::isfinite(seconds) && seconds >= 0 && seconds <= kMost) return "";
-  return "'" + printable(text) + "' is no number of seconds, as in 2 or 0.5";
+  return "'" + printable(text) + "' is not a number of seconds, as in 2 or 0.5";
 }
 
 /// An empty NAME is most often a variable that a script forgot to set, and would fit every reader.
@@ -271,7 +271,7 @@ std::string unexpectedInWords(const CLI::App& app, const CLI::App* command,
                         typed);
 }
 
-/// Help and version are no errors; everything else is wrong usage, told in one line.
+/// Help and version are not errors; everything else is wrong usage, told in one line.
 int tellParseResult(const CLI::App& app, const CLI::ParseError& error, Console& console) {
   if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
     std::ostringstream text;

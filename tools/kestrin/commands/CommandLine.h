@@ -8,7 +8,7 @@ namespace kestrin::app {
 
 class Console;
 
-/// Runs the command that the arguments name and answers the exit status.
+/// Runs the command that the arguments name and returns the exit status.
 int runCommandLine(int argumentCount, const char* const* arguments, Console& console);
 
 }  // namespace kestrin::app

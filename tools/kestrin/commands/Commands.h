@@ -1,7 +1,7 @@
 // The commands of this application, one file each, and what they are told on the command line.
 //
 // Threads: each runs on the thread that calls it until it is done.
-// Errors: each answers the exit status and says on the console what was wrong.
+// Errors: each returns the exit status and says on the console what was wrong.
 #pragma once
 
 #include <cstdint>
@@ -83,7 +83,7 @@ struct SendRequest {
   /// Whether the output is JSON.
   bool json = false;
 };
-/// Reads the frames of a command line; on an error says so and answers false.
+/// Reads the frames of a command line; on an error says so and returns false.
 bool readFrames(const std::vector<std::string>& texts, SendRequest& request, Console& console);
 /// Sends frames to a reader and prints what it answers.
 int runSend(const SendRequest& request, RadioEnvironment& environment, Console& console);

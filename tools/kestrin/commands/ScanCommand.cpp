@@ -130,7 +130,7 @@ int runScan(const ScanRequest& request, RadioEnvironment& environment, Console& 
   manager.stopSacnBLE();
   console.flush();
   if (watch.unusable() || (!everOn && !environment.interrupted())) {
-    console.note("can not scan: " + printable(watch.description()));
+    console.note("cannot scan: " + printable(watch.description()));
     return kFailure;
   }
   return finishOutput(console);

@@ -31,7 +31,7 @@ bool sendAll(const SendRequest& request, ReaderSession& session, Console& consol
     console.note(session.readerName() + ": " +
                  (session.plugged()
                       ? placeOf(i, count) + " was refused: the reader's transmit "
-                                            "characteristic is missing or can not be "
+                                            "characteristic is missing or cannot be "
                                             "written"
                       : "the link was lost before " + placeOf(i, count) + " was sent"));
     return false;
@@ -69,7 +69,7 @@ bool readFrames(const std::vector<std::string>& texts, SendRequest& request, Con
     const std::string reason = whyNoFrame(request.frames[i]);
     if (!reason.empty()) {
       console.note("warning: FRAME " + std::to_string(i + 1) +
-                   " is no whole frame and is sent as " + "it is: " + reason);
+                   " is not a whole frame and is sent as " + "it is: " + reason);
     }
   }
   return true;

@@ -37,15 +37,15 @@ std::string tellUnexpected(const std::vector<KnownCommand>& commands, const Know
     std::vector<std::string> names;
     names.reserve(commands.size());
     for (const KnownCommand& command : commands) names.push_back(command.name);
-    return "'" + typed + "' is no command" + suggestion(typed, names);
+    return "'" + typed + "' is not a command" + suggestion(typed, names);
   }
   const std::string option = typed.substr(0, typed.find('='));
   const std::string owners = commandsWith(commands, option);
   if (!inCommand && !owners.empty()) {
     return "'" + option + "' is written behind a command; it belongs to " + owners;
   }
-  const std::string text = "'" + option + "' is no option of " + here.name;
-  // Another command's option is no mistyped one.
+  const std::string text = "'" + option + "' is not an option of " + here.name;
+  // Another command's option is not a mistyped one.
   return owners.empty() ? text + suggestion(option, here.options) : text + ", but of " + owners;
 }
 

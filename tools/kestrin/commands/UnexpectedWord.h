@@ -14,8 +14,8 @@ struct KnownCommand {
   std::vector<std::string> options;
 };
 
-/// `'--timout' is no option of monitor; did you mean --timeout?`. `here` is the command in which
-/// the word stands; without `inCommand` it is the program, in front of any command.
+/// `'--timout' is not an option of monitor; did you mean --timeout?`. `here` is the command in
+/// which the word stands; without `inCommand` it is the program, in front of any command.
 std::string tellUnexpected(const std::vector<KnownCommand>& commands, const KnownCommand& here,
                            bool inCommand, const std::string& typed);
 

@@ -32,7 +32,7 @@ class Console {
   void holdOutput() { holding_ = true; }
   /// Writes what is held.
   void flush();
-  /// Shows `text` as the live line; nothing where standard error is no terminal.
+  /// Shows `text` as the live line; nothing where standard error is not a terminal.
   void live(std::string_view text);
   /// Whether `live` shows anything.
   [[nodiscard]] bool hasLiveLine() const noexcept { return terminal_; }

@@ -9,7 +9,7 @@
 
 namespace kestrin::app {
 
-/// Writes all of `text`, waiting where there is no room; why not, where that can not be done.
+/// Writes all of `text`, waiting where there is no room; why not, where that cannot be done.
 std::optional<std::error_code> writeAll(int descriptor, std::string_view text);
 
 }  // namespace kestrin::app

@@ -77,7 +77,7 @@ std::string applicationLabel(const RecordedEvent& event) {
     case RecordedKind::call:
       return callLabel(event);
     case RecordedKind::sent:
-      return event.accepted.value_or(false) ? "send answers true" : "send answers false";
+      return event.accepted.value_or(false) ? "send returns true" : "send returns false";
     case RecordedKind::scanStatus:
       return "scanBleStatus " + std::to_string(event.status.value_or(0));
     case RecordedKind::reader:

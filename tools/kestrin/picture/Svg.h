@@ -1,7 +1,7 @@
 // An SVG picture in the making: shapes and texts by class, light and dark.
 //
 // Threads: a plain value.
-// Errors: none. Any text may be drawn: what XML can not hold, or a person could not see, is
+// Errors: none. Any text may be drawn: what XML cannot hold, or a person could not see, is
 // escaped.
 #pragma once
 

@@ -60,7 +60,7 @@ BlockedInterruptSignals::~BlockedInterruptSignals() {
 
 InterruptSignals::InterruptSignals(MainRunLoop& loop, SignalTasks tasks)
     : loop_(loop), tasks_(std::move(tasks)), awaited_(with(steeringSignals(), kEndOfWaiting)) {
-  // Blocked before the thread starts, which inherits it, so that the signal can not come too early.
+  // Blocked before the thread starts, which inherits it, so that the signal cannot come too early.
   const sigset_t ending = signalSet({kEndOfWaiting});
   sigset_t before{};
   pthread_sigmask(SIG_BLOCK, &ending, &before);

@@ -53,7 +53,7 @@ class RadioEnvironment {
 
   [[nodiscard]] virtual Platform platform() const = 0;
   [[nodiscard]] virtual MainRunLoop& loop() const = 0;
-  /// The radio for what this application watches by itself, which is no part of a conversation.
+  /// The radio for what this application watches by itself, which is not part of a conversation.
   [[nodiscard]] virtual std::shared_ptr<Radio> unrecordedRadio() const { return platform().radio; }
   /// The watch of that radio.
   [[nodiscard]] std::shared_ptr<RadioWatch> radioWatch() const;
@@ -80,7 +80,7 @@ class RadioEnvironment {
   bool interrupted_ = false;
 };
 
-/// The radio that was asked for; null when it can not be had, which the console has been told.
+/// The radio that was asked for; null when it cannot be had, which the console has been told.
 std::unique_ptr<RadioEnvironment> makeRadioEnvironment(const RadioRequest& request,
                                                        Console& console);
 

@@ -22,7 +22,7 @@ namespace kestrin::app {
 /// How the scene's radio behaves.
 simulated::Options sceneOptions(bool virtualTime, std::shared_ptr<NSLogSink> log);
 
-/// A virtual reader that tells what it notifies.
+/// A virtual reader that says what it notifies.
 class SceneReader : public std::enable_shared_from_this<SceneReader> {
  public:
   using Observer = std::function<void(const std::string& name, const NSData& piece)>;

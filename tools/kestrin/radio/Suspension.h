@@ -1,5 +1,5 @@
 // Leaving the foreground and coming back: a process that is suspended from its terminal, or whose
-// machine goes to sleep, can not hold up its end of a link. So the link is torn down before, as for
+// machine goes to sleep, cannot hold up its end of a link. So the link is torn down before, as for
 // any application that enters the background, and made again afterwards.
 //
 // Threads: the thread that turns the environment's loop.

@@ -2,7 +2,7 @@
 //
 // Threads: `take` from any thread; the rest on the main run loop's.
 // Lifetime: shared by what records.
-// Errors: a file that can not be opened, or no longer be written, is told on the console, once. The
+// Errors: a file that cannot be opened, or no longer be written, is told on the console, once. The
 // rest of the recording is then left out.
 #pragma once
 
@@ -20,7 +20,7 @@ class Console;
 class CommandRecording final : public RecordingSink,
                                public std::enable_shared_from_this<CommandRecording> {
  public:
-  /// Null when the file can not be opened, which has been told.
+  /// Null when the file cannot be opened, which has been told.
   static std::shared_ptr<CommandRecording> open(const std::string& file,
                                                 const RecordingHeader& header, Console& console);
   CommandRecording(std::shared_ptr<RecordingFile> file, std::string name, Console& console);

@@ -1,9 +1,9 @@
-// Where things stand in a line of JSON. The JSON library tells what stands in it, and where it can
+// Where things stand in a line of JSON. The JSON library says what stands in it, and where it can
 // not be read, but not where a field is whose value is wrong.
 //
 // Threads: a plain value.
 // Lifetime: the line must outlive it.
-// Errors: none; of a text that is no JSON it tells some place within.
+// Errors: none; of a text that is not JSON it tells some place within.
 #pragma once
 
 #include <cstddef>

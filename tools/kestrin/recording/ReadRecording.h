@@ -13,7 +13,7 @@ namespace kestrin::app {
 
 class Console;
 
-/// The recording in `file`, standard input for `-`; absent when it can not be read, which has been
+/// The recording in `file`, standard input for `-`; absent when it cannot be read, which has been
 /// told. Of one that has been cut comes what is in front of the cut, which has been told too.
 std::optional<Recording> readRecordingFile(const std::string& file, Console& console);
 

@@ -89,7 +89,7 @@ void LineReading::parse() {
     const std::size_t begin = whole.find("syntax error");
     const bool cut = error.byte > line_.size();
     return fail(std::min(error.byte, line_.size() + 1),
-                "this is no JSON: " +
+                "this is not JSON: " +
                     printable(begin == std::string_view::npos ? whole : whole.substr(begin)),
                 cut);
   } catch (const Json::out_of_range& error) {
@@ -151,7 +151,7 @@ void takeKind(LineReading& line, RecordedEvent& event) {
   const RecordedKindInfo* const info = findRecordedKind(*kind);
   if (info == nullptr) {
     return line.refuse(
-        "kind", "'" + printable(*kind) + "' is no kind of event; there are " + joinedKinds());
+        "kind", "'" + printable(*kind) + "' is not a kind of event; there are " + joinedKinds());
   }
   event.kind = info->kind;
   for (const std::string_view key : info->needed) {
@@ -203,7 +203,7 @@ std::variant<RecordingHeader, RecordLineError> readHeaderLine(std::string_view t
   line.need("format", "a recording begins with {\"format\":\"kestrin-recording\",\"version\":1");
   line.takeText("format", format);
   if (format && *format != kRecordingFormat) {
-    line.refuse("format", "'" + printable(*format) + "' is no format of this program; that is " +
+    line.refuse("format", "'" + printable(*format) + "' is not a format of this program; that is " +
                               kRecordingFormat);
   }
   line.need("version", "this program reads version 1");

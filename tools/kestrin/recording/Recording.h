@@ -1,4 +1,4 @@
-// A recording, in either of its forms; docs/recording.md tells both.
+// A recording, in either of its forms; docs/recording.md describes both.
 //
 // The plain form has what a reader's notifications brought, one arrival per line of hexadecimal
 // text. An empty line is an arrival of no bytes, a line that starts with `#` a comment. The other
@@ -62,7 +62,7 @@ struct RecordingError {
 /// Reads a recording from pieces of text of any size.
 class RecordingReader {
  public:
-  /// Takes the next piece; answers what is wrong in it. After an error the reader is done with.
+  /// Takes the next piece; returns what is wrong in it. After an error the reader is done with.
   std::optional<RecordingError> take(std::string_view text);
   /// Takes the end of the text, which may have come without a line end, and hands the recording
   /// over.

@@ -86,7 +86,7 @@ void ReaderSession::takeTrouble(const NSError& trouble) {
       break;
     case ReaderError::radioUnusable:
       if (!isFound()) {
-        fail("can not search for " +
+        fail("cannot search for " +
              (wanted_.empty() ? "a reader" : "'" + printable(wanted_) + "'") + ": " +
              printable(trouble.text));
       }

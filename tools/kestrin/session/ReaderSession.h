@@ -36,7 +36,7 @@ class ReaderSession final : private Background {
   /// Sends one frame and returns when it has left; false when it was refused or the link was lost.
   bool send(const NSData& frame);
   /// Lets events happen for `duration`, or without end. Ends early when interrupted, when the
-  /// output can not be written, and with `untilUnplugged` when the reader is unplugged.
+  /// output cannot be written, and with `untilUnplugged` when the reader is unplugged.
   void listen(std::optional<Time> duration, bool untilUnplugged);
   /// Lets happen everything that is due by now.
   void catchUp();

@@ -1,5 +1,5 @@
-// What a reader session tells as it happens, for whoever shows it: lines of text, a live screen, or
-// a program that reads.
+// What a reader session reports as it happens, for whoever shows it: lines of text, a live screen,
+// or a program that reads.
 //
 // Threads: the thread that turns the session's loop.
 // Lifetime: outlives the session. Errors: none.
@@ -26,7 +26,7 @@ class SessionReport {
   virtual void sent(const NSData& frame) = 0;
   /// Every reader seen so far, whenever one is added.
   virtual void seen(const std::vector<SeenReader>& /*readers*/) {}
-  /// Several readers are meant. Answers whether somebody will `work` one of them; else the search
+  /// Several readers are meant. Returns whether somebody will `work` one of them; else the search
   /// ends here.
   virtual bool choose(const std::vector<SeenReader>& /*readers*/) { return false; }
 };

@@ -1,6 +1,6 @@
 // A look into RCP frames, for a person. The layout stands in docs/protocol.md.
 //
-// Threads: pure functions. Errors: bytes that are no whole frame are told in words.
+// Threads: pure functions. Errors: bytes that are not whole frames are told in words.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ namespace kestrin::app {
 /// What keeps `bytes` from being one whole, right frame; empty when they are one.
 std::string whyNoFrame(std::span<const std::uint8_t> bytes);
 
-/// `type 01, code 03, 5 bytes of payload`, or why the bytes are no frame.
+/// `type 01, code 03, 5 bytes of payload`, or why the bytes are not a frame.
 std::string describeFrame(std::span<const std::uint8_t> bytes);
 
 /// `1 byte`, `2 bytes`.

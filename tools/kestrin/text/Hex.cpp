@@ -19,7 +19,7 @@ HexError noDigit(std::string_view text, std::size_t place) {
   if ((c == 'x' || c == 'X') && place > 0 && text[place - 1] == '0') {
     return {place + 1, "bytes are written without 0x, as in BB 00 03"};
   }
-  return {place + 1, "'" + printable({&c, 1}) + "' is no hexadecimal digit"};
+  return {place + 1, "'" + printable({&c, 1}) + "' is not a hexadecimal digit"};
 }
 
 }  // namespace

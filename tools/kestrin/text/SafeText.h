@@ -2,7 +2,7 @@
 // how wide it is there, and how it is cut.
 //
 // Threads: pure functions.
-// Errors: none. Any bytes are taken; those that are no UTF-8 are escaped one by one.
+// Errors: none. Any bytes are taken; those that are not UTF-8 are escaped one by one.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace kestrin::app {
 
-/// Safe for a terminal and a person: bytes that are no UTF-8 and characters that steer a terminal,
+/// Safe for a terminal and a person: bytes that are not UTF-8 and characters that steer a terminal,
 /// turn the direction of text around or cannot be seen as `\xNN`, a backslash as `\\`.
 std::string printable(std::string_view text);
 

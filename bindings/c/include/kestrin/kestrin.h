@@ -17,7 +17,7 @@
  * Versions: a program runs with every later library of the same major version without being
  * compiled again. A struct that the program fills begins with `struct_size`, its own sizeof.
  *
- * Errors: no exception crosses this interface. A function that can fail answers a kestrin_status,
+ * Errors: no exception crosses this interface. A function that can fail returns a kestrin_status,
  * or NULL; kestrin_last_error() then says in words what was wrong. A NULL handle is an error, not a
  * crash. */
 #ifndef KESTRIN_KESTRIN_H
@@ -46,7 +46,7 @@ typedef enum kestrin_status {
   KESTRIN_OK = 0,               /**< it was done */
   KESTRIN_INVALID_ARGUMENT = 1, /**< a NULL handle, a payload that is too long */
   KESTRIN_TOO_SMALL = 2, /**< the caller's memory does not hold the result; its size was told */
-  KESTRIN_INSIDE_CALLBACK = 3, /**< this can not be done from inside a callback */
+  KESTRIN_INSIDE_CALLBACK = 3, /**< this cannot be done from inside a callback */
   KESTRIN_NOT_WRITTEN = 4, /**< the reader's transmit characteristic is not known or not writable */
   KESTRIN_NOT_BUILT = 5,   /**< this build of the library has no such radio */
   KESTRIN_FAILED = 6,      /**< the system is short of something */
@@ -104,7 +104,7 @@ KESTRIN_C_EXPORT const char* kestrin_radio_trouble(kestrin_platform* platform);
 
 /* --- the run loop */
 
-/** Turns the run loop for so long, or until kestrin_stop. What is no positive number of seconds
+/** Turns the run loop for so long, or until kestrin_stop. What is not a positive number of seconds
  * counts as zero: what is due runs. */
 KESTRIN_C_EXPORT kestrin_status kestrin_run_for(kestrin_platform* platform, double seconds);
 /** Turns it until kestrin_stop; in virtual time also until nothing is pending. */
@@ -302,7 +302,7 @@ KESTRIN_C_EXPORT kestrin_status kestrin_reader_close(kestrin_reader* reader,
 
 /* --- managers */
 
-/** What a manager tells. Each may be NULL: then it is not told. They are called inside turns, and
+/** What a manager calls. Each may be NULL. They are called inside turns, and
  * inside the function that brings them about: a scan's beginning and end, and the first `plugged`
  * of a close. */
 typedef struct kestrin_callbacks {
@@ -313,7 +313,7 @@ typedef struct kestrin_callbacks {
   void (*scan_status)(int64_t status, void* user);
   /** A reader in range that the scan has accepted. */
   void (*found)(kestrin_peripheral* reader, void* user);
-  /** Whether the reader is plugged in; closing a link tells false twice. */
+  /** Whether the reader is plugged in; closing a link reports false twice. */
   void (*plugged)(bool plugged, void* user);
   /** One whole frame; from a reader whose name begins with "KVR-Q62T" the bytes of one
    * notification, and NULL when it has none. */
@@ -330,9 +330,9 @@ KESTRIN_C_EXPORT void kestrin_manager_release(kestrin_manager* manager);
 
 /** Drops the link and scans; readers are told with `found`. */
 KESTRIN_C_EXPORT kestrin_status kestrin_scan(kestrin_manager* manager);
-/** Stops the scan, which `scan_status` tells with 1. */
+/** Stops the scan, for which `scan_status` is called with 1. */
 KESTRIN_C_EXPORT kestrin_status kestrin_stop_scan(kestrin_manager* manager);
-/** Connects, however long that takes; `plugged` tells when the reader can be used. */
+/** Connects, however long that takes; `plugged` reports when the reader can be used. */
 KESTRIN_C_EXPORT kestrin_status kestrin_connect(kestrin_manager* manager,
                                                 kestrin_peripheral* reader);
 /** The reader that was accepted last or connected to; NULL when there is none. Release:
@@ -349,7 +349,7 @@ KESTRIN_C_EXPORT kestrin_status kestrin_send(kestrin_manager* manager, const uin
 
 /* --- peripherals */
 
-/** Makes a peripheral that a callback was given outlive it. Answers it; NULL for NULL. Release:
+/** Makes a peripheral that a callback was given outlive it. Returns it; NULL for NULL. Release:
  * kestrin_peripheral_release. */
 KESTRIN_C_EXPORT kestrin_peripheral* kestrin_peripheral_retain(kestrin_peripheral* reader);
 /** Releases a peripheral that was retained or returned. */

@@ -5,7 +5,7 @@
 ///
 /// Lifetime: what is answered is the caller's.
 ///
-/// Errors: none is thrown; whatever can not be looked at is a finding. Nothing is changed by
+/// Errors: none is thrown; whatever cannot be looked at is a finding. Nothing is changed by
 /// looking: no daemon is started and no adapter switched. Each look has a limit of its own, all of
 /// them together come to less than half a minute.
 #pragma once

@@ -1,6 +1,6 @@
 /// \file
 /// The machine's sleep, told to the library as what it is to a link: an application that enters the
-/// background. A machine that sleeps can not hold up its end of a link, and a reader would wait for
+/// background. A machine that sleeps cannot hold up its end of a link, and a reader would wait for
 /// it; so every manager closes its link before.
 ///
 /// \code

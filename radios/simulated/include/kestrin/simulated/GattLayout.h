@@ -67,7 +67,7 @@ KESTRIN_EXPORT CBUUID readerService(ReaderFamily family);
 KESTRIN_EXPORT GattLayout readerLayout(
     ReaderFamily family, std::optional<CBCharacteristicProperties> txProperties = std::nullopt);
 
-/// A peripheral that is no reader: generic access and a battery level.
+/// A peripheral that is not a reader: generic access and a battery level.
 KESTRIN_EXPORT GattLayout nonReaderLayout();
 
 /// @}

@@ -6,7 +6,7 @@
 ///
 /// Lifetime: a conversation owns its copy of the script.
 ///
-/// Errors: bytes that are no frame are skipped; a script must not throw.
+/// Errors: bytes that are not a frame are skipped; a script must not throw.
 #pragma once
 
 #include <cstddef>

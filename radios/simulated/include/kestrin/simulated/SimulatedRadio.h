@@ -41,7 +41,7 @@ class KESTRIN_EXPORT SimulatedRadio final : public Radio {
   /// family's own.
   std::shared_ptr<VirtualPeripheral> addReader(std::string name, ReaderFamily family,
                                                std::optional<GattLayout> layout = std::nullopt);
-  /// A peripheral in range that is no reader. An absent name is never advertised.
+  /// A peripheral in range that is not a reader. An absent name is never advertised.
   std::shared_ptr<VirtualPeripheral> addPeripheral(std::optional<std::string> name,
                                                    GattLayout layout = nonReaderLayout());
 

@@ -74,7 +74,7 @@ class KESTRIN_EXPORT VirtualPeripheral {
   /// The link is lost at once; the device stays in range.
   void simulateLinkLoss();
   /// Whether attempts to connect neither succeed nor fail. One that is under way when this ends
-  /// begins anew.
+  /// begins again.
   void simulateConnectionNeverCompleting(bool never = true);
   /// The next `attempts` attempts to connect fail.
   void simulateFailingConnections(std::size_t attempts);
@@ -100,7 +100,7 @@ class KESTRIN_EXPORT VirtualPeripheral {
   void simulateWriteError(std::optional<NSError> error);
   /// What a read of the characteristics of that UUID answers from now on.
   void simulateValue(const CBUUID& characteristic, const NSData& value);
-  /// Notifies one value as it stands, empty ones too. Answers whether anybody is subscribed.
+  /// Notifies one value as it stands, empty ones too. Returns whether anybody is subscribed.
   bool simulateNotification(const CBUUID& characteristic, const NSData& value);
 
   // The reader.
