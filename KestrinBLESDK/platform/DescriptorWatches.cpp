@@ -63,9 +63,7 @@ bool Look::take(std::optional<Time> limit) {
               nullptr) >= 0) {
     return true;
   }
-  const bool interrupted = errno == EINTR;
-  for (pollfd& polled : polled_) polled.revents = 0;
-  return interrupted;
+  return errno == EINTR;
 }
 
 bool Look::isReady() const noexcept {

@@ -13,8 +13,8 @@ constexpr std::int32_t countOf(std::uint64_t length) noexcept {
 
 /// Which bytes of the buffer stay: `count` of them, from `first` on.
 struct KeptBytes {
-  std::uint64_t first = 0;
-  std::uint64_t count = 0;
+  std::uint64_t first;
+  std::uint64_t count;
   friend bool operator==(const KeptBytes&, const KeptBytes&) = default;
 };
 

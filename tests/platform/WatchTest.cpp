@@ -227,6 +227,7 @@ TEST_F(WatchHandler, IsNotCalledForWhatATaskOfTheTurnHasReadAlready) {
 
 TEST_F(WatchHandler, IsNotCalledInTheTurnInWhichItsWatchBegan) {
   pipe.writing.write("a");
+  watchNamed(other, "watched before");
   loop->post([this] { watchReading(pipe); });
   loop->runOneTurn();
   EXPECT_EQ(found, Found{});
