@@ -186,10 +186,20 @@ TEST_F(RecordedApplication, AFullSliceHasItsPauseAndALostLinkItsError) {
     return found == events_->all.end() ? RecordedEvent() : *found;
   };
   EXPECT_EQ(first(RecordedKind::pause).seconds, milliseconds(50));
+  const auto lastWrite =
+      std::find_if(events_->all.rbegin(), events_->all.rend(),
+                   [](const RecordedEvent& event) { return event.kind == RecordedKind::write; });
+  ASSERT_NE(lastWrite, events_->all.rend());
+  EXPECT_EQ(lastWrite->time - first(RecordedKind::pause).time, milliseconds(50));
+  EXPECT_EQ(first(RecordedKind::sent).accepted, true);
   EXPECT_TRUE(first(RecordedKind::disconnected).error);
+  const std::vector<std::uint8_t> none;
   std::string calls;
   for (const RecordedEvent& event : events_->all) {
     if (event.kind == RecordedKind::call) calls += *event.operation + ' ';
+    if (event.operation == "send") {
+      EXPECT_EQ(event.bytes.value_or(none).size(), 28U);
+    }
   }
   EXPECT_EQ(calls, "scanBLE connectBLE send stopSacnBLE ");
 }
