@@ -42,6 +42,15 @@ TEST(RecordingLine, HasItsFieldsInOrder) {
             R"("enabled":false})");
 }
 
+TEST(RecordingLine, AHeaderSaysWhenItBeganIfThatIsKnown) {
+  RecordingHeader header{.program = "test 1", .command = "scan", .radio = "bluez"};
+  EXPECT_EQ(recordingLine(header),
+            R"({"format":"kestrin-recording","version":1,"program":"test 1","command":"scan",)"
+            R"("radio":"bluez"})");
+  header.started = "2026-01-31T12:00:00Z";
+  EXPECT_TRUE(recordingLine(header).ends_with(R"(,"started":"2026-01-31T12:00:00Z"})"));
+}
+
 TEST(RecordingLine, SecondsHaveTheDigitsThatTheyNeed) {
   const auto secondsIn = [](Time time) {
     RecordedEvent event;
@@ -75,6 +84,8 @@ TEST(RecordingLine, AByteThatIsNoUtf8BecomesTheReplacementCharacter) {
   EXPECT_EQ(logLine("\xF4\x90\x80\x80"), logged(R"(\ufffd\ufffd\ufffd\ufffd)"));
   EXPECT_EQ(logLine("\xF5\x80\x80\x80"), logged(R"(\ufffd\ufffd\ufffd\ufffd)"));
   EXPECT_EQ(logLine("\xE2\x82z"), logged(R"(\ufffd\ufffdz)"));
+  EXPECT_EQ(logLine("\xBF\xBF"), logged(R"(\ufffd\ufffd)"));
+  EXPECT_EQ(logLine("\xF8\x90\x80\x80"), logged(R"(\ufffd\ufffd\ufffd\ufffd)"));
 }
 
 TEST(RecordingLine, OnlyANameThatIsNoUtf8HasItsBytesBesideIt) {

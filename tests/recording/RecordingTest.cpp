@@ -62,7 +62,7 @@ struct Application final : KestrinBLEProtocols, RcpReceiver {
 class RecordedApplication : public testing::Test {
  protected:
   RecordedApplication() {
-    simulated_.radio().addReader("KVR-0417", simulated::ReaderFamily::standard);
+    reader_ = simulated_.radio().addReader("KVR-0417", simulated::ReaderFamily::standard);
   }
   template <class Manager>
   void work(Manager& manager) {
@@ -86,6 +86,7 @@ class RecordedApplication : public testing::Test {
   }
 
   simulated::SimulatedPlatform simulated_{options()};
+  std::shared_ptr<simulated::VirtualPeripheral> reader_;
   const std::shared_ptr<Events> events_ = std::make_shared<Events>();
 };
 
@@ -142,6 +143,117 @@ TEST_F(RecordedApplication, TimeCountsFromTheWrapping) {
   manager.scanBLE();
   ASSERT_FALSE(events_->all.empty());
   EXPECT_EQ(events_->all.front().time, milliseconds(1500));
+}
+
+TEST_F(RecordedApplication, AReadAndADelayThatIsDroppedAreRecorded) {
+  simulated::SimulatedPlatform simulated(options());
+  simulated.radio().addReader("KVR-Q62T 1", simulated::ReaderFamily::kvrQ62T);
+  const RecordedPlatform recorded = recordedPlatform(simulated.platform(), events_);
+  RecordedManager manager(recorded.platform);
+  const auto application = std::make_shared<Application<RecordedManager>>();
+  application->manager = &manager;
+  manager.setDelegate(application);
+  manager.scanBLE();
+  simulated.runLoop().runFor(seconds(5));
+  EXPECT_TRUE(manager.open());
+  EXPECT_EQ(manager.pripheral()->name(), "KVR-Q62T 1");
+  const auto count = [&](RecordedKind kind) {
+    return std::count_if(events_->all.begin(), events_->all.end(),
+                         [&](const RecordedEvent& event) { return event.kind == kind; });
+  };
+  EXPECT_GT(count(RecordedKind::read), 0);
+  EXPECT_EQ(count(RecordedKind::readValue), count(RecordedKind::read));
+  EXPECT_EQ(count(RecordedKind::notification), 0);
+  EXPECT_GT(count(RecordedKind::delayCancelled), 0);
+  EXPECT_EQ(count(RecordedKind::delayArmed), count(RecordedKind::delayCancelled) + 1);
+}
+
+TEST_F(RecordedApplication, AFullSliceHasItsPauseAndALostLinkItsError) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  RecordedManager manager(recorded.platform);
+  const auto application = std::make_shared<Application<RecordedManager>>();
+  application->manager = &manager;
+  manager.setDelegate(application);
+  manager.scanBLE();
+  simulated_.runLoop().runFor(seconds(5));
+  EXPECT_TRUE(manager.send(buildRcpFrame(0x00, 0x46, std::vector<std::uint8_t>(20))));
+  reader_->simulateLinkLoss();
+  simulated_.runLoop().runFor(seconds(1));
+  manager.stopSacnBLE();
+  const auto first = [&](RecordedKind kind) {
+    const auto found = std::find_if(events_->all.begin(), events_->all.end(),
+                                    [&](const RecordedEvent& event) { return event.kind == kind; });
+    return found == events_->all.end() ? RecordedEvent() : *found;
+  };
+  EXPECT_EQ(first(RecordedKind::pause).seconds, milliseconds(50));
+  const auto lastWrite =
+      std::find_if(events_->all.rbegin(), events_->all.rend(),
+                   [](const RecordedEvent& event) { return event.kind == RecordedKind::write; });
+  ASSERT_NE(lastWrite, events_->all.rend());
+  EXPECT_EQ(lastWrite->time - first(RecordedKind::pause).time, milliseconds(50));
+  EXPECT_EQ(first(RecordedKind::sent).accepted, true);
+  EXPECT_TRUE(first(RecordedKind::disconnected).error);
+  const std::vector<std::uint8_t> none;
+  std::string calls;
+  for (const RecordedEvent& event : events_->all) {
+    if (event.kind == RecordedKind::call) calls += *event.operation + ' ';
+    if (event.operation == "send") {
+      EXPECT_EQ(event.bytes.value_or(none).size(), 28U);
+    }
+  }
+  EXPECT_EQ(calls, "scanBLE connectBLE send stopSacnBLE ");
+}
+
+TEST_F(RecordedApplication, TheRecordingRunLoopPassesOnWhatIsNoRequest) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  RunLoop& loop = *recorded.keep;
+  std::string ran;
+  loop.post([&] { ran += "posted "; });
+  loop.arm(seconds(1), [&] { ran += "armed "; });
+  loop.cancel(loop.arm(seconds(1), [&] { ran += "cancelled "; }));
+  simulated_.runLoop().runFor(seconds(2));
+  EXPECT_EQ(ran, "posted armed ");
+  EXPECT_EQ(loop.now(), simulated_.runLoop().now());
+  EXPECT_TRUE(events_->all.empty());
+}
+
+TEST_F(RecordedApplication, TheReasonOfTheRadioIsPassedOn) {
+  const RecordedPlatform recorded = recordedPlatform(simulated_.platform(), events_);
+  simulated_.radio().simulateState(CBManagerState::poweredOff);
+  EXPECT_EQ(recorded.platform.radio->stateReason(), simulated_.radio().stateReason());
+  EXPECT_FALSE(recorded.platform.radio->stateReason().empty());
+}
+
+TEST(RecordedEvents, KindsAreFoundByTheirNames) {
+  for (const RecordedKindInfo& info : recordedKinds()) {
+    EXPECT_EQ(findRecordedKind(info.text), &info);
+    EXPECT_EQ(&recordedKindInfo(info.kind), &info);
+  }
+  EXPECT_EQ(findRecordedKind("no kind"), nullptr);
+  EXPECT_EQ(recordedDirection(RecordedDirection::out), "out");
+  EXPECT_EQ(recordedDirection(RecordedDirection::in), "in");
+  EXPECT_EQ(recordedDirection(RecordedDirection::self), "self");
+}
+
+TEST(RecordedEvents, StatesAndPropertiesHaveNames) {
+  std::string states;
+  for (const auto state :
+       {CBManagerState::unknown, CBManagerState::resetting, CBManagerState::unsupported,
+        CBManagerState::unauthorized, CBManagerState::poweredOff, CBManagerState::poweredOn,
+        static_cast<CBManagerState>(9)}) {
+    states += recordedState(state) + ' ';
+  }
+  EXPECT_EQ(states, "unknown resetting unsupported unauthorized powered-off powered-on 9 ");
+  EXPECT_EQ(recordedProperties(0x1A), "read+write+notify");
+  EXPECT_EQ(recordedProperties(0), "none");
+}
+
+TEST(RecordedEvents, TheStartIsATimeInUtc) {
+  const std::string now = utcNow();
+  ASSERT_EQ(now.size(), std::string("2026-01-31T12:00:00Z").size());
+  EXPECT_EQ(now[4], '-');
+  EXPECT_EQ(now[10], 'T');
+  EXPECT_EQ(now.back(), 'Z');
 }
 
 /// A path that is nobody's, and whose file is gone with the test.
