@@ -176,7 +176,9 @@ TEST_F(BlockingReaderTest, RefusesToSendWhatIsNoFrameAndSaysWhatIs) {
   EXPECT_EQ(reader->exchange(NSData(std::vector<std::uint8_t>(7)), seconds(1), &error_),
             std::nullopt);
   EXPECT_EQ(code(), BlockingError::noFrame);
-  EXPECT_EQ(error_.text, "what is to be sent is not a whole frame: it does not begin with BB; buildRcpFrame makes one");
+  EXPECT_EQ(error_.text,
+            "what is to be sent is not a whole frame: it does not begin with BB; buildRcpFrame "
+            "makes one");
 }
 
 TEST_F(BlockingReaderTest, TellsAReaderThatCanNotBeWrittenTo) {

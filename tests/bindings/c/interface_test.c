@@ -137,7 +137,8 @@ static void keeps_a_reader_that_is_retained(void) {
   current = kestrin_current_peripheral(it.manager);
   CHECK(current != NULL);
   CHECK(strcmp(kestrin_peripheral_name(current), "KVR-0417") == 0);
-  CHECK(strcmp(kestrin_peripheral_identifier(current), kestrin_peripheral_identifier(it.kept)) == 0);
+  CHECK(strcmp(kestrin_peripheral_identifier(current), kestrin_peripheral_identifier(it.kept)) ==
+        0);
   kestrin_peripheral_release(current);
   CHECK(kestrin_connect(it.manager, it.kept) == KESTRIN_OK);
   CHECK(kestrin_run_for(it.platform, 5) == KESTRIN_OK);
