@@ -1,9 +1,11 @@
 #include <KestrinBLESDK/recording/RecordedManager.h>
 #include <KestrinBLESDK/recording/RecordedPlatform.h>
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 
 #include <chrono>
+#include <fstream>
 #include <iostream>
+#include <memory>
 
 #include "kestrin/simulated/SimulatedPlatform.h"
 
@@ -11,13 +13,14 @@ int main() {
   kestrin::simulated::SimulatedPlatform simulated({.virtualTime = true});
   simulated.radio().addReader("KVR-0417", kestrin::simulated::ReaderFamily::standard);
 
-  const auto file = kestrin::RecordingFile::open("scan.jsonl", {.program = "recorded 1.0"});
-  const auto recorded = kestrin::recordedPlatform(simulated.platform(), file);
+  std::ofstream file("scan.jsonl");
+  const auto recording = std::make_shared<kestrin::RecordingStream>(
+      file, kestrin::RecordingHeader{.program = "recorded 1.0"});
+  const auto recorded = kestrin::recordedPlatform(simulated.platform(), recording);
   kestrin::RecordedManager manager(recorded.platform);
 
   manager.scanBLE();
   simulated.runLoop().runFor(std::chrono::seconds(1));
-  const bool isWhole = file && !file->failure();
-  std::cout << (isWhole ? "scan.jsonl is whole\n" : "there is no recording\n");
-  return isWhole ? 0 : 1;
+  std::cout << (recording->isWhole() ? "scan.jsonl is whole\n" : "there is no recording\n");
+  return recording->isWhole() ? 0 : 1;
 }

@@ -3,7 +3,7 @@
 // and `timeline`, and command lines.
 //
 // Input: a byte that picks the kind of text, what that kind needs, the text.
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 #include <sys/mman.h>
 #include <unistd.h>
 

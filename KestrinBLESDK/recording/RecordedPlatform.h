@@ -4,8 +4,9 @@
 /// the platform's declared operations alone, so it records every radio.
 ///
 /// \code
-/// const auto file = RecordingFile::open("run.jsonl", {.program = "mine 1.0"});
-/// const auto recorded = recordedPlatform(platform, file);
+/// std::ofstream file("run.jsonl");
+/// const auto recording = std::make_shared<RecordingStream>(file, RecordingHeader{});
+/// const auto recorded = recordedPlatform(platform, recording);
 /// const auto manager = std::make_unique<RecordedManager>(recorded.platform);
 /// \endcode
 ///

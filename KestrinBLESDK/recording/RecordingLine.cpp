@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "KestrinBLESDK/recording/RecordedFields.h"
-#include "KestrinBLESDK/recording/RecordingFile.h"
+#include "KestrinBLESDK/recording/RecordingStream.h"
 
 namespace kestrin {
 namespace {

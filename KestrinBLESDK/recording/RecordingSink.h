@@ -1,5 +1,5 @@
 /// \class kestrin::RecordingSink
-/// Takes the events of a recording, each as it happens: `RecordingFile` writes them down, an
+/// Takes the events of a recording, each as it happens: `RecordingStream` writes them down, an
 /// application's own may count them or show them.
 ///
 /// Threads: `take` from any thread, also from several at a time; mostly the main run loop's. An

@@ -1,7 +1,7 @@
 // The lines of a recording as JSON.
 #include "tools/kestrin/recording/RecordedEventJson.h"
 
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 #include <gtest/gtest.h>
 
 #include <chrono>

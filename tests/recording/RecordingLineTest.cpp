@@ -1,6 +1,6 @@
 // How an event stands in a recording. That everything is read as it was written is a test of what
 // reads it.
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 #include <gtest/gtest.h>
 
 #include <chrono>

@@ -2,18 +2,16 @@
 #include <KestrinBLESDK/KestrinBleMgr.h>
 #include <KestrinBLESDK/recording/RecordedManager.h>
 #include <KestrinBLESDK/recording/RecordedPlatform.h>
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "kestrin/simulated/SimulatedPlatform.h"
@@ -256,31 +254,6 @@ TEST(RecordedEvents, TheStartIsATimeInUtc) {
   EXPECT_EQ(now.back(), 'Z');
 }
 
-/// A path that is nobody's, and whose file is gone with the test.
-class FilePath {
- public:
-  FilePath() {
-    std::string name = testing::TempDir() + "kestrin-recording-XXXXXX";
-    const int descriptor = ::mkstemp(name.data());
-    EXPECT_GE(descriptor, 0);
-    ::close(descriptor);
-    path_ = name;
-  }
-  ~FilePath() { std::filesystem::remove(path_); }
-  FilePath(const FilePath&) = delete;
-  FilePath& operator=(const FilePath&) = delete;
-  [[nodiscard]] const std::string& path() const { return path_; }
-  [[nodiscard]] std::vector<std::string> lines() const {
-    std::ifstream file(path_);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
-    return lines;
-  }
-
- private:
-  std::string path_;
-};
-
 RecordedEvent pauseAt(Time time) {
   RecordedEvent event;
   event.kind = RecordedKind::pause;
@@ -289,32 +262,33 @@ RecordedEvent pauseAt(Time time) {
   return event;
 }
 
-TEST(RecordingFile, HasTheHeaderAndEachEventAtOnceAndNoTimeGoesBack) {
-  const FilePath there;
-  const auto file = RecordingFile::open(there.path(), {.program = "test 1", .radio = "simulated"});
-  ASSERT_TRUE(file);
-  file->take(pauseAt(seconds(2)));
-  file->take(pauseAt(seconds(1)));
-  EXPECT_FALSE(file->failure());
-  const auto lines = there.lines();
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], recordingLine(RecordingHeader{.program = "test 1", .radio = "simulated"}));
-  EXPECT_EQ(lines[1], recordingLine(pauseAt(seconds(2))));
-  EXPECT_EQ(lines[2], lines[1]);
+TEST(RecordingStream, HasTheHeaderAndEachEventAtOnceAndNoTimeGoesBack) {
+  std::ostringstream text;
+  const RecordingHeader header{.program = "test 1", .radio = "simulated"};
+  RecordingStream recording(text, header);
+  EXPECT_EQ(text.str(), recordingLine(header) + "\n");
+  recording.take(pauseAt(seconds(2)));
+  recording.take(pauseAt(seconds(1)));
+  EXPECT_TRUE(recording.isWhole());
+  const std::string later = recordingLine(pauseAt(seconds(2))) + "\n";
+  EXPECT_EQ(text.str(), recordingLine(header) + "\n" + later + later);
 }
 
-TEST(RecordingFile, WhyItCannotBeOpenedIsTold) {
-  std::error_code reason;
-  EXPECT_EQ(RecordingFile::open("/no/such/folder/file", {}, &reason), nullptr);
-  EXPECT_EQ(reason, std::errc::no_such_file_or_directory);
-  EXPECT_EQ(RecordingFile::open("/no/such/folder/file", {}), nullptr);
+TEST(RecordingStream, AFileThatIsNotThereOrFullMakesNoWholeRecording) {
+  for (const char* const path : {"/no/such/folder/file", "/dev/full"}) {
+    std::ofstream file(path);
+    RecordingStream recording(file, {});
+    EXPECT_FALSE(recording.isWhole()) << path;
+    recording.take(pauseAt(seconds(1)));
+    EXPECT_FALSE(recording.isWhole()) << path;
+  }
 }
 
-TEST(RecordingFile, AWriteThatFailsEndsIt) {
-  const auto file = RecordingFile::open("/dev/full", {});
-  ASSERT_TRUE(file);
-  file->take(pauseAt(seconds(1)));
-  EXPECT_EQ(file->failure(), std::errc::no_space_on_device);
+TEST(RecordingStream, AStreamThatThrowsEndsTheRecordingAndNothingElse) {
+  std::ofstream file("/dev/full");
+  file.exceptions(std::ios::badbit);
+  RecordingStream recording(file, {});
+  EXPECT_FALSE(recording.isWhole());
 }
 
 }  // namespace

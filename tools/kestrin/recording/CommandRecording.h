@@ -7,11 +7,13 @@
 #pragma once
 
 #include <KestrinBLESDK/platform/RunLoop.h>
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 
-#include <atomic>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <system_error>
 
 namespace kestrin::app {
 
@@ -23,7 +25,11 @@ class CommandRecording final : public RecordingSink,
   /// Null when the file cannot be opened, which has been told.
   static std::shared_ptr<CommandRecording> open(const std::string& file,
                                                 const RecordingHeader& header, Console& console);
-  CommandRecording(std::shared_ptr<RecordingFile> file, std::string name, Console& console);
+  CommandRecording(int descriptor, std::string name, const RecordingHeader& header,
+                   Console& console);
+  ~CommandRecording() override;
+  CommandRecording(const CommandRecording&) = delete;
+  CommandRecording& operator=(const CommandRecording&) = delete;
 
   /// Where a failure is told; until then, and without one, `finish` does.
   void setLoop(const std::shared_ptr<RunLoop>& loop) { loop_ = loop; }
@@ -32,14 +38,17 @@ class CommandRecording final : public RecordingSink,
   bool finish();
 
  private:
+  void write(const std::string& line);
   void tellFailure();
 
-  const std::shared_ptr<RecordingFile> file_;
+  const int descriptor_;
   const std::string name_;
   Console& console_;
   std::weak_ptr<RunLoop> loop_;
-  std::atomic<bool> failed_ = false;
   bool told_ = false;
+  std::mutex mutex_;
+  Time last_{};
+  std::optional<std::error_code> failure_;
 };
 
 }  // namespace kestrin::app

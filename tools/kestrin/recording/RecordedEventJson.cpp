@@ -1,7 +1,7 @@
 #include "tools/kestrin/recording/RecordedEventJson.h"
 
 #include <KestrinBLESDK/recording/RecordedFields.h>
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 
 #include <algorithm>
 #include <chrono>

@@ -1,6 +1,6 @@
 #include "tools/kestrin/session/JsonReport.h"
 
-#include <KestrinBLESDK/recording/RecordingFile.h>
+#include <KestrinBLESDK/recording/RecordingStream.h>
 
 #include <utility>
 
