@@ -28,7 +28,7 @@ inline constexpr char kRecordingFormat[] = "kestrin-recording";
 inline constexpr int kRecordingVersion = 1;
 
 /// The event as a line of a recording, without its end: JSON in ASCII, so it may be shown on a
-/// terminal. A byte of a text that is no UTF-8 becomes the replacement character; a name has its
+/// terminal. A byte of a text that is not UTF-8 becomes the replacement character; a name has its
 /// bytes beside it then.
 KESTRIN_EXPORT std::string recordingLine(const RecordedEvent& event);
 /// The first line of a recording, without its end.
