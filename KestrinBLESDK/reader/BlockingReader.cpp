@@ -7,6 +7,7 @@
 
 #include "KestrinBLESDK/reader/Errors.h"
 #include "KestrinBLESDK/reader/ReaderChoice.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 
 namespace kestrin {
 namespace {
@@ -59,7 +60,7 @@ std::unique_ptr<BlockingReader> BlockingReader::connect(const Platform& platform
                                                         std::string_view name, Time limit,
                                                         NSError* error) {
   const Platform whole = platform.completed();
-  auto loop = std::dynamic_pointer_cast<MainRunLoop>(whole.mainRunLoop.lock());
+  auto loop = std::dynamic_pointer_cast<MainRunLoop>(unrecorded(whole).mainRunLoop.lock());
   if (!loop) {
     tell(error, ReaderError::noRunLoop, "the platform has no run loop that could be turned here");
     return nullptr;

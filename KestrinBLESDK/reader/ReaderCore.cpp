@@ -8,6 +8,7 @@
 
 #include "KestrinBLESDK/link/ReaderLayout.h"
 #include "KestrinBLESDK/reader/Errors.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 
 namespace kestrin {
 namespace {
@@ -31,7 +32,7 @@ Reader::Core::Core(Reader& owner, const Platform& platform, ReaderOptions option
       handlers_(std::make_shared<const ReaderHandlers>(std::move(handlers))),
       platform_(platform),
       options_(std::move(options)),
-      watch_(options_.watch ? options_.watch : RadioWatch::of(platform)),
+      watch_(options_.watch ? options_.watch : RadioWatch::of(unrecorded(platform))),
       sends_(std::make_shared<reader::SendQueue>(
           platform_.mainRunLoop, [this](const NSData& slice) { return write(slice); })),
       limit_(platform_.mainRunLoop),

@@ -99,6 +99,8 @@ class RecordedRunLoop final : public RunLoop {
     }
   }
 
+  [[nodiscard]] const std::weak_ptr<RunLoop>& inner() const noexcept { return loop_; }
+
  private:
   /// Those that have run, or are running, are pending no more.
   std::vector<std::shared_ptr<RecordedRequest>> takePending(const void* target, const SEL& selector,
@@ -168,6 +170,14 @@ RecordedPlatform recordedPlatform(const Platform& platform,
   recorded.platform.thread = std::make_shared<RecordedThread>(recorded.platform.thread, recorder);
   recorded.platform.log = std::make_shared<RecordedLog>(recorded.platform.log, recorder);
   return recorded;
+}
+
+Platform unrecorded(const Platform& platform) {
+  Platform plain = platform;
+  if (auto radio = unrecordedRadio(platform.radio)) plain.radio = std::move(radio);
+  const auto loop = std::dynamic_pointer_cast<RecordedRunLoop>(platform.mainRunLoop.lock());
+  if (loop) plain.mainRunLoop = loop->inner();
+  return plain;
 }
 
 }  // namespace kestrin

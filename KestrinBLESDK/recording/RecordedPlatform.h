@@ -43,6 +43,10 @@ struct RecordedPlatform {
 KESTRIN_EXPORT RecordedPlatform recordedPlatform(const Platform& platform,
                                                  const std::shared_ptr<RecordingSink>& sink);
 
+/// What was wrapped: the radio and the run loop that do not record, everything else as it is. Any
+/// other platform as it is.
+KESTRIN_EXPORT Platform unrecorded(const Platform& platform);
+
 /// @}
 
 }  // namespace kestrin

@@ -155,6 +155,7 @@ class RecordedRadio final : public Radio {
   }
   [[nodiscard]] std::string stateReason() const override { return radio_->stateReason(); }
   [[nodiscard]] const std::shared_ptr<Recorder>& recorder() const noexcept { return recorder_; }
+  [[nodiscard]] const std::shared_ptr<Radio>& inner() const noexcept { return radio_; }
 
  private:
   const std::shared_ptr<Radio> radio_;
@@ -167,6 +168,11 @@ class RecordedRadio final : public Radio {
 std::shared_ptr<Recorder> recorderOf(const Platform& platform) {
   const auto radio = std::dynamic_pointer_cast<RecordedRadio>(platform.radio);
   return radio ? radio->recorder() : nullptr;
+}
+
+std::shared_ptr<Radio> unrecordedRadio(const std::shared_ptr<Radio>& radio) {
+  const auto recorded = std::dynamic_pointer_cast<RecordedRadio>(radio);
+  return recorded ? recorded->inner() : nullptr;
 }
 
 std::shared_ptr<Radio> recordedRadio(std::shared_ptr<Radio> radio,

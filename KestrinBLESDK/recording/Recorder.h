@@ -29,6 +29,9 @@ class Recorder {
 /// The recorder of a platform that records; null for any other.
 std::shared_ptr<Recorder> recorderOf(const Platform& platform);
 
+/// The radio that a recording one passes on to; null for any other.
+std::shared_ptr<Radio> unrecordedRadio(const std::shared_ptr<Radio>& radio);
+
 /// A radio whose central managers and peripherals record.
 std::shared_ptr<Radio> recordedRadio(std::shared_ptr<Radio> radio,
                                      std::shared_ptr<Recorder> recorder);

@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 
 namespace kestrin::test {
@@ -122,6 +123,25 @@ TEST_F(BlockingReaderTest, TellsAReaderThatIsFoundButNotPluggedInAndGivesItsLink
   device_->simulateConnectionNeverCompleting(false);
   simulated_.runLoop().runFor(seconds(10));
   EXPECT_FALSE(device_->connected());
+}
+
+TEST_F(BlockingReaderTest, WorksOnAPlatformThatRecords) {
+  class Counter final : public RecordingSink {
+   public:
+    void take(const RecordedEvent& event) noexcept override {
+      if (event.kind == RecordedKind::sent) ++sent;
+      if (event.kind == RecordedKind::state) ++states;
+    }
+    std::size_t sent = 0;
+    std::size_t states = 0;
+  };
+  const auto events = std::make_shared<Counter>();
+  const auto recorded = recordedPlatform(simulated_.platform(), events);
+  const auto reader = BlockingReader::connect(recorded.platform, "KVR", seconds(10), &error_);
+  ASSERT_NE(reader, nullptr) << error_.text;
+  EXPECT_EQ(reader->exchange(command_, seconds(1), &error_), answer_) << error_.text;
+  EXPECT_EQ(events->sent, 1U);
+  EXPECT_EQ(events->states, 1U) << "the watch of the radio's state is not part of a conversation";
 }
 
 TEST_F(BlockingReaderTest, NeedsARunLoopThatItCanTurn) {

@@ -10,6 +10,7 @@
 
 #include "KestrinBLESDK/KestrinBleMgr.h"
 #include "KestrinBLESDK/Reader.h"
+#include "bindings/FileRecording.h"
 #include "kestrin/kestrin.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 
@@ -40,6 +41,8 @@ struct PlatformParts {
   std::unique_ptr<simulated::SimulatedPlatform> simulated;
   std::map<std::string, std::shared_ptr<simulated::VirtualPeripheral>> readers;
   std::string trouble;
+  std::shared_ptr<bindings::FileRecording> recording{};
+  std::shared_ptr<RunLoop> recordedLoop{};
 
   [[nodiscard]] MainRunLoop& loop() const { return simulated ? simulated->runLoop() : *ownLoop; }
 };

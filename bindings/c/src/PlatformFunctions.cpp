@@ -3,6 +3,7 @@
 
 #include "Guard.h"
 #include "Handles.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 
 #ifdef KESTRIN_HAS_BLUEZ
 #include "kestrin/bluez/Bluez.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr char kNoPlatform[] = "the platform is NULL";
 constexpr char kNotSimulated[] = "the platform's radio is not a simulated one";
+constexpr char kNoPath[] = "the path is NULL";
 constexpr char kNoName[] = "the name is NULL";
 constexpr char kInsideCallback[] =
     "the run loop is being turned already; return from the callback first";
@@ -172,4 +174,29 @@ double kestrin_now(kestrin_platform* platform) {
   }
   return guardedResult(
       -1.0, [&] { return std::chrono::duration<double>(platform->parts->loop().now()).count(); });
+}
+
+kestrin_status kestrin_record(kestrin_platform* platform, const char* path) {
+  return guarded([&] {
+    if (platform == nullptr) return fail(KESTRIN_INVALID_ARGUMENT, kNoPlatform);
+    if (path == nullptr) return fail(KESTRIN_INVALID_ARGUMENT, kNoPath);
+    PlatformParts& parts = *platform->parts;
+    if (parts.recording) return fail(KESTRIN_INVALID_ARGUMENT, "this platform records already");
+    const auto recording = std::make_shared<kestrin::bindings::FileRecording>(
+        path, "libKestrinBLESDK_c " KESTRIN_VERSION);
+    if (!recording->isWhole()) {
+      const std::string text = "'" + std::string(path) + "' cannot be written";
+      return fail(KESTRIN_FAILED, text.c_str());
+    }
+    auto recorded = kestrin::recordedPlatform(parts.platform, recording);
+    parts.recording = recording;
+    parts.platform = std::move(recorded.platform);
+    parts.recordedLoop = std::move(recorded.keep);
+    return KESTRIN_OK;
+  });
+}
+
+bool kestrin_recording_is_whole(const kestrin_platform* platform) {
+  return platform != nullptr && platform->parts->recording != nullptr &&
+         platform->parts->recording->isWhole();
 }

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import itertools
+import os
 import weakref
 from collections.abc import Callable, Iterable
 from types import TracebackType
@@ -83,6 +84,12 @@ class Platform(_core.PlatformBase):
         armed = self._timers.pop(timer, None)
         if armed is not None:
             self._cancel(armed)
+
+    def record(self, path: str | os.PathLike[str]) -> None:
+        """Records what readers and managers that are made from now on do: everything that is asked of
+        the radio, the devices and the run loop, and what comes back. `kestrin timeline` draws the
+        file. OSError when it cannot be written."""
+        self._record(os.fspath(path))
 
     @property
     def log(self) -> Callable[[str], object] | None:

@@ -10,6 +10,7 @@
 
 #include "Calls.h"
 #include "KestrinBLESDK/platform/Platform.h"
+#include "bindings/FileRecording.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 
 namespace kestrin::python {
@@ -40,6 +41,8 @@ struct Parts : std::enable_shared_from_this<Parts> {
   std::shared_ptr<MainRunLoop> loop;
   std::unique_ptr<simulated::SimulatedPlatform> simulated;
   std::shared_ptr<simulated::SimulatedRadio> simulatedRadio;
+  std::shared_ptr<bindings::FileRecording> recording;
+  std::shared_ptr<RunLoop> recordedLoop;
   bool virtualTime = false;
   /// Whether this is the group that `Platform::systemDefault()` returns.
   bool systemDefault = false;

@@ -5,6 +5,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "Parts.h"
 
 #ifdef KESTRIN_HAS_BLUEZ
@@ -172,6 +173,22 @@ void enterBackground(const PlatformHandle& platform) {
   });
 }
 
+void record(const PlatformHandle& platform, const std::string& path) {
+  auto& parts = platform.get();
+  parts.checkThread();
+  if (parts.recording) throw std::runtime_error("this platform records already");
+  const auto recording =
+      std::make_shared<bindings::FileRecording>(path, "kestrinblesdk " KESTRIN_VERSION);
+  if (!recording->isWhole()) {
+    PyErr_SetString(PyExc_OSError, ("'" + path + "' cannot be written").c_str());
+    throw py::error_already_set();
+  }
+  auto recorded = recordedPlatform(parts.platform, recording);
+  parts.recording = recording;
+  parts.platform = std::move(recorded.platform);
+  parts.recordedLoop = std::move(recorded.keep);
+}
+
 void hearLog(const PlatformHandle& platform, bool heard) {
   auto& parts = platform.get();
   parts.logIsHeard = heard;
@@ -267,6 +284,13 @@ void definePlatforms(py::module_& module) {
           "radio_trouble",
           [](const PlatformHandle& it) { return it.get().platform.radio->stateReason(); },
           "Why the radio is not powered on and what to do about it; empty when it is.")
+      .def("_record", &record, py::arg("path"), "Records into a file from now on.")
+      .def_property_readonly(
+          "is_recording_whole",
+          [](const PlatformHandle& it) {
+            return it.get().recording != nullptr && it.get().recording->isWhole();
+          },
+          "Whether everything was written so far; False also without a recording.")
       .def("enter_background", &enterBackground,
            "Tells every manager that the application has left the foreground: each closes its link "
            "on the next turn of the run loop.")

@@ -1,5 +1,6 @@
 /* Held readers and parsed frames, from a program in C on the simulated radio in virtual time. Each
  * case is a function; what does not hold is printed, and the exit status is 1. */
+#define _POSIX_C_SOURCE 200809L
 #include <kestrin/kestrin.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -298,6 +299,39 @@ static void frames_are_taken_apart(void) {
   CHECK(kestrin_frame_parse(right, sizeof right, &frame, &error) == KESTRIN_INVALID_ARGUMENT);
 }
 
+static void a_platform_records_what_its_readers_do(void) {
+  struct application application;
+  char path[] = "/tmp/kestrin-c-recording-XXXXXX";
+  char content[65536];
+  FILE* file = NULL;
+  size_t length = 0;
+  const int descriptor = mkstemp(path);
+  CHECK(descriptor >= 0);
+  memset(&application, 0, sizeof application);
+  application.platform = kestrin_platform_create_simulated(true, 1);
+  CHECK(!kestrin_recording_is_whole(application.platform));
+  CHECK(kestrin_record(application.platform, "/no folder/file") == KESTRIN_FAILED);
+  CHECK(strcmp(kestrin_last_error(), "'/no folder/file' cannot be written") == 0);
+  CHECK(kestrin_record(application.platform, path) == KESTRIN_OK);
+  CHECK(kestrin_record(application.platform, path) == KESTRIN_INVALID_ARGUMENT);
+  CHECK(kestrin_simulated_add_reader(application.platform, "KVR-0417") == KESTRIN_OK);
+  application.reader =
+      kestrin_reader_create(application.platform, NULL, &all_handlers, &application);
+  kestrin_run_for(application.platform, 5);
+  CHECK(kestrin_reader_phase(application.reader) == KESTRIN_PLUGGED_IN);
+  CHECK(kestrin_recording_is_whole(application.platform));
+  end(&application);
+  file = fopen(path, "r");
+  CHECK(file != NULL);
+  length = file != NULL ? fread(content, 1, sizeof content - 1, file) : 0;
+  content[length] = '\0';
+  if (file != NULL) fclose(file);
+  remove(path);
+  CHECK(strstr(content, "\"format\":\"kestrin-recording\"") != NULL);
+  CHECK(strstr(content, "\"operation\":\"connectBLE\"") != NULL);
+  CHECK(strstr(content, "\"plugged\":true") != NULL);
+}
+
 static void null_and_unknown_sizes_are_errors(void) {
   kestrin_platform* const platform = kestrin_platform_create_simulated(true, 1);
   kestrin_reader_handlers handlers = all_handlers;
@@ -310,6 +344,9 @@ static void null_and_unknown_sizes_are_errors(void) {
   handlers.struct_size = 0;
   CHECK(kestrin_reader_create(platform, NULL, &handlers, NULL) == NULL);
   CHECK(strstr(kestrin_last_error(), "kestrin_reader_handlers.struct_size is 0") != NULL);
+  CHECK(kestrin_record(NULL, "x") == KESTRIN_INVALID_ARGUMENT);
+  CHECK(kestrin_record(platform, NULL) == KESTRIN_INVALID_ARGUMENT);
+  CHECK(!kestrin_recording_is_whole(NULL));
   CHECK(kestrin_reader_phase(NULL) == KESTRIN_CLOSED);
   CHECK(kestrin_reader_name(NULL) == NULL && kestrin_reader_identifier(NULL) == NULL);
   CHECK(!kestrin_reader_has_link(NULL));
@@ -353,6 +390,7 @@ int main(void) {
       a_reader_may_be_released_from_inside_a_handler,
       a_reader_outlives_its_platforms_release,
       frames_are_taken_apart,
+      a_platform_records_what_its_readers_do,
       null_and_unknown_sizes_are_errors,
   };
   const size_t count = sizeof cases / sizeof *cases;

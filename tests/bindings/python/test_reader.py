@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import gc
+import json
 import weakref
+from pathlib import Path
 
 import pytest
 from support import NAME, simulated
@@ -251,6 +253,31 @@ def test_wrong_arguments_are_refused() -> None:
     with pytest.raises(TypeError, match="a frame is bytes or a bytes-like object"):
         reader.send("BB00")  # type: ignore[arg-type]
     reader.release()
+
+
+def test_a_platform_records_what_its_readers_do(tmp_path: Path) -> None:
+    platform = simulated()
+    platform.add_reader(NAME)
+    assert not platform.is_recording_whole
+    file = tmp_path / "run.jsonl"
+    platform.record(file)
+    with pytest.raises(RuntimeError, match="this platform records already"):
+        platform.record(file)
+    reader = Reader(platform)
+    platform.run_for(5)
+    reader.send(COMMAND)
+    platform.run_for(1)
+    assert reader.phase is ReaderPhase.plugged_in
+    reader.release()
+    assert platform.is_recording_whole
+    events = [json.loads(line) for line in file.read_text().splitlines()]
+    assert events[0]["format"] == "kestrin-recording"
+    assert events[0]["program"] == f"kestrinblesdk {kestrin.__version__}"
+    calls = [event["operation"] for event in events if event.get("kind") == "call"]
+    assert calls == ["scanBLE", "connectBLE", "send", "close"]
+    assert [event["plugged"] for event in events if event.get("kind") == "plug"][0] is True
+    with pytest.raises(OSError, match="cannot be written"):
+        simulated().record(tmp_path / "no folder" / "run.jsonl")
 
 
 def test_an_exception_of_a_handler_is_reported_and_everything_goes_on(

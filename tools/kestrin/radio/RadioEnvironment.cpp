@@ -1,5 +1,7 @@
 #include "tools/kestrin/radio/RadioEnvironment.h"
 
+#include <KestrinBLESDK/recording/RecordedPlatform.h>
+
 #include <utility>
 
 #include "kestrin/simulated/SimulatedPlatform.h"
@@ -65,9 +67,7 @@ Background::~Background() = default;
 RadioEnvironment::~RadioEnvironment() = default;
 
 std::shared_ptr<RadioWatch> RadioEnvironment::radioWatch() const {
-  Platform watched = platform();
-  watched.radio = unrecordedRadio();
-  return RadioWatch::of(watched);
+  return RadioWatch::of(unrecorded(platform()));
 }
 
 void RadioEnvironment::leave() {

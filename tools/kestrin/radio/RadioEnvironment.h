@@ -53,9 +53,7 @@ class RadioEnvironment {
 
   [[nodiscard]] virtual Platform platform() const = 0;
   [[nodiscard]] virtual MainRunLoop& loop() const = 0;
-  /// The radio for what this application watches by itself, which is not part of a conversation.
-  [[nodiscard]] virtual std::shared_ptr<Radio> unrecordedRadio() const { return platform().radio; }
-  /// The watch of that radio.
+  /// The watch of the radio, which is not part of a conversation and so not recorded.
   [[nodiscard]] std::shared_ptr<RadioWatch> radioWatch() const;
 
   /// Asks the running command to come to its end; on the loop's thread.

@@ -25,9 +25,6 @@ class RecordedEnvironment final : public RadioEnvironment {
 
   [[nodiscard]] Platform platform() const override { return recorded_.platform; }
   [[nodiscard]] MainRunLoop& loop() const override { return inner_->loop(); }
-  [[nodiscard]] std::shared_ptr<Radio> unrecordedRadio() const override {
-    return inner_->unrecordedRadio();
-  }
 
  private:
   const std::unique_ptr<RadioEnvironment> inner_;

@@ -102,6 +102,14 @@ KESTRIN_C_EXPORT kestrin_status kestrin_set_log(kestrin_platform* platform, kest
  * holds until the next call with this platform. NULL on failure. */
 KESTRIN_C_EXPORT const char* kestrin_radio_trouble(kestrin_platform* platform);
 
+/** Records what readers and managers that are created from now on do: everything that is asked of
+ * the radio, the devices and the run loop, and what comes back. The file has the form that
+ * `kestrin timeline` draws. KESTRIN_FAILED when it cannot be written, KESTRIN_INVALID_ARGUMENT when
+ * this platform records already. */
+KESTRIN_C_EXPORT kestrin_status kestrin_record(kestrin_platform* platform, const char* path);
+/** Whether everything was written so far; false also without a recording, and for NULL. */
+KESTRIN_C_EXPORT bool kestrin_recording_is_whole(const kestrin_platform* platform);
+
 /* --- the run loop */
 
 /** Turns the run loop for so long, or until kestrin_stop. What is not a positive number of seconds
