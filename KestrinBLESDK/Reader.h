@@ -67,6 +67,9 @@ namespace kestrin {
 /// @{
 
 class Reader;
+namespace reader {
+class ReaderCore;
+}
 
 /// Where a reader stands; the table of transitions is at `Reader`.
 enum class ReaderPhase : std::uint8_t {
@@ -237,8 +240,7 @@ class KESTRIN_EXPORT Reader final {
   void close(std::function<void()> done = {});
 
  private:
-  class Core;
-  const std::shared_ptr<Core> core_;
+  const std::shared_ptr<reader::ReaderCore> core_;
 };
 
 /// @}

@@ -71,7 +71,8 @@ std::unique_ptr<Reader> Reader::create(const Platform& platform, ReaderOptions o
 
 Reader::Reader(Private /*key*/, const Platform& platform, ReaderOptions options,
                ReaderHandlers handlers)
-    : core_(std::make_shared<Core>(*this, platform, std::move(options), std::move(handlers))) {}
+    : core_(std::make_shared<reader::ReaderCore>(*this, platform, std::move(options),
+                                                 std::move(handlers))) {}
 
 Reader::~Reader() { core_->drop(); }
 

@@ -10,7 +10,7 @@
 #include "KestrinBLESDK/reader/Errors.h"
 #include "KestrinBLESDK/recording/RecordedPlatform.h"
 
-namespace kestrin {
+namespace kestrin::reader {
 namespace {
 
 constexpr Time kFirstPause = std::chrono::milliseconds(500);
@@ -26,46 +26,46 @@ Time pauseBefore(std::size_t attempt) {
 
 }  // namespace
 
-Reader::Core::Core(Reader& owner, const Platform& platform, ReaderOptions options,
-                   ReaderHandlers handlers)
+ReaderCore::ReaderCore(Reader& owner, const Platform& platform, ReaderOptions options,
+                       ReaderHandlers handlers)
     : owner_(&owner),
       handlers_(std::make_shared<const ReaderHandlers>(std::move(handlers))),
       platform_(platform),
       options_(std::move(options)),
       watch_(options_.watch ? options_.watch : RadioWatch::of(unrecorded(platform))),
-      sends_(std::make_shared<reader::SendQueue>(
-          platform_.mainRunLoop, [this](const NSData& slice) { return write(slice); })),
+      sends_(std::make_shared<SendQueue>(platform_.mainRunLoop,
+                                         [this](const NSData& slice) { return write(slice); })),
       limit_(platform_.mainRunLoop),
       choice_(options_.reader) {}
 
-Reader::Core::~Core() = default;
+ReaderCore::~ReaderCore() = default;
 
-void Reader::Core::start() {
+void ReaderCore::start() {
   static constexpr SEL kLeaveSoon{
       "leaveSoon", [](void* target, const std::shared_ptr<void>& /*notification*/) noexcept {
-        static_cast<Core*>(target)->leaveSoon({});
+        static_cast<ReaderCore*>(target)->leaveSoon({});
       }};
   const auto self = shared_from_this();
   watchToken_ = watch_->listen([weak = weak_from_this()](CBManagerState state) {
     if (const auto core = weak.lock()) core->takeRadioState(state);
   });
-  claimToken_ = reader::Claim::onRelease([weak = weak_from_this()] {
-    if (const auto core = weak.lock()) core->later(&Core::lookAround);
+  claimToken_ = Claim::onRelease([weak = weak_from_this()] {
+    if (const auto core = weak.lock()) core->later(&ReaderCore::lookAround);
   });
   platform_.notificationCenter->addObserver_selector_name_object(
       std::shared_ptr<void>(self, this), kLeaveSoon, UIApplicationDidEnterBackgroundNotification,
       nullptr);
   Platform observed = platform_;
-  observed.radio = reader::watched(platform_.radio, std::weak_ptr<reader::LinkListener>(self));
+  observed.radio = watched(platform_.radio, std::weak_ptr<LinkListener>(self));
   manager_ = std::make_unique<RecordedManager>(observed, platform_);
   manager_->setDelegate(self);
   manager_->setRcpReceiverDelegate(self);
-  startLimit(options_.findLimit, &Core::findLimitPassed);
+  startLimit(options_.findLimit, &ReaderCore::findLimitPassed);
   manager_->scanBLE();
-  later(&Core::lookAround);
+  later(&ReaderCore::lookAround);
 }
 
-void Reader::Core::drop() noexcept {
+void ReaderCore::drop() noexcept {
   const bool isClosed = std::exchange(phase_, ReaderPhase::closed) == ReaderPhase::closed;
   owner_ = nullptr;
   sends_->drop();
@@ -86,7 +86,7 @@ void Reader::Core::drop() noexcept {
 
 // The radio.
 
-void Reader::Core::takeRadioState(CBManagerState state) {
+void ReaderCore::takeRadioState(CBManagerState state) {
   if (phase_ == ReaderPhase::closed || phase_ == ReaderPhase::away) return;
   if (state == CBManagerState::unknown) return;
   if (state == CBManagerState::poweredOn) {
@@ -96,7 +96,7 @@ void Reader::Core::takeRadioState(CBManagerState state) {
   }
 }
 
-void Reader::Core::radioIsOff() {
+void ReaderCore::radioIsOff() {
   const auto code = watch_->unusable() ? ReaderError::radioUnusable : ReaderError::radioOff;
   const std::string why = watch_->description();
   const bool isNews = phase_ != ReaderPhase::radioOff || why != radioTrouble_;
@@ -111,7 +111,7 @@ void Reader::Core::radioIsOff() {
   if (isLoss && !options_.reconnect && phase_ == ReaderPhase::radioOff) giveUp();
 }
 
-void Reader::Core::radioIsOn() {
+void ReaderCore::radioIsOn() {
   if (phase_ != ReaderPhase::radioOff) return;
   if (!device_) {
     // The manager scans by itself from the radio's report on.
@@ -126,7 +126,7 @@ void Reader::Core::radioIsOn() {
   }
 }
 
-void Reader::Core::radioReported() noexcept {
+void ReaderCore::radioReported() noexcept {
   // A manager scans whenever its radio is powered on. To one that works a reader another sighting
   // would only do harm: it would take that reader for its own.
   const bool resting = phase_ == ReaderPhase::away || phase_ == ReaderPhase::closed;
@@ -135,14 +135,14 @@ void Reader::Core::radioReported() noexcept {
 
 // The link.
 
-void Reader::Core::connect() {
-  if (!limit_.isRunning()) startLimit(options_.plugInLimit, &Core::plugInLimitPassed);
+void ReaderCore::connect() {
+  if (!limit_.isRunning()) startLimit(options_.plugInLimit, &ReaderCore::plugInLimitPassed);
   link_ = Link::wanted;
   manager_->connectBLE(device_);
   enter(ReaderPhase::connecting);
 }
 
-void Reader::Core::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept {
+void ReaderCore::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept {
   if (device != device_ || link_ == Link::none) return;
   const auto self = shared_from_this();
   link_ = Link::up;
@@ -152,20 +152,20 @@ void Reader::Core::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexce
   }
 }
 
-void Reader::Core::plugChangedStatus(bool plugged) noexcept {
+void ReaderCore::plugChangedStatus(bool plugged) noexcept {
   // What has ended, the radio reports; this would also come of a mere `close`.
   if (!plugged || phase_ != ReaderPhase::linkingUp) return;
   const auto self = shared_from_this();
   const auto loop = platform_.mainRunLoop.lock();
   // The manager's delayed report outlives a link. One that comes sooner than this link's can is the
   // last one's.
-  if (!loop || loop->now() < linkBegan_ + timeFromSeconds(reader::kPluggedDelay)) return;
+  if (!loop || loop->now() < linkBegan_ + timeFromSeconds(kPluggedDelay)) return;
   limit_.stop();
   attempts_ = 0;
   enter(ReaderPhase::pluggedIn);
 }
 
-void Reader::Core::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexcept {
+void ReaderCore::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexcept {
   if (device != device_) return;
   const auto self = shared_from_this();
   link_ = Link::none;
@@ -187,26 +187,26 @@ void Reader::Core::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexce
   }
 }
 
-void Reader::Core::lose() {
+void ReaderCore::lose() {
   const bool wasPluggedIn = phase_ == ReaderPhase::pluggedIn;
   endFrames();
-  if (options_.reconnect) pause_ = arm(pauseBefore(attempts_++), &Core::connectAfterPause);
+  if (options_.reconnect) pause_ = arm(pauseBefore(attempts_++), &ReaderCore::connectAfterPause);
   enter(ReaderPhase::lost);
   if (options_.reconnect || phase_ != ReaderPhase::lost) return;
   tellTrouble(ReaderError::unplugged,
-              "the link to " + reader::quoted(name_) +
+              "the link to " + quoted(name_) +
                   (wasPluggedIn ? " was lost" : " went down before it could be used"));
   if (phase_ == ReaderPhase::lost) giveUp();
 }
 
-void Reader::Core::connectAfterPause() {
+void ReaderCore::connectAfterPause() {
   pause_.reset();
   if (phase_ == ReaderPhase::lost) connect();
 }
 
 // Limits.
 
-void Reader::Core::startLimit(const std::optional<Time>& limit, void (Core::*passed)()) {
+void ReaderCore::startLimit(const std::optional<Time>& limit, void (ReaderCore::*passed)()) {
   if (!limit) return;
   limit_.start(*limit, [weak = weak_from_this(), passed] {
     const auto self = weak.lock();
@@ -216,17 +216,17 @@ void Reader::Core::startLimit(const std::optional<Time>& limit, void (Core::*pas
   });
 }
 
-void Reader::Core::findLimitPassed() {
+void ReaderCore::findLimitPassed() {
   const bool isOn = watch_->state() == CBManagerState::poweredOn;
-  const std::string text = choice_.notFound(reader::inSeconds(*options_.findLimit)) + "; " +
+  const std::string text = choice_.notFound(inSeconds(*options_.findLimit)) + "; " +
                            (isOn ? choice_.inRange() : watch_->description());
   tellTrouble(ReaderError::notFound, text);
   if (!options_.reconnect && phase_ != ReaderPhase::closed) giveUp();
 }
 
-void Reader::Core::plugInLimitPassed() {
-  std::string text = "the reader " + reader::quoted(name_) + " was not plugged in within " +
-                     reader::inSeconds(*options_.plugInLimit);
+void ReaderCore::plugInLimitPassed() {
+  std::string text = "the reader " + quoted(name_) + " was not plugged in within " +
+                     inSeconds(*options_.plugInLimit);
   if (watch_->state() != CBManagerState::poweredOn) text += "; " + watch_->description();
   // An attempt goes on inside the radio; a link that leads to nothing is given up, which its end
   // shows.
@@ -237,7 +237,7 @@ void Reader::Core::plugInLimitPassed() {
 
 // Away and closed.
 
-void Reader::Core::leaveSoon(std::function<void()> done) {
+void ReaderCore::leaveSoon(std::function<void()> done) {
   const auto loop = platform_.mainRunLoop.lock();
   if (!loop) return;
   loop->post([weak = weak_from_this(), done = std::move(done)] {
@@ -246,9 +246,9 @@ void Reader::Core::leaveSoon(std::function<void()> done) {
   });
 }
 
-void Reader::Core::comeBackSoon() { later(&Core::comeBack); }
+void ReaderCore::comeBackSoon() { later(&ReaderCore::comeBack); }
 
-void Reader::Core::leave(std::function<void()> done) {
+void ReaderCore::leave(std::function<void()> done) {
   ++departures_;
   const bool leaves = phase_ != ReaderPhase::closed && phase_ != ReaderPhase::away;
   if (leaves) {
@@ -262,14 +262,14 @@ void Reader::Core::leave(std::function<void()> done) {
   if (leaves) enter(ReaderPhase::away);
 }
 
-void Reader::Core::comeBack() {
+void ReaderCore::comeBack() {
   whenDown([weak = weak_from_this(), departure = departures_] {
     const auto self = weak.lock();
     if (self && self->departures_ == departure) self->goOn();
   });
 }
 
-void Reader::Core::goOn() {
+void ReaderCore::goOn() {
   if (phase_ != ReaderPhase::away) return;
   limit_.resume();
   if (watch_->state() != CBManagerState::poweredOn && watch_->state() != CBManagerState::unknown) {
@@ -283,12 +283,12 @@ void Reader::Core::goOn() {
   }
 }
 
-void Reader::Core::giveUp() {
+void ReaderCore::giveUp() {
   stop();
   enter(ReaderPhase::closed);
 }
 
-void Reader::Core::close(std::function<void()> done) {
+void ReaderCore::close(std::function<void()> done) {
   if (phase_ != ReaderPhase::closed) {
     stop();
     phase_ = ReaderPhase::closed;
@@ -296,7 +296,7 @@ void Reader::Core::close(std::function<void()> done) {
   if (done) whenDown(std::move(done));
 }
 
-void Reader::Core::stop() {
+void ReaderCore::stop() {
   limit_.stop();
   disarm(pause_);
   disarm(settling_);
@@ -308,7 +308,7 @@ void Reader::Core::stop() {
   });
 }
 
-void Reader::Core::whenDown(std::function<void()> done) {
+void ReaderCore::whenDown(std::function<void()> done) {
   if (link_ != Link::none) {
     closed_.push_back(std::move(done));
     return;
@@ -323,19 +323,19 @@ void Reader::Core::whenDown(std::function<void()> done) {
 
 // Handlers and timers.
 
-void Reader::Core::enter(ReaderPhase phase) {
+void ReaderCore::enter(ReaderPhase phase) {
   assert(mayFollow(phase_, phase));
   phase_ = phase;
   tell(&ReaderHandlers::onPhase, phase);
 }
 
-void Reader::Core::tellTrouble(ReaderError code, const std::string& text) {
-  tell(&ReaderHandlers::onTrouble, reader::errorOf(code, text));
+void ReaderCore::tellTrouble(ReaderError code, const std::string& text) {
+  tell(&ReaderHandlers::onTrouble, errorOf(code, text));
 }
 
-void Reader::Core::later(void (Core::*operation)()) { arm(Time::zero(), operation); }
+void ReaderCore::later(void (ReaderCore::*operation)()) { arm(Time::zero(), operation); }
 
-std::optional<RunLoop::TimerId> Reader::Core::arm(Time delay, void (Core::*operation)()) {
+std::optional<RunLoop::TimerId> ReaderCore::arm(Time delay, void (ReaderCore::*operation)()) {
   const auto loop = platform_.mainRunLoop.lock();
   if (!loop) return std::nullopt;
   return loop->arm(delay, [weak = weak_from_this(), operation] {
@@ -344,9 +344,9 @@ std::optional<RunLoop::TimerId> Reader::Core::arm(Time delay, void (Core::*opera
   });
 }
 
-void Reader::Core::disarm(std::optional<RunLoop::TimerId>& timer) {
+void ReaderCore::disarm(std::optional<RunLoop::TimerId>& timer) {
   if (const auto loop = platform_.mainRunLoop.lock(); loop && timer) loop->cancel(*timer);
   timer.reset();
 }
 
-}  // namespace kestrin
+}  // namespace kestrin::reader

@@ -24,17 +24,22 @@
 #include "KestrinBLESDK/reader/TimeLimit.h"
 #include "KestrinBLESDK/recording/RecordedManager.h"
 
-namespace kestrin {
+namespace kestrin::reader {
 
-class Reader::Core final : public KestrinBLEProtocols,
-                           public RcpReceiver,
-                           public reader::LinkListener,
-                           public std::enable_shared_from_this<Reader::Core> {
+class ReaderCore final : public KestrinBLEProtocols,
+                         public RcpReceiver,
+                         public LinkListener,
+                         public std::enable_shared_from_this<ReaderCore> {
  public:
-  Core(Reader& owner, const Platform& platform, ReaderOptions options, ReaderHandlers handlers);
-  ~Core() override;
-  Core(const Core&) = delete;
-  Core& operator=(const Core&) = delete;
+  using SendHandler = Reader::SendHandler;
+  using AnswerHandler = Reader::AnswerHandler;
+  using ExchangeId = Reader::ExchangeId;
+
+  ReaderCore(Reader& owner, const Platform& platform, ReaderOptions options,
+             ReaderHandlers handlers);
+  ~ReaderCore() override;
+  ReaderCore(const ReaderCore&) = delete;
+  ReaderCore& operator=(const ReaderCore&) = delete;
 
   void start();
   /// Closes the link and calls nobody again.
@@ -45,7 +50,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   [[nodiscard]] const std::string& name() const noexcept { return name_; }
   [[nodiscard]] const std::string& identifier() const noexcept { return identifier_; }
   [[nodiscard]] bool hasLink() const noexcept { return link_ != Link::none; }
-  [[nodiscard]] const reader::ReaderChoice& choice() const noexcept { return choice_; }
+  [[nodiscard]] const ReaderChoice& choice() const noexcept { return choice_; }
   [[nodiscard]] const RadioWatch& radio() const noexcept { return *watch_; }
   bool choose(std::string_view identifier);
   void send(const NSData& frame, SendHandler done);
@@ -80,7 +85,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   void takeRadioState(CBManagerState state);
   void radioIsOff();
   void radioIsOn();
-  void take(const reader::ReaderChoice::Seen& seen);
+  void take(const ReaderChoice::Seen& seen);
   void connect();
   void lose();
   void leave(std::function<void()> done);
@@ -92,7 +97,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   void whenDown(std::function<void()> done);
   void findLimitPassed();
   void plugInLimitPassed();
-  void startLimit(const std::optional<Time>& limit, void (Core::*passed)());
+  void startLimit(const std::optional<Time>& limit, void (ReaderCore::*passed)());
 
   // The search.
   void lookAround();
@@ -104,7 +109,7 @@ class Reader::Core final : public KestrinBLEProtocols,
   [[nodiscard]] std::optional<NSError> whyNotSent() const;
   void enqueue(const NSData& frame, std::function<void()> begun, SendHandler done);
   bool write(const NSData& slice);
-  void record(reader::SendQueue::Frame& entry);
+  void record(SendQueue::Frame& entry);
   std::vector<Awaited>::iterator awaited(ExchangeId id);
   void answer(ExchangeId id, const std::optional<RcpFrame>& frame,
               const std::optional<NSError>& error);
@@ -124,8 +129,8 @@ class Reader::Core final : public KestrinBLEProtocols,
     const auto& handler = (*handlers).*which;
     if (handler) handler(*owner_, arguments...);
   }
-  void later(void (Core::*operation)());
-  std::optional<RunLoop::TimerId> arm(Time delay, void (Core::*operation)());
+  void later(void (ReaderCore::*operation)());
+  std::optional<RunLoop::TimerId> arm(Time delay, void (ReaderCore::*operation)());
   void disarm(std::optional<RunLoop::TimerId>& timer);
 
   Reader* owner_;  // Null once it is dropped.
@@ -136,24 +141,24 @@ class Reader::Core final : public KestrinBLEProtocols,
   std::shared_ptr<void> watchToken_;
   std::shared_ptr<void> claimToken_;
   std::unique_ptr<RecordedManager> manager_;
-  const std::shared_ptr<reader::SendQueue> sends_;
+  const std::shared_ptr<SendQueue> sends_;
 
   ReaderPhase phase_ = ReaderPhase::searching;
   Link link_ = Link::none;
   Time linkBegan_{};
   std::string radioTrouble_;  // What was last said of the radio.
-  reader::TimeLimit limit_;
+  TimeLimit limit_;
   std::optional<RunLoop::TimerId> pause_;
   std::size_t attempts_ = 0;      // Since the reader was last plugged in.
   std::uint64_t departures_ = 0;  // How often it was left.
 
-  reader::ReaderChoice choice_;
+  ReaderChoice choice_;
   std::optional<RunLoop::TimerId> settling_;
   bool settled_ = false;                  // Readers have had their time to be seen.
   std::string refusal_;                   // What was last said of several, or of one that is held.
   std::shared_ptr<CBPeripheral> chosen_;  // By a person; taken in the next turn.
   std::shared_ptr<CBPeripheral> device_;
-  std::unique_ptr<reader::Claim> claim_;
+  std::unique_ptr<Claim> claim_;
   std::string name_;
   std::string identifier_;
 
@@ -162,4 +167,4 @@ class Reader::Core final : public KestrinBLEProtocols,
   std::vector<std::function<void()>> closed_;  // Who waits for the link to be down.
 };
 
-}  // namespace kestrin
+}  // namespace kestrin::reader

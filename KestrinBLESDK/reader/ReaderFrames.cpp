@@ -7,11 +7,9 @@
 #include "KestrinBLESDK/reader/Errors.h"
 #include "KestrinBLESDK/reader/ReaderCore.h"
 
-namespace kestrin {
+namespace kestrin::reader {
 
-using reader::errorOf;
-
-std::optional<NSError> Reader::Core::whyNotSent() const {
+std::optional<NSError> ReaderCore::whyNotSent() const {
   if (phase_ != ReaderPhase::pluggedIn) {
     return errorOf(ReaderError::unplugged, "the reader is unplugged (" +
                                                std::string(nameOf(phase_)) +
@@ -25,8 +23,8 @@ std::optional<NSError> Reader::Core::whyNotSent() const {
   return std::nullopt;
 }
 
-void Reader::Core::enqueue(const NSData& frame, std::function<void()> begun, SendHandler done) {
-  reader::SendQueue::Frame entry{frame, std::move(begun), std::move(done)};
+void ReaderCore::enqueue(const NSData& frame, std::function<void()> begun, SendHandler done) {
+  SendQueue::Frame entry{frame, std::move(begun), std::move(done)};
   if (auto error = whyNotSent()) {
     sends_->finish(std::move(entry), std::move(error));
   } else {
@@ -35,16 +33,16 @@ void Reader::Core::enqueue(const NSData& frame, std::function<void()> begun, Sen
   }
 }
 
-bool Reader::Core::write(const NSData& slice) {
+bool ReaderCore::write(const NSData& slice) {
   const auto self = shared_from_this();  // A log sink may drop the reader.
   const bool taken = manager_->writeRawData(slice);
-  if (manager_ && slice.length() == reader::SendQueue::kSlice) {
-    manager_->notePause(reader::SendQueue::kPauseAfterFullSlice);
+  if (manager_ && slice.length() == SendQueue::kSlice) {
+    manager_->notePause(SendQueue::kPauseAfterFullSlice);
   }
   return taken;
 }
 
-void Reader::Core::record(reader::SendQueue::Frame& entry) {
+void ReaderCore::record(SendQueue::Frame& entry) {
   entry.begun = [this, frame = entry.bytes, begun = std::move(entry.begun)] {
     manager_->noteSend(frame);
     if (begun) begun();
@@ -56,11 +54,11 @@ void Reader::Core::record(reader::SendQueue::Frame& entry) {
   };
 }
 
-void Reader::Core::send(const NSData& frame, SendHandler done) {
+void ReaderCore::send(const NSData& frame, SendHandler done) {
   enqueue(frame, {}, std::move(done));
 }
 
-Reader::ExchangeId Reader::Core::exchange(const NSData& frame, Time limit, AnswerHandler done) {
+Reader::ExchangeId ReaderCore::exchange(const NSData& frame, Time limit, AnswerHandler done) {
   const ExchangeId id = ++lastAwaited_;
   RcpFrameError fault;
   const auto command = parseRcpFrame(frame.span(), &fault);
@@ -93,20 +91,20 @@ Reader::ExchangeId Reader::Core::exchange(const NSData& frame, Time limit, Answe
   return id;
 }
 
-void Reader::Core::forget(ExchangeId exchange) {
+void ReaderCore::forget(ExchangeId exchange) {
   const auto found = awaited(exchange);
   if (found == awaited_.end()) return;
   disarm(found->limit);
   awaited_.erase(found);
 }
 
-std::vector<Reader::Core::Awaited>::iterator Reader::Core::awaited(ExchangeId id) {
+std::vector<ReaderCore::Awaited>::iterator ReaderCore::awaited(ExchangeId id) {
   return std::find_if(awaited_.begin(), awaited_.end(),
                       [id](const Awaited& each) { return each.id == id; });
 }
 
-void Reader::Core::answer(ExchangeId id, const std::optional<RcpFrame>& frame,
-                          const std::optional<NSError>& error) {
+void ReaderCore::answer(ExchangeId id, const std::optional<RcpFrame>& frame,
+                        const std::optional<NSError>& error) {
   const auto found = awaited(id);
   if (found == awaited_.end()) return;
   disarm(found->limit);
@@ -115,20 +113,19 @@ void Reader::Core::answer(ExchangeId id, const std::optional<RcpFrame>& frame,
   if (done && owner_ != nullptr) done(frame, error);
 }
 
-void Reader::Core::startAnswerLimit(ExchangeId id, Time limit) {
+void ReaderCore::startAnswerLimit(ExchangeId id, Time limit) {
   const auto found = awaited(id);
   const auto loop = platform_.mainRunLoop.lock();
   if (found == awaited_.end() || !loop) return;
   found->limit = loop->arm(limit, [weak = weak_from_this(), id, limit] {
     const auto self = weak.lock();
     if (!self) return;
-    self->answer(
-        id, std::nullopt,
-        errorOf(ReaderError::noAnswer, "no answer came within " + reader::inSeconds(limit)));
+    self->answer(id, std::nullopt,
+                 errorOf(ReaderError::noAnswer, "no answer came within " + inSeconds(limit)));
   });
 }
 
-void Reader::Core::endFrames() {
+void ReaderCore::endFrames() {
   sends_->end(
       errorOf(ReaderError::unplugged, "the reader was unplugged before the frame was sent"));
   const NSError error =
@@ -145,7 +142,7 @@ void Reader::Core::endFrames() {
   }
 }
 
-bool Reader::Core::takeAnswer(const RcpFrame& frame) {
+bool ReaderCore::takeAnswer(const RcpFrame& frame) {
   const auto found = std::find_if(awaited_.begin(), awaited_.end(), [&](const Awaited& each) {
     return each.begun && each.code == frame.code;
   });
@@ -154,16 +151,16 @@ bool Reader::Core::takeAnswer(const RcpFrame& frame) {
   return true;
 }
 
-void Reader::Core::dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept {
+void ReaderCore::dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept {
   if (!frame || phase_ == ReaderPhase::closed) return;
   const auto self = shared_from_this();
   const auto parsed = parseRcpFrame(frame->span());
   if (parsed && takeAnswer(*parsed)) return;
-  if (device_ && hasPrefix(device_->name(), reader::kKVRNamePrefix)) {
+  if (device_ && hasPrefix(device_->name(), kKVRNamePrefix)) {
     tell(&ReaderHandlers::onValue, *frame);
   } else if (parsed) {
     tell(&ReaderHandlers::onFrame, *parsed);
   }
 }
 
-}  // namespace kestrin
+}  // namespace kestrin::reader

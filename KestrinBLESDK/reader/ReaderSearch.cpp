@@ -3,7 +3,7 @@
 
 #include "KestrinBLESDK/reader/ReaderCore.h"
 
-namespace kestrin {
+namespace kestrin::reader {
 namespace {
 
 // After the first reader that is meant, others that are meant as well get this long to be seen: to
@@ -12,7 +12,7 @@ constexpr Time kSettling = std::chrono::milliseconds(500);
 
 }  // namespace
 
-void Reader::Core::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) noexcept {
+void ReaderCore::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) noexcept {
   const auto self = shared_from_this();
   if (phase_ == ReaderPhase::away || phase_ == ReaderPhase::closed) return;
   if (device_) {
@@ -25,7 +25,7 @@ void Reader::Core::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device)
   if (phase_ == ReaderPhase::searching) lookAround();
 }
 
-void Reader::Core::lookAround() {
+void ReaderCore::lookAround() {
   if (phase_ != ReaderPhase::searching || device_) return;
   const auto meant = choice_.meant();
   if (meant.empty()) {
@@ -33,7 +33,7 @@ void Reader::Core::lookAround() {
   } else if (choice_.isIdentified() || options_.ambiguity == Ambiguity::takeFirst) {
     take(meant.front());
   } else if (!settled_) {
-    if (!settling_) settling_ = arm(kSettling, &Core::settle);
+    if (!settling_) settling_ = arm(kSettling, &ReaderCore::settle);
   } else if (meant.size() == 1) {
     take(meant.front());
   } else {
@@ -41,29 +41,29 @@ void Reader::Core::lookAround() {
   }
 }
 
-void Reader::Core::settle() {
+void ReaderCore::settle() {
   settling_.reset();
   settled_ = true;
   lookAround();
 }
 
-void Reader::Core::refuse(ReaderError code, const std::string& text) {
+void ReaderCore::refuse(ReaderError code, const std::string& text) {
   if (text == refusal_) return;
   refusal_ = text;
   tellTrouble(code, text);
 }
 
-bool Reader::Core::choose(std::string_view identifier) {
-  const reader::ReaderChoice::Seen* const seen = choice_.find(identifier);
-  if (seen == nullptr || phase_ != ReaderPhase::searching || reader::Claim::isHeld(seen->device)) {
+bool ReaderCore::choose(std::string_view identifier) {
+  const ReaderChoice::Seen* const seen = choice_.find(identifier);
+  if (seen == nullptr || phase_ != ReaderPhase::searching || Claim::isHeld(seen->device)) {
     return false;
   }
   chosen_ = seen->device;
-  later(&Core::takeChosen);
+  later(&ReaderCore::takeChosen);
   return true;
 }
 
-void Reader::Core::takeChosen() {
+void ReaderCore::takeChosen() {
   const auto chosen = std::exchange(chosen_, nullptr);
   if (phase_ != ReaderPhase::searching || !chosen) return;
   for (const auto& seen : choice_.seen()) {
@@ -73,8 +73,8 @@ void Reader::Core::takeChosen() {
   }
 }
 
-void Reader::Core::take(const reader::ReaderChoice::Seen& seen) {
-  claim_ = reader::Claim::take(seen.device);
+void ReaderCore::take(const ReaderChoice::Seen& seen) {
+  claim_ = Claim::take(seen.device);
   if (!claim_) return;  // Somebody was faster; it is looked for when they give it up.
   device_ = seen.device;
   name_ = seen.reader.name;
@@ -84,4 +84,4 @@ void Reader::Core::take(const reader::ReaderChoice::Seen& seen) {
   connect();
 }
 
-}  // namespace kestrin
+}  // namespace kestrin::reader
