@@ -81,7 +81,7 @@ bool RadioWatch::unusable() const noexcept {
 }
 
 std::string RadioWatch::description() const {
-  const std::string reason = platform_.radio->stateReason();
+  std::string reason = platform_.radio->stateReason();
   if (!reason.empty() && state_ != CBManagerState::poweredOn) return reason;
   return "the radio is " + inWords(state_);
 }

@@ -28,16 +28,16 @@ void ReaderCore::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) n
 void ReaderCore::lookAround() {
   if (phase_ != ReaderPhase::searching || device_) return;
   const auto meant = choice_.meant();
+  const bool isClear = choice_.isIdentified() || options_.ambiguity == Ambiguity::takeFirst ||
+                       (settled_ && meant.size() == 1);
   if (meant.empty()) {
     if (const std::string why = choice_.held(); !why.empty()) refuse(ReaderError::held, why);
-  } else if (choice_.isIdentified() || options_.ambiguity == Ambiguity::takeFirst) {
+  } else if (isClear) {
     take(meant.front());
-  } else if (!settled_) {
-    if (!settling_) settling_ = arm(kSettling, &ReaderCore::settle);
-  } else if (meant.size() == 1) {
-    take(meant.front());
-  } else {
+  } else if (settled_) {
     refuse(ReaderError::ambiguous, choice_.ambiguous(meant));
+  } else if (!settling_) {
+    settling_ = arm(kSettling, &ReaderCore::settle);
   }
 }
 

@@ -104,6 +104,7 @@ TEST_F(ManyReaders, SearchWhileOthersAreWorked) {
 
 TEST_F(ManyReaders, ThatHaveSeenAnothersDeviceDoNotEndItsLink) {
   std::vector<std::unique_ptr<Reader>> others;
+  others.reserve(4);
   for (int i = 0; i < 4; ++i) {
     others.push_back(Reader::create(simulated_.platform(), {.reader = "KVR-0099"}));
   }

@@ -98,6 +98,7 @@ TEST_F(RadioWatchTest, IsOneForTwelveReaders) {
   const auto radio = std::make_shared<CountingRadio>(platform.radio);
   platform.radio = radio;
   std::vector<std::unique_ptr<Reader>> readers;
+  readers.reserve(12);
   for (int i = 0; i < 12; ++i) readers.push_back(Reader::create(platform, {.reader = "KVR"}));
   runFor(seconds(1));
   EXPECT_EQ(radio->made, 12U + 1) << "one for each scan, and one watch";

@@ -13,6 +13,7 @@ namespace {
 using enum ReaderPhase;
 
 std::uint32_t environmentNumber(const char* name, std::uint32_t usual) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): before there is any other thread.
   const char* const given = std::getenv(name);
   return given == nullptr ? usual : static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10));
 }
