@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import binascii
+
 STANDARD_TX = "BA821001-3B5B-4654-85FE-E998B123ADEA"
 STANDARD_RX = "BA821002-3B5B-4654-85FE-E998B123ADEA"
 Q62T_RX = "FFF1"
@@ -27,3 +29,15 @@ Q62T_ANSWER = (
 def pieces(size: int, answer: str) -> list[str]:
     """An answer as a KVR-Q62T reader's comes: cut into values of `size` bytes and a shorter last one."""
     return [answer[at : at + 2 * size] for at in range(0, len(answer), 2 * size)]
+
+
+def build_frame(type: int, code: int, payload: bytes) -> bytes:
+    """Not with the library, which builds and checks them as well."""
+    body = bytes([type, code]) + len(payload).to_bytes(2, "big") + payload + b"\x7e"
+    return b"\xbb" + body + binascii.crc_hqx(body, 0xFFFF).to_bytes(2, "big")
+
+
+def exchange(code: int, length: int, start: int) -> tuple[bytes, str]:
+    """A command of `length` bytes in all, whose payload counts up from `start`, and a reader's answer to it."""
+    payload = bytes((start + at) & 0xFF for at in range(length - 8))
+    return build_frame(0x00, code, payload), build_frame(0x01, code, payload).hex()

@@ -8,7 +8,7 @@ from collections.abc import Callable, Iterator
 import kestrinblesdk as kestrin
 import pytest
 import stack as machine
-from frames import GET_READER_INFO, Q62T_TX, STANDARD_RX, STANDARD_TX, pieces
+from frames import GET_READER_INFO, Q62T_TX, STANDARD_RX, STANDARD_TX, exchange, pieces
 from stack import Stack, daemon_device, daemon_objects, daemon_property, slices
 
 MASKS = ["04", "08", "0C", "12", "18"]
@@ -104,12 +104,6 @@ class Worked:
         notified = [line.split(" ") for line in stack.events(mark, "NOTIFY", reader)]
         assert [int(size) for _, size, _ in notified] == list(sizes)
         self.has_frames([value for _, _, value in notified])
-
-
-def exchange(code: int, length: int, start: int) -> tuple[bytes, str]:
-    """A command of `length` bytes in all, whose payload counts up from `start`, and a reader's answer to it."""
-    payload = bytes((start + at) & 0xFF for at in range(length - 8))
-    return kestrin.build_frame(0x00, code, payload), kestrin.build_frame(0x01, code, payload).hex()
 
 
 def links_end(stack: Stack, air: Air, links: dict[str, Worked]) -> None:
