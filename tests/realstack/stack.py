@@ -36,7 +36,7 @@ class Stack:
     def __init__(self, *devices: str) -> None:
         self._devices = devices
         self._readers = LOGS / "kestrin-vreader.log"
-        self._orders = LOGS / "orders"
+        self.orders = LOGS / "orders"
         self._programs: list[subprocess.Popen[bytes]] = []
 
     def start(self) -> None:
@@ -45,12 +45,19 @@ class Stack:
         subprocess.run(["dbus-daemon", "--system", "--fork", "--nopidfile"], check=True)
         wait_for(20, "the message bus", lambda: succeeds("busctl", "--no-pager", "list"))
         vreader = str(BUILD / "bin/kestrin-vreader")
-        self._run(self._readers, vreader, "--orders", str(self._orders), *self._devices)
+        self._run(self._readers, vreader, "--orders", str(self.orders), *self._devices)
         wait_for(20, "the virtual readers", lambda: self._lines()[-1:] == ["READY hci0"])
         settings = LOGS / "main.conf"
         settings.write_text("[General]\nControllerMode = le\n")
         self._run(LOGS / "bluetoothd.log", "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
         wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
+
+    def end_readers(self) -> tuple[int, str]:
+        """Ends the virtual readers: with which exit status and which last line they do."""
+        vreader = self._programs[0]
+        vreader.terminate()
+        status = vreader.wait(20)
+        return status, self._lines()[-1]
 
     def stop(self) -> None:
         for program in reversed(self._programs):
@@ -63,8 +70,13 @@ class Stack:
 
     def writes(self, mark: int, reader: str, characteristic: str) -> list[str]:
         """What was written since then, each with its length: `2 abcd`."""
-        start = f"WRITE {reader} {characteristic} "
-        return [line.removeprefix(start) for line in self._lines()[mark:] if line.startswith(start)]
+        return self.events(mark, "WRITE", reader, characteristic)
+
+    def events(self, mark: int, *words: str) -> list[str]:
+        """What the virtual readers have said since then after these words."""
+        start = " ".join(words) + " "
+        lines = (f"{line} " for line in self._lines()[mark:])
+        return [line.removeprefix(start).rstrip() for line in lines if line.startswith(start)]
 
     def wait_for_disconnection(self, mark: int, reader: str) -> None:
         """Since then, by the host."""
@@ -74,7 +86,7 @@ class Stack:
     def order(self, words: str) -> None:
         """Gives the virtual readers an order and waits until it is carried out."""
         before = len(self._orders_answered())
-        self._orders.write_text(words + "\n")
+        self.orders.write_text(words + "\n")
         wait_for(10, f"the order '{words}'", lambda: len(self._orders_answered()) > before)
         answer = self._orders_answered()[before]
         assert not answer.startswith("ORDER-REFUSED"), answer
@@ -91,11 +103,7 @@ class Stack:
 
     @staticmethod
     def _adapter_is_powered() -> bool:
-        asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", "/org/bluez/hci0"]
-        answer = subprocess.run(
-            [*asked, "org.bluez.Adapter1", "Powered"], capture_output=True, text=True, check=False
-        )
-        return answer.stdout == "b true\n"
+        return daemon_property("/org/bluez/hci0", "Adapter1", "Powered") == "b true"
 
 
 def slices(*commands: bytes) -> list[str]:
@@ -103,7 +111,31 @@ def slices(*commands: bytes) -> list[str]:
     parts = [
         command[at : at + SLICE] for command in commands for at in range(0, len(command) + 1, SLICE)
     ]
-    return [f"{len(part)} {part.hex()}" for part in parts]
+    return [f"{len(part)} {part.hex()}".rstrip() for part in parts]
+
+
+def kestrin(*arguments: str) -> subprocess.CompletedProcess[str]:
+    """Runs the application; what it says besides its output is among the logs."""
+    with (LOGS / "kestrin.log").open("ab") as log:
+        command = [str(BUILD / "bin/kestrin"), *arguments]
+        return subprocess.run(command, stdout=subprocess.PIPE, stderr=log, text=True, check=False)
+
+
+def daemon_property(path: str, interface: str, name: str) -> str:
+    """What the daemon says of one of its objects, as busctl prints it; nothing where there is no such thing."""
+    asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", path, f"org.bluez.{interface}", name]
+    return subprocess.run(asked, capture_output=True, text=True, check=False).stdout.rstrip("\n")
+
+
+def daemon_objects() -> list[str]:
+    """The paths of what the daemon has, in their order."""
+    asked = ["busctl", "--auto-start=no", "--list", "tree", "org.bluez"]
+    return sorted(subprocess.run(asked, capture_output=True, text=True, check=False).stdout.split())
+
+
+def daemon_device(number: int) -> str:
+    """Where the daemon has the device that is at that place of DEVICES, counted from 1."""
+    return f"/org/bluez/hci0/dev_C0_DE_00_00_00_{number:02X}"
 
 
 def logs() -> str:

@@ -14,6 +14,14 @@ from pathlib import Path
 
 import kestrinblesdk as kestrin
 import pytest
+from frames import (
+    GET_READER_INFO,
+    Q62T_ANSWER,
+    Q62T_COMMAND,
+    STANDARD_ANSWER,
+    STANDARD_COMMAND,
+    STANDARD_TX,
+)
 from stack import Stack, slices
 
 from kestrinblesdk import Frame, NSError, Reader, ReaderPhase
@@ -26,21 +34,6 @@ DEVICES = [
     *("--non-reader", "Lamp,id=lamp"),
 ]
 LIMIT = 60.0
-STANDARD_TX = "BA821001-3B5B-4654-85FE-E998B123ADEA"
-GET_READER_INFO = bytes.fromhex("bb00030001b17e6597")
-# Commands of 45 bytes, which leave as 20, 20 and 5, and the answers of the readers' script.
-STANDARD_COMMAND = bytes.fromhex(
-    "bb00220025101112131415161718191a1b1c1d1e1f202122232425262728292a2b2c2d2e2f30313233347e8ae5"
-)
-STANDARD_ANSWER = (
-    "bb01220025101112131415161718191a1b1c1d1e1f202122232425262728292a2b2c2d2e2f30313233347e4c36"
-)
-Q62T_COMMAND = bytes.fromhex(
-    "bb00290025bb7e808182838485868788898a8b8c8d8e8f909192939495969798999a9b9c9d9e9fa0a1a27e9bd9"
-)
-Q62T_ANSWER = (
-    "bb01290025bb7e808182838485868788898a8b8c8d8e8f909192939495969798999a9b9c9d9e9fa0a1a27e5d0a"
-)
 
 
 class Held:
