@@ -6,7 +6,6 @@ with what it records as a property, and the summary."""
 from __future__ import annotations
 
 import textwrap
-from collections.abc import Iterator
 
 import pytest
 import stack as machine
@@ -24,13 +23,10 @@ def pytest_plugin_registered(plugin: object, manager: pytest.PytestPluginManager
 
 
 @pytest.fixture(scope="module")
-def stack(request: pytest.FixtureRequest) -> Iterator[machine.Stack]:
+def stack(request: pytest.FixtureRequest) -> machine.Stack:
     started = machine.Stack(*request.module.DEVICES)
-    try:
-        started.start()
-        yield started
-    finally:
-        started.stop()
+    started.start()
+    return started
 
 
 def pytest_runtest_logreport(report: pytest.TestReport) -> None:

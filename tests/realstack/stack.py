@@ -11,11 +11,11 @@ import subprocess
 import time
 from collections.abc import Callable
 from pathlib import Path
+from typing import ClassVar
 
 BUILD = Path(os.environ["KESTRIN_BUILD"])
 LOGS = Path("/run/kestrin")
 SLICE = 20
-ADAPTER = ("org.bluez", "/org/bluez/hci0", "org.bluez.Adapter1")
 
 
 def wait_for(limit: float, what: str, holds: Callable[[], bool]) -> None:
@@ -33,101 +33,152 @@ def succeeds(*command: str) -> bool:
 
 
 class Stack:
-    """One per machine, since what the kernel and the daemon have been through stays."""
+    """One per machine, since what the kernel and the daemon have been through stays. Its programs run until
+    the machine ends: Linux 6.1 can crash when the daemon closes what it holds."""
+
+    _all: ClassVar[list[Stack]] = []
 
     def __init__(self, *devices: str) -> None:
-        self.orders = LOGS / "orders"
-        self.readers_log = LOGS / "kestrin-vreader.log"
         self._devices = devices
-        self._programs: list[subprocess.Popen[bytes]] = []
-        self._daemon: subprocess.Popen[bytes] | None = None
-        self._bus = 0
+        self._readers = LOGS / "kestrin-vreader.log"
+        self._orders = LOGS / "orders"
+        self._programs: dict[str, subprocess.Popen[bytes]] = {}
+        self._all.append(self)
 
     def start(self) -> None:
+        LOGS.mkdir(parents=True, exist_ok=True)
         self.start_bus()
         self.start_readers()
         self.start_daemon()
 
-    def stop(self) -> None:
-        for program in reversed(self._programs):
-            program.terminate()
-            program.wait(20)
-
     def start_bus(self) -> None:
-        LOGS.mkdir(parents=True, exist_ok=True)
         Path("/run/dbus").mkdir(parents=True, exist_ok=True)
-        command = ["dbus-daemon", "--system", "--fork", "--nopidfile", "--print-pid"]
-        self._bus = int(subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
+        self._run("bus", LOGS / "dbus-daemon.log", "dbus-daemon", "--system", "--nofork", "--nopidfile")
         wait_for(20, "the message bus", lambda: succeeds("busctl", "--no-pager", "list"))
 
-    def kill_bus(self) -> None:
-        os.kill(self._bus, signal.SIGKILL)
-
-    def start_readers(self) -> None:
-        vreader = str(BUILD / "bin/kestrin-vreader")
-        self._run(self.readers_log, vreader, "--orders", str(self.orders), *self._devices)
-        wait_for(20, "the virtual readers", lambda: self.lines()[-1:] == ["READY hci0"])
+    def start_readers(self, *devices: str) -> None:
+        """The virtual readers, by default those of the start. The adapter is theirs, and comes and goes
+        with them; so do their lines."""
+        self._orders.unlink(missing_ok=True)
+        self._readers.write_bytes(b"")
+        command = [str(BUILD / "bin/kestrin-vreader"), "--orders", str(self._orders)]
+        self._run("readers", self._readers, *command, *(devices or self._devices))
+        wait_for(20, "the virtual readers", lambda: self.has_line(0, "READY hci[0-9]+"))
 
     def start_daemon(self) -> None:
         settings = LOGS / "main.conf"
         settings.write_text("[General]\nControllerMode = le\n")
-        daemon = ("/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
-        self._daemon = self._run(LOGS / "bluetoothd.log", *daemon)
-        wait_for(30, "the daemon's adapter to be powered", lambda: self.power() is True)
+        log = LOGS / "bluetoothd.log"
+        self._run("daemon", log, "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
+        wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
+
+    def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> None:
+        """Ends "bus", "readers" or "daemon" with a signal and waits for it."""
+        self._programs[program].send_signal(how)
+        self._programs[program].wait(20)
+
+    def pause_daemon(self) -> None:
+        self._programs["daemon"].send_signal(signal.SIGSTOP)
+
+    def resume_daemon(self) -> None:
+        self._programs["daemon"].send_signal(signal.SIGCONT)
 
     def stop_daemon(self) -> None:
-        assert self._daemon
-        self._daemon.terminate()
-        status = self._daemon.wait(20)
+        self.end("daemon")
+        status = self._programs["daemon"].returncode
         assert status == 0, f"the daemon ended with status {status}"
 
-    @staticmethod
-    def power() -> bool | None:
-        """Whether the adapter is powered; None while the daemon does not say so."""
-        asked = ["busctl", "--auto-start=no", "get-property", *ADAPTER, "Powered"]
-        answer = subprocess.run(asked, capture_output=True, text=True, check=False)
-        return {"b true\n": True, "b false\n": False}.get(answer.stdout)
+    def daemon_runs(self) -> bool:
+        return self._programs["daemon"].poll() is None
 
-    @staticmethod
-    def set_power(on: bool) -> None:
-        value = "true" if on else "false"
-        command = ["busctl", "--auto-start=no", "set-property", *ADAPTER, "Powered", "b", value]
-        subprocess.run(command, check=True)
+    def keep_daemon_up(self) -> None:
+        """As a service manager does: the daemon of this system can end with a fault of its own."""
+        if not self.daemon_runs():
+            self.start_daemon()
+
+    def set_power(self, powered: bool) -> None:
+        command = ["busctl", "--auto-start=no", "set-property", "org.bluez", "/org/bluez/hci0"]
+        subprocess.run([*command, "org.bluez.Adapter1", "Powered", "b", str(powered).lower()], check=True)
+
+    def is_linked(self, reader: str, address: str) -> bool:
+        """Whether that reader or the daemon has a link. The reader is looked at first: that costs less."""
+        return self._reader_is_linked(reader) or self.daemon_is_linked(address)
+
+    def daemon_is_linked(self, address: str) -> bool:
+        device = f"/org/bluez/hci0/dev_{address.replace(':', '_')}"
+        return self._property(device, "Device1", "Connected") == "b true"
+
+    def _reader_is_linked(self, reader: str) -> bool:
+        changes = [line for line in self._lines() if re.match(f"(DIS)?CONNECTED {reader}( |$)", line)]
+        return changes[-1:] != [] and changes[-1].startswith("CONNECTED")
+
+    def has_line(self, mark: int, pattern: str) -> bool:
+        """Whether the virtual readers have said a line that matches as a whole since then."""
+        return any(re.fullmatch(pattern, line) for line in self._lines()[mark:])
+
+    def mark_after(self, mark: int, pattern: str) -> int:
+        """Where the first such line since then is behind."""
+        lines = enumerate(self._lines()[mark:], mark + 1)
+        return next(behind for behind, line in lines if re.fullmatch(pattern, line))
+
+    def power(self) -> str:
+        """The adapter's, "b true" or "b false"; empty while the daemon does not say it."""
+        return self._property("/org/bluez/hci0", "Adapter1", "Powered")
+
+    @property
+    def orders(self) -> Path:
+        """The virtual readers' pipe for orders."""
+        return self._orders
+
+    @property
+    def readers_log(self) -> Path:
+        """The virtual readers' lines."""
+        return self._readers
 
     def lines(self, mark: int = 0) -> list[str]:
         """The virtual readers' lines since then."""
-        return self.readers_log.read_text().splitlines()[mark:]
+        return self._lines()[mark:]
 
     def mark(self) -> int:
         """Where the virtual readers' lines are now."""
-        return len(self.lines())
+        return len(self._lines())
 
     def writes(self, mark: int, reader: str, characteristic: str) -> list[str]:
         """What was written since then, each with its length: `2 abcd`."""
         start = f"WRITE {reader} {characteristic} "
-        return [line.removeprefix(start) for line in self.lines(mark) if line.startswith(start)]
+        return [line.removeprefix(start) for line in self._lines()[mark:] if line.startswith(start)]
 
     def wait_for_disconnection(self, mark: int, reader: str) -> None:
         """Since then, by the host."""
         ended = f"DISCONNECTED {reader} reason=0x16"
-        wait_for(20, "the end of the link", lambda: any(line.startswith(ended) for line in self.lines(mark)))
+        wait_for(20, "the end of the link", lambda: any(line.startswith(ended) for line in self._lines()[mark:]))
 
     def order(self, words: str) -> None:
         """Gives the virtual readers an order and waits until it is carried out."""
         before = len(self._orders_answered())
-        self.orders.write_text(words + "\n")
+        self._orders.write_text(words + "\n")
         wait_for(10, f"the order '{words}'", lambda: len(self._orders_answered()) > before)
         answer = self._orders_answered()[before]
         assert not answer.startswith("ORDER-REFUSED"), answer
 
     def _orders_answered(self) -> list[str]:
-        return [line for line in self.lines() if re.match("ORDER(-REFUSED)? ", line)]
+        return [line for line in self._lines() if re.match("ORDER(-REFUSED)? ", line)]
 
-    def _run(self, log: Path, *command: str) -> subprocess.Popen[bytes]:
+    def _lines(self) -> list[str]:
+        return self._readers.read_text().splitlines()
+
+    def _run(self, name: str, log: Path, *command: str) -> None:
         with log.open("ab") as output:
-            program = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
-        self._programs.append(program)
-        return program
+            self._programs[name] = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
+
+    def _adapter_is_powered(self) -> bool:
+        return self._property("/org/bluez/hci0", "Adapter1", "Powered") == "b true"
+
+    @staticmethod
+    def _property(path: str, interface: str, name: str) -> str:
+        asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", path, f"org.bluez.{interface}"]
+        answer = subprocess.run([*asked, name], capture_output=True, text=True, check=False)
+        return answer.stdout.strip()
 
 
 def slices(*commands: bytes) -> list[str]:
