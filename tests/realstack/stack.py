@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import os
 import re
+import signal
 import subprocess
 import time
 from collections.abc import Callable
@@ -37,25 +38,82 @@ class Stack:
         self._devices = devices
         self._readers = LOGS / "kestrin-vreader.log"
         self._orders = LOGS / "orders"
-        self._programs: list[subprocess.Popen[bytes]] = []
+        self._programs: dict[str, subprocess.Popen[bytes]] = {}
 
     def start(self) -> None:
         LOGS.mkdir(parents=True, exist_ok=True)
-        Path("/run/dbus").mkdir(parents=True, exist_ok=True)
-        subprocess.run(["dbus-daemon", "--system", "--fork", "--nopidfile"], check=True)
-        wait_for(20, "the message bus", lambda: succeeds("busctl", "--no-pager", "list"))
-        vreader = str(BUILD / "bin/kestrin-vreader")
-        self._run(self._readers, vreader, "--orders", str(self._orders), *self._devices)
-        wait_for(20, "the virtual readers", lambda: self._lines()[-1:] == ["READY hci0"])
-        settings = LOGS / "main.conf"
-        settings.write_text("[General]\nControllerMode = le\n")
-        self._run(LOGS / "bluetoothd.log", "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
-        wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
+        self.start_bus()
+        self.start_readers()
+        self.start_daemon()
 
     def stop(self) -> None:
-        for program in reversed(self._programs):
-            program.terminate()
-            program.wait(20)
+        for name in reversed(list(self._programs)):
+            self.end(name)
+
+    def start_bus(self) -> None:
+        Path("/run/dbus").mkdir(parents=True, exist_ok=True)
+        self._run("bus", LOGS / "dbus-daemon.log", "dbus-daemon", "--system", "--nofork", "--nopidfile")
+        wait_for(20, "the message bus", lambda: succeeds("busctl", "--no-pager", "list"))
+
+    def start_readers(self, *devices: str) -> None:
+        """The virtual readers, by default those of the start. The adapter is theirs, and comes and goes
+        with them; so do their lines."""
+        self._orders.unlink(missing_ok=True)
+        self._readers.write_bytes(b"")
+        command = [str(BUILD / "bin/kestrin-vreader"), "--orders", str(self._orders)]
+        self._run("readers", self._readers, *command, *(devices or self._devices))
+        wait_for(20, "the virtual readers", lambda: self.has_line(0, "READY hci[0-9]+"))
+
+    def start_daemon(self) -> None:
+        settings = LOGS / "main.conf"
+        settings.write_text("[General]\nControllerMode = le\n")
+        log = LOGS / "bluetoothd.log"
+        self._run("daemon", log, "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
+        wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
+
+    def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> None:
+        """Ends "bus", "readers" or "daemon" with a signal and waits for it."""
+        self._programs[program].send_signal(how)
+        self._programs[program].wait(20)
+
+    def pause_daemon(self) -> None:
+        self._programs["daemon"].send_signal(signal.SIGSTOP)
+
+    def resume_daemon(self) -> None:
+        self._programs["daemon"].send_signal(signal.SIGCONT)
+
+    def daemon_runs(self) -> bool:
+        return self._programs["daemon"].poll() is None
+
+    def keep_daemon_up(self) -> None:
+        """As a service manager does: the daemon of this system can end with a fault of its own."""
+        if not self.daemon_runs():
+            self.start_daemon()
+
+    def set_power(self, powered: bool) -> None:
+        command = ["busctl", "--auto-start=no", "set-property", "org.bluez", "/org/bluez/hci0"]
+        subprocess.run([*command, "org.bluez.Adapter1", "Powered", "b", str(powered).lower()], check=True)
+
+    def is_linked(self, reader: str, address: str) -> bool:
+        """Whether that reader or the daemon has a link. The reader is looked at first: that costs less."""
+        return self._reader_is_linked(reader) or self.daemon_is_linked(address)
+
+    def daemon_is_linked(self, address: str) -> bool:
+        device = f"/org/bluez/hci0/dev_{address.replace(':', '_')}"
+        return self._property(device, "Device1", "Connected") == "b true"
+
+    def _reader_is_linked(self, reader: str) -> bool:
+        changes = [line for line in self._lines() if re.match(f"(DIS)?CONNECTED {reader}( |$)", line)]
+        return changes[-1:] != [] and changes[-1].startswith("CONNECTED")
+
+    def has_line(self, mark: int, pattern: str) -> bool:
+        """Whether the virtual readers have said a line that matches as a whole since then."""
+        return any(re.fullmatch(pattern, line) for line in self._lines()[mark:])
+
+    def mark_after(self, mark: int, pattern: str) -> int:
+        """Where the first such line since then is behind."""
+        lines = enumerate(self._lines()[mark:], mark + 1)
+        return next(behind for behind, line in lines if re.fullmatch(pattern, line))
 
     def mark(self) -> int:
         """Where the virtual readers' lines are now."""
@@ -85,17 +143,18 @@ class Stack:
     def _lines(self) -> list[str]:
         return self._readers.read_text().splitlines()
 
-    def _run(self, log: Path, *command: str) -> None:
-        with log.open("wb") as output:
-            self._programs.append(subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT))
+    def _run(self, name: str, log: Path, *command: str) -> None:
+        with log.open("ab") as output:
+            self._programs[name] = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
+
+    def _adapter_is_powered(self) -> bool:
+        return self._property("/org/bluez/hci0", "Adapter1", "Powered") == "b true"
 
     @staticmethod
-    def _adapter_is_powered() -> bool:
-        asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", "/org/bluez/hci0"]
-        answer = subprocess.run(
-            [*asked, "org.bluez.Adapter1", "Powered"], capture_output=True, text=True, check=False
-        )
-        return answer.stdout == "b true\n"
+    def _property(path: str, interface: str, name: str) -> str:
+        asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", path, f"org.bluez.{interface}"]
+        answer = subprocess.run([*asked, name], capture_output=True, text=True, check=False)
+        return answer.stdout.strip()
 
 
 def slices(*commands: bytes) -> list[str]:
