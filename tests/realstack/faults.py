@@ -7,14 +7,13 @@ import re
 import threading
 import time
 from abc import ABC, abstractmethod
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 
 import kestrinblesdk as kestrin
 import pytest
 from stack import Stack, wait_for
 
-READER = "KVR-0001"
-SECOND = "KVR-0002"
+READER, SECOND = "KVR-0001", "KVR-0002"
 # A reader's own name is that of its advertisement, as readers' names are.
 DEVICES = [
     *("--reader", f"{READER},id=reader,gap-name={READER}"),
@@ -24,28 +23,32 @@ DEVICES = [
 ADDRESS = "C0:DE:00:00:00:01"
 LIMIT = 60.0
 NOTIFICATION = 0x02
-GET_READER_INFO = bytes.fromhex("bb00030001b17e6597")
-
-CONNECTED = "LOG BLE Connected"
-DISCONNECTED = "LOG BLE Disconnected"
-POWERED_ON = "LOG  CBManager is powered on"
-POWERED_OFF = "LOG  CBManager is powered off"
-RESETTING = "LOG  CBManager hardware is resetting"
-UNSUPPORTED = "LOG  CBManager hardware is unsupported"
 # How the log's lines about radio and link begin.
 ABOUT_THE_LINK = ("BLE ", " CBManager ", "DiscoverPeripheral", "Error ", "[ERROR", " [ERROR")
 
 
-def found(name: str) -> str:
-    return f"FOUND {name}"
+class Heard:
+    """Lines, as patterns."""
+
+    connected = "LOG BLE Connected"
+    disconnected = "LOG BLE Disconnected"
+    powered_on = "LOG  CBManager is powered on"
+    powered_off = "LOG  CBManager is powered off"
+    resetting = "LOG  CBManager hardware is resetting"
+    unsupported = "LOG  CBManager hardware is unsupported"
+    plugged, unplugged = "PLUG 1", "PLUG 0"
+
+    @staticmethod
+    def found(name: str) -> str:
+        return f"FOUND {name}"
+
+    @staticmethod
+    def discovered(name: str) -> str:
+        return f"LOG DiscoverPeripheral  {name}"
 
 
-def discovered(name: str) -> str:
-    return f"LOG DiscoverPeripheral  {name}"
-
-
-class Application(ABC):
-    """Its lines are FOUND, PLUG and LOG, as it hears them. They are counted from `begin` on."""
+class App(ABC):
+    """Its lines are counted from `begin` on."""
 
     def __init__(self, stack: Stack) -> None:
         self.stack = stack
@@ -53,18 +56,12 @@ class Application(ABC):
         self._mark = 0
 
     @abstractmethod
-    def scan(self) -> None: ...
-
-    @abstractmethod
-    def connect(self) -> None:
-        """To the reader that was accepted last."""
-
-    @abstractmethod
-    def close(self) -> None: ...
+    def ask(self, what: str) -> None:
+        """To "scan", to "connect" to the reader that was accepted last, or to "close"."""
 
     @abstractmethod
     def has_values(self, count: int) -> bool:
-        """Whether the last burst has come so far, in order."""
+        """Whether that is what has come of the last burst, in order."""
 
     @abstractmethod
     def is_alive(self) -> bool: ...
@@ -76,40 +73,47 @@ class Application(ABC):
         """How many lines match as a whole."""
         return sum(1 for line in self.lines[self._mark :] if re.fullmatch(pattern, line))
 
-    def expect(self, pattern: str, times: int = 1, limit: float = LIMIT) -> None:
-        try:
-            wait_for(limit, f"'{pattern}' from the application", lambda: self.times(pattern) >= times)
-        except AssertionError as error:
-            raise AssertionError(f"{error}\n{self._heard()}") from None
+    def expect(self, *patterns: str, times: int = 1, limit: float = LIMIT) -> None:
+        for pattern in patterns:
+            try:
+                wait_for(limit, f"'{pattern}', {times} times", lambda: self.times(pattern) >= times)
+            except AssertionError as error:
+                raise AssertionError(f"{error}\n{self._heard()}") from None
 
-    def expect_exactly(self, times: int, pattern: str) -> None:
-        came = self.times(pattern)
-        assert came == times, f"'{pattern}' came {came} times, not {times}\n{self._heard()}"
-
-    def expect_values(self, count: int) -> None:
-        wait_for(LIMIT, f"{count} values in order", lambda: self.has_values(count))
+    def expect_exactly(self, times: int, *patterns: str) -> None:
+        for pattern in patterns:
+            came = self.times(pattern)
+            assert came == times, f"'{pattern}' came {came} times, not {times}\n{self._heard()}"
 
     def _heard(self) -> str:
         return "\n".join(["The application has heard:", *self.lines[self._mark :]])
 
-    def wait_until_unlinked(self) -> None:
-        wait_for(LIMIT, "the end of the link", lambda: not self.is_linked())
+    def expect_values(self, count: int) -> None:
+        wait_for(LIMIT, f"{count} values in order", lambda: self.has_values(count))
+
+    def expect_burst(self, count: int) -> None:
+        self.stack.order(f"burst reader {count} 20")
+        self.expect_values(count)
 
     def is_linked(self) -> bool:
         return self.stack.is_linked("reader", ADDRESS)
 
-    def first_link(self) -> None:
-        self.scan()
-        self.expect(found(READER))
-        self.connect()
-        self.expect("PLUG 1")
+    def wait_until_unlinked(self) -> None:
+        wait_for(LIMIT, "the end of the link", lambda: not self.is_linked())
 
-    def rescan(self) -> None:
+    def link_first(self) -> None:
+        self.ask("scan")
+        self.expect(Heard.found(READER))
+        self.ask("connect")
+        self.expect(Heard.plugged)
+
+    def rescan(self, *expected: str) -> None:
         """A scan that really runs. The link that it drops is not reported: the central manager that had
         it is replaced."""
-        before = self.times(POWERED_ON)
-        self.scan()
-        self.expect(POWERED_ON, before + 1)
+        before = {pattern: self.times(pattern) for pattern in (Heard.powered_on, *expected)}
+        self.ask("scan")
+        for pattern, times in before.items():
+            self.expect(pattern, times=times + 1)
 
     def scan_without_a_link(self) -> None:
         self.rescan()
@@ -117,52 +121,24 @@ class Application(ABC):
         self.begin()
 
     def link_up(self) -> None:
-        """A new scan that sees the reader, then a connection to the one that was accepted last. A lone
-        reader is not accepted a second time."""
-        self.see_again(READER)
-        wait_for(LIMIT, "the reader to be accepted", lambda: self._last_found() == READER)
-        self.connect_again()
+        """A new scan that sees the reader, then a connection to the one that was accepted last."""
+        self.rescan(Heard.discovered(READER))
+        wait_for(LIMIT, "the reader to be accepted", lambda: self._last_found() == [Heard.found(READER)])
+        self._connect()
 
     def link_up_to(self, name: str) -> None:
-        """To the one reader there is, which may have another name now and is not accepted again."""
-        self.see_again(name)
-        self.connect_again()
+        """To the only reader there is; it may have another name now, and is not accepted a second time."""
+        self.rescan(Heard.discovered(name))
+        self._connect()
 
-    def see_again(self, name: str) -> None:
-        before = self.times(discovered(name))
-        self.rescan()
-        self.expect(discovered(name), before + 1)
+    def _last_found(self) -> list[str]:
+        return [line for line in self.lines if line.startswith("FOUND ")][-1:]
 
-    def connect_again(self) -> None:
-        connected, plugged = self.times(CONNECTED), self.times("PLUG 1")
-        self.connect()
-        self.expect(CONNECTED, connected + 1)
-        self.expect("PLUG 1", plugged + 1)
-
-    def _last_found(self) -> str | None:
-        names = [line.removeprefix("FOUND ") for line in self.lines if line.startswith("FOUND ")]
-        return names[-1] if names else None
-
-    def expect_one_loss(self) -> None:
-        """One disconnection report, one unplugged report, and everything works again."""
-        self.expect(DISCONNECTED)
-        self.link_up()
-        self.expect_exactly(1, DISCONNECTED)
-        self.expect_exactly(1, "PLUG 0")
-        assert self.is_alive()
-
-    def expect_a_living_scan(self) -> None:
-        """It finds a reader that was not there before."""
-        self.stack.order("return second")
-        self.expect(found(SECOND))
-        self.stack.order("vanish second")
-
-    def close_and_begin(self) -> None:
-        """The end of the link, asked for by the application."""
-        self.close()
-        self.expect(DISCONNECTED)
-        self.wait_until_unlinked()
-        self.begin()
+    def _connect(self) -> None:
+        before = {pattern: self.times(pattern) for pattern in (Heard.connected, Heard.plugged)}
+        self.ask("connect")
+        for pattern, times in before.items():
+            self.expect(pattern, times=times + 1)
 
     def link_up_if_need_be(self) -> None:
         """Whatever became of the case before."""
@@ -174,8 +150,32 @@ class Application(ABC):
             self.link_up()
         self.begin()
 
+    def close(self) -> None:
+        """The end of the link, after which nothing is counted so far."""
+        self.ask("close")
+        self.expect(Heard.disconnected)
+        self.wait_until_unlinked()
+        self.begin()
 
-class PackageApplication(Application):
+    def expect_one_loss(self) -> None:
+        """One disconnection report, one unplugged report, and everything works again."""
+        self.expect(Heard.disconnected)
+        self.link_up()
+        self.expect_exactly(1, Heard.disconnected, Heard.unplugged)
+        assert self.is_alive(), "the application has ended"
+
+    def expect_no_loss(self) -> None:
+        self.link_up()
+        self.expect_exactly(0, Heard.disconnected)
+
+    def expect_a_living_scan(self) -> None:
+        """It finds a reader that was not there before."""
+        self.stack.order("return second")
+        self.expect(Heard.found(SECOND))
+        self.stack.order("vanish second")
+
+
+class PackageApp(App):
     """Over the package, with its run loop turned by a thread of its own, whatever the test waits for."""
 
     def __init__(self, stack: Stack) -> None:
@@ -206,35 +206,27 @@ class PackageApplication(Application):
     def is_alive(self) -> bool:
         return self._thread.is_alive()
 
-    def scan(self) -> None:
-        self._ask(lambda: self._manager.scanBLE())
-
-    def connect(self) -> None:
-        def connect() -> None:
-            reader = self._manager.pripheral
-            assert reader, "no reader was accepted"
-            self._manager.connectBLE(reader)
-
-        self._ask(connect)
-
-    def close(self) -> None:
-        self._ask(lambda: self._manager.close())
+    def ask(self, what: str) -> None:
+        work = {"scan": self._manager.scanBLE, "connect": self._connect_last, "close": self._manager.close}
+        self._platform.post(work[what])
 
     def send(self, frame: bytes) -> None:
-        self._ask(lambda: self._manager.send(frame))
+        self._platform.post(lambda: self._manager.send(frame))
 
     def has_values(self, count: int) -> bool:
         return self._values == list(range(count))
 
-    def _ask(self, task: Callable[[], object]) -> None:
-        self._platform.post(task)
+    def _connect_last(self) -> None:
+        reader = self._manager.pripheral
+        assert reader, "no reader was accepted"
+        self._manager.connectBLE(reader)
 
     def _hear_log(self, line: str) -> None:
         if line.startswith(ABOUT_THE_LINK):
             self.lines.append(f"LOG {line}")
 
     def _hear_found(self, reader: kestrin.CBPeripheral) -> None:
-        self.lines.append(found(reader.name or "(no name)"))
+        self.lines.append(Heard.found(reader.name or "(no name)"))
         if self.connects_from_inside:
             self._manager.connectBLE(reader)
 
@@ -260,18 +252,18 @@ def number_of_value(data: bytes | None) -> int | None:
 
 
 @pytest.fixture(scope="module")
-def started(stack: Stack) -> Iterator[PackageApplication]:
+def started(stack: Stack) -> Iterator[PackageApp]:
     stack.order("vanish second")
-    application = PackageApplication(stack)
+    app = PackageApp(stack)
     try:
-        application.first_link()
-        yield application
+        app.link_first()
+        yield app
     finally:
-        application.quit()
+        app.quit()
 
 
 @pytest.fixture
-def application(started: PackageApplication) -> PackageApplication:
+def app(started: PackageApp) -> PackageApp:
     """Linked to the reader, with nothing counted so far."""
     started.link_up_if_need_be()
     return started

@@ -62,7 +62,7 @@ class Stack:
         self._readers.write_bytes(b"")
         command = [str(BUILD / "bin/kestrin-vreader"), "--orders", str(self._orders)]
         self._run("readers", self._readers, *command, *(devices or self._devices))
-        wait_for(20, "the virtual readers", lambda: self.has_line(0, "READY hci[0-9]+"))
+        self.wait_for_line(0, "READY hci[0-9]+")
 
     def start_daemon(self) -> None:
         settings = LOGS / "main.conf"
@@ -71,16 +71,13 @@ class Stack:
         self._run("daemon", log, "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
         wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
 
+    def send_signal(self, program: str, number: signal.Signals) -> None:
+        """To "bus", "readers" or "daemon"."""
+        self._programs[program].send_signal(number)
+
     def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> None:
-        """Ends "bus", "readers" or "daemon" with a signal and waits for it."""
-        self._programs[program].send_signal(how)
+        self.send_signal(program, how)
         self._programs[program].wait(20)
-
-    def pause_daemon(self) -> None:
-        self._programs["daemon"].send_signal(signal.SIGSTOP)
-
-    def resume_daemon(self) -> None:
-        self._programs["daemon"].send_signal(signal.SIGCONT)
 
     def daemon_runs(self) -> bool:
         return self._programs["daemon"].poll() is None
@@ -106,18 +103,19 @@ class Stack:
         changes = [line for line in self._lines() if re.match(f"(DIS)?CONNECTED {reader}( |$)", line)]
         return changes[-1:] != [] and changes[-1].startswith("CONNECTED")
 
-    def has_line(self, mark: int, pattern: str) -> bool:
-        """Whether the virtual readers have said a line that matches as a whole since then."""
-        return any(re.fullmatch(pattern, line) for line in self._lines()[mark:])
-
-    def mark_after(self, mark: int, pattern: str) -> int:
-        """Where the first such line since then is behind."""
-        lines = enumerate(self._lines()[mark:], mark + 1)
-        return next(behind for behind, line in lines if re.fullmatch(pattern, line))
-
     def mark(self) -> int:
         """Where the virtual readers' lines are now."""
         return len(self._lines())
+
+    def wait_for_line(self, mark: int, pattern: str, limit: float = 60) -> int:
+        """Waits for a line since then that matches as a whole; returns where the next one is."""
+
+        def behind() -> list[int]:
+            lines = enumerate(self._lines()[mark:], mark + 1)
+            return [after for after, line in lines if re.fullmatch(pattern, line)]
+
+        wait_for(limit, f"the virtual readers' line '{pattern}'", lambda: behind() != [])
+        return behind()[0]
 
     def writes(self, mark: int, reader: str, characteristic: str) -> list[str]:
         """What was written since then, each with its length: `2 abcd`."""
