@@ -1,13 +1,11 @@
-// An application for the fault runs on the real stack: it does what the lines on its standard input
-// say and prints what it is told, a line each.
+// An application that lets go of what it holds: it does what the lines on its standard input say
+// and prints what it hears, a line each.
 //
-//   new           makes platform, manager and delegates; `drop` destroys them
-//   drop delegates, drop platform: destroys these alone; `delegates` makes new ones
-//   scan, stop, close
+//   new           makes platform, manager and delegates
+//   drop all      destroys them; drop delegates, drop platform: destroys these alone
+//   delegates     makes new ones
+//   scan, close
 //   connect       to the reader that was accepted last
-//   follow on|off from now on connects from inside each sighting, or no longer
-//   send HEX      one frame
-//   busy SECONDS  keeps the main thread busy for so long in the next delivery
 //   values        prints how many values of the last burst have come
 //   quit          ends; so does the end of the input
 //
@@ -17,7 +15,6 @@
 #include <KestrinBLESDK/platform/NSLog.h>
 #include <KestrinBLESDK/platform/NSThread.h>
 
-#include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <memory>
@@ -26,7 +23,6 @@
 #include <string_view>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "kestrin/bluez/Bluez.h"
 
@@ -77,40 +73,18 @@ class BurstCounter {
 
 class Application final : public KestrinBLEProtocols, public RcpReceiver {
  public:
-  Application(MainRunLoop& loop, std::weak_ptr<KestrinBleMgr> manager)
-      : loop_(loop), manager_(std::move(manager)) {}
-
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& reader) noexcept override {
     say("FOUND " + reader->name().value_or("(no name)"));
-    const auto manager = manager_.lock();
-    if (follows && manager) manager->connectBLE(reader);
   }
   void plugChangedStatus(bool plugged) noexcept override {
     say(std::string("PLUG ") + (plugged ? "1" : "0"));
   }
   void dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept override {
-    if (!frame) return;
-    values.take(*frame);
-    const auto pause = std::exchange(busy, Time::zero());
-    if (pause > Time::zero()) loop_.sleepFor(pause);
+    if (frame) values.take(*frame);
   }
 
   BurstCounter values;
-  bool follows = false;
-  Time busy{};
-
- private:
-  MainRunLoop& loop_;
-  const std::weak_ptr<KestrinBleMgr> manager_;
 };
-
-std::vector<std::uint8_t> bytesOf(const std::string& hex) {
-  std::vector<std::uint8_t> bytes;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-    bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
 
 class Probe {
  public:
@@ -129,7 +103,7 @@ class Probe {
     } else if (verb == "drop") {
       drop(argument);
     } else if (application_) {
-      work(verb, argument);
+      work(verb);
     } else {
       say("REFUSED " + line);
     }
@@ -146,7 +120,7 @@ class Probe {
   }
 
   void makeDelegates() {
-    application_ = std::make_shared<Application>(*loop_, manager_);
+    application_ = std::make_shared<Application>();
     manager_->setDelegate(application_);
     manager_->setRcpReceiverDelegate(application_);
   }
@@ -154,26 +128,18 @@ class Probe {
   void drop(const std::string& part) {
     if (part != "platform") application_.reset();
     if (part != "delegates") platform_ = {};
-    if (part.empty()) manager_.reset();
+    if (part == "all") manager_.reset();
     say("DROPPED");
   }
 
-  void work(const std::string& verb, const std::string& argument) {
+  void work(const std::string& verb) {
     KestrinBleMgr& manager = *manager_;
     if (verb == "scan") {
       manager.scanBLE();
-    } else if (verb == "stop") {
-      manager.stopSacnBLE();
     } else if (verb == "close") {
       manager.close();
     } else if (verb == "connect") {
       manager.connectBLE(manager.pripheral());
-    } else if (verb == "follow") {
-      application_->follows = argument == "on";
-    } else if (verb == "send") {
-      manager.send(NSData(bytesOf(argument)));
-    } else if (verb == "busy") {
-      application_->busy = std::chrono::seconds(std::stoi(argument));
     } else if (verb == "values") {
       say("VALUES " + application_->values.report());
     } else {

@@ -72,6 +72,10 @@ class Stack:
         self._run("daemon", log, "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
         wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
 
+    def send_signal(self, program: str, number: signal.Signals) -> None:
+        """To "bus", "readers" or "daemon"."""
+        self._programs[program].send_signal(number)
+
     def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> None:
         """Ends "bus", "readers" or "daemon" with a signal and waits for it."""
         self._programs[program].send_signal(how)
@@ -147,6 +151,16 @@ class Stack:
     def mark(self) -> int:
         """Where the virtual readers' lines are now."""
         return len(self._lines())
+
+    def wait_for_line(self, mark: int, pattern: str, limit: float = 60) -> int:
+        """Waits for a line since then that matches as a whole; returns where the next one is."""
+
+        def behind() -> list[int]:
+            lines = enumerate(self._lines()[mark:], mark + 1)
+            return [after for after, line in lines if re.fullmatch(pattern, line)]
+
+        wait_for(limit, f"the virtual readers' line '{pattern}'", lambda: behind() != [])
+        return behind()[0]
 
     def writes(self, mark: int, reader: str, characteristic: str) -> list[str]:
         """What was written since then, each with its length: `2 abcd`."""
