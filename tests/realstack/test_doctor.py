@@ -232,7 +232,7 @@ def test_a_user_whom_it_refuses_learns_so_at_once_and_what_to_do(strict_policy: 
     status, lines = kestrin("scan", "--for", "60", user=NOBODY)
     assert status == 1, lines
     assert len(lines) == 1, lines
-    assert re.match("kestrin: can not scan: permission to talk to .* refused: .*adduser USER", lines[0])
+    assert re.match("kestrin: cannot scan: permission to talk to .* refused: .*adduser USER", lines[0])
 
 
 def test_the_manager_of_that_user_gets_state_3_and_5_when_the_policy_lets_him(
