@@ -254,6 +254,17 @@ TEST_F(BlockingReaderTest, TellsThatTheRunLoopWasStopped) {
   EXPECT_EQ(error_.text, "the run loop was stopped meanwhile");
 }
 
+TEST_F(BlockingReaderTest, HasNotSentWhenTheRunLoopWasStopped) {
+  const auto reader = connected();
+  later(milliseconds(30), [&] { simulated_.runLoop().stop(); });
+  EXPECT_FALSE(reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(100)), &error_));
+  EXPECT_EQ(code(), BlockingError::stopped);
+  later(milliseconds(300), [&] { simulated_.runLoop().stop(); });
+  device_->simulateSilence();
+  EXPECT_EQ(reader->exchange(command_, seconds(60), &error_), std::nullopt);
+  EXPECT_EQ(code(), BlockingError::stopped);
+}
+
 TEST_F(BlockingReaderTest, IsRefusedInsideACallbackWithWhatToDoInstead) {
   const auto reader = connected();
   std::vector<BlockingError> told;

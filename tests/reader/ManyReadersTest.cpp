@@ -167,18 +167,59 @@ TEST_F(ManyReaders, AreToldOfADeviceThatIsHeld) {
                 "' is held by another Reader of this program; drop that one first");
 }
 
-TEST_F(ManyReaders, AreToldWhichOfThoseInRangeAreHeld) {
-  Heard heard;
-  const auto second = Reader::create(
-      simulated_.platform(), {.reader = "KVR-04", .findLimit = seconds(5)}, heard.handlers());
-  // Both see it, and the one that need not wait for others takes it.
-  const auto first = plugged({.reader = device_->identifier()});
+/// One reader that has seen the device before another took it, and is not told of it again.
+class SecondReader : public ManyReaders {
+ protected:
+  void SetUp() override {
+    second_ = Reader::create(simulated_.platform(), {.reader = "KVR-04", .findLimit = seconds(5)},
+                             secondHeard_.handlers());
+    // Both see it, and the one that need not wait for others takes it.
+    first_ = plugged({.reader = device_->identifier()});
+  }
+  Heard secondHeard_;
+  std::unique_ptr<Reader> second_;
+  std::unique_ptr<Reader> first_;
+};
+
+TEST_F(SecondReader, IsToldWhichOfThoseInRangeAreHeld) {
   runFor(seconds(5));
-  ASSERT_FALSE(heard.troubles.empty());
+  ASSERT_FALSE(secondHeard_.troubles.empty());
   EXPECT_EQ(
-      heard.troubles.back().text,
+      secondHeard_.troubles.back().text,
       "no reader whose name contains 'KVR-04' was found within 5 s; in range: 'KVR-0417' (held "
       "by this program already)");
+}
+
+TEST_F(SecondReader, TakesWhatItHasSeenOnceTheFirstGivesItUp) {
+  first_.reset();
+  EXPECT_TRUE(runUntil(*second_, pluggedIn));
+  EXPECT_EQ(secondHeard_.seen, 1U);
+}
+
+TEST_F(SecondReader, TakesWhatWasGivenUpWhileItWasAwayWhenItComesBack) {
+  second_->leave();
+  runFor(seconds(1));
+  first_.reset();
+  runFor(seconds(1));
+  EXPECT_EQ(second_->phase(), away);
+  second_->comeBack();
+  EXPECT_TRUE(runUntil(*second_, pluggedIn));
+}
+
+TEST_F(SecondReader, TakesWhatWasGivenUpWhileTheRadioWasOffWhenItIsOn) {
+  power(false);
+  runFor(seconds(1));
+  first_.reset();
+  power(true);
+  EXPECT_TRUE(runUntil(*second_, pluggedIn));
+}
+
+TEST_F(SecondReader, IsNotRefusedWhereAnyReaderWillDo) {
+  Heard heard;
+  const auto third = Reader::create(simulated_.platform(), {}, heard.handlers());
+  runFor(seconds(3));
+  EXPECT_TRUE(heard.troubles.empty());
+  EXPECT_EQ(third->phase(), searching);
 }
 
 TEST_F(ManyReaders, AllComeBackFromARadioThatWasOff) {

@@ -216,6 +216,22 @@ TEST_F(PhaseOfAnotherWatch, IsClosedWhenTheRadioIsOffBeforeTheLinkIsAndNobodyWan
   EXPECT_FALSE(device_->connected());
 }
 
+TEST_F(PhaseOfAnotherWatch, IsClosedAlsoWhereTheLinkWasStillComingUp) {
+  const auto reader = createOn(false);
+  ASSERT_TRUE(runUntil(*reader, linkingUp));
+  heard_.phases.clear();
+  report(CBManagerState::poweredOff);
+  EXPECT_EQ(heard_.phases, (Phases{radioOff, closed}));
+}
+
+TEST_F(PhaseOfAnotherWatch, OfAnAttemptWaitsEvenWhenNobodyWantsItBack) {
+  device_->simulateConnectionNeverCompleting();
+  const auto reader = createOn(false);
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  report(CBManagerState::poweredOff);
+  EXPECT_EQ(reader->phase(), radioOff);
+}
+
 TEST_F(PhaseOfAnotherWatch, OfALinkThatOutlivesItsRadioIsLostAndComesBack) {
   const auto reader = createOn();
   ASSERT_TRUE(runUntil(*reader, pluggedIn));

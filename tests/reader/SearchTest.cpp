@@ -30,6 +30,18 @@ TEST_F(Search, TakesAReaderByItsIdentifierInAnyCaseAndAtOnce) {
   EXPECT_LT(now(), milliseconds(300)) << "nothing else can be meant";
 }
 
+TEST_F(Search, KnowsEveryLetterOfAnIdentifierInBothCases) {
+  std::shared_ptr<simulated::VirtualPeripheral> tenth;
+  for (int i = 2; i <= 15; ++i) {
+    const auto each = add("TQM_HOLV");
+    if (i == 10) tenth = each;
+  }
+  ASSERT_EQ(tenth->identifier(), "C0:00:00:00:00:0A");
+  const auto reader = create({.reader = "c0:00:00:00:00:0a"});
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  EXPECT_EQ(reader->identifier(), tenth->identifier());
+}
+
 TEST_F(Search, PrefersAWholeNameToAPartOfOne) {
   add("KVR-04170");
   const auto reader = plugged({.reader = "KVR-0417"});
@@ -182,10 +194,10 @@ TEST_F(Search, DoesNotCountTheTimeAwayAgainstItsLimit) {
 }
 
 TEST_F(Search, KeepsTheNamesOfTheAirOnOneLine) {
-  add("KVR-\n\x1b[2J\x7f\xc3\xa4\\");
+  add("KVR-\n\x1f\x1b[2J\x7f\xc3\xa4\\");
   const auto reader = create({.reader = "KVR-0099", .findLimit = seconds(1)});
   runFor(seconds(2));
-  EXPECT_NE(heard_.troubles.back().text.find("'KVR-\\x0a\\x1b[2J\\x7f\\xc3\\xa4\\\\'"),
+  EXPECT_NE(heard_.troubles.back().text.find("'KVR-\\x0a\\x1f\\x1b[2J\\x7f\\xc3\\xa4\\\\'"),
             std::string::npos)
       << heard_.troubles.back().text;
 }
