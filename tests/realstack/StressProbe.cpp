@@ -1,5 +1,5 @@
 // Rounds of connect, exchange, disconnect on the real stack with random faults, and what the
-// process holds after each. scripts/lib/guest-stress.sh runs it and does what only root may do.
+// process holds after each. tests/realstack/test_stress.py runs it and does what only root may do.
 //
 //   stress_probe ROUNDS SEED ORDERS LOG    (kestrin-vreader's pipe and file of lines; its reader's
 //   id

@@ -1,12 +1,11 @@
 """Tests that run in the virtual machine of scripts/realstack, a module of them in a machine of its own.
 
 A module names the devices on its air in DEVICES. Its lines are those of every suite there: one per case,
-and the summary."""
+with what it records as a property, and the summary."""
 
 from __future__ import annotations
 
 import textwrap
-from collections.abc import Iterator
 
 import pytest
 import stack as machine
@@ -24,24 +23,23 @@ def pytest_plugin_registered(plugin: object, manager: pytest.PytestPluginManager
 
 
 @pytest.fixture(scope="module")
-def stack(request: pytest.FixtureRequest) -> Iterator[machine.Stack]:
+def stack(request: pytest.FixtureRequest) -> machine.Stack:
     started = machine.Stack(*request.module.DEVICES)
-    try:
-        started.start()
-        yield started
-    finally:
-        started.stop()
+    started.start()
+    return started
 
 
 def pytest_runtest_logreport(report: pytest.TestReport) -> None:
     if report.when != "call" and report.passed:
         return
-    result = "ok" if report.passed else "FAILED"
+    result = "ok" if report.passed else "without" if report.skipped else "FAILED"
     results.append(result)
     name = report.nodeid.rpartition("::")[2].removeprefix("test_").replace("_", " ")
     print(f"{result:6}  {name}", flush=True)
+    said = [str(text) for _, text in report.user_properties]
     if not report.passed:
-        said = [report.longreprtext, *(f"{title}\n{text}" for title, text in report.sections)]
+        said += [report.longreprtext, *(f"{title}\n{text}" for title, text in report.sections)]
+    if said:
         print(textwrap.indent("\n".join(said), " " * 8), flush=True)
 
 
@@ -56,8 +54,9 @@ def pytest_sessionfinish(session: pytest.Session) -> None:
     crashes = machine.crashes() if failed else []
     if failed:
         print(machine.logs(), *crashes, sep="\n")
-    print(f"{len(results) - failed} passed, {failed} failed", flush=True)
+    passed = results.count("ok")
+    print(f"{passed} passed, {failed} failed", flush=True)
     if crashes:
         session.exitstatus = STACK_CRASH_STATUS
-    elif failed or not results:
+    elif failed or not passed:
         session.exitstatus = pytest.ExitCode.TESTS_FAILED

@@ -6,10 +6,12 @@ from __future__ import annotations
 
 import os
 import re
+import signal
 import subprocess
 import time
 from collections.abc import Callable
 from pathlib import Path
+from typing import ClassVar
 
 BUILD = Path(os.environ["KESTRIN_BUILD"])
 LOGS = Path("/run/kestrin")
@@ -31,38 +33,110 @@ def succeeds(*command: str) -> bool:
 
 
 class Stack:
-    """One per machine, since what the kernel and the daemon have been through stays."""
+    """One per machine, since what the kernel and the daemon have been through stays. Its programs run until
+    the machine ends: Linux 6.1 can crash when the daemon closes what it holds."""
+
+    _all: ClassVar[list[Stack]] = []
 
     def __init__(self, *devices: str) -> None:
         self._devices = devices
         self._readers = LOGS / "kestrin-vreader.log"
-        self.orders = LOGS / "orders"
-        self._programs: list[subprocess.Popen[bytes]] = []
+        self._orders = LOGS / "orders"
+        self._programs: dict[str, subprocess.Popen[bytes]] = {}
+        self._all.append(self)
 
     def start(self) -> None:
         LOGS.mkdir(parents=True, exist_ok=True)
+        self.start_bus()
+        self.start_readers()
+        self.start_daemon()
+
+    def start_bus(self) -> None:
         Path("/run/dbus").mkdir(parents=True, exist_ok=True)
-        subprocess.run(["dbus-daemon", "--system", "--fork", "--nopidfile"], check=True)
+        self._run("bus", LOGS / "dbus-daemon.log", "dbus-daemon", "--system", "--nofork", "--nopidfile")
         wait_for(20, "the message bus", lambda: succeeds("busctl", "--no-pager", "list"))
-        vreader = str(BUILD / "bin/kestrin-vreader")
-        self._run(self._readers, vreader, "--orders", str(self.orders), *self._devices)
-        wait_for(20, "the virtual readers", lambda: self._lines()[-1:] == ["READY hci0"])
+
+    def start_readers(self, *devices: str) -> None:
+        """The virtual readers, by default those of the start. The adapter is theirs, and comes and goes
+        with them; so do their lines."""
+        self._orders.unlink(missing_ok=True)
+        self._readers.write_bytes(b"")
+        command = [str(BUILD / "bin/kestrin-vreader"), "--orders", str(self._orders)]
+        self._run("readers", self._readers, *command, *(devices or self._devices))
+        wait_for(20, "the virtual readers", lambda: self.has_line(0, "READY hci[0-9]+"))
+
+    def start_daemon(self) -> None:
         settings = LOGS / "main.conf"
         settings.write_text("[General]\nControllerMode = le\n")
-        self._run(LOGS / "bluetoothd.log", "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
+        log = LOGS / "bluetoothd.log"
+        self._run("daemon", log, "/usr/libexec/bluetooth/bluetoothd", "-n", "-f", str(settings))
         wait_for(30, "the daemon's adapter to be powered", self._adapter_is_powered)
 
-    def end_readers(self) -> tuple[int, str]:
-        """Ends the virtual readers: with which exit status and which last line they do."""
-        vreader = self._programs[0]
-        vreader.terminate()
-        status = vreader.wait(20)
-        return status, self._lines()[-1]
+    def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> int:
+        """Ends "bus", "readers" or "daemon" with a signal and waits for it; returns its exit status."""
+        self._programs[program].send_signal(how)
+        return self._programs[program].wait(20)
 
-    def stop(self) -> None:
-        for program in reversed(self._programs):
-            program.terminate()
-            program.wait(20)
+    def pause_daemon(self) -> None:
+        self._programs["daemon"].send_signal(signal.SIGSTOP)
+
+    def resume_daemon(self) -> None:
+        self._programs["daemon"].send_signal(signal.SIGCONT)
+
+    def stop_daemon(self) -> None:
+        status = self.end("daemon")
+        assert status == 0, f"the daemon ended with status {status}"
+
+    def daemon_runs(self) -> bool:
+        return self._programs["daemon"].poll() is None
+
+    def keep_daemon_up(self) -> None:
+        """As a service manager does: the daemon of this system can end with a fault of its own."""
+        if not self.daemon_runs():
+            self.start_daemon()
+
+    def set_power(self, powered: bool) -> None:
+        command = ["busctl", "--auto-start=no", "set-property", "org.bluez", "/org/bluez/hci0"]
+        subprocess.run([*command, "org.bluez.Adapter1", "Powered", "b", str(powered).lower()], check=True)
+
+    def is_linked(self, reader: str, address: str) -> bool:
+        """Whether that reader or the daemon has a link. The reader is looked at first: that costs less."""
+        return self._reader_is_linked(reader) or self.daemon_is_linked(address)
+
+    def daemon_is_linked(self, address: str) -> bool:
+        device = f"/org/bluez/hci0/dev_{address.replace(':', '_')}"
+        return daemon_property(device, "Device1", "Connected") == "b true"
+
+    def _reader_is_linked(self, reader: str) -> bool:
+        changes = [line for line in self._lines() if re.match(f"(DIS)?CONNECTED {reader}( |$)", line)]
+        return changes[-1:] != [] and changes[-1].startswith("CONNECTED")
+
+    def has_line(self, mark: int, pattern: str) -> bool:
+        """Whether the virtual readers have said a line that matches as a whole since then."""
+        return any(re.fullmatch(pattern, line) for line in self._lines()[mark:])
+
+    def mark_after(self, mark: int, pattern: str) -> int:
+        """Where the first such line since then is behind."""
+        lines = enumerate(self._lines()[mark:], mark + 1)
+        return next(behind for behind, line in lines if re.fullmatch(pattern, line))
+
+    def power(self) -> str:
+        """The adapter's, "b true" or "b false"; empty while the daemon does not say it."""
+        return daemon_property("/org/bluez/hci0", "Adapter1", "Powered")
+
+    @property
+    def orders(self) -> Path:
+        """The virtual readers' pipe for orders."""
+        return self._orders
+
+    @property
+    def readers_log(self) -> Path:
+        """The virtual readers' lines."""
+        return self._readers
+
+    def lines(self, mark: int = 0) -> list[str]:
+        """The virtual readers' lines since then."""
+        return self._lines()[mark:]
 
     def mark(self) -> int:
         """Where the virtual readers' lines are now."""
@@ -86,7 +160,7 @@ class Stack:
     def order(self, words: str) -> None:
         """Gives the virtual readers an order and waits until it is carried out."""
         before = len(self._orders_answered())
-        self.orders.write_text(words + "\n")
+        self._orders.write_text(words + "\n")
         wait_for(10, f"the order '{words}'", lambda: len(self._orders_answered()) > before)
         answer = self._orders_answered()[before]
         assert not answer.startswith("ORDER-REFUSED"), answer
@@ -97,12 +171,11 @@ class Stack:
     def _lines(self) -> list[str]:
         return self._readers.read_text().splitlines()
 
-    def _run(self, log: Path, *command: str) -> None:
-        with log.open("wb") as output:
-            self._programs.append(subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT))
+    def _run(self, name: str, log: Path, *command: str) -> None:
+        with log.open("ab") as output:
+            self._programs[name] = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
 
-    @staticmethod
-    def _adapter_is_powered() -> bool:
+    def _adapter_is_powered(self) -> bool:
         return daemon_property("/org/bluez/hci0", "Adapter1", "Powered") == "b true"
 
 
@@ -122,9 +195,9 @@ def kestrin(*arguments: str) -> subprocess.CompletedProcess[str]:
 
 
 def daemon_property(path: str, interface: str, name: str) -> str:
-    """What the daemon says of one of its objects, as busctl prints it; nothing where there is no such thing."""
+    """What the daemon says of one of its objects, as busctl prints it; empty where there is no such thing."""
     asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", path, f"org.bluez.{interface}", name]
-    return subprocess.run(asked, capture_output=True, text=True, check=False).stdout.rstrip("\n")
+    return subprocess.run(asked, capture_output=True, text=True, check=False).stdout.strip()
 
 
 def daemon_objects() -> list[str]:
