@@ -91,6 +91,15 @@ def set_block(stack: Stack, on: bool) -> None:
     wait_for(10, "the adapter's power to follow", lambda: stack.power() == f"b {str(not on).lower()}")
 
 
+@contextmanager
+def blocked_radio(stack: Stack) -> Iterator[None]:
+    set_block(stack, True)
+    try:
+        yield
+    finally:
+        set_block(stack, False)
+
+
 def reload_policy() -> None:
     bus = "org.freedesktop.DBus"
     subprocess.run(["busctl", "call", bus, "/org/freedesktop/DBus", bus, "ReloadConfig"], check=True)
@@ -180,21 +189,22 @@ def test_doctor_when_all_is_well(stack: Stack) -> None:
 
 def test_doctor_with_an_adapter_that_is_off(stack: Stack) -> None:
     stack.set_power(False)
-    check_doctor(
-        1, "^TROUBLE  adapter hci0 .*powered off", "-> 'bluetoothctl power on'", "^ok       radio block"
-    )
-    stack.set_power(True)
+    try:
+        check_doctor(
+            1, "^TROUBLE  adapter hci0 .*powered off", "-> 'bluetoothctl power on'", "^ok       radio block"
+        )
+    finally:
+        stack.set_power(True)
 
 
 def test_doctor_with_an_adapter_that_is_blocked(stack: Stack) -> None:
-    set_block(stack, True)
-    check_doctor(
-        1,
-        "^TROUBLE  radio block +hci0 is blocked",
-        "-> 'rfkill unblock bluetooth'",
-        "^TROUBLE  adapter hci0 .*powered off",
-    )
-    set_block(stack, False)
+    with blocked_radio(stack):
+        check_doctor(
+            1,
+            "^TROUBLE  radio block +hci0 is blocked",
+            "-> 'rfkill unblock bluetooth'",
+            "^TROUBLE  adapter hci0 .*powered off",
+        )
     check_doctor(0, "^ok       radio block +none")
 
 
@@ -202,9 +212,8 @@ def test_a_scan_that_a_block_interrupts_goes_on_when_the_power_is_back(stack: St
     blocked = re.compile("hci0 is powered off.*rfkill unblock")
     with started(KESTRIN, "scan", "--for", "60") as (scan, lines):
         wait_for(20, "the scan", lambda: any(line.startswith("KVR-0001") for line in lines()))
-        set_block(stack, True)
-        wait_for(20, "the scan to report it", lambda: any(map(blocked.search, lines())))
-        set_block(stack, False)
+        with blocked_radio(stack):
+            wait_for(20, "the scan to report it", lambda: any(map(blocked.search, lines())))
         wait_for(
             20, "the radio to be back", lambda: sum(line.endswith("is powered on") for line in lines()) == 2
         )

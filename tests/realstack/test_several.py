@@ -5,7 +5,6 @@ before it has left."""
 
 from __future__ import annotations
 
-import binascii
 import re
 import subprocess
 import time
@@ -13,10 +12,9 @@ from collections.abc import Callable, Iterator
 from typing import NamedTuple
 
 import pytest
+from frames import GET_READER_INFO, Q62T_TX, STANDARD_TX, exchange, pieces
 from stack import BUILD, LOGS, SLICE, Stack, slices, wait_for
 
-STANDARD_TX = "BA821001-3B5B-4654-85FE-E998B123ADEA"
-GET_READER_INFO = bytes.fromhex("bb00030001b17e6597")
 VALUES = 120
 
 
@@ -36,8 +34,8 @@ class Place(NamedTuple):
 
 A = Place(0, "a", "ra", "KVR-0001", STANDARD_TX)
 B = Place(1, "b", "rb", "KVR-0002", STANDARD_TX)
-C = Place(2, "c", "rc", "KVR-Q62T 0003", "FFF2")
-D = Place(3, "d", "rd", "KVR-Q62T 0004", "FFF2")
+C = Place(2, "c", "rc", "KVR-Q62T 0003", Q62T_TX)
+D = Place(3, "d", "rd", "KVR-Q62T 0004", Q62T_TX)
 FOUR = [A, B, C, D]
 # As many links as there are readers of the managers, and one reader more.
 DEVICES = [
@@ -47,17 +45,7 @@ DEVICES = [
 ]
 
 
-def build_frame(type: int, code: int, payload: bytes) -> bytes:
-    """Not with the library, which builds and checks them as well."""
-    body = bytes([type, code]) + len(payload).to_bytes(2, "big") + payload + b"\x7e"
-    return b"\xbb" + body + binascii.crc_hqx(body, 0xFFFF).to_bytes(2, "big")
-
-
-def pieces(frame: bytes) -> list[str]:
-    return [frame[at : at + SLICE].hex() for at in range(0, len(frame), SLICE)]
-
-
-class Exchange:
+class Exchanges:
     """Commands of different lengths for a reader, and what is handed over for its answers. No two readers
     and no two rounds have a frame in common."""
 
@@ -66,11 +54,10 @@ class Exchange:
         self.commands: list[bytes] = []
         self.answers: list[str] = []
         for number in range(count):
-            start = 50 * place.number + number
-            payload = bytes((start + at) % 256 for at in range(22 + 7 * number + place.number))
-            self.commands.append(build_frame(0x00, code, payload))
-            answer = build_frame(0x01, code, payload)
-            self.answers += pieces(answer) if place.is_q62t else [answer.hex()]
+            length = 30 + 7 * number + place.number
+            command, answer = exchange(code, length, 50 * place.number + number)
+            self.commands.append(command)
+            self.answers += pieces(SLICE, answer) if place.is_q62t else [answer]
 
 
 class Work:
@@ -131,14 +118,14 @@ class Work:
         """These managers send at the same time; each reader gets its own commands and each manager its own
         answers, in order, and nothing else."""
         self.begin()
-        exchanges = [(place, Exchange(round, place, count)) for place in places]
-        for place, exchange in exchanges:
-            for command in exchange.commands:
+        work = [(place, Exchanges(round, place, count)) for place in places]
+        for place, exchanges in work:
+            for command in exchanges.commands:
                 self.ask("send", place.manager, command.hex())
-        for place, exchange in exchanges:
+        for place, exchanges in work:
             self.wait(60, f"{place.manager} SENT 1", count)
-            self.check_frames(place, exchange.answers)
-            self.check_writes(place, *exchange.commands)
+            self.check_frames(place, exchanges.answers)
+            self.check_writes(place, *exchanges.commands)
 
     def burst(self, together: int, *places: Place) -> None:
         """Values of a length of its own from each of these readers."""
@@ -183,8 +170,8 @@ class Sending:
 
     def __init__(self, place: Place) -> None:
         self.place = place
-        self.exchange = Exchange(7, place, self.COUNT)
-        frames = [command.hex() for command in self.exchange.commands]
+        self.exchanges = Exchanges(7, place, self.COUNT)
+        frames = [command.hex() for command in self.exchanges.commands]
         self._output = LOGS / f"{place.id}-kestrin.log"
         kestrin = str(BUILD / "bin/kestrin")
         with self._output.open("wb") as output:
@@ -204,9 +191,9 @@ class Sending:
         lines = self._output.read_text().splitlines()
         sent = [line.startswith("SENT ") for line in lines].index(True)
         frames = [line.removeprefix("FRAME ") for line in lines[sent:] if line.startswith("FRAME ")]
-        assert frames == self.exchange.answers
+        assert frames == self.exchanges.answers
         first = [] if self.place.is_q62t else [GET_READER_INFO]
-        work.check_writes(self.place, *first, *self.exchange.commands)
+        work.check_writes(self.place, *first, *self.exchanges.commands)
 
 
 @pytest.fixture(scope="module")
