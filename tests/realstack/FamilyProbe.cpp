@@ -1,16 +1,14 @@
-// An application with several managers, for the runs with both families and with several readers
-// on the real stack: it does what the lines on its standard input say and prints what each manager
-// tells, a line each. M is a manager's name.
+// An application with several managers, for the runs with several readers on the real stack: it
+// does what the lines on its standard input say and prints what each manager reports, a line each.
+// M is a manager's name.
 //
-//   new M           makes a manager; `drop M` destroys it
+//   new M           makes a manager
 //   scan M, close M
 //   connect M NAME  to the reader that M was told of under that name
 //   send M HEX      one frame, on a thread of M's own
-//   name M          prints the name that M's reader has now
 //   quit            ends; so does the end of the input
 //
-// It prints M FOUND, M PLUG, M FRAME, M SENT, M NAME, M DROPPED, M REFUSED, M LOG with every line
-// of M's log, and END.
+// It prints M FOUND, M PLUG, M FRAME, M SENT, M REFUSED, M LOG with every line of M's log, and END.
 #include <KestrinBLESDK/KestrinBleMgr.h>
 #include <KestrinBLESDK/platform/MainRunLoop.h>
 #include <KestrinBLESDK/platform/NSLog.h>
@@ -161,9 +159,6 @@ class Probe {
       start(name);
     } else if (found == applications_.end()) {
       say("REFUSED " + line);
-    } else if (verb == "drop") {
-      applications_.erase(found);
-      say(name + " DROPPED");
     } else {
       work(*found->second, verb, argument);
     }
@@ -191,8 +186,6 @@ class Probe {
       manager.close();
     } else if (verb == "send") {
       application.sender.add(bytesOf(argument));
-    } else if (verb == "name" && manager.pripheral()) {
-      application.tell("NAME " + manager.pripheral()->name().value_or("(no name)"));
     } else if (verb == "connect" && reader != application.readers.end()) {
       manager.connectBLE(reader->second);
     } else {
