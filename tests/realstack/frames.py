@@ -38,6 +38,6 @@ def build_frame(type: int, code: int, payload: bytes) -> bytes:
 
 
 def exchange(code: int, length: int, start: int) -> tuple[bytes, str]:
-    """A command of `length` bytes in all, whose payload counts up from `start`, and a reader's answer to it."""
+    """A command of `length` bytes in all, whose payload counts up from `start`, and its answer."""
     payload = bytes((start + at) & 0xFF for at in range(length - 8))
     return build_frame(0x00, code, payload), build_frame(0x01, code, payload).hex()

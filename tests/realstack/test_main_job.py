@@ -1,4 +1,4 @@
-"""The main job: kestrin works readers of both families through the kernel's Bluetooth stack and the daemon."""
+"""The main job: kestrin works readers of both families through the kernel's stack and the daemon."""
 
 from __future__ import annotations
 
