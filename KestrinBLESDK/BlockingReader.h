@@ -56,7 +56,8 @@ class KESTRIN_EXPORT BlockingReader {
   [[nodiscard]] bool isPluggedIn() const noexcept;
 
   /// Hands one whole frame to the radio, which takes 0.05 s per full slice of 20 bytes. False, with
-  /// the reason in `error`, when it is not a whole frame or cannot be written.
+  /// the reason in `error`, when it cannot be written or the link ends before it has left. What it
+  /// is made of is not looked at.
   bool send(const NSData& frame, NSError* error = nullptr);
   /// The next frame that has come or comes within `limit`, in the order of arrival; of a reader
   /// whose name begins with "KVR-Q62T" the next notification's bytes. Absent, with the reason in

@@ -146,7 +146,8 @@ struct ReaderHandlers {
   /// The phase has changed to `phase`. Not called for `close`.
   std::function<void(Reader& reader, ReaderPhase phase)> onPhase{};
   /// One whole, CRC-checked frame that no `exchange` waits for, valid during the call. Frames may
-  /// come from `linkingUp` on: readers report by themselves who they are.
+  /// come from `linkingUp` on: readers report by themselves who they are. Within a link a frame can
+  /// come twice, and some splits of the arriving bytes lose one: docs/protocol.md says which.
   std::function<void(Reader& reader, const RcpFrame& frame)> onFrame{};
   /// From a reader whose name begins with "KVR-Q62T", which sends no whole frames: the bytes of one
   /// notification as they came.
@@ -209,7 +210,9 @@ class KESTRIN_EXPORT Reader final {
   [[nodiscard]] const RadioWatch& radio() const noexcept;
 
   /// Takes one of the seen readers in the next turn, for a person who chooses among them. False
-  /// when none of that identifier was seen, another `Reader` holds it, or one is taken already.
+  /// when none of that identifier was seen, another `Reader` holds it, or the phase is not
+  /// `searching`. Where another `Reader` takes it before the next turn, `onTrouble` is called with
+  /// `ReaderError::held`.
   bool choose(std::string_view identifier);
 
   /// Sends a frame, CRC included, as `KestrinBleMgr::send` does: in slices of 20 bytes with a pause

@@ -11,6 +11,7 @@ namespace {
 constexpr std::uint8_t kGetReaderInfo[] = {0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x65, 0x97};
 
 constexpr double kReaderInfoDelay = 0.5;  // Seconds after the last characteristic report.
+constexpr double kPluggedDelay = 2.0;     // Likewise.
 
 CBUUID uuid(std::string_view text) { return *CBUUID::UUIDWithString(text); }
 
@@ -92,7 +93,7 @@ void KestrinBleMgr::peripheral_didDiscoverCharacteristicsForService_error(
     isConnected = true;
     rearm(selectorOf<&KestrinBleMgr::p_getReaderInfo>("p_getReaderInfo"), kReaderInfoDelay);
   }
-  rearm(selectorOf<&KestrinBleMgr::p_pluggedEvent>("p_pluggedEvent"), reader::kPluggedDelay);
+  rearm(selectorOf<&KestrinBleMgr::p_pluggedEvent>("p_pluggedEvent"), kPluggedDelay);
 }
 
 void KestrinBleMgr::findCharacteristicsKVR(

@@ -9,9 +9,6 @@ namespace kestrin::reader {
 /// one without a name too, is of the standard family.
 inline constexpr std::string_view kKVRNamePrefix = "KVR-Q62T";
 
-/// Seconds from a report of characteristics until the link counts as one that can be used.
-inline constexpr double kPluggedDelay = 2.0;
-
 /// The standard family's data service.
 inline constexpr std::string_view kStandardService = "BA821000-3B5B-4654-85FE-E998B123ADEA";
 /// The standard family's transmit characteristic, host to reader.

@@ -1,18 +1,20 @@
 #include "KestrinBLESDK/reader/Claim.h"
 
+#include <map>
 #include <mutex>
-#include <set>
 #include <utility>
-#include <vector>
 
 namespace kestrin::reader {
 namespace {
 
-using Listener = std::function<void()>;
+struct Listener {
+  std::weak_ptr<RunLoop> loop;
+  std::function<void()> task;
+};
 
 struct Claims {
   std::mutex mutex;
-  std::set<std::shared_ptr<CBPeripheral>> held;
+  std::map<const CBPeripheral*, Claim::Held> held;
   std::vector<std::weak_ptr<Listener>> listeners;
 };
 
@@ -23,24 +25,32 @@ Claims& claims() {
 
 }  // namespace
 
-std::unique_ptr<Claim> Claim::take(const std::shared_ptr<CBPeripheral>& device) {
+std::unique_ptr<Claim> Claim::take(Held held) {
+  auto claim = std::make_unique<Claim>(held.device);
+  const CBPeripheral* const device = held.device.get();
   const std::scoped_lock lock(claims().mutex);
-  if (!claims().held.insert(device).second) return nullptr;
-  return std::make_unique<Claim>(device);
+  if (claims().held.try_emplace(device, std::move(held)).second) return claim;
+  // It is not this one's to give up.
+  claim->device_.reset();
+  return nullptr;
 }
 
 bool Claim::isHeld(const std::shared_ptr<CBPeripheral>& device) {
   const std::scoped_lock lock(claims().mutex);
-  return claims().held.contains(device);
+  return claims().held.contains(device.get());
 }
 
-std::vector<std::shared_ptr<CBPeripheral>> Claim::held() {
+std::vector<SeenReader> Claim::heldOf(const std::shared_ptr<Radio>& radio) {
+  std::vector<SeenReader> readers;
   const std::scoped_lock lock(claims().mutex);
-  return {claims().held.begin(), claims().held.end()};
+  for (const auto& [device, held] : claims().held) {
+    if (held.radio == radio) readers.push_back(held.reader);
+  }
+  return readers;
 }
 
-std::shared_ptr<void> Claim::onRelease(std::function<void()> listener) {
-  auto kept = std::make_shared<Listener>(std::move(listener));
+std::shared_ptr<void> Claim::onRelease(std::weak_ptr<RunLoop> loop, std::function<void()> task) {
+  auto kept = std::make_shared<Listener>(Listener{std::move(loop), std::move(task)});
   const std::scoped_lock lock(claims().mutex);
   std::erase_if(claims().listeners, [](const auto& each) { return each.expired(); });
   claims().listeners.push_back(kept);
@@ -48,14 +58,20 @@ std::shared_ptr<void> Claim::onRelease(std::function<void()> listener) {
 }
 
 Claim::~Claim() {
+  if (!device_) return;
+  Held held;  // Outlives the lock: a radio may end with its last claim.
   std::vector<std::weak_ptr<Listener>> listeners;
   {
     const std::scoped_lock lock(claims().mutex);
-    claims().held.erase(device_);
+    const auto found = claims().held.find(device_.get());
+    held = std::move(found->second);
+    claims().held.erase(found);
     listeners = claims().listeners;
   }
   for (const auto& each : listeners) {
-    if (const auto listener = each.lock()) (*listener)();
+    const auto listener = each.lock();
+    const auto loop = listener ? listener->loop.lock() : nullptr;
+    if (loop) loop->post(listener->task);
   }
 }
 

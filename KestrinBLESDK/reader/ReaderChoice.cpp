@@ -5,6 +5,7 @@
 
 #include "KestrinBLESDK/platform/NSString.h"
 #include "KestrinBLESDK/reader/Claim.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 
 namespace kestrin::reader {
 namespace {
@@ -37,14 +38,12 @@ ReaderChoice::Match ReaderChoice::match(const SeenReader& reader) const {
 }
 
 std::vector<ReaderChoice::Seen> ReaderChoice::meant() const {
-  Match best = Match::none;
+  Match best = wanted_.empty() ? Match::part : Match::none;
+  for (const Seen& seen : seen_) best = std::max(best, match(seen.reader));
   std::vector<Seen> readers;
+  if (best == Match::none) return readers;
   for (const Seen& seen : seen_) {
-    const Match each = match(seen.reader);
-    if (each == Match::none || each < best || Claim::isHeld(seen.device)) continue;
-    if (each > best) readers.clear();
-    best = each;
-    readers.push_back(seen);
+    if (match(seen.reader) == best && !reader::isHeld(seen)) readers.push_back(seen);
   }
   return readers;
 }
@@ -71,7 +70,7 @@ std::string ReaderChoice::inRange() const {
   std::string text = seen_.empty() ? "no reader at all is in range" : "";
   for (const Seen& seen : seen_) {
     text += (text.empty() ? "in range: " : ", ") + quoted(seen.reader.name);
-    if (Claim::isHeld(seen.device)) text += " (held by this program already)";
+    if (reader::isHeld(seen)) text += " (held by this program already)";
   }
   const std::string why = held();
   return why.empty() ? text : text + "; " + why;
@@ -89,13 +88,16 @@ std::string ReaderChoice::ambiguous(const std::vector<Seen>& meant) const {
 }
 
 std::string ReaderChoice::held() const {
-  // A device that has a link is often not heard, so those that are held are looked through too.
-  for (const auto& device : Claim::held()) {
-    if (match({device->name().value_or(""), device->identifier()}) < Match::name) continue;
+  if (wanted_.empty()) return "";
+  // A device that has a link is often not heard, so those that are held are looked through.
+  for (const SeenReader& reader : Claim::heldOf(radio_)) {
+    if (match(reader) < Match::name) continue;
     return quoted(wanted_) + " is held by another Reader of this program; drop that one first";
   }
   return "";
 }
+
+bool isHeld(const ReaderChoice::Seen& seen) { return Claim::isHeld(unrecorded(seen.device)); }
 
 std::string quoted(std::string_view text) {
   static constexpr char kDigits[] = "0123456789abcdef";

@@ -12,6 +12,7 @@
 
 #include "KestrinBLESDK/Reader.h"
 #include "KestrinBLESDK/platform/CBPeripheral.h"
+#include "KestrinBLESDK/platform/Radio.h"
 
 namespace kestrin::reader {
 
@@ -22,12 +23,15 @@ class ReaderChoice final {
     SeenReader reader;
   };
 
-  explicit ReaderChoice(std::string wanted) : wanted_(std::move(wanted)) {}
+  /// `radio`: the one itself, which the readers that are meant are of.
+  ReaderChoice(std::string wanted, std::shared_ptr<Radio> radio)
+      : wanted_(std::move(wanted)), radio_(std::move(radio)) {}
 
   /// Takes a sighting; true when the device is seen for the first time.
   bool take(const std::shared_ptr<CBPeripheral>& device);
   [[nodiscard]] const std::vector<Seen>& seen() const noexcept { return seen_; }
-  /// The best matches that nobody holds, in the order of their sighting.
+  /// The best matches, in the order of their sighting, without those that are held. Where the best
+  /// is held, a weaker match is not meant instead.
   [[nodiscard]] std::vector<Seen> meant() const;
   /// Whether one of the seen is meant by its identifier, so that no other can be.
   [[nodiscard]] bool isIdentified() const;
@@ -48,8 +52,12 @@ class ReaderChoice final {
   [[nodiscard]] Match match(const SeenReader& reader) const;
 
   const std::string wanted_;
+  const std::shared_ptr<Radio> radio_;
   std::vector<Seen> seen_;
 };
+
+/// Whether a `Reader` of this process holds it.
+bool isHeld(const ReaderChoice::Seen& seen);
 
 /// A text from the air in quotation marks; whatever is not printable ASCII as `\xNN`.
 std::string quoted(std::string_view text);

@@ -36,7 +36,8 @@ ReaderCore::ReaderCore(Reader& owner, const Platform& platform, ReaderOptions op
       sends_(std::make_shared<SendQueue>(platform_.mainRunLoop,
                                          [this](const NSData& slice) { return write(slice); })),
       limit_(platform_.mainRunLoop),
-      choice_(options_.reader) {}
+      radio_(unrecorded(platform).radio),
+      choice_(options_.reader, radio_) {}
 
 ReaderCore::~ReaderCore() = default;
 
@@ -49,20 +50,26 @@ void ReaderCore::start() {
   watchToken_ = watch_->listen([weak = weak_from_this()](CBManagerState state) {
     if (const auto core = weak.lock()) core->takeRadioState(state);
   });
-  claimToken_ = Claim::onRelease([weak = weak_from_this()] {
-    if (const auto core = weak.lock()) core->later(&ReaderCore::lookAround);
+  claimToken_ = Claim::onRelease(platform_.mainRunLoop, [weak = weak_from_this()] {
+    const auto core = weak.lock();
+    if (core && core->owner_ != nullptr) core->lookAround();
   });
   platform_.notificationCenter->addObserver_selector_name_object(
       std::shared_ptr<void>(self, this), kLeaveSoon, UIApplicationDidEnterBackgroundNotification,
       nullptr);
+  makeManager();
+  startLimit(options_.findLimit, &ReaderCore::findLimitPassed);
+  manager_->scanBLE();
+  later(&ReaderCore::lookAround);
+}
+
+void ReaderCore::makeManager() {
+  const auto self = shared_from_this();
   Platform observed = platform_;
   observed.radio = watched(platform_.radio, std::weak_ptr<LinkListener>(self));
   manager_ = std::make_unique<RecordedManager>(observed, platform_);
   manager_->setDelegate(self);
   manager_->setRcpReceiverDelegate(self);
-  startLimit(options_.findLimit, &ReaderCore::findLimitPassed);
-  manager_->scanBLE();
-  later(&ReaderCore::lookAround);
 }
 
 void ReaderCore::drop() noexcept {
@@ -104,6 +111,7 @@ void ReaderCore::radioIsOff() {
   radioTrouble_ = why;
   if (phase_ != ReaderPhase::radioOff) {
     disarm(pause_);
+    lookLater();
     endFrames();
     enter(ReaderPhase::radioOff);
   }
@@ -137,6 +145,12 @@ void ReaderCore::radioReported() noexcept {
 
 void ReaderCore::connect() {
   if (!limit_.isRunning()) startLimit(options_.plugInLimit, &ReaderCore::plugInLimitPassed);
+  if (std::exchange(hadLink_, false)) {
+    // What a manager has received of a frame outlives the link, and would swallow the next one's;
+    // so do its delayed requests.
+    makeManager();
+    manager_->scanBLE();
+  }
   link_ = Link::wanted;
   manager_->connectBLE(device_);
   enter(ReaderPhase::connecting);
@@ -146,8 +160,10 @@ void ReaderCore::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept
   if (device != device_ || link_ == Link::none) return;
   const auto self = shared_from_this();
   link_ = Link::up;
-  if (const auto loop = platform_.mainRunLoop.lock()) linkBegan_ = loop->now();
+  hadLink_ = true;
   if (phase_ == ReaderPhase::connecting || phase_ == ReaderPhase::radioOff) {
+    // The one that ran may have passed before the link was there.
+    if (!limit_.isRunning()) startLimit(options_.plugInLimit, &ReaderCore::plugInLimitPassed);
     enter(ReaderPhase::linkingUp);
   }
 }
@@ -156,10 +172,6 @@ void ReaderCore::plugChangedStatus(bool plugged) noexcept {
   // What has ended, the radio reports; this would also come of a mere `close`.
   if (!plugged || phase_ != ReaderPhase::linkingUp) return;
   const auto self = shared_from_this();
-  const auto loop = platform_.mainRunLoop.lock();
-  // The manager's delayed report outlives a link. One that comes sooner than this link's can is the
-  // last one's.
-  if (!loop || loop->now() < linkBegan_ + timeFromSeconds(kPluggedDelay)) return;
   limit_.stop();
   attempts_ = 0;
   enter(ReaderPhase::pluggedIn);
@@ -254,7 +266,7 @@ void ReaderCore::leave(std::function<void()> done) {
   if (leaves) {
     limit_.suspend();
     disarm(pause_);
-    disarm(settling_);
+    lookLater();
     endFrames();
     manager_->close();
   }
@@ -273,7 +285,7 @@ void ReaderCore::goOn() {
   if (phase_ != ReaderPhase::away) return;
   limit_.resume();
   if (watch_->state() != CBManagerState::poweredOn && watch_->state() != CBManagerState::unknown) {
-    enter(ReaderPhase::radioOff);
+    radioIsOff();
   } else if (device_) {
     connect();
   } else {

@@ -90,6 +90,7 @@ class ReaderCore final : public KestrinBLEProtocols,
   void lose();
   void leave(std::function<void()> done);
   void comeBack();
+  void makeManager();
   void connectAfterPause();
   void goOn();
   void giveUp();
@@ -101,6 +102,7 @@ class ReaderCore final : public KestrinBLEProtocols,
 
   // The search.
   void lookAround();
+  void lookLater();
   void settle();
   void refuse(ReaderError code, const std::string& text);
   void takeChosen();
@@ -145,13 +147,14 @@ class ReaderCore final : public KestrinBLEProtocols,
 
   ReaderPhase phase_ = ReaderPhase::searching;
   Link link_ = Link::none;
-  Time linkBegan_{};
+  bool hadLink_ = false;      // The manager has had one.
   std::string radioTrouble_;  // What was last said of the radio.
   TimeLimit limit_;
   std::optional<RunLoop::TimerId> pause_;
   std::size_t attempts_ = 0;      // Since the reader was last plugged in.
   std::uint64_t departures_ = 0;  // How often it was left.
 
+  const std::shared_ptr<Radio> radio_;  // The one itself, not one that records.
   ReaderChoice choice_;
   std::optional<RunLoop::TimerId> settling_;
   bool settled_ = false;                  // Readers have had their time to be seen.

@@ -24,7 +24,8 @@ std::optional<NSError> ReaderCore::whyNotSent() const {
 }
 
 void ReaderCore::enqueue(const NSData& frame, std::function<void()> begun, SendHandler done) {
-  SendQueue::Frame entry{frame, std::move(begun), std::move(done)};
+  SendQueue::Frame entry{
+      .bytes = frame, .begun = std::move(begun), .ended = {}, .done = std::move(done)};
   if (auto error = whyNotSent()) {
     sends_->finish(std::move(entry), std::move(error));
   } else {
@@ -47,10 +48,8 @@ void ReaderCore::record(SendQueue::Frame& entry) {
     manager_->noteSend(frame);
     if (begun) begun();
   };
-  entry.done = [weak = weak_from_this(), done = std::move(entry.done)](const auto& error) {
-    const auto self = weak.lock();
-    if (self && self->manager_) self->manager_->noteSent(!error);
-    if (done) done(error);
+  entry.ended = [this](bool taken) {
+    if (manager_) manager_->noteSent(taken);
   };
 }
 
@@ -65,6 +64,7 @@ Reader::ExchangeId ReaderCore::exchange(const NSData& frame, Time limit, AnswerH
   if (!command) {
     sends_->finish({.bytes = {},
                     .begun = {},
+                    .ended = {},
                     .done =
                         [done = std::move(done)](const auto& error) {
                           if (done) done(std::nullopt, error);
@@ -134,6 +134,7 @@ void ReaderCore::endFrames() {
     disarm(each.limit);
     sends_->finish({.bytes = {},
                     .begun = {},
+                    .ended = {},
                     .done =
                         [done = std::move(each.done)](const auto& why) {
                           if (done) done(std::nullopt, why);

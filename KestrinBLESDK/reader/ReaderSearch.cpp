@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "KestrinBLESDK/reader/ReaderCore.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 
 namespace kestrin::reader {
 namespace {
@@ -31,6 +32,8 @@ void ReaderCore::lookAround() {
   const bool isClear = choice_.isIdentified() || options_.ambiguity == Ambiguity::takeFirst ||
                        (settled_ && meant.size() == 1);
   if (meant.empty()) {
+    // Whoever comes next gives others their time again.
+    settled_ = false;
     if (const std::string why = choice_.held(); !why.empty()) refuse(ReaderError::held, why);
   } else if (isClear) {
     take(meant.front());
@@ -39,6 +42,12 @@ void ReaderCore::lookAround() {
   } else if (!settling_) {
     settling_ = arm(kSettling, &ReaderCore::settle);
   }
+}
+
+void ReaderCore::lookLater() {
+  disarm(settling_);
+  settled_ = false;
+  refusal_.clear();
 }
 
 void ReaderCore::settle() {
@@ -55,7 +64,7 @@ void ReaderCore::refuse(ReaderError code, const std::string& text) {
 
 bool ReaderCore::choose(std::string_view identifier) {
   const ReaderChoice::Seen* const seen = choice_.find(identifier);
-  if (seen == nullptr || phase_ != ReaderPhase::searching || Claim::isHeld(seen->device)) {
+  if (seen == nullptr || phase_ != ReaderPhase::searching || isHeld(*seen)) {
     return false;
   }
   chosen_ = seen->device;
@@ -74,12 +83,18 @@ void ReaderCore::takeChosen() {
 }
 
 void ReaderCore::take(const ReaderChoice::Seen& seen) {
-  claim_ = Claim::take(seen.device);
-  if (!claim_) return;  // Somebody was faster; it is looked for when they give it up.
+  claim_ = Claim::take({unrecorded(seen.device), radio_, seen.reader});
+  if (!claim_) {
+    // Somebody was faster. It is taken when they give it up, unless another one is by then.
+    refuse(ReaderError::held,
+           quoted(seen.reader.name) +
+               " is held by another Reader of this program; drop that one first");
+    return;
+  }
   device_ = seen.device;
   name_ = seen.reader.name;
   identifier_ = seen.reader.identifier;
-  disarm(settling_);
+  lookLater();
   limit_.stop();
   connect();
 }

@@ -30,7 +30,7 @@ void SendQueue::writeOn() {
   while (!frames_.empty() && !pause_) {
     const std::uint64_t ends = ends_;
     Frame& frame = frames_.front();
-    if (written_ == 0 && frame.begun) std::exchange(frame.begun, {})();
+    if (!std::exchange(hasBegun_, true) && frame.begun) frame.begun();
     const std::size_t size = std::min(kSlice, frame.bytes.length() - written_);
     const bool taken = write_(frame.bytes.subdataWithRange({.location = written_, .length = size}));
     if (ends != ends_) continue;  // The frame is not there any more.
@@ -39,8 +39,10 @@ void SendQueue::writeOn() {
       writeAfterPause();
     } else {
       written_ = 0;
+      hasBegun_ = false;
       Frame sent = std::move(frames_.front());
       frames_.pop_front();
+      if (sent.ended) sent.ended(taken);
       // What became of the frame is what became of its last slice.
       finish(std::move(sent), taken ? std::nullopt : std::optional(notWritten()));
     }
@@ -62,6 +64,7 @@ void SendQueue::writeAfterPause() {
 void SendQueue::end(const NSError& error) {
   ++ends_;
   written_ = 0;
+  if (std::exchange(hasBegun_, false) && frames_.front().ended) frames_.front().ended(false);
   if (const auto loop = loop_.lock(); loop && pause_) loop->cancel(*pause_);
   pause_.reset();
   for (Frame& frame : std::exchange(frames_, {})) finish(std::move(frame), error);

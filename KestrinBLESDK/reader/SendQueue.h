@@ -30,6 +30,8 @@ class SendQueue final : public std::enable_shared_from_this<SendQueue> {
     NSData bytes;
     /// Called before the first slice is written.
     std::function<void()> begun;
+    /// Called at once when the last slice was written or is not written any more, if any was.
+    std::function<void(bool taken)> ended;
     /// Called in a later turn than the last slice, or than `end`.
     std::function<void(const std::optional<NSError>&)> done;
   };
@@ -59,6 +61,7 @@ class SendQueue final : public std::enable_shared_from_this<SendQueue> {
   const Write write_;
   std::deque<Frame> frames_;
   std::size_t written_ = 0;  // Bytes of the first frame.
+  bool hasBegun_ = false;    // The first frame's first slice was written.
   std::optional<RunLoop::TimerId> pause_;
   bool writing_ = false;
   bool dropped_ = false;

@@ -175,8 +175,10 @@ RecordedPlatform recordedPlatform(const Platform& platform,
 Platform unrecorded(const Platform& platform) {
   Platform plain = platform;
   if (auto radio = unrecordedRadio(platform.radio)) plain.radio = std::move(radio);
-  const auto loop = std::dynamic_pointer_cast<RecordedRunLoop>(platform.mainRunLoop.lock());
-  if (loop) plain.mainRunLoop = loop->inner();
+  for (auto loop = std::dynamic_pointer_cast<RecordedRunLoop>(platform.mainRunLoop.lock()); loop;
+       loop = std::dynamic_pointer_cast<RecordedRunLoop>(plain.mainRunLoop.lock())) {
+    plain.mainRunLoop = loop->inner();
+  }
   return plain;
 }
 

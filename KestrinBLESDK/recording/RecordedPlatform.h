@@ -22,6 +22,7 @@
 
 #include <memory>
 
+#include "KestrinBLESDK/platform/CBPeripheral.h"
 #include "KestrinBLESDK/platform/Export.h"
 #include "KestrinBLESDK/platform/Platform.h"
 #include "KestrinBLESDK/recording/RecordingSink.h"
@@ -46,6 +47,9 @@ KESTRIN_EXPORT RecordedPlatform recordedPlatform(const Platform& platform,
 /// What was wrapped: the radio and the run loop that do not record, everything else as it is. Any
 /// other platform as it is.
 KESTRIN_EXPORT Platform unrecorded(const Platform& platform);
+/// The device that one of a recording radio stands for; any other device as it is.
+KESTRIN_EXPORT std::shared_ptr<CBPeripheral> unrecorded(
+    const std::shared_ptr<CBPeripheral>& device);
 
 /// @}
 

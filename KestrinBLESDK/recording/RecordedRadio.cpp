@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "KestrinBLESDK/recording/RecordedPeripheral.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "KestrinBLESDK/recording/Recorder.h"
 
 namespace kestrin {
@@ -170,9 +171,21 @@ std::shared_ptr<Recorder> recorderOf(const Platform& platform) {
   return radio ? radio->recorder() : nullptr;
 }
 
+std::shared_ptr<CBPeripheral> unrecorded(const std::shared_ptr<CBPeripheral>& device) {
+  std::shared_ptr<CBPeripheral> inner = device;
+  while (const auto recorded = std::dynamic_pointer_cast<RecordedPeripheral>(inner)) {
+    inner = recorded->inner();
+  }
+  return inner;
+}
+
 std::shared_ptr<Radio> unrecordedRadio(const std::shared_ptr<Radio>& radio) {
-  const auto recorded = std::dynamic_pointer_cast<RecordedRadio>(radio);
-  return recorded ? recorded->inner() : nullptr;
+  std::shared_ptr<Radio> inner;
+  for (auto recorded = std::dynamic_pointer_cast<RecordedRadio>(radio); recorded;
+       recorded = std::dynamic_pointer_cast<RecordedRadio>(inner)) {
+    inner = recorded->inner();
+  }
+  return inner;
 }
 
 std::shared_ptr<Radio> recordedRadio(std::shared_ptr<Radio> radio,

@@ -1,4 +1,5 @@
 // Frames that come in, and which of them is the answer to what.
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "reader/ReaderTest.h"
 
 namespace kestrin::test {
@@ -206,6 +207,62 @@ TEST_F(Frames, OfAKvrReaderComeAsTheValuesThatTheyCameIn) {
   reader->exchange(command_, seconds(1), into(outcome));
   runFor(seconds(1));
   EXPECT_EQ(outcome.answer, answer_) << "unless one answers";
+}
+
+TEST_F(Frames, OfANewLinkAreNotSwallowedByWhatTheLastOneLeftUnfinished) {
+  const auto reader = plugged();
+  const NSData longFrame = frameOf(0x01, 0x30, std::vector<std::uint8_t>(300));
+  const auto rx = simulated::readerCharacteristics(ReaderFamily::standard).rx;
+  device_->simulateNotification(rx, longFrame.subdataWithRange({.location = 0, .length = 20}));
+  runFor(milliseconds(100));
+  device_->simulateLinkLoss();
+  ASSERT_TRUE(runUntil(*reader, lost));
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  Outcome outcome;
+  reader->exchange(command_, seconds(1), into(outcome));
+  runFor(seconds(2));
+  EXPECT_EQ(outcome.answer, answer_);
+}
+
+TEST_F(Frames, OfTheLastLinkDoNotComeAgainOnTheNext) {
+  const auto reader = plugged();
+  const auto rx = simulated::readerCharacteristics(ReaderFamily::standard).rx;
+  // A frame with a stray byte behind it stays where it was received.
+  device_->simulateNotification(rx, answer_);
+  device_->simulateNotification(rx, NSData{0x00});
+  runFor(milliseconds(100));
+  device_->simulateLinkLoss();
+  ASSERT_TRUE(runUntil(*reader, lost));
+  heard_.frames.clear();
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  EXPECT_EQ(heard_.frames, std::vector<NSData>{simulated::readerInfoReply()});
+}
+
+TEST_F(Frames, OfAReaderThatRecordsAreEachASendAndWhatBecameOfIt) {
+  class Sends final : public RecordingSink {
+   public:
+    void take(const RecordedEvent& event) noexcept override {
+      if (event.kind == RecordedKind::call && event.operation == "send") text += "send ";
+      if (event.kind == RecordedKind::sent) text += *event.accepted ? "sent " : "ended ";
+      if (event.kind == RecordedKind::write) text += "write ";
+      if (event.kind == RecordedKind::pause) text += "pause ";
+    }
+    std::string text;
+  };
+  const auto sends = std::make_shared<Sends>();
+  const auto recorded = recordedPlatform(simulated_.platform(), sends);
+  const auto reader = Reader::create(recorded.platform, {});
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  sends->text.clear();
+  reader->send(command_);
+  reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(20)));
+  runFor(seconds(1));
+  EXPECT_EQ(sends->text, "send write sent send write pause write sent ");
+  sends->text.clear();
+  for (int i = 0; i < 3; ++i) reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(20)));
+  device_->simulateLinkLoss();
+  ASSERT_TRUE(runUntil(*reader, lost));
+  EXPECT_EQ(sends->text, "send write pause ended ");
 }
 
 TEST_F(Frames, AreDeliveredToNobodyOnceItIsClosed) {

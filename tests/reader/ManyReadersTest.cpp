@@ -1,7 +1,10 @@
 // Many readers in one process, on one radio.
 #include <algorithm>
+#include <atomic>
 #include <set>
+#include <thread>
 
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "reader/ReaderTest.h"
 
 namespace kestrin::test {
@@ -220,6 +223,60 @@ TEST_F(SecondReader, IsNotRefusedWhereAnyReaderWillDo) {
   runFor(seconds(3));
   EXPECT_TRUE(heard.troubles.empty());
   EXPECT_EQ(third->phase(), searching);
+}
+
+TEST_F(ManyReaders, TakeNoWeakerMatchWhereTheWholeNameIsHeld) {
+  simulated_.radio().addReader("KVR-0417-B", ReaderFamily::standard);
+  const auto second = Reader::create(simulated_.platform(), {.reader = "KVR-0417"});
+  const auto first = plugged({.reader = device_->identifier()});
+  runFor(seconds(5));
+  EXPECT_EQ(second->phase(), searching);
+}
+
+TEST_F(ManyReaders, OfAnotherRadioHoldTheirOwn) {
+  simulated::SimulatedPlatform other(options());
+  other.radio().addReader("KVR-0417", ReaderFamily::standard);
+  const auto first = plugged();
+  Heard heard;
+  const auto second = Reader::create(other.platform(), {.reader = "KVR-0417"}, heard.handlers());
+  other.runLoop().runFor(seconds(10));
+  EXPECT_EQ(second->phase(), pluggedIn);
+  EXPECT_TRUE(heard.troubles.empty());
+}
+
+TEST_F(ManyReaders, ThatRecordHoldTheSameDevicesAsThoseThatDoNot) {
+  class Deaf final : public RecordingSink {
+   public:
+    void take(const RecordedEvent& /*event*/) noexcept override {}
+  };
+  const auto once = recordedPlatform(simulated_.platform(), std::make_shared<Deaf>());
+  const auto twice = recordedPlatform(once.platform, std::make_shared<Deaf>());
+  const auto first = plugged();
+  Heard heard;
+  const auto second = Reader::create(twice.platform, {.reader = "KVR-0417"}, heard.handlers());
+  runFor(seconds(5));
+  EXPECT_EQ(second->phase(), searching);
+  EXPECT_EQ(heard.trouble(), ReaderError::held);
+  EXPECT_EQ(&second->radio(), &first->radio()) << "and watch the same radio";
+}
+
+TEST_F(ManyReaders, OnSeveralThreadsGiveDevicesUpToEachOther) {
+  // Each platform belongs to a thread; what a claim's end starts on the others is theirs alone.
+  std::vector<std::thread> threads;
+  std::atomic<int> plugged = 0;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&plugged] {
+      simulated::SimulatedPlatform own(options());
+      own.radio().addReader("KVR-0417", ReaderFamily::standard);
+      for (int round = 0; round < 20; ++round) {
+        const auto reader = Reader::create(own.platform(), {.reader = "KVR-0417"});
+        own.runLoop().runFor(seconds(5));
+        if (reader->phase() == pluggedIn) ++plugged;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(plugged, 80);
 }
 
 TEST_F(ManyReaders, AllComeBackFromARadioThatWasOff) {

@@ -351,8 +351,10 @@ TEST_F(Phase, ComesBackToARadioThatIsOff) {
   power(false);
   runFor(seconds(1));
   EXPECT_EQ(reader->phase(), away);
+  EXPECT_TRUE(heard_.troubles.empty());
   reader->comeBack();
   ASSERT_TRUE(runUntil(*reader, radioOff));
+  EXPECT_EQ(heard_.trouble(), ReaderError::radioOff);
   power(true);
   EXPECT_TRUE(runUntil(*reader, pluggedIn));
 }

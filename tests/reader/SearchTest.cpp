@@ -226,6 +226,50 @@ TEST_F(Search, GivesALinkUpThatLeadsToNothingAndTriesAnother) {
   EXPECT_TRUE(runUntil(*reader, pluggedIn));
 }
 
+TEST_F(Search, GivesALinkUpThatLeadsToNothingAlsoWhenTheLimitHasPassedBeforeIt) {
+  device_->simulateMissingService(*CBUUID::UUIDWithString("BA821000-3B5B-4654-85FE-E998B123ADEA"));
+  device_->simulateConnectionNeverCompleting();
+  const auto reader = create({.reader = "KVR-0417", .plugInLimit = seconds(5)});
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  runFor(seconds(10));
+  EXPECT_EQ(heard_.troubles.size(), 1U);
+  device_->simulateConnectionNeverCompleting(false);
+  ASSERT_TRUE(runUntil(*reader, linkingUp));
+  ASSERT_TRUE(runUntil(*reader, lost));
+  EXPECT_EQ(heard_.troubles.size(), 2U);
+}
+
+TEST_F(Search, GivesOthersTheirTimeAgainWhenTheOneThatWasMeantHasGone) {
+  const auto reader = create({.reader = "KVR"});
+  runFor(milliseconds(200));
+  auto other = Reader::create(simulated_.platform(), {.reader = device_->identifier()});
+  runFor(seconds(3));
+  ASSERT_EQ(reader->phase(), searching);
+  add("KVR-0418");
+  add("KVR-0419");
+  runFor(seconds(3));
+  EXPECT_EQ(reader->phase(), searching);
+  EXPECT_EQ(heard_.trouble(), ReaderError::ambiguous);
+}
+
+TEST_F(Search, GivesOthersTheirTimeAgainBehindARadioThatWasOff) {
+  const auto reader = create({.reader = "KVR"});
+  runFor(milliseconds(200));
+  power(false);
+  runFor(seconds(3));
+  add("KVR-0418");
+  power(true);
+  runFor(seconds(3));
+  EXPECT_EQ(reader->phase(), searching);
+  EXPECT_EQ(heard_.trouble(), ReaderError::ambiguous);
+  // And says it again, since whoever showed it may have stopped.
+  power(false);
+  runFor(seconds(1));
+  power(true);
+  runFor(seconds(3));
+  EXPECT_EQ(heard_.trouble(), ReaderError::ambiguous);
+}
+
 TEST_F(Search, EndsWithAReaderThatIsNotPluggedInWhenItIsToBeTriedOnce) {
   device_->simulateConnectionNeverCompleting();
   const auto reader = create({.reader = "KVR-0417", .plugInLimit = seconds(5), .reconnect = false});

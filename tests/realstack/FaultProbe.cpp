@@ -6,16 +6,15 @@
 //   delegates     makes new ones
 //   scan, close
 //   connect       to the reader that was accepted last
-//   values        prints how many values of the last burst have come
 //   quit          ends; so does the end of the input
 //
-// It prints FOUND, PLUG, VALUES, DROPPED, LOG with the log's lines about radio and link, and END.
+// It prints DONE with the line when that is done, FOUND, PLUG, FRAME, and LOG with the log's lines
+// about radio and link.
 #include <KestrinBLESDK/KestrinBleMgr.h>
 #include <KestrinBLESDK/platform/MainRunLoop.h>
 #include <KestrinBLESDK/platform/NSLog.h>
 #include <KestrinBLESDK/platform/NSThread.h>
 
-#include <cstdint>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -47,30 +46,6 @@ class LinkLog final : public NSLogSink {
   }
 };
 
-/// A burst's values are frames whose payload begins with their number.
-class BurstCounter {
- public:
-  void take(const NSData& frame) {
-    constexpr std::size_t kNumberLength = 4;
-    constexpr std::uint8_t kNotification = 0x02;
-    const auto parsed = parseRcpFrame(frame.span());
-    if (!parsed || parsed->type != kNotification || parsed->payload.size() < kNumberLength) return;
-    std::uint32_t number = 0;
-    for (const std::uint8_t byte : parsed->payload.first(kNumberLength))
-      number = number << 8 | byte;
-    if (number == 0) *this = {};
-    inOrder_ = inOrder_ && number == count_;
-    ++count_;
-  }
-  [[nodiscard]] std::string report() const {
-    return std::to_string(count_) + (inOrder_ ? " in order" : " not in order");
-  }
-
- private:
-  std::uint32_t count_ = 0;
-  bool inOrder_ = true;
-};
-
 class Application final : public KestrinBLEProtocols, public RcpReceiver {
  public:
   void scanningBleDeive(const std::shared_ptr<CBPeripheral>& reader) noexcept override {
@@ -80,10 +55,8 @@ class Application final : public KestrinBLEProtocols, public RcpReceiver {
     say(std::string("PLUG ") + (plugged ? "1" : "0"));
   }
   void dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept override {
-    if (frame) values.take(*frame);
+    if (frame) say("FRAME " + frame->description());
   }
-
-  BurstCounter values;
 };
 
 class Probe {
@@ -91,22 +64,31 @@ class Probe {
   explicit Probe(std::shared_ptr<MainRunLoop> loop) : loop_(std::move(loop)) {}
 
   void obey(const std::string& line) {
-    const auto blank = line.find(' ');
-    const std::string verb = line.substr(0, blank);
-    const std::string argument = blank == std::string::npos ? "" : line.substr(blank + 1);
-    if (verb == "quit") {
+    if (line == "quit") {
       loop_->stop();
-    } else if (verb == "new") {
+    } else if (line == "new") {
       start();
-    } else if (verb == "delegates") {
+    } else if (line == "delegates") {
       makeDelegates();
-    } else if (verb == "drop") {
-      drop(argument);
-    } else if (application_) {
-      work(verb);
+    } else if (line == "drop delegates") {
+      application_.reset();
+    } else if (line == "drop platform") {
+      platform_ = {};
+    } else if (line == "drop all") {
+      application_.reset();
+      platform_ = {};
+      manager_.reset();
+    } else if (line == "scan") {
+      manager_->scanBLE();
+    } else if (line == "connect") {
+      manager_->connectBLE(manager_->pripheral());
+    } else if (line == "close") {
+      manager_->close();
     } else {
       say("REFUSED " + line);
+      return;
     }
+    say("DONE " + line);
   }
 
  private:
@@ -123,28 +105,6 @@ class Probe {
     application_ = std::make_shared<Application>();
     manager_->setDelegate(application_);
     manager_->setRcpReceiverDelegate(application_);
-  }
-
-  void drop(const std::string& part) {
-    if (part != "platform") application_.reset();
-    if (part != "delegates") platform_ = {};
-    if (part == "all") manager_.reset();
-    say("DROPPED");
-  }
-
-  void work(const std::string& verb) {
-    KestrinBleMgr& manager = *manager_;
-    if (verb == "scan") {
-      manager.scanBLE();
-    } else if (verb == "close") {
-      manager.close();
-    } else if (verb == "connect") {
-      manager.connectBLE(manager.pripheral());
-    } else if (verb == "values") {
-      say("VALUES " + application_->values.report());
-    } else {
-      say("REFUSED " + verb);
-    }
   }
 
   const std::shared_ptr<MainRunLoop> loop_;
@@ -170,5 +130,4 @@ int main() {
     loop->run();
     input.join();
   }
-  say("END");
 }

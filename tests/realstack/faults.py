@@ -54,14 +54,11 @@ class App(ABC):
         self.stack = stack
         self.lines: list[str] = []
         self._mark = 0
+        self._values: list[int] = []
 
     @abstractmethod
     def ask(self, what: str) -> None:
         """To "scan", to "connect" to the reader that was accepted last, or to "close"."""
-
-    @abstractmethod
-    def has_values(self, count: int) -> bool:
-        """Whether that is what has come of the last burst, in order."""
 
     @abstractmethod
     def is_alive(self) -> bool: ...
@@ -88,8 +85,22 @@ class App(ABC):
     def _heard(self) -> str:
         return "\n".join(["The application has heard:", *self.lines[self._mark :]])
 
+    def hear_frame(self, data: bytes) -> None:
+        """A burst's values are frames whose payload begins with their number. From the other family raw
+        values come, which are none."""
+        try:
+            frame = kestrin.Frame.parse(data)
+        except kestrin.FrameError:
+            return
+        if frame.type == NOTIFICATION and len(frame.payload) >= 4:
+            number = int.from_bytes(frame.payload[:4], "big")
+            if number == 0:
+                self._values = []
+            self._values.append(number)
+
     def expect_values(self, count: int) -> None:
-        wait_for(LIMIT, f"{count} values in order", lambda: self.has_values(count))
+        """Of the last burst, all of them and in order."""
+        wait_for(LIMIT, f"{count} values in order", lambda: self._values == list(range(count)))
 
     def expect_burst(self, count: int) -> None:
         self.stack.order(f"burst reader {count} 20")
@@ -150,6 +161,10 @@ class App(ABC):
             self.link_up()
         self.begin()
 
+    def start_daemon(self) -> None:
+        self.stack.start_daemon()
+        self.expect(Heard.powered_on)
+
     def close(self) -> None:
         """The end of the link, after which nothing is counted so far."""
         self.ask("close")
@@ -182,7 +197,6 @@ class PackageApp(App):
         super().__init__(stack)
         self.connects_from_inside = False
         self.busy = 0.0  # Seconds for which the next delivery keeps the run loop busy.
-        self._values: list[int] = []
         self._is_made = threading.Event()
         self._thread = threading.Thread(target=self._work, daemon=True)
         self._thread.start()
@@ -213,9 +227,6 @@ class PackageApp(App):
     def send(self, frame: bytes) -> None:
         self._platform.post(lambda: self._manager.send(frame))
 
-    def has_values(self, count: int) -> bool:
-        return self._values == list(range(count))
-
     def _connect_last(self) -> None:
         reader = self._manager.pripheral
         assert reader, "no reader was accepted"
@@ -231,24 +242,9 @@ class PackageApp(App):
             self._manager.connectBLE(reader)
 
     def _hear_frame(self, frame: kestrin.NSData | None) -> None:
-        number = number_of_value(frame)
-        if number == 0:
-            self._values = []
-        if number is not None:
-            self._values.append(number)
+        self.hear_frame(frame or b"")
         pause, self.busy = self.busy, 0.0
         time.sleep(pause)
-
-
-def number_of_value(data: bytes | None) -> int | None:
-    """A burst's values are frames whose payload begins with their number. From the other family raw
-    values come, which are none."""
-    try:
-        frame = kestrin.Frame.parse(data or b"")
-    except kestrin.FrameError:
-        return None
-    is_value = frame.type == NOTIFICATION and len(frame.payload) >= 4
-    return int.from_bytes(frame.payload[:4], "big") if is_value else None
 
 
 @pytest.fixture(scope="module")

@@ -76,10 +76,10 @@ class Stack:
         """To "bus", "readers" or "daemon"."""
         self._programs[program].send_signal(number)
 
-    def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> None:
-        """Ends "bus", "readers" or "daemon" with a signal and waits for it."""
+    def end(self, program: str, how: signal.Signals = signal.SIGTERM) -> int:
+        """Ends "bus", "readers" or "daemon" with a signal and waits for it; returns its exit status."""
         self._programs[program].send_signal(how)
-        self._programs[program].wait(20)
+        return self._programs[program].wait(20)
 
     def pause_daemon(self) -> None:
         self._programs["daemon"].send_signal(signal.SIGSTOP)
@@ -88,8 +88,7 @@ class Stack:
         self._programs["daemon"].send_signal(signal.SIGCONT)
 
     def stop_daemon(self) -> None:
-        self.end("daemon")
-        status = self._programs["daemon"].returncode
+        status = self.end("daemon")
         assert status == 0, f"the daemon ended with status {status}"
 
     def daemon_runs(self) -> bool:
@@ -110,7 +109,7 @@ class Stack:
 
     def daemon_is_linked(self, address: str) -> bool:
         device = f"/org/bluez/hci0/dev_{address.replace(':', '_')}"
-        return self._property(device, "Device1", "Connected") == "b true"
+        return daemon_property(device, "Device1", "Connected") == "b true"
 
     def _reader_is_linked(self, reader: str) -> bool:
         changes = [line for line in self._lines() if re.match(f"(DIS)?CONNECTED {reader}( |$)", line)]
@@ -127,7 +126,7 @@ class Stack:
 
     def power(self) -> str:
         """The adapter's, "b true" or "b false"; empty while the daemon does not say it."""
-        return self._property("/org/bluez/hci0", "Adapter1", "Powered")
+        return daemon_property("/org/bluez/hci0", "Adapter1", "Powered")
 
     @property
     def orders(self) -> Path:
@@ -142,11 +141,6 @@ class Stack:
     def lines(self, mark: int = 0) -> list[str]:
         """The virtual readers' lines since then."""
         return self._lines()[mark:]
-
-    def end_readers(self) -> tuple[int, str]:
-        """Ends the virtual readers: with which exit status and which last line they do."""
-        self.end("readers")
-        return self._programs["readers"].returncode, self._lines()[-1]
 
     def mark(self) -> int:
         """Where the virtual readers' lines are now."""
@@ -180,7 +174,7 @@ class Stack:
     def order(self, words: str) -> None:
         """Gives the virtual readers an order and waits until it is carried out."""
         before = len(self._orders_answered())
-        self.orders.write_text(words + "\n")
+        self._orders.write_text(words + "\n")
         wait_for(10, f"the order '{words}'", lambda: len(self._orders_answered()) > before)
         answer = self._orders_answered()[before]
         assert not answer.startswith("ORDER-REFUSED"), answer
@@ -196,11 +190,7 @@ class Stack:
             self._programs[name] = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
 
     def _adapter_is_powered(self) -> bool:
-        return self._property("/org/bluez/hci0", "Adapter1", "Powered") == "b true"
-
-    @staticmethod
-    def _property(path: str, interface: str, name: str) -> str:
-        return daemon_property(path, interface, name)
+        return daemon_property("/org/bluez/hci0", "Adapter1", "Powered") == "b true"
 
 
 def slices(*commands: bytes) -> list[str]:
@@ -219,9 +209,9 @@ def kestrin(*arguments: str) -> subprocess.CompletedProcess[str]:
 
 
 def daemon_property(path: str, interface: str, name: str) -> str:
-    """What the daemon says of one of its objects, as busctl prints it; nothing where there is no such thing."""
+    """What the daemon says of one of its objects, as busctl prints it; empty where there is no such thing."""
     asked = ["busctl", "--auto-start=no", "get-property", "org.bluez", path, f"org.bluez.{interface}", name]
-    return subprocess.run(asked, capture_output=True, text=True, check=False).stdout.rstrip("\n")
+    return subprocess.run(asked, capture_output=True, text=True, check=False).stdout.strip()
 
 
 def daemon_objects() -> list[str]:

@@ -18,9 +18,10 @@ FRAME_OF_200_BYTES = kestrin.build_frame(0x00, 0x22, bytes(192))
 RECEIVE_BUFFER = Path("/proc/sys/net/core/rmem_default")
 
 
-def start_readers(stack: Stack) -> None:
-    stack.start_readers()
-    stack.order("vanish second")
+def start_readers(app: PackageApp) -> None:
+    app.stack.start_readers()
+    app.stack.order("vanish second")
+    app.expect(Heard.powered_on)
 
 
 def test_the_application_is_linked_to_the_reader(stack: Stack, app: PackageApp) -> None:
@@ -32,8 +33,7 @@ def test_the_daemon_is_killed_idle(stack: Stack, app: PackageApp) -> None:
     app.close()
     stack.end("daemon", signal.SIGKILL)
     app.expect(Heard.resetting)
-    stack.start_daemon()
-    app.expect(Heard.powered_on)
+    app.start_daemon()
     app.expect_no_loss()
 
 
@@ -41,8 +41,7 @@ def test_the_daemon_is_killed_while_scanning(stack: Stack, app: PackageApp) -> N
     app.scan_without_a_link()
     stack.end("daemon", signal.SIGKILL)
     app.expect(Heard.resetting)
-    stack.start_daemon()
-    app.expect(Heard.powered_on)
+    app.start_daemon()
     app.expect_a_living_scan()
     app.expect_no_loss()
 
@@ -50,8 +49,7 @@ def test_the_daemon_is_killed_while_scanning(stack: Stack, app: PackageApp) -> N
 def test_the_daemon_is_killed_while_connected(stack: Stack, app: PackageApp) -> None:
     # The new daemon shows the link that the old one has left.
     stack.end("daemon", signal.SIGKILL)
-    stack.start_daemon()
-    app.expect(Heard.powered_on)
+    app.start_daemon()
     app.expect_one_loss()
     app.expect_exactly(1, Heard.resetting)
 
@@ -62,15 +60,13 @@ def test_the_daemon_is_killed_in_the_middle_of_a_write(stack: Stack, app: Packag
     stack.wait_for_line(mark, f"WRITE.* reader .* 20 {FRAME_OF_200_BYTES[:20].hex()}")
     stack.end("daemon", signal.SIGKILL)
     app.expect(Heard.disconnected)
-    stack.start_daemon()
-    app.expect(Heard.powered_on)
+    app.start_daemon()
     app.expect_one_loss()
 
 
 def test_the_daemon_is_stopped_and_started_while_connected(stack: Stack, app: PackageApp) -> None:
     stack.end("daemon")
-    stack.start_daemon()
-    app.expect(Heard.powered_on)
+    app.start_daemon()
     app.expect_one_loss()
 
 
@@ -120,8 +116,7 @@ def test_the_adapter_goes_off_and_on_while_scanning(stack: Stack, app: PackageAp
 def test_the_adapter_is_removed_and_comes_back_while_connected(stack: Stack, app: PackageApp) -> None:
     stack.end("readers")
     app.expect(Heard.disconnected, Heard.resetting, Heard.unsupported)
-    start_readers(stack)
-    app.expect(Heard.powered_on)
+    start_readers(app)
     app.expect_one_loss()
 
 
@@ -129,8 +124,7 @@ def test_the_adapter_is_removed_and_comes_back_while_scanning(stack: Stack, app:
     app.scan_without_a_link()
     stack.end("readers")
     app.expect(Heard.unsupported)
-    start_readers(stack)
-    app.expect(Heard.powered_on)
+    start_readers(app)
     app.expect_a_living_scan()
     app.expect_no_loss()
 
@@ -139,8 +133,7 @@ def test_the_readers_process_is_killed_in_a_burst(stack: Stack, app: PackageApp)
     stack.order("burst reader 5000 20")
     stack.end("readers", signal.SIGKILL)
     app.expect(Heard.disconnected)
-    start_readers(stack)
-    app.expect(Heard.powered_on)
+    start_readers(app)
     app.expect_one_loss()
 
 
@@ -149,6 +142,5 @@ def test_the_message_bus_goes(stack: Stack, app: PackageApp) -> None:
     app.expect(Heard.disconnected, Heard.resetting)
     wait_for(LIMIT, "the daemon to end with its bus", lambda: not stack.daemon_runs())
     stack.start_bus()
-    stack.start_daemon()
-    app.expect(Heard.powered_on)
+    app.start_daemon()
     app.expect_one_loss()

@@ -33,15 +33,16 @@ class Probe(App):
         self._process = subprocess.Popen(
             [str(BUILD / "tests/fault_probe")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
         )
-        heard = (self._process.stdout, self.lines)
-        threading.Thread(target=self._listen, args=heard, daemon=True).start()
+        threading.Thread(target=self._listen, args=[self._process.stdout], daemon=True).start()
         self.ask("new")
 
-    @staticmethod
-    def _listen(output: IO[str], lines: list[str]) -> None:
+    def _listen(self, output: IO[str]) -> None:
         with output:
             for line in output:
-                lines.append(line.rstrip("\n"))
+                if line.startswith("FRAME "):
+                    self.hear_frame(bytes.fromhex(line.removeprefix("FRAME ").strip("<>\n")))
+                else:
+                    self.lines.append(line.rstrip("\n"))
 
     def ask(self, what: str) -> None:
         """Besides, to make or to "drop" parts, as the probe itself says."""
@@ -51,11 +52,7 @@ class Probe(App):
 
     def drop(self, part: str) -> None:
         self.ask(f"drop {part}")
-        self.expect("DROPPED")
-
-    def has_values(self, count: int) -> bool:
-        self.ask("values")
-        return self.times(f"VALUES {count} in order") > 0
+        self.expect(f"DONE drop {part}")
 
     def is_alive(self) -> bool:
         return self._process.poll() is None
@@ -144,8 +141,7 @@ def test_the_delegates_are_destroyed(stack: Stack, app: Probe, moment: str) -> N
         stack.order("return reader")
         app.expect(Heard.connected, limit=90)
     elif moment == "without_a_daemon":
-        stack.start_daemon()
-        app.expect(Heard.powered_on)
+        app.start_daemon()
     else:
         stack.order("drop reader")
         app.expect(Heard.disconnected)
@@ -176,8 +172,7 @@ def test_the_platform_is_destroyed(stack: Stack, app: Probe, moment: str) -> Non
     elif moment == "burst":
         app.expect_values(5000)
     else:
-        stack.start_daemon()
-        app.expect(Heard.powered_on)
+        app.start_daemon()
         app.link_up()
 
 

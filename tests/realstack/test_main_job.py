@@ -121,5 +121,6 @@ def test_a_q62t_readers_link_is_closed(stack: Stack, q62t: Sent) -> None:
 
 
 def test_the_virtual_readers_end_cleanly(stack: Stack, q62t: Sent) -> None:
-    assert stack.end_readers() == (0, "END")
+    assert stack.end("readers") == 0
+    assert stack.lines()[-1] == "END"
     assert not stack.orders.exists()

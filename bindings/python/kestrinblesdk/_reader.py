@@ -106,6 +106,7 @@ class Reader(_core.ReaderBase):
             raise TypeError(f"a reader's name is a str, not {type(reader).__name__!r}")
         self._keys = itertools.count(1)
         self._ends: dict[int, Callable[..., object]] = {}
+        self._exchanges: dict[int, int] = {}
         super().__init__(
             platform,
             weakref.ref(self),
@@ -167,7 +168,7 @@ class Reader(_core.ReaderBase):
     def send(self, frame: bytes, done: Callable[[NSError | None], object] | None = None) -> None:
         """Sends a frame, CRC included, without blocking, one after the other. `done` gets None when
         the last slice was handed to the radio, else the error."""
-        self._send(frame, self._keep(done))
+        self._with_end(done, lambda key: self._send(frame, key))
 
     def exchange(
         self,
@@ -177,30 +178,48 @@ class Reader(_core.ReaderBase):
     ) -> int:
         """Sends a whole frame. `done` gets the next frame of the same code that comes within `limit`
         seconds after the last slice, or the error. Returns a number for `forget`."""
-        return self._exchange(frame, limit, self._keep(done))
+        exchange = 0
+
+        def begin(key: int) -> None:
+            nonlocal exchange
+            exchange = self._exchange(frame, limit, key)
+            self._exchanges[exchange] = key
+
+        self._with_end(done, begin)
+        return exchange
 
     def forget(self, exchange: int) -> None:
         """Waits for an answer no longer; `done` is not called."""
         self._forget(exchange)
+        self._ends.pop(self._exchanges.pop(exchange, 0), None)
 
     def close(self, done: Callable[[], object] | None = None) -> None:
         """Ends everything; `done` is called when the link is down."""
-        self._close(self._keep(done))
+        self._with_end(done, self._close)
 
     def release(self) -> None:
         """Closes the link and calls nobody again. The reader cannot be used any more; releasing it
         again does nothing."""
         self._release()
         self._ends.clear()
+        self._exchanges.clear()
 
-    def _keep(self, done: Callable[..., object] | None) -> int:
+    def _with_end(
+        self, done: Callable[..., object] | None, begin: Callable[[int], object]
+    ) -> None:
+        """Begins what calls `done` in the end, by the key that it gets; what is refused is not kept."""
         if done is None:
-            return 0
+            begin(0)
+            return
         if not callable(done):
             raise TypeError(f"what is called in the end is callable, not {type(done).__name__!r}")
         key = next(self._keys)
         self._ends[key] = done
-        return key
+        try:
+            begin(key)
+        except BaseException:
+            self._ends.pop(key, None)
+            raise
 
     # What the library calls.
 
@@ -233,6 +252,8 @@ class Reader(_core.ReaderBase):
         self._end(key, _error_of(error))
 
     def _answered(self, key: int, frame: NSData | None, error: tuple[int, str]) -> None:
+        for exchange in [each for each, its in self._exchanges.items() if its == key]:
+            del self._exchanges[exchange]
         self._end(key, Frame.parse(frame) if frame is not None else None, _error_of(error))
 
     def _closed(self, key: int) -> None:
@@ -479,8 +500,10 @@ class AsyncReader:
     # Waiting.
 
     def _wake_all(self) -> None:
+        if self._host is None:
+            return
         for future in self._futures:
-            self._used_host().wake(future)
+            self._host.wake(future)
 
     async def _until(
         self, take: Callable[[], _Result | None], limit: float | None, what: Callable[[], str]
@@ -503,6 +526,7 @@ class AsyncReader:
                 if late:
                     raise TimeoutError(f"{what()} within {limit:g} s")
                 await self._anything()
+                self._linked_reader()
         finally:
             if timer is not None:
                 self._platform.cancel(timer)
@@ -539,12 +563,20 @@ class AsyncReader:
             raise RuntimeError("this reader is not connected; use it inside `async with`")
         return self._reader
 
+    def _linked_reader(self) -> Reader:
+        """For whoever has waited: the reader may have been let go of meanwhile."""
+        if self._reader is None:
+            raise ConnectionError("the reader is unplugged")
+        return self._reader
+
     def _used_host(self) -> _Host:
         if self._host is None:
             raise RuntimeError("this reader is not connected; use it inside `async with`")
         return self._host
 
     def _let_go(self) -> None:
+        # Whoever still waits finds that there is no reader any more.
+        self._wake_all()
         reader, self._reader = self._reader, None
         if reader is not None:
             self._name = reader.name or None

@@ -223,6 +223,27 @@ def test_cancellation_closes_the_link(moment: float) -> None:
     run(main)
 
 
+def test_whoever_listens_hears_that_the_reader_was_let_go_of() -> None:
+    class Stuck(AsyncReader):
+        async def close(self, *, limit: float = 10.0) -> None:
+            raise TimeoutError("the link did not go down")
+
+    async def main() -> None:
+        platform = simulated()
+        platform.add_reader(NAME)
+        with pytest.raises(TimeoutError, match="the link did not go down"):
+            async with Stuck(platform) as it:
+                await it.receive(limit=1)
+                frames = asyncio.create_task(it.receive())
+                limited = asyncio.create_task(it.receive(limit=5))
+                await asyncio.sleep(0)
+        for task in (frames, limited):
+            with pytest.raises(ConnectionError, match="the reader is unplugged"):
+                await asyncio.wait_for(task, 10)
+
+    run(main)
+
+
 def test_a_cancelled_wait_loses_no_frame() -> None:
     async def main() -> None:
         platform = simulated()

@@ -255,6 +255,36 @@ def test_wrong_arguments_are_refused() -> None:
     reader.release()
 
 
+def test_nothing_is_kept_of_what_was_forgotten_refused_or_done() -> None:
+    class Done:
+        def __call__(self, *_: object) -> None:
+            pass
+
+    platform = simulated()
+    device = platform.add_reader(NAME)
+    reader = Reader(platform)
+    platform.run_for(5)
+    device.simulate_silence()
+    kept: list[weakref.ref[Done]] = []
+
+    def remembered() -> Done:
+        done = Done()
+        kept.append(weakref.ref(done))
+        return done
+
+    reader.forget(reader.exchange(COMMAND, 1, remembered()))
+    with pytest.raises(TypeError):
+        reader.send("BB00", remembered())  # type: ignore[arg-type]
+    with pytest.raises(TypeError):
+        reader.exchange("BB00", 1, remembered())  # type: ignore[arg-type]
+    reader.send(COMMAND, remembered())
+    reader.exchange(COMMAND, 1, remembered())
+    platform.run_for(5)
+    gc.collect()
+    assert [each() for each in kept] == [None] * 5
+    reader.release()
+
+
 def test_a_platform_records_what_its_readers_do(tmp_path: Path) -> None:
     platform = simulated()
     platform.add_reader(NAME)

@@ -259,8 +259,8 @@ KESTRIN_C_EXPORT kestrin_reader* kestrin_reader_create(kestrin_platform* platfor
 KESTRIN_C_EXPORT void kestrin_reader_release(kestrin_reader* reader);
 /** Where it stands; KESTRIN_CLOSED for NULL. */
 KESTRIN_C_EXPORT kestrin_phase kestrin_reader_phase(const kestrin_reader* reader);
-/** The name by which it was found, empty before. It holds as long as the reader. NULL on failure.
- */
+/** The name by which it was found, empty before. What is returned before it was found holds until
+ * then, what is returned afterwards as long as the reader. NULL on failure. */
 KESTRIN_C_EXPORT const char* kestrin_reader_name(const kestrin_reader* reader);
 /** What tells it from every other one of its radio; as the name. */
 KESTRIN_C_EXPORT const char* kestrin_reader_identifier(const kestrin_reader* reader);
