@@ -37,7 +37,9 @@ def pytest_runtest_logreport(report: pytest.TestReport) -> None:
     name = report.nodeid.rpartition("::")[2].removeprefix("test_").replace("_", " ")
     print(f"{result:6}  {name}", flush=True)
     said = [str(text) for _, text in report.user_properties]
-    if not report.passed:
+    if isinstance(report.longrepr, tuple):
+        said.append(report.longrepr[2])  # Why it was skipped.
+    elif not report.passed:
         said += [report.longreprtext, *(f"{title}\n{text}" for title, text in report.sections)]
     if said:
         print(textwrap.indent("\n".join(said), " " * 8), flush=True)
