@@ -22,7 +22,17 @@ class RandomPhases : public ReaderTest {
  protected:
   void playOne(std::mt19937& random) {
     const auto below = [&](std::uint32_t count) { return random() % count; };
-    switch (below(12)) {
+    switch (below(14)) {
+      case 12:
+        // Somebody else, who takes what he hears first, this reader's device too.
+        other_ =
+            other_ ? nullptr
+                   : Reader::create(simulated_.platform(), {.ambiguity = Ambiguity::takeFirst}, {});
+        break;
+      case 13:
+        simulated_.platform().notificationCenter->postNotificationName_object(
+            UIApplicationDidEnterBackgroundNotification, nullptr);
+        break;
       case 0:
         device_->simulateLinkLoss();
         break;
@@ -69,7 +79,10 @@ class RandomPhases : public ReaderTest {
     runFor(kSpans[below(4)]);
   }
 
+  const std::shared_ptr<simulated::VirtualPeripheral> spare_ =
+      simulated_.radio().addReader("TQM_HOLV-1", ReaderFamily::standard);
   std::unique_ptr<Reader> reader_;
+  std::unique_ptr<Reader> other_;
   std::size_t asked_ = 0;
   std::size_t ended_ = 0;
 };
@@ -91,12 +104,19 @@ TEST_F(RandomPhases, FollowTheTableAndEndPluggedIn) {
     device_->simulateAppearing();
     device_->simulateConnectionNeverCompleting(false);
     device_->simulateFailingConnections(0);
+    other_.reset();
     runFor(seconds(1));
     reader_->comeBack();
     const bool ended = runUntil(*reader_, pluggedIn, seconds(300));
     EXPECT_TRUE(ended || (!holds && reader_->phase() == closed)) << nameOf(reader_->phase());
     runFor(seconds(10));
     EXPECT_EQ(ended_, asked_);
+    if (round % 2 == 0) {
+      bool down = false;
+      reader_->close([&] { down = true; });
+      runFor(seconds(5));
+      EXPECT_TRUE(down);
+    }
     reader_.reset();
     runFor(seconds(5));
     ASSERT_FALSE(device_->connected());
