@@ -242,9 +242,10 @@ TEST(Program, WrongUsageIsOneLineThatNamesTheArgument) {
             "' is not a number of seconds, as in 2 or 0.5 (kestrin monitor --help tells "
             "more)");
   }
-  expectUsageError({"scan", "--radio", "cb"},
-                   "--radio: 'cb' is no radio; there are bluez and simulated (kestrin scan --help "
-                   "tells more)");
+  expectUsageError(
+      {"scan", "--radio", "cb"},
+      "--radio: 'cb' is not a radio; there are bluez and simulated (kestrin scan --help "
+      "tells more)");
   expectUsageError({"scan", "--radio", "simulated", "--adapter", "hci0"},
                    "--adapter: only the real radio has adapters; leave out --radio simulated");
   expectUsageError({"scan", "--virtual-time"},

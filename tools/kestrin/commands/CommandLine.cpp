@@ -55,7 +55,7 @@ std::string checkName(const std::string& text) {
 
 std::string checkRadio(const std::string& text) {
   if (text == "bluez" || text == "simulated") return "";
-  return "'" + printable(text) + "' is no radio; there are bluez and simulated";
+  return "'" + printable(text) + "' is not a radio; there are bluez and simulated";
 }
 
 void addRecord(CLI::App& command, std::optional<std::string>& file) {
