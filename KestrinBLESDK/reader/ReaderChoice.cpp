@@ -62,14 +62,14 @@ const ReaderChoice::Seen* ReaderChoice::find(std::string_view identifier) const 
 
 std::string ReaderChoice::notFound(std::string_view within) const {
   std::string text = "no reader";
-  if (!wanted_.empty()) text += " whose name contains " + quoted(wanted_);
+  if (!wanted_.empty()) text += " whose name contains " + inQuotes(wanted_);
   return text + " was found within " + std::string(within);
 }
 
 std::string ReaderChoice::inRange() const {
   std::string text = seen_.empty() ? "no reader at all is in range" : "";
   for (const Seen& seen : seen_) {
-    text += (text.empty() ? "in range: " : ", ") + quoted(seen.reader.name);
+    text += (text.empty() ? "in range: " : ", ") + inQuotes(seen.reader.name);
     if (reader::isHeld(seen)) text += " (held by this program already)";
   }
   const std::string why = held();
@@ -77,11 +77,11 @@ std::string ReaderChoice::inRange() const {
 }
 
 std::string ReaderChoice::ambiguous(const std::vector<Seen>& meant) const {
-  std::string text =
-      wanted_.empty() ? "several readers are in range" : quoted(wanted_) + " fits several readers";
+  std::string text = wanted_.empty() ? "several readers are in range"
+                                     : inQuotes(wanted_) + " fits several readers";
   const char* separator = ": ";
   for (const Seen& seen : meant) {
-    text += separator + quoted(seen.reader.name) + " (" + seen.reader.identifier + ")";
+    text += separator + inQuotes(seen.reader.name) + " (" + seen.reader.identifier + ")";
     separator = ", ";
   }
   return text + "; give the whole name of one, or its identifier";
@@ -92,14 +92,14 @@ std::string ReaderChoice::held() const {
   // A device that has a link is often not heard, so those that are held are looked through.
   for (const SeenReader& reader : Claim::heldOf(radio_)) {
     if (match(reader) < Match::name) continue;
-    return quoted(wanted_) + " is held by another Reader of this program; drop that one first";
+    return inQuotes(wanted_) + " is held by another Reader of this program; drop that one first";
   }
   return "";
 }
 
 bool isHeld(const ReaderChoice::Seen& seen) { return Claim::isHeld(unrecorded(seen.device)); }
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string line = "'";
   for (const char c : text) {

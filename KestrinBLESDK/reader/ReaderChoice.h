@@ -60,7 +60,7 @@ class ReaderChoice final {
 bool isHeld(const ReaderChoice::Seen& seen);
 
 /// A text from the air in quotation marks; whatever is not printable ASCII as `\xNN`.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 /// A span in seconds, for a person: "30 s", "2.5 s".
 std::string inSeconds(Time span);

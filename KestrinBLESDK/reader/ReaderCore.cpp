@@ -206,7 +206,7 @@ void ReaderCore::lose() {
   enter(ReaderPhase::lost);
   if (options_.reconnect || phase_ != ReaderPhase::lost) return;
   tellTrouble(ReaderError::unplugged,
-              "the link to " + quoted(name_) +
+              "the link to " + inQuotes(name_) +
                   (wasPluggedIn ? " was lost" : " went down before it could be used"));
   if (phase_ == ReaderPhase::lost) giveUp();
 }
@@ -237,7 +237,7 @@ void ReaderCore::findLimitPassed() {
 }
 
 void ReaderCore::plugInLimitPassed() {
-  std::string text = "the reader " + quoted(name_) + " was not plugged in within " +
+  std::string text = "the reader " + inQuotes(name_) + " was not plugged in within " +
                      inSeconds(*options_.plugInLimit);
   if (watch_->state() != CBManagerState::poweredOn) text += "; " + watch_->description();
   // An attempt goes on inside the radio; a link that leads to nothing is given up, which its end

@@ -87,7 +87,7 @@ void ReaderCore::take(const ReaderChoice::Seen& seen) {
   if (!claim_) {
     // Somebody was faster. It is taken when they give it up, unless another one is by then.
     refuse(ReaderError::held,
-           quoted(seen.reader.name) +
+           inQuotes(seen.reader.name) +
                " is held by another Reader of this program; drop that one first");
     return;
   }
