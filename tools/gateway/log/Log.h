@@ -1,0 +1,141 @@
+// The gateway's log: what the readers sent, on disk, in the order in which it came, until it may be
+// forgotten.
+//
+// Each record has a number, one higher than that of the record before it. A log has an identity;
+// numbers are never used again within one. What cannot be kept or read any more leaves a gap
+// record, which has a number of its own and says which numbers are lost.
+//
+// docs/gateway-log.md has the format.
+//
+// Threads: one thread uses a log. `SyncWork::run` alone may run on another one meanwhile.
+// Lifetime: a log shares its file layer. Drop every `SyncWork` before the log's folder is opened
+// again. Errors: returned in words; what was appended before stays.
+#pragma once
+
+#include "tools/gateway/files/FileLayer.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kestrin::gateway {
+
+using RecordNumber = std::uint64_t;  ///< From 1.
+
+/// What tells a log from every other one: 32 lower-case hexadecimal digits, random.
+using LogIdentity = std::string;
+
+enum class RecordKind : std::uint8_t { frame = 1, value = 2, gap = 3 };
+enum class GapReason : std::uint8_t {
+  budget = 1,   ///< The oldest records made room for new ones.
+  torn = 2,     ///< The end of the log was torn off before it was on the disk: at most these.
+  damaged = 3,  ///< The log could not be read in its middle; the rest of it is kept beside.
+  refused = 4,  ///< The disk did not take them.
+};
+
+struct Gap {
+  LogIdentity
+      log;  ///< The log whose numbers are meant; another one than the record's own after damage.
+  RecordNumber from = 0;
+  RecordNumber to = 0;
+  GapReason reason = GapReason::budget;
+  friend bool operator==(const Gap&, const Gap&) = default;
+};
+
+struct Record {
+  RecordNumber number = 0;
+  RecordKind kind = RecordKind::frame;
+  std::string reader;       ///< Its identifier, for example an address.
+  std::string name;         ///< Its name, as it came from the air.
+  std::uint64_t link = 0;   ///< Which link of the gateway's run; counts up over all readers.
+  std::int64_t wallMs = 0;  ///< Milliseconds since 1970-01-01T00:00:00Z.
+  std::int64_t monoMs = 0;  ///< Milliseconds of the monotonic clock, which starts with the machine.
+  std::vector<std::uint8_t> bytes;  ///< The whole frame, or the value.
+  std::optional<Gap> gap;           ///< With `RecordKind::gap`.
+  friend bool operator==(const Record&, const Record&) = default;
+};
+
+struct LogOptions {
+  std::string folder;
+  std::uint64_t budget = 1ULL << 30U;  ///< Bytes on disk, all segments together.
+  std::uint64_t segmentSize = 16ULL
+                              << 20U;  ///< At most; a sixteenth of the budget where that is less.
+  std::function<LogIdentity()> makeIdentity;  ///< Random from the system when empty.
+};
+
+/// What has to be synced. Its `run` may be called on any thread, once.
+class SyncWork;
+
+class Log {
+ public:
+  /// Opens the log in the folder, or begins one. Recovery cuts a torn end and begins a log of
+  /// another identity where the middle is damaged; `findings` gets one line for a person for each.
+  /// Null with the reason in `error`: another process holds the folder, its format is newer, the
+  /// disk refuses.
+  static std::unique_ptr<Log> open(std::shared_ptr<FileLayer> files, LogOptions options,
+                                   std::string& error,
+                                   std::vector<std::string>* findings = nullptr);
+  ~Log();
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+
+  [[nodiscard]] const LogIdentity& identity() const;
+  /// The lowest number that is kept; `next()` when none is.
+  [[nodiscard]] RecordNumber first() const;
+  /// The number that the next record gets.
+  [[nodiscard]] RecordNumber next() const;
+  /// Up to this number, included, everything is on the disk.
+  [[nodiscard]] RecordNumber synced() const;
+  /// Bytes on disk.
+  [[nodiscard]] std::uint64_t size() const;
+
+  /// Appends a record and returns its number; `record.number` does not count. It is with the system
+  /// when this returns, so that it survives the process, and on the disk once `synced` says so.
+  /// Absent, with the reason in `error`: the disk refused it; a gap record says so as soon as the
+  /// disk takes records again.
+  std::optional<RecordNumber> append(const Record& record, FileError& error);
+
+  /// What has to be synced now; null when nothing has, or the last work has not been handed back.
+  std::shared_ptr<SyncWork> beginSync();
+  /// Hands work back that has run. Returns its error, after which the records stay unsynced and are
+  /// tried again.
+  std::optional<FileError> endSync(const std::shared_ptr<SyncWork>& work);
+
+  /// The records from `number` on, `most` of them at most, and about `mostBytes` at most. Numbers
+  /// that are lost are left out (their gap record comes later). An error ends the list early.
+  std::optional<FileError> read(RecordNumber number, std::size_t most, std::size_t mostBytes,
+                                std::vector<Record>& records);
+
+  /// Nobody needs the records up to `number`, included: whole segments of such are removed. Kept
+  /// over restarts.
+  void forget(RecordNumber number);
+  /// Up to where `forget` has come.
+  [[nodiscard]] RecordNumber forgotten() const;
+
+  /// Values of a few bytes under a name, kept beside the records over restarts and restored with
+  /// them: for what consumers have committed. A value that is lost by a power cut is an older one
+  /// afterwards, never another one.
+  void keep(const std::string& name, RecordNumber value);
+  [[nodiscard]] std::vector<std::pair<std::string, RecordNumber>> kept() const;
+  /// Forgets a name.
+  void drop(const std::string& name);
+
+  /// What was noticed since the last call, one line each: a gap made by the budget, a disk that
+  /// refuses.
+  std::vector<std::string> takeFindings();
+
+ private:
+  struct Inside;
+  explicit Log(std::unique_ptr<Inside> inside);
+  const std::unique_ptr<Inside> inside_;
+};
+
+/// Runs the syncing: reports nothing by itself.
+void run(SyncWork& work) noexcept;
+
+}  // namespace kestrin::gateway
