@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/gateway/config/ConfigRules.h"
-
 namespace kestrin::gateway {
 
 std::string ConfigComplaint::printed() const {
@@ -20,14 +18,6 @@ bool isPlainName(std::string_view name) {
            const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
            return letter || (c >= '0' && c <= '9') || c == '_' || c == '-';
          });
-}
-
-std::optional<Config> parseConfig(const std::string& text, const std::string& file,
-                                  std::vector<ConfigComplaint>& complaints) {
-  const auto read = judgedText(text, file);
-  complaints.insert(complaints.end(), read.complaints.begin(), read.complaints.end());
-  if (!read.complaints.empty()) return std::nullopt;
-  return read.config;
 }
 
 std::vector<std::string> needsRestart(const Config& before, const Config& after) {

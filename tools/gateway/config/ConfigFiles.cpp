@@ -1,4 +1,4 @@
-// The configuration's own file, and the files that it names.
+// A configuration from a text or a file, and the files that it names.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,6 +89,14 @@ void checkFiles(JudgedConfig& judged, const std::string& file) {
 }
 
 }  // namespace
+
+std::optional<Config> parseConfig(const std::string& text, const std::string& file,
+                                  std::vector<ConfigComplaint>& complaints) {
+  const auto read = judgedText(text, file);
+  complaints.insert(complaints.end(), read.complaints.begin(), read.complaints.end());
+  if (!read.complaints.empty()) return std::nullopt;
+  return read.config;
+}
 
 std::optional<Config> readConfig(const std::string& file,
                                  std::vector<ConfigComplaint>& complaints) {
