@@ -51,8 +51,7 @@ void Commands::take(const std::string& part, const Message& message) {
   enqueue(*reader, std::move(*command), message);
 }
 
-bool Commands::isRepeat(const std::string& reader, const Command& command,
-                        const Message& message) {
+bool Commands::isRepeat(const std::string& reader, const Command& command, const Message& message) {
   if (!message.correlationData) return false;
   const auto* const known = memory_.find(*message.correlationData);
   if (known == nullptr) return false;

@@ -29,11 +29,13 @@ class Commands {
   using Sent = std::function<void(const std::optional<std::string>& why)>;
   struct Handlers {
     std::function<Time()> now;
-    /// The reader of a topic, by the name that the handlers below know it by; absent: there is none.
+    /// The reader of a topic, by the name that the handlers below know it by; absent: there is
+    /// none.
     std::function<std::optional<std::string>(const std::string& part)> find;
     std::function<bool(const std::string& reader)> isPluggedIn;
     /// Calls `sent` in a later turn, unless the reader is removed before.
-    std::function<void(const std::string& reader, const std::vector<std::uint8_t>&, Sent sent)> send;
+    std::function<void(const std::string& reader, const std::vector<std::uint8_t>&, Sent sent)>
+        send;
     std::function<void(Message)> answer;
     /// A line for a person, about a command that cannot be answered.
     std::function<void(const std::string&)> complain;

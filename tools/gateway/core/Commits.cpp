@@ -65,7 +65,8 @@ bool Commits::take(const std::string& consumer, std::string_view payload, Record
 
 std::optional<RecordNumber> Commits::lowest() const {
   std::optional<RecordNumber> lowest;
-  for (const auto& [consumer, number] : commits_) lowest = std::min(lowest.value_or(number), number);
+  for (const auto& [consumer, number] : commits_)
+    lowest = std::min(lowest.value_or(number), number);
   return lowest;
 }
 

@@ -43,34 +43,31 @@ std::string listOf(const std::vector<SeenReader>& readers) {
 }  // namespace
 
 HeldReader::HeldReader(const Platform& platform, ReaderConfig config, Handlers handlers)
-    : config_(std::move(config)),
-      handlers_(std::move(handlers)),
-      look_(platform.mainRunLoop) {
+    : config_(std::move(config)), handlers_(std::move(handlers)), look_(platform.mainRunLoop) {
   NSError error;
-  reader_ = Reader::create(
-      platform, {.reader = nobody(), .findLimit = std::nullopt, .reconnect = true},
-      readerHandlers(), &error);
+  reader_ =
+      Reader::create(platform, {.reader = nobody(), .findLimit = std::nullopt, .reconnect = true},
+                     readerHandlers(), &error);
   if (!reader_) trouble_ = config_.reader + ": " + error.text;
   lookIn(kLookInterval);
 }
 
 ReaderHandlers HeldReader::readerHandlers() {
-  return {
-      .onPhase = [this](Reader&, ReaderPhase phase) { enter(phase); },
-      .onFrame =
-          [this](Reader&, const RcpFrame& frame) {
-            handlers_.onData(*this, RecordKind::frame, frame.bytes);
-          },
-      .onValue =
-          [this](Reader&, const NSData& value) {
-            handlers_.onData(*this, RecordKind::value, value.span());
-          },
-      .onTrouble =
-          [this](Reader&, const NSError& trouble) {
-            // Its own words for a name that nobody has are no use to anybody.
-            if (phase() != ReaderPhase::searching) setTrouble(trouble.text);
-          },
-      .onSeen = [this](Reader&) { lookIn(config_.isAddress ? Time::zero() : kSettling); }};
+  return {.onPhase = [this](Reader&, ReaderPhase phase) { enter(phase); },
+          .onFrame =
+              [this](Reader&, const RcpFrame& frame) {
+                handlers_.onData(*this, RecordKind::frame, frame.bytes);
+              },
+          .onValue =
+              [this](Reader&, const NSData& value) {
+                handlers_.onData(*this, RecordKind::value, value.span());
+              },
+          .onTrouble =
+              [this](Reader&, const NSError& trouble) {
+                // Its own words for a name that nobody has are no use to anybody.
+                if (phase() != ReaderPhase::searching) setTrouble(trouble.text);
+              },
+          .onSeen = [this](Reader&) { lookIn(config_.isAddress ? Time::zero() : kSettling); }};
 }
 
 std::string HeldReader::identifier() const {

@@ -1,4 +1,5 @@
-// One reader of the configuration, held: searched for by its whole name or its address, without end.
+// One reader of the configuration, held: searched for by its whole name or its address, without
+// end.
 //
 // A reader whose name merely contains the one that is meant is never taken.
 //

@@ -21,15 +21,18 @@ Message retained(const std::string& topic, const std::string& payload) {
 void Outbox::retain(const std::string& topic, std::string payload) {
   Topic& kept = topics_[topic];
   kept = {std::move(payload), Stand::waits, 0};
+  waits_ = true;
 }
 
 void Outbox::send(Message message) {
   if (letters_.size() >= kMostLetters) {
     letters_.pop_front();
-    troubles_.note("answers", "more than " + std::to_string(kMostLetters) +
-                                  " answers to commands wait for the broker; the oldest is given up");
+    troubles_.note("answers",
+                   "more than " + std::to_string(kMostLetters) +
+                       " answers to commands wait for the broker; the oldest is given up");
   }
   letters_.push_back({std::move(message)});
+  waits_ = true;
 }
 
 void Outbox::connected() {
@@ -42,6 +45,7 @@ void Outbox::disconnected() {
     if (topic.stand == Stand::handedOver) topic.stand = Stand::waits;
   }
   for (Letter& letter : letters_) letter.stand = Stand::waits;
+  waits_ = true;
 }
 
 bool Outbox::handOver(const Message& message, Stand& stand, PublishId& id) {
@@ -54,12 +58,14 @@ bool Outbox::handOver(const Message& message, Stand& stand, PublishId& id) {
 }
 
 bool Outbox::pump() {
+  if (!waits_) return true;
   for (auto& [name, topic] : topics_) {
     if (!handOver(retained(name, topic.payload), topic.stand, topic.id)) return false;
   }
   for (Letter& letter : letters_) {
     if (!handOver(letter.message, letter.stand, letter.id)) return false;
   }
+  waits_ = false;
   return true;
 }
 
@@ -88,8 +94,8 @@ bool Outbox::takeLetter(PublishId id, const std::optional<std::string>& refused)
   });
   if (found == letters_.end()) return false;
   if (refused) {
-    troubles_.note("refused answer", "the broker refuses an answer to " + found->message.topic +
-                                         ": " + *refused);
+    troubles_.note("refused answer",
+                   "the broker refuses an answer to " + found->message.topic + ": " + *refused);
   }
   letters_.erase(found);
   return true;

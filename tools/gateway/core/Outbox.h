@@ -13,6 +13,7 @@
 #include "tools/gateway/core/Window.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <optional>
@@ -58,6 +59,7 @@ class Outbox {
   Troubles& troubles_;
   std::map<std::string, Topic> topics_;
   std::deque<Letter> letters_;
+  bool waits_ = false;  // Whether anything may wait to be handed over.
 };
 
 }  // namespace kestrin::gateway

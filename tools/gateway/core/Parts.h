@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrin::gateway {
 
@@ -39,6 +40,8 @@ struct Parts {
   std::shared_ptr<Syncing> syncing;
   Clocks clocks;
   Identity identity;
+  /// What the log has found at its opening.
+  std::vector<std::string> findings{};
   /// Takes one line for a person: the gateway's own log of what happens.
   std::function<void(const std::string&)> say{};
   /// Called behind each record that a reader's callback has handed to the log, with the number that

@@ -61,8 +61,8 @@ void Syncer::goOn(bool failed) {
   if (failed || isAll) callFinished();
   if (isAll || running_ || timer_.isArmed()) return;
   const bool isHurried = !finished_.empty();
-  const Time pause = failed ? std::max(interval_, kPauseAfterError)
-                            : (isHurried ? Time::zero() : interval_);
+  const Time pause =
+      failed ? std::max(interval_, kPauseAfterError) : (isHurried ? Time::zero() : interval_);
   timer_.arm(pause, [this] { begin(); });
 }
 
