@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestrin::gateway {
@@ -67,15 +68,18 @@ struct Config {
 
 struct ConfigComplaint {
   std::string file;
-  std::uint32_t line = 0;    ///< From 1.
-  std::uint32_t column = 0;  ///< From 1.
+  std::uint32_t line = 0;    ///< From 1; 0 where the whole file cannot be read.
+  std::uint32_t column = 0;  ///< The same.
   std::string key;           ///< For example "broker.port"; empty where the file is not TOML.
   std::string text;          ///< What is wrong, and what would be right.
   /// As it is printed: "gateway.toml:12:3: broker.port: ...".
   [[nodiscard]] std::string printed() const;
 };
 
-/// The configuration in `text`, or every complaint.
+/// What names a gateway, a consumer or a log: [A-Za-z0-9_-]{1,64}.
+bool isPlainName(std::string_view name);
+
+/// The configuration in `text`, or every complaint, in the order of their places.
 std::optional<Config> parseConfig(const std::string& text, const std::string& file,
                                   std::vector<ConfigComplaint>& complaints);
 /// The same of a file, with what the files that it names are like (they exist, can be read).

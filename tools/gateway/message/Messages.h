@@ -10,6 +10,7 @@
 #include "tools/gateway/config/Config.h"
 #include "tools/gateway/log/Log.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -33,6 +34,8 @@ class Topics {
   [[nodiscard]] std::string replay() const;
   /// What a gateway subscribes to.
   [[nodiscard]] std::vector<std::string> filters() const;
+  /// What a consumer subscribes to for its deliveries: the frames of every reader, and the gaps.
+  [[nodiscard]] std::vector<std::string> deliveryFilters() const;
   /// The reader of a command's topic, or the consumer of a commit's; absent: it is another topic.
   [[nodiscard]] std::optional<std::string> commandedReader(std::string_view topic) const;
   [[nodiscard]] std::optional<std::string> committingConsumer(std::string_view topic) const;
@@ -42,8 +45,10 @@ class Topics {
 };
 
 /// How a reader is named in topics: its address with colons as it is, other than [A-Za-z0-9:_.-] as
-/// %XX.
+/// %XX; a single % where it has no characters.
 std::string topicPart(std::string_view reader);
+/// The other way; absent when `topicPart` does not make it.
+std::optional<std::string> readerOfTopicPart(std::string_view part);
 
 struct GatewayState {
   bool online = false;
@@ -70,19 +75,29 @@ std::string textOf(const GatewayInfo& info);
 std::string textOf(const ReaderState& state);
 std::string textOf(const Health& health);
 
-/// A frame or value, or a gap, as payload.
+/// How payloads name a reason: budget, torn, damaged, refused.
+std::string_view wordOf(GapReason reason);
+std::optional<GapReason> gapReasonOf(std::string_view word);
+
+// Text from the air may be any bytes, payloads may not: where "name" is not UTF-8 it is shown with
+// U+FFFD for what is wrong, and "nameHex" beside it has the bytes. So it is with "reader".
+
+/// A frame or value, or a gap, as payload. Of a gap it has number and gap only.
 std::string payloadOf(const Record& record, const LogIdentity& log, FrameFormat format);
 
-/// The other way, for consumers; JSON or CBOR, told by the first byte.
+/// The other way, for consumers; JSON or CBOR, told by the first byte. Members that are not known
+/// are ignored.
 struct Delivery {
   LogIdentity log;
   Record record;
+  friend bool operator==(const Delivery&, const Delivery&) = default;
 };
 std::optional<Delivery> deliveryOf(std::string_view payload, std::string& error);
 
 struct Commit {
   LogIdentity log;
   RecordNumber number = 0;
+  friend bool operator==(const Commit&, const Commit&) = default;
 };
 std::string textOf(const Commit& commit);
 std::optional<Commit> commitOf(std::string_view payload, std::string& error);
@@ -92,11 +107,16 @@ struct Replay {
   LogIdentity log;
   RecordNumber from = 0;
   std::string consumer;
+  friend bool operator==(const Replay&, const Replay&) = default;
 };
 std::string textOf(const Replay& replay);
 std::optional<Replay> replayOf(std::string_view payload, std::string& error);
 
-/// A command: {"bytes":"bb00..."}: one whole frame of at most 1,029 bytes, checked.
+/// The most bytes that a command may have: what the longest frame to a reader has.
+inline constexpr std::size_t kLongestCommand = 1029;
+
+/// A command: {"bytes":"bb00..."}: one whole frame, checked. Blanks may stand between its bytes; in
+/// CBOR a byte string may stand there.
 struct Command {
   std::vector<std::uint8_t> bytes;
 };
@@ -104,7 +124,9 @@ std::optional<Command> commandOf(std::string_view payload, std::string& error);
 /// What is published to the command's response topic: handed to the radio, or why not.
 std::string commandAnswer(bool handed, const std::string& why);
 
-/// 2026-11-22T13:05:09.123Z.
+/// 2026-11-22T13:05:09.123Z. Years before 0 and after 9999 have a sign and at least six digits.
 std::string utcText(std::int64_t wallMs);
+/// The other way; absent for any other text.
+std::optional<std::int64_t> wallMsOf(std::string_view utcText);
 
 }  // namespace kestrin::gateway
