@@ -48,15 +48,21 @@ static void *next(const char *name) {
   return found;
 }
 
-__attribute__((constructor)) static void begin(void) {
-  const char *const file = getenv("KESTRIN_FAULTS_CONTROL");
-  const char *const place = getenv("KESTRIN_FAULTS_FOLDER");
+/* Other libraries begin, and write or look at the clock, before this one does. */
+static void find_system(void) {
+  if (system_clock_gettime != NULL) return;
   *(void **)&system_pwrite = next("pwrite");
   *(void **)&system_pwrite64 = next("pwrite64");
   *(void **)&system_write = next("write");
   *(void **)&system_fdatasync = next("fdatasync");
   *(void **)&system_fsync = next("fsync");
   *(void **)&system_clock_gettime = next("clock_gettime");
+}
+
+__attribute__((constructor)) static void begin(void) {
+  const char *const file = getenv("KESTRIN_FAULTS_CONTROL");
+  const char *const place = getenv("KESTRIN_FAULTS_FOLDER");
+  find_system();
   if (file == NULL || place == NULL) return;
   snprintf(folder, sizeof folder, "%s/", place);
   const int descriptor = open(file, O_RDWR | O_CLOEXEC);
@@ -97,6 +103,7 @@ static int turn(int64_t *times) {
 
 /* Returns how many bytes may be written; 0 when none may. */
 static size_t judged(int descriptor, size_t length) {
+  find_system();
   if (length == 0 || !is_of_the_log(descriptor)) return length;
   plus(&control->writes, 1);
   if (length > 1 && turn(&control->short_times)) {
@@ -125,6 +132,7 @@ ssize_t write(int descriptor, const void *bytes, size_t length) {
 }
 
 static int sync_fails(int descriptor) {
+  find_system();
   if (!is_of_the_log(descriptor) || !turn(&control->sync_times)) return 0;
   plus(&control->syncs_failed, 1);
   errno = (int)control->sync_error;
@@ -138,6 +146,7 @@ int fdatasync(int descriptor) {
 int fsync(int descriptor) { return sync_fails(descriptor) ? -1 : system_fsync(descriptor); }
 
 int clock_gettime(clockid_t clock, struct timespec *now) {
+  find_system();
   const int result = system_clock_gettime(clock, now);
   if (result == 0 && control != NULL && (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE)) {
     now->tv_sec += (time_t)__atomic_load_n(&control->clock_seconds, __ATOMIC_SEQ_CST);
