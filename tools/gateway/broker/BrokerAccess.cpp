@@ -6,7 +6,9 @@
 
 namespace kestrin::gateway {
 
-std::string clientIdOf(const std::string& gateway) { return "kestrin-gateway-" + gateway; }
+std::string clientIdOf(const std::string& gateway) {
+  return gateway.empty() ? std::string() : "kestrin-gateway-" + gateway;
+}
 
 std::string brokerText(const BrokerConfig& config) {
   const bool isV6 = config.host.find(':') != std::string::npos;
@@ -21,14 +23,20 @@ bool isLoopback(const std::string& host) {
   return host == "localhost" || host == "::1" || (onlyDigits && host.starts_with("127."));
 }
 
-std::optional<std::string> whyNotTried(const BrokerConfig& config, const std::string& gateway) {
-  if (gateway.empty()) {
-    return "the gateway has no name, so its client id would be another one each time; give it one";
+std::optional<std::string> whyNotTried(const BrokerConfig& config, const std::string& clientId) {
+  if (clientId.empty()) {
+    return "there is no name for the client id, so the broker would not know it again; give one";
   }
   if (config.host.empty()) return "no host is named; name the broker's";
   if (config.keepAlive.count() < 5 || config.keepAlive.count() > 65535) {
     return "the keep alive is " + std::to_string(config.keepAlive.count()) +
            " seconds; it may be 5 to 65535";
+  }
+  if (config.tls.certificateFile.has_value() != config.tls.keyFile.has_value()) {
+    return "a client certificate and its key belong together, and only one of them is named";
+  }
+  if (config.passwordFile && !config.user) {
+    return "there is a password and nobody whose it is; name the user too";
   }
   if (config.passwordFile && !config.tls.on && !isLoopback(config.host)) {
     return brokerText(config) +

@@ -13,6 +13,7 @@
 
 namespace kestrin::gateway {
 
+/// "kestrin-gateway-dock-3"; empty when the name is.
 std::string clientIdOf(const std::string& gateway);
 
 /// "broker mqtt.example:8883".
@@ -22,7 +23,7 @@ std::string brokerText(const BrokerConfig& config);
 bool isLoopback(const std::string& host);
 
 /// Why no connection with this configuration is even tried.
-std::optional<std::string> whyNotTried(const BrokerConfig& config, const std::string& gateway);
+std::optional<std::string> whyNotTried(const BrokerConfig& config, const std::string& clientId);
 
 /// What is in the file, without the end of its line.
 std::optional<std::string> passwordIn(const std::string& file, std::string& error);

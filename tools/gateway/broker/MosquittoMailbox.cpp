@@ -70,6 +70,11 @@ LinkOrders MosquittoMailbox::takeOrders() {
   return taken;
 }
 
+bool MosquittoMailbox::mustEnd() const {
+  const std::scoped_lock lock(mutex_);
+  return orders_.end;
+}
+
 void MosquittoMailbox::awake() {
   const std::scoped_lock lock(mutex_);
   waiting_ = false;

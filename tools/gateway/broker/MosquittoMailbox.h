@@ -7,6 +7,7 @@
 
 #include "tools/gateway/broker/Broker.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -48,7 +49,8 @@ struct LinkOrders {
 
 class MosquittoMailbox {
  public:
-  /// `announce` is called on the connection's thread when there is something to take.
+  /// `announce` is called on the connection's thread when there is something to take; not after
+  /// `end` when that returned false.
   static std::shared_ptr<MosquittoMailbox> create(std::function<void()> announce);
   ~MosquittoMailbox();
   MosquittoMailbox(const MosquittoMailbox&) = delete;
@@ -65,6 +67,8 @@ class MosquittoMailbox {
   // For the connection's thread.
   /// What there is to do. Afterwards the thread waits: whatever comes makes `readable` readable.
   LinkOrders takeOrders();
+  /// Whether the thread has been asked to end.
+  [[nodiscard]] bool mustEnd() const;
   [[nodiscard]] int readable() const noexcept { return readEnd_; }
   /// The wait is over.
   void awake();
@@ -72,8 +76,8 @@ class MosquittoMailbox {
   void report(std::vector<LinkEvent>& events);
   /// Whether so much waits to be taken that no more should be read.
   [[nodiscard]] bool isFull() const;
-  /// Around what may hold the thread up for long. `endHoldUp` returns false when the thread must end
-  /// without a further word.
+  /// Around what may hold the thread up for long. `endHoldUp` returns false when the thread must
+  /// end without a further word.
   void beginHoldUp();
   [[nodiscard]] bool endHoldUp();
 

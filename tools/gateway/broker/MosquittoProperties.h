@@ -7,6 +7,7 @@
 
 #include "tools/gateway/broker/Broker.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>

@@ -11,8 +11,8 @@ ReconnectPause::ReconnectPause(PauseRules rules, RandomSource random)
     : rules_(rules), random_(std::move(random)), next_(rules.first) {}
 
 bool ReconnectPause::wasGood(const EndedConnection& ended) const {
-  // Two gateways of one name end each other's connections in turns. The connection of each holds for
-  // about a pause, so the longest one must not look like success.
+  // Two gateways of one name end each other's connections in turns. The connection of each holds
+  // for about a pause, so the longest one must not look like success.
   return ended.up >= (ended.takenOver ? 3 * rules_.longest : rules_.steady);
 }
 
