@@ -34,8 +34,8 @@ std::string checkFilled(const std::string& text) {
 
 std::string checkPort(const std::string& text) {
   constexpr int kMost = 65535;
-  const bool digits =
-      !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
+  const bool digits = !text.empty() && text.size() <= 5 &&
+                      text.find_first_not_of("0123456789") == std::string::npos;
   if (digits && std::stoi(text) >= 1 && std::stoi(text) <= kMost) return "";
   return "'" + shownText(text) + "' is not a port; right are 1 to 65535";
 }
@@ -50,6 +50,11 @@ void addRun(CLI::App& app, Requests& requests) {
   command
       ->add_option("--sent", requests.run.sent,
                    "With the simulated radio: add what its readers send to this file, a line each")
+      ->type_name("FILE");
+  command
+      ->add_option(
+          "--taken", requests.run.taken,
+          "Add what the log has taken to this file, a line each, to hold a consumer against")
       ->type_name("FILE");
   command->footer(
       "Stays in the foreground; a line for each event on standard error. SIGTERM and SIGINT stop\n"
@@ -72,7 +77,8 @@ void addLog(CLI::App& app, Requests& requests) {
       ->required()
       ->check(checkFilled);
   command->footer(
-      "Changes nothing, and may be used while the gateway runs. What is wrong with the log is said\n"
+      "Changes nothing, and may be used while the gateway runs. What is wrong with the log is "
+      "said\n"
       "on standard error.\n\nExample:\n  kestrin-gateway log /var/lib/kestrin-gateway/log");
 }
 
@@ -104,7 +110,8 @@ void addExport(CLI::App& app, Requests& requests) {
 
 void addTls(CLI::App& command, BrokerConfig& broker) {
   command.add_flag("--tls", broker.tls.on, "Encrypt the connection");
-  command.add_option("--ca", broker.tls.caFile, "Whom to trust, instead of the system's; with --tls")
+  command
+      .add_option("--ca", broker.tls.caFile, "Whom to trust, instead of the system's; with --tls")
       ->type_name("FILE");
   command.add_option("--certificate", broker.tls.certificateFile, "The consumer's; with --tls")
       ->type_name("FILE");
