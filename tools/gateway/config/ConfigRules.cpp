@@ -53,7 +53,7 @@ class Judge {
         top_(judged.tree, "", file, judged.complaints) {}
 
   void judge() {
-    top_.refuseOthers(kTop, paths_);
+    known(top_, kTop);
     inSection("gateway", kGateway, &Judge::gateway);
     inSection("radio", kRadio, &Judge::radio);
     inSection("log", kLog, &Judge::log);
@@ -63,6 +63,7 @@ class Judge {
 
  private:
   void inSection(const char* name, const Words& keys, void (Judge::*rules)(ConfigSection&));
+  void known(ConfigSection& section, const Words& keys);
   void gateway(ConfigSection& section);
   void consumers(ConfigSection& section);
   void radio(ConfigSection& section);
@@ -101,8 +102,18 @@ void Judge::inSection(const char* name, const Words& keys, void (Judge::*rules)(
   }
   const ConfigNode missing;
   ConfigSection section(node == nullptr ? missing : *node, name, file_, judged_.complaints);
-  section.refuseOthers(keys, paths_);
+  known(section, keys);
   (this->*rules)(section);
+}
+
+void Judge::known(ConfigSection& section, const Words& keys) {
+  constexpr std::string_view kSecret = "password";
+  section.refuseOthers(keys, paths_, kSecret);
+  if (const ConfigNode* const secret = section.find(kSecret)) {
+    section.refuseAt(secret->keyPlace, kSecret,
+                     "a secret does not stand here; password_file = \"FILE\" in [broker] would be "
+                     "right, and the password in that file");
+  }
 }
 
 void Judge::gateway(ConfigSection& section) {
@@ -244,7 +255,7 @@ void Judge::tls(ConfigSection& broker) {
     return broker.refuseKind(*node, "tls", "a section, [broker.tls],");
   }
   ConfigSection section(*node, "broker.tls", file_, judged_.complaints);
-  section.refuseOthers(kTls, paths_);
+  known(section, kTls);
   TlsConfig& tls = config_.broker.tls;
   tls.on = section.truth("on").value_or(true);
   tls.caFile = path(section, "ca", kFileRight);
@@ -291,7 +302,7 @@ void Judge::reader(const ConfigNode& node, std::size_t index) {
     return top_.refuseKind(node, path, "[[reader]] with " + std::string(kReaderRight));
   }
   ConfigSection section(node, path, file_, judged_.complaints);
-  section.refuseOthers(kReader, paths_);
+  known(section, kReader);
   if (section.has("name") == section.has("address")) {
     return section.refuse("", section.has("name") ? "it has a name and an address; one of them "
                                                     "would be right"

@@ -125,9 +125,10 @@ void ConfigSection::require(std::string_view key, std::string_view right) {
 }
 
 void ConfigSection::refuseOthers(const std::vector<std::string>& known,
-                                 const std::vector<std::string>& elsewhere) {
+                                 const std::vector<std::string>& elsewhere,
+                                 std::string_view judged) {
   for (const ConfigNode& child : table_.children) {
-    if (!isIn(known, child.key)) refuseUnknown(child, known, elsewhere);
+    if (child.key != judged && !isIn(known, child.key)) refuseUnknown(child, known, elsewhere);
   }
 }
 

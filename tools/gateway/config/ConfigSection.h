@@ -38,9 +38,10 @@ class ConfigSection {
   void refuseAt(ConfigPlace place, std::string_view key, const std::string& text);
   void refuseKind(const ConfigNode& value, std::string_view key, std::string_view right);
   void require(std::string_view key, std::string_view right);
-  /// Complains about every other key. `elsewhere` are the keys of other sections, with their path.
+  /// Complains about every key but `known` and `judged`. `elsewhere` are the keys of other
+  /// sections, with their path.
   void refuseOthers(const std::vector<std::string>& known,
-                    const std::vector<std::string>& elsewhere);
+                    const std::vector<std::string>& elsewhere, std::string_view judged);
 
  private:
   [[nodiscard]] std::string pathOf(std::string_view key) const;
