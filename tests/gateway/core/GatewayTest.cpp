@@ -16,7 +16,11 @@ Numbers upTo(RecordNumber last, RecordNumber first = 1) {
 
 class GatewayTest : public testing::Test {
  protected:
-  void SetUp() override { reader_ = scene_.addReader("KVR-0001"); }
+  void SetUp() override {
+    reader_ = scene_.addReader("KVR-0001");
+    // What it says at its plugging in would be a record too.
+    reader_->simulateSilence();
+  }
   /// The gateway with its reader plugged in and the broker there.
   void begin() {
     scene_.start();
@@ -112,7 +116,7 @@ TEST_F(GatewayTest, LetsNoMoreWaitForTheirAcknowledgementThanTheBrokerTakes) {
   begin();
   scene_.broker.setDelays(milliseconds(500), milliseconds(500));
   send(30);
-  scene_.runFor(seconds(60));
+  scene_.runFor(seconds(20));
   EXPECT_EQ(listener_->numbers(), upTo(30));
   EXPECT_LE(scene_.broker.mostWaiting(), 7U);
 }
@@ -160,8 +164,9 @@ TEST_F(GatewayTest, PublishesAgainWhatWasCommittedToABrokerThatForgot) {
   commit(6);
   scene_.kill();
   scene_.broker.crash();
-  scene_.start();
   scene_.broker.comeBack();
+  scene_.runFor(seconds(10));
+  scene_.start();
   scene_.runFor(seconds(10));
   Numbers expected = upTo(10);
   for (const auto each : upTo(10, 7)) expected.push_back(each);
@@ -373,22 +378,26 @@ TEST_F(GatewayTest, HandsACommandToTheRadioAndAnswers) {
   ASSERT_EQ(answers().size(), 1U);
   EXPECT_EQ(answers()[0].payload, commandAnswer(true, ""));
   EXPECT_EQ(answers()[0].correlationData, "one");
-  ASSERT_FALSE(reader_->writes().empty());
-  EXPECT_EQ(reader_->writes().front().value, NSData(std::span<const std::uint8_t>(bytes)));
+  const auto writes = reader_->writes();
+  EXPECT_TRUE(std::any_of(writes.begin(), writes.end(), [&](const auto& each) {
+    return each.value == NSData(std::span<const std::uint8_t>(bytes));
+  }));
 }
 
 TEST_F(GatewayTest, CarriesTheSameCorrelationDataOutOnce) {
   begin();
+  const auto before = reader_->writes().size();
   for (int each = 0; each < 3; ++each) {
     listener_->publish(command("one", frameBytes(0x22, 7)));
     scene_.runFor(seconds(2));
   }
   EXPECT_EQ(answers().size(), 3U);
   for (const Message& each : answers()) EXPECT_EQ(each.payload, commandAnswer(true, ""));
-  const auto once = reader_->writes().size();
+  const auto once = reader_->writes().size() - before;
+  EXPECT_GT(once, 0U);
   listener_->publish(command("two", frameBytes(0x22, 7)));
   scene_.runFor(seconds(2));
-  EXPECT_EQ(reader_->writes().size(), 2 * once);
+  EXPECT_EQ(reader_->writes().size() - before, 2 * once);
 }
 
 TEST_F(GatewayTest, HoldsACommandUntilItsReaderIsBackOrItsTimeIsOver) {
@@ -477,6 +486,7 @@ TEST_F(GatewayTest, TakesReadersAndConsumersOfAChangedConfiguration) {
   begin();
   const auto other =
       scene_.simulated.radio().addReader("KVR-0002", simulated::ReaderFamily::standard);
+  other->simulateSilence();
   send(4);
   scene_.runFor(seconds(2));
   Config changed = scene_.config;
