@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <iostream>
 #include <memory>
+#include <numeric>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -141,16 +142,19 @@ class History {
   std::vector<RecordNumber> handedOut_;
 };
 
-/// The seed in KESTRIN_SEED alone, or so many of them.
-std::vector<std::uint32_t> seeds() {
+std::optional<std::uint32_t> numberIn(const char* variable) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment is never changed here.
-  if (const char* const given = std::getenv("KESTRIN_SEED")) {
-    return {static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10))};
-  }
-  constexpr std::uint32_t kHistories = 300;
-  std::vector<std::uint32_t> seeds(kHistories);
-  const std::uint32_t first = std::random_device()();
-  for (std::uint32_t i = 0; i < kHistories; ++i) seeds[i] = first + i;
+  const char* const given = std::getenv(variable);
+  if (given == nullptr) return std::nullopt;
+  return static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10));
+}
+
+/// The seed in KESTRIN_SEED alone, or as many as KESTRIN_CONSUMER_HISTORIES says.
+std::vector<std::uint32_t> seeds() {
+  if (const auto given = numberIn("KESTRIN_SEED")) return {*given};
+  constexpr std::uint32_t kHistories = 40;
+  std::vector<std::uint32_t> seeds(numberIn("KESTRIN_CONSUMER_HISTORIES").value_or(kHistories));
+  std::iota(seeds.begin(), seeds.end(), std::random_device()());
   return seeds;
 }
 

@@ -134,6 +134,14 @@ TEST_F(ConsumerTest, RepeatsAreCountedAndNotHandedOut) {
   EXPECT_EQ(consumer.taken(), 3U);
 }
 
+TEST_F(ConsumerTest, AfterRepeatsItCommitsAgainSinceTheGatewayMayHaveLostTheCommit) {
+  deliver({1, 2});
+  EXPECT_EQ(tick(), Texts{"commit a2"});
+  deliver({1, 2});
+  EXPECT_EQ(tick(), Texts{"commit a2"});
+  EXPECT_EQ(tick(), Texts());
+}
+
 TEST_F(ConsumerTest, ARepeatOfWhatWaitsForItsTurnIsARepeatToo) {
   deliver({1, 3, 3, 2});
   EXPECT_EQ(out, (Texts{"a1", "a2", "a3"}));
@@ -420,7 +428,7 @@ TEST_F(ConsumerTest, NumbersThatCannotBeAreRefused) {
   }
   EXPECT_EQ(troubles.size(), 3U);
   EXPECT_EQ(consumer.saved().size(), 0U);
-  take("kestrin/v1/hall-1/reader/X/frame", with("18446744073709551614"));
+  take("kestrin/v1/hall-1/reader/X/frame", with("9223372036854775807"));
   EXPECT_EQ(troubles.size(), 3U);
 }
 
@@ -428,9 +436,9 @@ TEST(NameComplaint, KnowsTheAlphabetAndTheLength) {
   EXPECT_FALSE(nameComplaint("wms"));
   EXPECT_FALSE(nameComplaint("A-Z_09"));
   EXPECT_FALSE(nameComplaint(std::string(64, 'a')));
-  for (const std::string wrong : {std::string(), std::string(65, 'a'), std::string("a/b"),
-                                  std::string("a+"), std::string("#"), std::string("a b"),
-                                  std::string("ä"), std::string("a\n"), std::string("a\0b", 3)}) {
+  for (const std::string& wrong : {std::string(), std::string(65, 'a'), std::string("a/b"),
+                                   std::string("a+"), std::string("#"), std::string("a b"),
+                                   std::string("ä"), std::string("a\n"), std::string("a\0b", 3)}) {
     EXPECT_TRUE(nameComplaint(wrong)) << wrong;
   }
 }

@@ -5,7 +5,6 @@
 // Errors: one line for a person; nothing is written after one.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -27,12 +26,5 @@ class RecordWriter {
   /// Everything is in the file, and the file on the disk, when it returns without an error.
   [[nodiscard]] virtual std::optional<std::string> finish() = 0;
 };
-
-/// Writes to the new file `path`. Null, with the reason in `error`.
-std::unique_ptr<RecordWriter> makeRecordWriter(ExportForm form, const std::string& path,
-                                               std::string& error);
-
-/// A field of a table of commas: in quotes where it has to be.
-std::string csvField(const std::string& text);
 
 }  // namespace kestrin::gateway

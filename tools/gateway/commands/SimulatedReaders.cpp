@@ -25,14 +25,16 @@ ReaderFamily familyOf(const std::string& name) {
 std::optional<SimulatedReaderPlan> planOf(std::string_view line, std::string& error) {
   const std::size_t space = line.find(' ');
   if (space == std::string_view::npos || space + 1 == line.size()) {
-    error = "a reader's line has the seconds between what it sends, a space, and its name, as in "
-            "0.5 KVR-0417";
+    error =
+        "a reader's line has the seconds between what it sends, a space, and its name, as in "
+        "0.5 KVR-0417";
     return std::nullopt;
   }
   double seconds = 0;
   const char* const end = line.data() + space;
   const auto result = std::from_chars(line.data(), end, seconds);
-  const bool inRange = seconds >= kLeastPause && seconds <= kMostPause;  // Not so for what is no number.
+  const bool inRange =
+      seconds >= kLeastPause && seconds <= kMostPause;  // Not so for what is no number.
   if (result.ec != std::errc() || result.ptr != end || !inRange) {
     error = "'" + shownText(line.substr(0, space)) +
             "' is not a pause; right are 0.001 to 3600 seconds";
@@ -72,8 +74,8 @@ std::optional<std::vector<SimulatedReaderPlan>> simulatedReadersOf(std::string_v
 }
 
 SimulatedReaders::SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::SimulatedRadio& radio,
-                                   const std::vector<SimulatedReaderPlan>& plans,
-                                   std::uint32_t run, Sent sent) {
+                                   const std::vector<SimulatedReaderPlan>& plans, std::uint32_t run,
+                                   Sent sent) {
   for (const SimulatedReaderPlan& plan : plans) {
     const auto reader = std::make_shared<Reader>();
     reader->plan = plan;

@@ -74,7 +74,7 @@ void Consumer::take(const Message& message) {
 
 void Consumer::tick() {
   for (auto& [log, known] : logs_) handOut(log, known.stream);
-  commit(false);
+  commit(std::exchange(commitAgain_, false));
   askAgain();
 }
 
@@ -128,7 +128,11 @@ void Consumer::takeDelivery(const Message& message) {
   // As long as the gateway has not said which log is its own, the newest one is.
   if (!current_ || (!stated_ && !logs_.contains(delivery->log))) use(delivery->log, false);
   Stream& stream = known(delivery->log).stream;
-  if (stream.arrive(delivery->record) == Stream::Arrival::repeat) ++repeats_;
+  if (stream.arrive(delivery->record) == Stream::Arrival::repeat) {
+    ++repeats_;
+    // The gateway may not have the last commit.
+    if (delivery->log == current_) commitAgain_ = true;
+  }
   handOut(delivery->log, stream);
 }
 

@@ -91,6 +91,7 @@ class Consumer {
   bool stated_ = false;                 // The gateway has said so, nobody has guessed.
   std::uint64_t uses_ = 0;
   bool askAtStanding_ = false;
+  bool commitAgain_ = false;
   RecordNumber committed_ = 0;  // Of the current log.
   RecordNumber missingAt_ = 0;  // What was missing at the last tick; 0: nothing.
   unsigned ticksToAsk_ = 0;

@@ -35,7 +35,9 @@ class Walk {
   void head();
   void content(Major major, std::uint64_t number);
   void nest(std::uint64_t items);
-  void fail(const std::string& text) { trouble_ = "byte " + std::to_string(at_ + 1) + ": " + text; }
+  void fail(const std::string& text) {
+    trouble_ = "byte " + std::to_string(item_ + 1) + ": " + text;
+  }
   std::uint64_t number(std::size_t size) {
     std::uint64_t number = 0;
     for (std::size_t i = 0; i < size; ++i) {
@@ -46,11 +48,13 @@ class Walk {
 
   const std::string_view bytes_;
   std::size_t at_ = 0;
+  std::size_t item_ = 0;             ///< Where the item begins that is looked at.
   std::vector<std::uint64_t> left_;  ///< How many items each open part still has.
   std::string trouble_;
 };
 
 void Walk::head() {
+  item_ = at_;
   if (at_ >= bytes_.size()) return fail("it ends within an item");
   const auto first = static_cast<unsigned char>(bytes_[at_]);
   const auto major = static_cast<Major>(first >> 5U);

@@ -1,4 +1,4 @@
-#include "tools/gateway/commands/RecordWriter.h"
+#include "tools/gateway/commands/TextExport.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,7 +8,6 @@
 
 #include "tools/gateway/commands/Output.h"
 #include "tools/gateway/commands/RecordRow.h"
-#include "tools/gateway/commands/SqliteExport.h"
 #include "tools/gateway/message/Messages.h"
 
 namespace kestrin::gateway {
@@ -81,6 +80,14 @@ class JsonLinesWriter final : public LineWriter {
   }
 };
 
+/// Below zero, with the reason in `error`, where it cannot be made.
+int newFile(const std::string& path, std::string& error) {
+  constexpr mode_t kMode = 0644;
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+  if (descriptor < 0) error = withReason(path, std::error_code(errno, std::generic_category()));
+  return descriptor;
+}
+
 }  // namespace
 
 std::string csvField(const std::string& text) {
@@ -93,16 +100,15 @@ std::string csvField(const std::string& text) {
   return quoted + "\"";
 }
 
-std::unique_ptr<RecordWriter> makeRecordWriter(ExportForm form, const std::string& path,
-                                               std::string& error) {
-  if (form == ExportForm::sqlite) return makeSqliteWriter(path, error);
-  constexpr mode_t kMode = 0644;
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
-  if (descriptor < 0) {
-    error = withReason(path, std::error_code(errno, std::generic_category()));
-    return nullptr;
-  }
-  if (form == ExportForm::csv) return std::make_unique<CsvWriter>(path, descriptor);
+std::unique_ptr<RecordWriter> makeCsvWriter(const std::string& path, std::string& error) {
+  const int descriptor = newFile(path, error);
+  if (descriptor < 0) return nullptr;
+  return std::make_unique<CsvWriter>(path, descriptor);
+}
+
+std::unique_ptr<RecordWriter> makeJsonLinesWriter(const std::string& path, std::string& error) {
+  const int descriptor = newFile(path, error);
+  if (descriptor < 0) return nullptr;
   return std::make_unique<JsonLinesWriter>(path, descriptor);
 }
 

@@ -1,0 +1,101 @@
+#include "gateway/core/Promise.h"
+
+#include <algorithm>
+
+namespace kestrin::gateway::test {
+namespace {
+
+std::string shown(const Promise::Key& key) {
+  return key.first.substr(0, 4) + ":" + std::to_string(key.second);
+}
+
+bool isReported(const ConsumerProcess& consumer, const Promise::Key& key) {
+  return std::any_of(consumer.gaps.begin(), consumer.gaps.end(), [&](const Gap& gap) {
+    return gap.log == key.first && gap.from <= key.second && key.second <= gap.to;
+  });
+}
+
+bool isSame(const Record& a, const Record& b) {
+  return a.bytes == b.bytes && a.reader == b.reader && a.link == b.link && a.kind == b.kind &&
+         a.name == b.name && a.wallMs == b.wallMs && a.monoMs == b.monoMs;
+}
+
+}  // namespace
+
+void Promise::taken(const LogIdentity& log, const Record& record,
+                    std::optional<RecordNumber> number, Time at) {
+  if (!number) {
+    ++refused_;
+    ++refusedOpen_;
+    return;
+  }
+  refusedOpen_ = 0;
+  const Key key(log, *number);
+  const auto [first, last] = taken_.equal_range(key);
+  for (auto each = first; each != last; ++each) {
+    if (!each->second.mayBeLost) early_.push_back("the number " + shown(key) + " was given twice");
+  }
+  taken_.emplace(key, Taken{record, at});
+}
+
+void Promise::powerCut(const LogIdentity& log, RecordNumber synced, Time now, Time cost) {
+  for (auto& [key, taken] : taken_) {
+    if (key.first != log || key.second <= synced || taken.mayBeLost) continue;
+    taken.mayBeLost = true;
+    if (now - taken.at > cost) {
+      early_.push_back("the number " + shown(key) + " was not on the disk after " +
+                       std::to_string((now - taken.at) / std::chrono::milliseconds(1)) + " ms");
+    }
+  }
+}
+
+std::vector<std::string> Promise::breaches(const ConsumerProcess& consumer) const {
+  std::vector<std::string> out = early_;
+  out.insert(out.end(), consumer.wrong.begin(), consumer.wrong.end());
+  checkDelivered(consumer, out);
+  checkInvented(consumer, out);
+  checkOrder(consumer, out);
+  checkRefused(consumer, out);
+  return out;
+}
+
+void Promise::checkDelivered(const ConsumerProcess& consumer, std::vector<std::string>& out) const {
+  for (const auto& [key, taken] : taken_) {
+    if (taken.mayBeLost || consumer.kept.contains(key) || isReported(consumer, key)) continue;
+    out.push_back(consumer.name() + " has not got " + shown(key));
+  }
+}
+
+void Promise::checkInvented(const ConsumerProcess& consumer, std::vector<std::string>& out) const {
+  for (const auto& [key, record] : consumer.kept) {
+    const auto [first, last] = taken_.equal_range(key);
+    const bool isThere = std::any_of(first, last, [&, &got = record](const auto& each) {
+      return isSame(each.second.record, got);
+    });
+    if (!isThere) out.push_back(consumer.name() + " has " + shown(key) + ", which nobody sent so");
+  }
+}
+
+void Promise::checkOrder(const ConsumerProcess& consumer, std::vector<std::string>& out) const {
+  std::map<LogIdentity, RecordNumber> highest;
+  for (const Key& key : consumer.order) {
+    RecordNumber& last = highest[key.first];
+    if (key.second < last) out.push_back(consumer.name() + " got " + shown(key) + " out of order");
+    last = std::max(last, key.second);
+  }
+}
+
+void Promise::checkRefused(const ConsumerProcess& consumer, std::vector<std::string>& out) const {
+  std::map<Key, RecordNumber> ranges;  // A range may be reported more than once.
+  for (const Gap& gap : consumer.gaps) {
+    if (gap.reason == GapReason::refused) ranges[{gap.log, gap.from}] = gap.to;
+  }
+  std::uint64_t reported = refusedExcused_ + refusedOpen_;
+  for (const auto& [key, to] : ranges) reported += to - key.second + 1;
+  if (reported < refused_) {
+    out.push_back(consumer.name() + ": the disk refused " + std::to_string(refused_) +
+                  " records, and reported or excused are " + std::to_string(reported));
+  }
+}
+
+}  // namespace kestrin::gateway::test

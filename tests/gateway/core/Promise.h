@@ -1,0 +1,49 @@
+// The gateway's promise, as a list of what was taken against what the consumers have.
+//
+// Threads: one. Lifetime: a plain value. Errors: each breach of the promise is a line.
+#pragma once
+
+#include "gateway/core/ConsumerProcess.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kestrin::gateway::test {
+
+class Promise {
+ public:
+  using Key = ConsumerProcess::Key;
+
+  /// A reader's callback has returned.
+  void taken(const LogIdentity& log, const Record& record, std::optional<RecordNumber> number,
+             Time at);
+  /// The power is cut: what is not on the disk may be lost, if it is no older than `cost`.
+  void powerCut(const LogIdentity& log, RecordNumber synced, Time now, Time cost);
+  /// The gateway is killed: what the disk refused and was not reported yet is known to nobody.
+  void killed() { refusedExcused_ += std::exchange(refusedOpen_, 0); }
+  [[nodiscard]] std::size_t frames() const { return taken_.size(); }
+
+  /// Every breach, once everything has come to rest.
+  [[nodiscard]] std::vector<std::string> breaches(const ConsumerProcess& consumer) const;
+
+ private:
+  struct Taken {
+    Record record;
+    Time at{};
+    bool mayBeLost = false;
+  };
+  void checkDelivered(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
+  void checkInvented(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
+  void checkOrder(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
+  void checkRefused(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
+
+  std::multimap<Key, Taken> taken_;
+  std::uint64_t refused_ = 0;
+  std::uint64_t refusedOpen_ = 0;  // Since the disk has taken a record last.
+  std::uint64_t refusedExcused_ = 0;
+  std::vector<std::string> early_;
+};
+
+}  // namespace kestrin::gateway::test
