@@ -1,30 +1,25 @@
-"""Rounds in which gateway, broker and consumer are killed while frames arrive: what the gateway took, by its
-own log, is compared with what the consumer wrote down.
-
-The log keeps everything of a round since a second consumer is declared, the test itself, which commits only
-what it has written off the log.
+"""Rounds in which gateway, broker and consumer are killed while frames arrive: what the gateway wrote down as
+taken, behind each frame that its log had accepted, is compared with what the consumer wrote down.
 
 KESTRIN_GATEWAY_ROUNDS, KESTRIN_GATEWAY_FRAMES (a round's) and KESTRIN_GATEWAY_SEED make it longer, or repeat
 it."""
 
 from __future__ import annotations
 
-import json
 import os
 import random
 import time
 from dataclasses import dataclass
 
 import pytest
-from judge import expect_all, expect_readers_order
-from machines import Broker, ConsumerProcess, Gateway, Json, Room, Watch, wait_for
+from judge import expect_everything_taken, expect_readers_order
+from machines import Broker, ConsumerProcess, Gateway, Room, wait_for
 
 ROUNDS = int(os.environ.get("KESTRIN_GATEWAY_ROUNDS", "3"))
 FRAMES = int(os.environ.get("KESTRIN_GATEWAY_FRAMES", "1500"))
 SEED = int(os.environ.get("KESTRIN_GATEWAY_SEED", str(random.SystemRandom().randrange(1 << 31))))
 # Between two frames of a reader; there are five of them.
 PAUSE = float(os.environ.get("KESTRIN_GATEWAY_PAUSE", "0.004"))
-OBSERVER = "observer"
 
 
 @dataclass
@@ -40,28 +35,28 @@ class Rounds:
         self.random = random.Random(seed)
         self.broker = Broker(room)
         self.gateway = Gateway(room, self.broker.port, pause=PAUSE)
-        self.gateway.settings.consumers = ["store", OBSERVER]
         self.readers = self.gateway.settings.readers
         self.consumer = ConsumerProcess(room, self.broker.port)
         self.figures = Figures()
-        self.written_off = 0
+        self.gateway_kills = 0
 
     def play(self, number: int) -> None:
         life = self.consumer.lives + 1
+        self.gateway.clear_taken()
+        self.gateway_kills = 0
         self.broker.configure(persistence=number % 2 == 1)
         for each in (self.broker, self.gateway, self.consumer):
             each.start()
         self.disturb()
-        taken = self.settle()
+        self.settle()
+        for each in (self.consumer, self.gateway, self.broker):
+            assert each.end() == 0
         printed = self.consumer.records(life)
-        assert self.consumer.end() == 0
-        verdict = expect_all(taken, [each for each in printed if each["n"] > self.written_off])
-        expect_readers_order(taken)
+        verdict = expect_everything_taken(self.gateway.taken(), printed, self.gateway_kills)
+        expect_readers_order(printed)
         self.figures.taken += verdict.taken
         self.figures.printed_twice += verdict.repeats
-        self.write_off(taken)
-        for each in (self.gateway, self.broker):
-            assert each.end() == 0
+        self.consumer.forget_lives()
 
     def disturb(self) -> None:
         """Each is killed once or twice while the readers send, and stays away for a while."""
@@ -74,6 +69,7 @@ class Rounds:
             self.wait_until_sent(begin + round(part * FRAMES))
             process.kill()
             self.figures.kills += 1
+            self.gateway_kills += process is self.gateway
             if process is not self.gateway:
                 self.wait_until_sent(self.gateway.sent_count() + self.random.randrange(FRAMES // 10))
             process.start()
@@ -83,25 +79,14 @@ class Rounds:
     def wait_until_sent(self, count: int) -> None:
         wait_for(f"the readers to have sent {count}", lambda: self.gateway.sent_count() >= count)
 
-    def settle(self) -> list[Json]:
-        """The gateway leaves its readers, and the consumer gets what is left. Returns what was taken."""
+    def settle(self) -> None:
+        """The gateway leaves its readers, and the consumer gets what is left."""
         assert self.gateway.end() == 0
         self.gateway.settings.readers = []
         self.gateway.start()
         self.gateway.settings.readers = self.readers
-        taken = [each for each in self.gateway.exported() if each["n"] > self.written_off]
-        last = max(each["n"] for each in taken)
+        last = max(number for _, number in self.gateway.taken())
         wait_for(f"the consumer to have number {last}", lambda: self.consumer.last_number() >= last)
-        return taken
-
-    def write_off(self, taken: list[Json]) -> None:
-        last = taken[-1]
-        watch = Watch(self.broker.port)
-        text = json.dumps({"v": 1, "log": last["log"], "n": last["n"]})
-        watch.publish(f"kestrin/v1/gw/commit/{OBSERVER}", text, retain=True)
-        watch.wait("/health", lambda seen: seen.json()["commits"].get(OBSERVER) == last["n"])
-        watch.close()
-        self.written_off = last["n"]
 
 
 def test_nothing_that_a_gateway_took_is_lost_whoever_is_killed(

@@ -243,7 +243,9 @@ class Gateway(Process):
             radio={"kind": "simulated", "script": str(script)},
             log={"directory": str(self.folder)},
         )
-        super().__init__(room, name, [PROGRAM, "run", str(self.file), "--sent", str(self.sent)])
+        self._taken = room / f"{name}.taken"
+        records = ["--sent", str(self.sent), "--taken", str(self._taken)]
+        super().__init__(room, name, [PROGRAM, "run", str(self.file), *records])
         self.sent.touch()
         self._sent_lines = 0
         self._sent_at = 0
@@ -277,6 +279,16 @@ class Gateway(Process):
             name, _, digits = line.partition("\t")
             sent.setdefault(name, []).append(bytes.fromhex(digits))
         return sent
+
+    def taken(self) -> dict[tuple[str, int], str]:
+        """What it has written down behind each frame that its log had accepted: log, number, bytes."""
+        text = self._taken.read_text()
+        lines = (line.split() for line in text[: text.rfind("\n") + 1].splitlines())
+        return {(log, int(number)): digits for log, number, digits in lines}
+
+    def clear_taken(self) -> None:
+        """Between two lives."""
+        self._taken.unlink(missing_ok=True)
 
     def exported(self) -> list[Json]:
         """What is in its log, which may be in use."""
@@ -315,6 +327,11 @@ class ConsumerProcess(Process):
     def records(self, first: int = 1) -> list[Json]:
         """What its lives from `first` on have printed."""
         return [each for number in range(first, self.lives + 1) for each in self.printed(number)]
+
+    def forget_lives(self) -> None:
+        """Removes what was printed, where there is much of it."""
+        for number in range(1, self.lives + 1):
+            self.life(number).unlink(missing_ok=True)
 
     def last_number(self) -> int:
         """Of the newest thing that it has printed in this life; 0: nothing."""
