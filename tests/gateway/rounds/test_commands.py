@@ -33,7 +33,7 @@ class Desk:
         def holds() -> str:
             for seen in self.watch.all("/state"):
                 state = seen.json() if "/reader/" in seen.topic and seen.payload else {}
-                if state.get("name") == name and state.get("phase") == "plugged in":
+                if state.get("name") == name and state.get("phase") == "pluggedIn":
                     return seen.topic.split("/")[4]
             return ""
 

@@ -34,7 +34,7 @@ def started(room: Room, *readers: str) -> tuple[Broker, Gateway, Watch]:
     gateway.settings.readers = list(readers)
     gateway.start()
     for reader in readers:
-        wait_for_phase(watch, reader, "plugged in")
+        wait_for_phase(watch, reader, "pluggedIn")
     return broker, gateway, watch
 
 
@@ -42,12 +42,12 @@ def test_readers_are_added_and_removed_and_the_others_do_not_notice(room: Room) 
     _, gateway, watch = started(room, "KVR-0001", "KVR-0002")
     gateway.settings.readers = ["KVR-0001", "KVR-Q62T 0004"]
     gateway.reload()
-    wait_for_phase(watch, "KVR-Q62T 0004", "plugged in")
+    wait_for_phase(watch, "KVR-Q62T 0004", "pluggedIn")
     wait_for_phase(watch, "KVR-0002", "")
     gateway.wait_for_line(READ_AGAIN)
     states = [seen.json() for seen in watch.all("/state") if "/reader/" in seen.topic and seen.payload]
     phases = [state["phase"] for state in states if state["name"] == "KVR-0001"]
-    assert phases.count("plugged in") == phases[::-1].index("plugged in") + phases.count("plugged in")
+    assert phases.count("pluggedIn") == phases[::-1].index("pluggedIn") + phases.count("pluggedIn")
     wait_until_further(gateway, 50)
     links = {each["link"] for each in gateway.exported() if each.get("name") == "KVR-0001"}
     assert len(links) == 1, "the reader that stayed has a new link"

@@ -229,9 +229,11 @@ READERS = ["KVR-0001", "KVR-0002", "KVR-0003", "KVR-Q62T 0004", "KVR-Q62T 0005"]
 
 
 class Gateway(Process):
-    """`kestrin-gateway run` on a simulated radio whose readers send by themselves."""
+    """`kestrin-gateway run`: on a simulated radio, whose readers send by themselves, or on the real one."""
 
-    def __init__(self, room: Room, port: int, name: str = "gateway", pause: float = 0.01) -> None:
+    def __init__(
+        self, room: Room, port: int, name: str = "gateway", *, pause: float = 0.01, simulated: bool = True
+    ) -> None:
         self.file = room / f"{name}.toml"
         self.sent = room / f"{name}.sent"
         self.folder = room / f"{name}-log"
@@ -240,11 +242,11 @@ class Gateway(Process):
         self.settings = Settings(
             port,
             readers=list(READERS),
-            radio={"kind": "simulated", "script": str(script)},
+            radio={"kind": "simulated", "script": str(script)} if simulated else {"kind": "bluez"},
             log={"directory": str(self.folder)},
         )
         self._taken = room / f"{name}.taken"
-        records = ["--sent", str(self.sent), "--taken", str(self._taken)]
+        records = ["--taken", str(self._taken), *(["--sent", str(self.sent)] if simulated else [])]
         super().__init__(room, name, [PROGRAM, "run", str(self.file), *records])
         self.sent.touch()
         self._sent_lines = 0
