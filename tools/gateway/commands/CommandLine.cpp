@@ -10,7 +10,7 @@
 
 #include "tools/NearestWord.h"
 #include "tools/gateway/commands/Commands.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -37,7 +37,7 @@ std::string checkPort(const std::string& text) {
   const bool digits = !text.empty() && text.size() <= 5 &&
                       text.find_first_not_of("0123456789") == std::string::npos;
   if (digits && std::stoi(text) >= 1 && std::stoi(text) <= kMost) return "";
-  return "'" + shownText(text) + "' is not a port; right are 1 to 65535";
+  return "'" + safeText(text) + "' is not a port; right are 1 to 65535";
 }
 
 void addRun(CLI::App& app, Requests& requests) {
@@ -180,8 +180,8 @@ std::vector<std::string> knownWords(const CLI::App& app, const CLI::App* command
 
 std::string unexpectedInWords(const CLI::App& app, const CLI::App* command,
                               const std::string& typed) {
-  std::string text = "'" + shownText(typed) + "' is not expected";
-  if (command == nullptr) text = "'" + shownText(typed) + "' is not a command";
+  std::string text = "'" + safeText(typed) + "' is not expected";
+  if (command == nullptr) text = "'" + safeText(typed) + "' is not a command";
   const std::string meant = tools::nearestWord(typed, knownWords(app, command));
   return meant.empty() ? text : text + "; did you mean " + meant + "?";
 }
@@ -207,7 +207,7 @@ int sayParseResult(const CLI::App& app, const CLI::ParseError& error, Output& ou
   }
   std::replace(text.begin(), text.end(), '\n', ' ');
   const std::string place = early ? "" : " " + commands.front()->get_name();
-  output.note(shownText(text) + " (kestrin-gateway" + place + " --help says more)");
+  output.note(safeText(text) + " (kestrin-gateway" + place + " --help says more)");
   return kWrongUsage;
 }
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/consumer/Stream.h"
 
 namespace kestrin::gateway {
@@ -97,7 +97,7 @@ std::optional<ConsumerPositions> statePositions(const std::string& text, const s
   std::istringstream lines(text.substr(head.size(), sum - head.size()));
   for (std::string line; std::getline(lines, line);) {
     if (addPosition(line, positions)) continue;
-    error = "has a line that is not right: " + shownText(line) + "; right is next LOG NUMBER";
+    error = "has a line that is not right: " + safeText(line) + "; right is next LOG NUMBER";
     return std::nullopt;
   }
   return positions;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "tools/gateway/commands/LineFile.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/commands/SimulatedReaders.h"
 
 #ifdef KESTRIN_HAS_BLUEZ
@@ -55,7 +55,7 @@ class SimulatedRoom final : public GatewayRadio {
       if (auto why = sent_.open(*request.sent)) return why;
     }
     const auto write = [this](const std::string& name, const NSData& bytes) {
-      sent_.add(shownText(name) + "\t" + hexText(bytes.span()));
+      sent_.add(safeText(name) + "\t" + hexText(bytes.span()));
     };
     readers_.emplace(loop_, *radio_, *plans, std::random_device()(), write);
     return std::nullopt;

@@ -1,6 +1,6 @@
 #include "tools/gateway/commands/Commands.h"
 #include "tools/gateway/commands/RecordRow.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/log/LogReader.h"
 
 namespace kestrin::gateway {
@@ -14,7 +14,7 @@ void printStanding(const LogReader& reader, Output& output) {
   output.line("# log " + reader.identity() + ", forgotten up to " +
               std::to_string(reader.forgotten()));
   for (const auto& [consumer, number] : reader.kept()) {
-    output.line("# " + shownText(consumer) + " has committed up to " + std::to_string(number));
+    output.line("# " + safeText(consumer) + " has committed up to " + std::to_string(number));
   }
 }
 

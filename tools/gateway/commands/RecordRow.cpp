@@ -2,7 +2,7 @@
 
 #include <KestrinBLESDK/RcpFrame.h>
 
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/message/Messages.h"
 
 namespace kestrin::gateway {
@@ -27,8 +27,8 @@ std::optional<std::string> textOf(const std::optional<T>& number) {
 }
 
 void addDelivery(RecordRow& row, const Record& record) {
-  row.reader = shownText(record.reader);
-  row.name = shownText(record.name);
+  row.reader = safeText(record.reader);
+  row.name = safeText(record.name);
   row.link = record.link;
   row.at = utcText(record.wallMs);
   row.mono = record.monoMs;

@@ -12,7 +12,7 @@
 #include "tools/gateway/commands/Commands.h"
 #include "tools/gateway/commands/GatewayRadio.h"
 #include "tools/gateway/commands/LineFile.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/commands/Signals.h"
 #include "tools/gateway/commands/ThreadSyncing.h"
 #include "tools/gateway/core/Gateway.h"

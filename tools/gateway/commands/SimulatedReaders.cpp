@@ -6,7 +6,7 @@
 #include <charconv>
 #include <utility>
 
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -36,8 +36,8 @@ std::optional<SimulatedReaderPlan> planOf(std::string_view line, std::string& er
   const bool inRange =
       seconds >= kLeastPause && seconds <= kMostPause;  // Not so for what is no number.
   if (result.ec != std::errc() || result.ptr != end || !inRange) {
-    error = "'" + shownText(line.substr(0, space)) +
-            "' is not a pause; right are 0.001 to 3600 seconds";
+    error =
+        "'" + safeText(line.substr(0, space)) + "' is not a pause; right are 0.001 to 3600 seconds";
     return std::nullopt;
   }
   return SimulatedReaderPlan{std::string(line.substr(space + 1)), timeFromSeconds(seconds)};
