@@ -12,6 +12,7 @@
 namespace kestrin::gateway {
 namespace {
 
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -91,7 +92,9 @@ TEST_F(MosquittoTlsTest, APortWithTlsIsNotSpokenToWithout) {
 
 TEST_F(MosquittoTlsTest, AClientCertificateIsGivenWhereTheBrokerWantsOne) {
   startBroker(certificates.makeFor("localhost"), "require_certificate true\n");
-  EXPECT_THAT(failureWith(settings()), HasSubstr("it wants a client certificate"));
+  // The broker may be gone before its word is read.
+  EXPECT_THAT(failureWith(settings()), AnyOf(HasSubstr("it wants a client certificate"),
+                                             HasSubstr("it may want a client certificate")));
   const CertificateFiles client = certificates.makeFor("gate-1");
   BrokerSettings chosen = settings();
   chosen.config.tls.certificateFile = client.certificate;
