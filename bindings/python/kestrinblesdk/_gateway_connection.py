@@ -6,6 +6,7 @@ import importlib
 import ipaddress
 import os
 import random
+import ssl
 import threading
 import time
 from collections.abc import Callable
@@ -47,6 +48,14 @@ class Address(NamedTuple):
                 f"without TLS everybody on the way to {self.host} could read the password; "
                 "tls=True would be right"
             )
+
+
+    def tls_context(self) -> ssl.SSLContext:
+        """With the certificates as they are on disk now. OSError where they cannot be read."""
+        context = ssl.create_default_context(cafile=self.ca)
+        if self.certificate is not None:
+            context.load_cert_chain(self.certificate, self.key)
+        return context
 
 
 class Handlers(NamedTuple):
@@ -167,9 +176,7 @@ class Connection:
         if address.user is not None:
             client.username_pw_set(address.user, address.password)
         if address.tls:
-            names = (address.ca, address.certificate, address.key)
-            ca, certificate, key = (None if name is None else os.fspath(name) for name in names)
-            client.tls_set(ca_certs=ca, certfile=certificate, keyfile=key)
+            client.tls_set_context(address.tls_context())
         client.on_connect = self._connected
         client.on_subscribe = self._subscribed
         client.on_message = self._message
