@@ -31,7 +31,7 @@ def drain(gateway: Gateway, consumer: ConsumerProcess) -> list[Json]:
     gateway.reload()
     gateway.wait_for_line("the configuration was read again", mark)
     taken = gateway.exported()
-    last = max(each["n"] for each in taken)
+    last = max(int(each["n"]) for each in taken)
     wait_for(f"the consumer to have number {last}", lambda: consumer.last_number() >= last)
     return taken
 
@@ -96,7 +96,7 @@ def test_a_gateway_that_is_asked_to_end_without_a_broker_ends(room: Room) -> Non
     broker.start()
     gateway.start()
     consumer.start()
-    last = taken[-1]["n"]
+    last = int(taken[-1]["n"])
     wait_for(f"the consumer to have number {last}", lambda: consumer.last_number() >= last)
     got = [each for each in consumer.records() if each["n"] <= last]
     expect_all(taken, got)

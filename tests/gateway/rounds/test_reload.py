@@ -62,7 +62,7 @@ def test_a_consumer_that_is_declared_is_waited_for_from_then_on(room: Room) -> N
     gateway.settings.consumers = ["store", "second"]
     gateway.reload()
     gateway.wait_for_line("the promise in force: at least once to each declared consumer: store, second")
-    watch.wait("/info", lambda seen: seen.json()["consumers"] == ["store", "second"])
+    watch.wait("/info", lambda seen: bool(seen.json()["consumers"] == ["store", "second"]))
     watch.close()
 
 
@@ -74,7 +74,7 @@ def test_without_a_consumer_the_gateway_says_how_durable_that_is(room: Room) -> 
     gateway.settings.consumers = []
     gateway.start()
     gateway.wait_for_line("as durable as your broker")
-    watch.wait("/info", lambda seen: seen.json()["promise"] == "as durable as your broker")
+    watch.wait("/info", lambda seen: bool(seen.json()["promise"] == "as durable as your broker"))
     watch.close()
 
 

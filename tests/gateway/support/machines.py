@@ -4,6 +4,7 @@ Everything is waited for by looking. The limits are far beyond what a loaded mac
 
 from __future__ import annotations
 
+import importlib
 import json
 import os
 import queue
@@ -17,10 +18,11 @@ from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any, TypeVar
 
-import paho.mqtt.client as mqtt
-from paho.mqtt.packettypes import PacketTypes
-from paho.mqtt.properties import Properties
-from paho.mqtt.subscribeoptions import SubscribeOptions
+# Only the newer release of the package says its types.
+mqtt: Any = importlib.import_module("paho.mqtt.client")
+packettypes: Any = importlib.import_module("paho.mqtt.packettypes")
+properties: Any = importlib.import_module("paho.mqtt.properties")
+subscribeoptions: Any = importlib.import_module("paho.mqtt.subscribeoptions")
 
 PROGRAM = os.environ["KESTRIN_GATEWAY"]
 LIMIT = float(os.environ.get("KESTRIN_LIMIT", "60"))
@@ -344,7 +346,7 @@ class ConsumerProcess(Process):
         return int(json.loads(lines[-1])["n"]) if lines else 0
 
 
-def new_client(name: str) -> mqtt.Client:
+def new_client(name: str) -> Any:
     """Both releases of the package: the newer one wants to be told how it is to call."""
     if hasattr(mqtt, "CallbackAPIVersion"):
         return mqtt.Client(mqtt.CallbackAPIVersion.VERSION2, client_id=name, protocol=mqtt.MQTTv5)
@@ -386,12 +388,11 @@ class Watch:
         assert self._subscribed.wait(LIMIT), "the broker has not answered a subscription"
 
     def _connected(self, *_: object) -> None:
-        options = SubscribeOptions(qos=1, retainAsPublished=True)
+        options = subscribeoptions.SubscribeOptions(qos=1, retainAsPublished=True)
         self._client.subscribe([(each, options) for each in self._filters])
 
-    def _message(self, _client: object, _data: object, message: mqtt.MQTTMessage) -> None:
-        properties = getattr(message, "properties", None)
-        correlation = getattr(properties, "CorrelationData", None)
+    def _message(self, _client: object, _data: object, message: Any) -> None:
+        correlation = getattr(message.properties, "CorrelationData", None)
         seen = Seen(message.topic, message.payload, message.retain, correlation, time.monotonic())
         self._new.put(seen)
 
@@ -445,14 +446,14 @@ class Watch:
         expiry: int | None = None,
     ) -> None:
         """Returns once the broker has it."""
-        properties = Properties(PacketTypes.PUBLISH)
+        along = properties.Properties(packettypes.PacketTypes.PUBLISH)
         if answer_to is not None:
-            properties.ResponseTopic = answer_to
+            along.ResponseTopic = answer_to
         if correlation is not None:
-            properties.CorrelationData = correlation
+            along.CorrelationData = correlation
         if expiry is not None:
-            properties.MessageExpiryInterval = expiry
-        info = self._client.publish(topic, payload, qos=1, retain=retain, properties=properties)
+            along.MessageExpiryInterval = expiry
+        info = self._client.publish(topic, payload, qos=1, retain=retain, properties=along)
         info.wait_for_publish(LIMIT)
         assert info.is_published(), f"the broker has not taken a message to {topic}"
 
