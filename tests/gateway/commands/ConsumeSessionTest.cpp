@@ -126,7 +126,8 @@ TEST_F(ConsumeSessionTest, ANewConnectionCommitsNothingThatIsNotKept) {
   begin(printedTo);
   deliver(1);
   broker.onPublish = [&](const Message& message) {
-    if (message.retain) EXPECT_EQ(printed(), 1U);
+    if (!message.retain) return;
+    EXPECT_EQ(printed(), 1U);
   };
   broker.handlers.onUp({});
   EXPECT_EQ(commits(), std::vector<RecordNumber>{1});
