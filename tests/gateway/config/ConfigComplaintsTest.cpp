@@ -300,6 +300,9 @@ TEST(ConfigComplaints, TheyStayOnOneLineWhateverTheFileHolds) {
   for (const std::string& line : complaintsOf(text.text())) {
     EXPECT_EQ(line.find_first_of("\n\x1B"), std::string::npos) << line;
   }
+  // What reads TOML repeats the key.
+  const auto line = complaintOf("\"k\\ney\" = n\n");
+  EXPECT_EQ(line.find('\n'), std::string::npos) << line;
 }
 
 }  // namespace
