@@ -313,17 +313,19 @@ TEST_F(MosquittoBrokerTest, MayBeDroppedInAnyHandlerAndCallsNoOtherAfterwards) {
   dropIn({.onUp = [&](const BrokerUp&) { mosquitto.kill(); }, .onDown = drop});
 }
 
-TEST_F(MosquittoBrokerTest, ASecondGatewayOfTheSameNameIsNamedAsTheReason) {
+TEST_F(MosquittoBrokerTest, ASecondGatewayOfTheSameNameIsNamedAsTheProbableReason) {
   startBroker();
   BrokerPeer first(loop, settingsFor(mosquitto.port(), "twin"));
   first.start();
   ASSERT_TRUE(first.comesUp());
   BrokerPeer second(loop, settingsFor(mosquitto.port(), "twin"));
   second.start();
-  ASSERT_TRUE(first.goesDown());
-  EXPECT_THAT(first.lastDown(), HasSubstr("another client with the id kestrin-gateway-twin"));
-  ASSERT_TRUE(second.goesDown()) << "the first one comes back";
-  EXPECT_THAT(second.lastDown(), HasSubstr("give each gateway a name of its own"));
+  for (const BrokerPeer* peer : {&first, &second}) {
+    EXPECT_TRUE(waitUntil(loop, [&] {
+      return testing::Value(peer->lastDown(),
+                            HasSubstr("another client with the id kestrin-gateway-twin"));
+    })) << peer->lastDown();
+  }
 }
 
 }  // namespace

@@ -168,8 +168,19 @@ TEST_F(MosquittoFaultsTest, ABrokerThatEndsTheConnectionIsQuotedWithItsReason) {
   EXPECT_THAT(peer.lastDown(), HasSubstr("it ends the connection: it shuts down"));
 }
 
-TEST_F(MosquittoFaultsTest, WhatIsNoBrokerIsAFailureInOneLine) {
-  const StandInBroker broker([](const std::string&) { return "HTTP/1.1 400 Bad Request\r\n\r\n"; });
+TEST_F(MosquittoFaultsTest, ABrokerThatSaysThatAnotherClientHasTheIdIsQuotedAtOnce) {
+  const StandInBroker broker([](const std::string& packet) -> std::optional<std::string> {
+    if (packet[0] != kConnect) return std::nullopt;
+    return std::string("\x20\x03\x00\x00\x00\xE0\x02\x8E\x00", 9);
+  });
+  BrokerPeer peer(loop, settingsFor(broker.port(), "twin"));
+  peer.start();
+  ASSERT_TRUE(peer.goesDown());
+  EXPECT_THAT(peer.lastDown(), HasSubstr("another client with the id kestrin-gateway-twin"));
+}
+
+TEST_F(MosquittoFaultsTest, WhatIsNotABrokerIsAFailureInOneLine) {
+  const StandInBroker broker([](const std::string&) { return std::string(200, 'H'); });
   EXPECT_THAT(failureWith(settingsFor(broker.port())), HasSubstr("broker 127.0.0.1"));
 }
 

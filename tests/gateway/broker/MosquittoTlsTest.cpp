@@ -12,6 +12,7 @@
 namespace kestrin::gateway {
 namespace {
 
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -91,7 +92,9 @@ TEST_F(MosquittoTlsTest, APortWithTlsIsNotSpokenToWithout) {
 
 TEST_F(MosquittoTlsTest, AClientCertificateIsGivenWhereTheBrokerWantsOne) {
   startBroker(certificates.makeFor("localhost"), "require_certificate true\n");
-  EXPECT_THAT(failureWith(settings()), HasSubstr("it wants a client certificate"));
+  // The broker may be gone before its word is read.
+  EXPECT_THAT(failureWith(settings()), AnyOf(HasSubstr("it wants a client certificate"),
+                                             HasSubstr("it may want a client certificate")));
   const CertificateFiles client = certificates.makeFor("gate-1");
   BrokerSettings chosen = settings();
   chosen.config.tls.certificateFile = client.certificate;
@@ -101,7 +104,7 @@ TEST_F(MosquittoTlsTest, AClientCertificateIsGivenWhereTheBrokerWantsOne) {
   const CertificateFiles unknown = others.makeFor("gate-1");
   chosen.config.tls.certificateFile = unknown.certificate;
   chosen.config.tls.keyFile = unknown.key;
-  EXPECT_THAT(failureWith(chosen), HasSubstr("does not accept the client certificate"));
+  EXPECT_THAT(failureWith(chosen), HasSubstr("it may not accept the client certificate"));
   chosen.config.tls.keyFile = client.key;
   EXPECT_THAT(failureWith(chosen), HasSubstr("key"));
   chosen.config.tls.keyFile = certificates.folder().pathOf("missing");

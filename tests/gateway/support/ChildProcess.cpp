@@ -8,7 +8,7 @@
 
 #include <cerrno>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <utility>
 
 namespace kestrin::gateway {
@@ -81,7 +81,9 @@ std::optional<std::string> failureOf(const std::vector<std::string>& command,
 
 std::string contentsOf(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str();
 }
 
 }  // namespace kestrin::gateway

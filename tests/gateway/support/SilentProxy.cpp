@@ -9,7 +9,7 @@
 namespace kestrin::gateway {
 namespace {
 
-constexpr int kLookMilliseconds = 20;
+constexpr int kProxyTurnMilliseconds = 20;
 
 }  // namespace
 
@@ -45,7 +45,7 @@ void SilentProxy::serve() {
       watched.push_back({wanted == 0 ? -1 : pair.client.number(), wanted, 0});
       watched.push_back({wanted == 0 ? -1 : pair.target.number(), wanted, 0});
     }
-    ::poll(watched.data(), watched.size(), kLookMilliseconds);
+    ::poll(watched.data(), watched.size(), kProxyTurnMilliseconds);
     std::vector<Pair> left;
     for (std::size_t i = 0; i < pairs_.size(); ++i) {
       Pair& pair = pairs_[i];

@@ -10,7 +10,7 @@
 namespace kestrin::gateway {
 namespace {
 
-constexpr int kLookMilliseconds = 20;
+constexpr int kAnswerTurnMilliseconds = 20;
 
 /// The length of the first packet's fixed header and of the whole packet, once they are known.
 std::optional<std::pair<std::size_t, std::size_t>> lengthsOf(const std::string& bytes) {
@@ -41,7 +41,7 @@ StandInBroker::~StandInBroker() {
 bool StandInBroker::waitFor(const Socket& socket) const {
   while (!ends_) {
     pollfd watched{socket.number(), POLLIN, 0};
-    if (::poll(&watched, 1, kLookMilliseconds) > 0) return true;
+    if (::poll(&watched, 1, kAnswerTurnMilliseconds) > 0) return true;
   }
   return false;
 }
