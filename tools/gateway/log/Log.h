@@ -12,63 +12,32 @@
 // again. Errors: returned in words; what was appended before stays.
 #pragma once
 
-#include "tools/gateway/files/FileLayer.h"
-
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "tools/gateway/files/FileLayer.h"
+#include "tools/gateway/log/Record.h"
 
 namespace kestrin::gateway {
 
-using RecordNumber = std::uint64_t;  ///< From 1.
-
-/// What tells a log from every other one: 32 lower-case hexadecimal digits, random.
-using LogIdentity = std::string;
-
-enum class RecordKind : std::uint8_t { frame = 1, value = 2, gap = 3 };
-enum class GapReason : std::uint8_t {
-  budget = 1,   ///< The oldest records made room for new ones.
-  torn = 2,     ///< The end of the log was torn off before it was on the disk: at most these.
-  damaged = 3,  ///< The log could not be read in its middle; the rest of it is kept beside.
-  refused = 4,  ///< The disk did not take them.
-};
-
-struct Gap {
-  LogIdentity
-      log;  ///< The log whose numbers are meant; another one than the record's own after damage.
-  RecordNumber from = 0;
-  RecordNumber to = 0;
-  GapReason reason = GapReason::budget;
-  friend bool operator==(const Gap&, const Gap&) = default;
-};
-
-struct Record {
-  RecordNumber number = 0;
-  RecordKind kind = RecordKind::frame;
-  std::string reader;       ///< Its identifier, for example an address.
-  std::string name;         ///< Its name, as it came from the air.
-  std::uint64_t link = 0;   ///< Which link of the gateway's run; counts up over all readers.
-  std::int64_t wallMs = 0;  ///< Milliseconds since 1970-01-01T00:00:00Z.
-  std::int64_t monoMs = 0;  ///< Milliseconds of the monotonic clock, which starts with the machine.
-  std::vector<std::uint8_t> bytes;  ///< The whole frame, or the value.
-  std::optional<Gap> gap;           ///< With `RecordKind::gap`.
-  friend bool operator==(const Record&, const Record&) = default;
-};
+constexpr std::uint64_t kSmallestBudget = 64ULL << 10U;
+constexpr std::uint64_t kSmallestSegment = 4ULL << 10U;
 
 struct LogOptions {
   std::string folder;
-  std::uint64_t budget = 1ULL << 30U;  ///< Bytes on disk, all segments together.
+  /// Bytes on disk, at least `kSmallestBudget`. The rest of a damaged log does not count.
+  std::uint64_t budget = 1ULL << 30U;
   std::uint64_t segmentSize = 16ULL
                               << 20U;  ///< At most; a sixteenth of the budget where that is less.
   std::function<LogIdentity()> makeIdentity;  ///< Random from the system when empty.
 };
 
-/// What has to be synced. Its `run` may be called on any thread, once.
+/// What has to be synced. `run` may be called with it on any thread, once.
 class SyncWork;
 
 class Log {
@@ -96,8 +65,9 @@ class Log {
 
   /// Appends a record and returns its number; `record.number` does not count. It is with the system
   /// when this returns, so that it survives the process, and on the disk once `synced` says so.
-  /// Absent, with the reason in `error`: the disk refused it; a gap record says so as soon as the
-  /// disk takes records again.
+  /// Absent, with the reason in `error`: the disk or the budget refused it, or it is longer than
+  /// half a segment or 64 KiB. Its number is lost then; a gap record says so as soon as the disk
+  /// takes records again.
   std::optional<RecordNumber> append(const Record& record, FileError& error);
 
   /// What has to be synced now; null when nothing has, or the last work has not been handed back.
@@ -106,13 +76,14 @@ class Log {
   /// tried again.
   std::optional<FileError> endSync(const std::shared_ptr<SyncWork>& work);
 
-  /// The records from `number` on, `most` of them at most, and about `mostBytes` at most. Numbers
-  /// that are lost are left out (their gap record comes later). An error ends the list early.
+  /// The records from `number` on, `most` of them at most, and about `mostBytes` at most; also
+  /// those that are not synced yet. Numbers that are lost are left out (their gap record comes
+  /// later). An error ends the list early.
   std::optional<FileError> read(RecordNumber number, std::size_t most, std::size_t mostBytes,
                                 std::vector<Record>& records);
 
-  /// Nobody needs the records up to `number`, included: whole segments of such are removed. Kept
-  /// over restarts.
+  /// Nobody needs the records up to `number`, included: whole segments of such are removed with one
+  /// of the next syncs. Kept over restarts. No further than `synced`.
   void forget(RecordNumber number);
   /// Up to where `forget` has come.
   [[nodiscard]] RecordNumber forgotten() const;

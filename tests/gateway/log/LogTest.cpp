@@ -1,0 +1,454 @@
+// What the log does for the gateway, on the system's files.
+#include "tools/gateway/log/Log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tools/gateway/log/LogReader.h"
+
+namespace kestrin::gateway {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::SizeIs;
+
+Record frame(std::size_t length = 20, std::uint8_t byte = 0xBB) {
+  Record record;
+  record.reader = "AA:BB:CC:DD:EE:01";
+  record.name = "KVR";
+  record.link = 7;
+  record.wallMs = -5;
+  record.monoMs = 123456789012;
+  record.bytes.assign(length, byte);
+  return record;
+}
+
+class GatewayLog : public testing::Test {
+ protected:
+  GatewayLog() {
+    std::string pattern = testing::TempDir() + "kestrin-log-XXXXXX";
+    options_.folder = ::mkdtemp(pattern.data());
+    options_.budget = 1U << 20U;
+    options_.segmentSize = 1U << 13U;
+  }
+  ~GatewayLog() override {
+    log_.reset();
+    std::filesystem::remove_all(options_.folder);
+  }
+
+  void open() {
+    log_.reset();
+    std::string error;
+    log_ = Log::open(systemFiles(), options_, error, &found_);
+    ASSERT_TRUE(log_) << error;
+  }
+  RecordNumber append(const Record& record = frame()) {
+    FileError error;
+    const auto number = log_->append(record, error);
+    EXPECT_TRUE(number) << error.text;
+    return number.value_or(0);
+  }
+  void sync() {
+    while (const auto work = log_->beginSync()) {
+      run(*work);
+      const auto error = log_->endSync(work);
+      ASSERT_FALSE(error) << error->text;
+    }
+  }
+  std::vector<Record> records(RecordNumber from = 1, std::size_t most = 1000000) {
+    std::vector<Record> records;
+    EXPECT_FALSE(log_->read(from, most, 1U << 30U, records));
+    return records;
+  }
+  std::vector<std::filesystem::path> segments() const {
+    std::vector<std::filesystem::path> paths;
+    for (const auto& entry : std::filesystem::directory_iterator(options_.folder)) {
+      if (entry.path().extension() == ".log") paths.push_back(entry.path());
+    }
+    std::ranges::sort(paths);
+    return paths;
+  }
+  void spoil(const std::filesystem::path& path, std::streamoff place) const {
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekg(place);
+    const int byte = file.get();
+    file.seekp(place);
+    file.put(static_cast<char>(byte ^ 0x10));
+    ASSERT_TRUE(file.good());
+  }
+
+  LogOptions options_;
+  std::vector<std::string> found_;
+  std::unique_ptr<Log> log_;
+};
+
+TEST_F(GatewayLog, BeginsWithNumberOneAndAnIdentityOfItsOwn) {
+  open();
+  EXPECT_EQ(log_->next(), 1U);
+  EXPECT_EQ(log_->first(), 1U);
+  EXPECT_EQ(log_->synced(), 0U);
+  EXPECT_THAT(log_->identity(), SizeIs(32));
+  EXPECT_EQ(log_->identity().find_first_not_of("0123456789abcdef"), std::string::npos);
+  EXPECT_THAT(found_, IsEmpty());
+}
+
+TEST_F(GatewayLog, GivesBackEveryFieldOfARecord) {
+  open();
+  Record value = frame(3);
+  value.kind = RecordKind::value;
+  value.name = "";
+  EXPECT_EQ(append(frame(1029)), 1U);
+  EXPECT_EQ(append(value), 2U);
+  Record first = frame(1029);
+  first.number = 1;
+  value.number = 2;
+  EXPECT_THAT(records(), ElementsAre(first, value));
+  EXPECT_THAT(records(2), ElementsAre(value));
+  EXPECT_THAT(records(3), IsEmpty());
+}
+
+TEST_F(GatewayLog, SaysWhatIsSyncedOnlyOnceItIs) {
+  open();
+  append();
+  append();
+  EXPECT_EQ(log_->synced(), 0U);
+  const auto work = log_->beginSync();
+  ASSERT_TRUE(work);
+  EXPECT_FALSE(log_->beginSync());
+  append();
+  run(*work);
+  EXPECT_EQ(log_->synced(), 0U);
+  EXPECT_FALSE(log_->endSync(work));
+  EXPECT_EQ(log_->synced(), 2U);
+  sync();
+  EXPECT_EQ(log_->synced(), 3U);
+  EXPECT_FALSE(log_->beginSync());
+}
+
+TEST_F(GatewayLog, ClaimsNothingOfAWorkThatHasNotRun) {
+  open();
+  append();
+  EXPECT_FALSE(log_->endSync(log_->beginSync()));
+  EXPECT_EQ(log_->synced(), 0U);
+  sync();
+  EXPECT_EQ(log_->synced(), 1U);
+}
+
+TEST_F(GatewayLog, KeepsAllOverARestartAndGoesOn) {
+  open();
+  for (int i = 0; i < 1000; ++i) append(frame(static_cast<std::size_t>(i % 50)));
+  const auto before = records();
+  const LogIdentity identity = log_->identity();
+  open();
+  EXPECT_EQ(log_->identity(), identity);
+  EXPECT_EQ(records(), before);
+  EXPECT_EQ(log_->synced(), 1000U);
+  EXPECT_EQ(append(), 1001U);
+  EXPECT_GT(segments().size(), 5U);
+  EXPECT_THAT(found_, IsEmpty());
+}
+
+TEST_F(GatewayLog, ReadsFromAnyNumberInPiecesOfAnySize) {
+  open();
+  for (int i = 0; i < 500; ++i) append(frame(static_cast<std::size_t>(i)));
+  const auto all = records();
+  ASSERT_THAT(all, SizeIs(500));
+  for (const RecordNumber from : {1U, 7U, 80U, 81U, 250U, 499U, 500U, 12U}) {
+    std::vector<Record> got;
+    for (RecordNumber at = from; at <= 500; at = got.back().number + 1) {
+      ASSERT_FALSE(log_->read(at, 1 + at % 13, 2000, got));
+    }
+    EXPECT_EQ(got,
+              std::vector<Record>(all.begin() + static_cast<std::ptrdiff_t>(from) - 1, all.end()));
+  }
+}
+
+TEST_F(GatewayLog, ReadsWhatIsAppendedWhileItReads) {
+  open();
+  for (RecordNumber number = 1; number < 300; ++number) {
+    append();
+    EXPECT_THAT(records(number), SizeIs(1));
+  }
+}
+
+TEST_F(GatewayLog, RemovesWholeSegmentsThatAreForgotten) {
+  open();
+  for (int i = 0; i < 1000; ++i) append();
+  sync();
+  const auto before = segments().size();
+  const auto size = log_->size();
+  log_->forget(600);
+  sync();
+  EXPECT_EQ(log_->forgotten(), 600U);
+  EXPECT_LT(segments().size(), before / 2);
+  EXPECT_LT(log_->size(), size / 2);
+  EXPECT_GT(log_->first(), 500U);
+  EXPECT_LE(log_->first(), 601U);
+  open();
+  EXPECT_EQ(log_->forgotten(), 600U);
+  EXPECT_THAT(records(601), SizeIs(400));
+}
+
+TEST_F(GatewayLog, ForgetsNothingThatIsNotSynced) {
+  open();
+  append();
+  log_->forget(1);
+  EXPECT_EQ(log_->forgotten(), 0U);
+  sync();
+  log_->forget(99);
+  EXPECT_EQ(log_->forgotten(), 1U);
+}
+
+TEST_F(GatewayLog, KeepsValuesOverARestart) {
+  open();
+  log_->keep("warehouse", 17);
+  log_->keep("archive", 3);
+  log_->keep("warehouse", 18);
+  log_->keep("old", 1);
+  log_->drop("old");
+  sync();
+  open();
+  EXPECT_THAT(log_->kept(), ElementsAre(Pair("warehouse", 18), Pair("archive", 3)));
+}
+
+TEST_F(GatewayLog, StaysWithinItsBudgetAndSaysWhichNumbersMadeRoom) {
+  options_.budget = 1U << 17U;
+  open();
+  std::vector<Record> gaps;
+  RecordNumber read = 1;
+  for (int i = 0; i < 5000; ++i) {
+    append();
+    if (i % 10 != 0) continue;
+    sync();
+    EXPECT_LE(log_->size(), options_.budget);
+    for (const Record& record : records(read)) {
+      if (record.gap) gaps.push_back(record);
+      read = record.number + 1;
+    }
+  }
+  ASSERT_GT(gaps.size(), 5U);
+  for (const Record& record : gaps) {
+    EXPECT_EQ(record.gap->reason, GapReason::budget);
+    EXPECT_EQ(record.gap->log, log_->identity());
+    EXPECT_EQ(record.gap->from, 1U);
+    EXPECT_LT(record.gap->to, record.number);
+  }
+  EXPECT_EQ(gaps.back().gap->to + 1, log_->first());
+  EXPECT_THAT(log_->takeFindings(), testing::Contains(HasSubstr("made room for new records")));
+}
+
+TEST_F(GatewayLog, RefusesRecordsWhenNothingMayGoYetAndReportsThem) {
+  options_.budget = 1U << 16U;
+  open();
+  std::size_t refused = 0;
+  for (int i = 0; i < 2000; ++i) {
+    FileError error;
+    if (log_->append(frame(), error)) continue;
+    ++refused;
+    EXPECT_THAT(error.text, HasSubstr("budget"));
+  }
+  EXPECT_GT(refused, 0U);
+  EXPECT_LE(log_->size(), options_.budget);
+  sync();
+  append();
+  const auto all = records();
+  EXPECT_TRUE(std::ranges::any_of(all, [&](const Record& record) {
+    return record.gap && record.gap->reason == GapReason::refused &&
+           record.gap->to - record.gap->from + 1 == refused;
+  }));
+}
+
+TEST_F(GatewayLog, RefusesARecordThatIsTooLongAndReportsItsNumber) {
+  open();
+  FileError error;
+  EXPECT_FALSE(log_->append(frame(70000), error));
+  EXPECT_THAT(error.text, HasSubstr("too long"));
+  EXPECT_EQ(append(), 3U);
+  const auto all = records();
+  ASSERT_THAT(all, SizeIs(2));
+  EXPECT_EQ(all[0].gap, (Gap{log_->identity(), 1, 1, GapReason::refused}));
+}
+
+TEST_F(GatewayLog, IsRefusedToASecondGateway) {
+  open();
+  std::string error;
+  EXPECT_FALSE(Log::open(systemFiles(), options_, error));
+  EXPECT_THAT(error, HasSubstr("is in use by another process"));
+}
+
+TEST_F(GatewayLog, SaysWhichOptionsWouldBeRight) {
+  std::string error;
+  options_.budget = 1000;
+  EXPECT_FALSE(Log::open(systemFiles(), options_, error));
+  EXPECT_THAT(error, HasSubstr("65536 or more would be right"));
+  options_.budget = 1U << 20U;
+  options_.segmentSize = 1;
+  EXPECT_FALSE(Log::open(systemFiles(), options_, error));
+  EXPECT_THAT(error, HasSubstr("4096 or more would be right"));
+  options_.folder = "";
+  EXPECT_FALSE(Log::open(systemFiles(), options_, error));
+  EXPECT_EQ(error, "the log needs a folder");
+}
+
+TEST_F(GatewayLog, CutsATornEndAndReportsWhatItCanHaveHeld) {
+  open();
+  for (int i = 0; i < 5; ++i) append();
+  sync();
+  append();
+  log_.reset();
+  const auto path = segments().back();
+  std::filesystem::resize_file(path, std::filesystem::file_size(path) - 3);
+  open();
+  EXPECT_THAT(found_, ElementsAre(HasSubstr("the end of the log was torn off")));
+  const auto all = records();
+  ASSERT_THAT(all, SizeIs(6));
+  EXPECT_EQ(all.back().gap, (Gap{log_->identity(), 6, 7, GapReason::torn}));
+  EXPECT_EQ(all.back().number, 8U);
+  EXPECT_EQ(append(), 9U);
+}
+
+TEST_F(GatewayLog, BeginsALogOfAnotherIdentityWhereTheMiddleIsDamaged) {
+  open();
+  for (int i = 0; i < 5; ++i) {
+    append();
+    sync();
+  }
+  log_->keep("warehouse", 2);
+  log_->forget(2);
+  sync();
+  const LogIdentity old = log_->identity();
+  log_.reset();
+  spoil(segments().front(), 88 + 3 * 97 + 60);
+  open();
+  EXPECT_NE(log_->identity(), old);
+  EXPECT_THAT(found_, ElementsAre(HasSubstr("the log " + old + " is damaged")));
+  const auto all = records();
+  ASSERT_THAT(all, SizeIs(1));
+  EXPECT_EQ(all[0].number, 1U);
+  EXPECT_EQ(all[0].gap, (Gap{old, 3, 5, GapReason::damaged}));
+  EXPECT_THAT(log_->kept(), IsEmpty());
+  EXPECT_EQ(append(), 2U);
+
+  std::string error;
+  const auto reader =
+      LogReader::open(systemFiles(), options_.folder + "/" + old + ".damaged", error);
+  ASSERT_TRUE(reader) << error;
+  EXPECT_EQ(reader->identity(), old);
+  std::vector<RecordNumber> numbers;
+  for (Record record; reader->next(record);) numbers.push_back(record.number);
+  EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 5));
+  EXPECT_THAT(reader->takeFindings(),
+              ElementsAre(HasSubstr("cannot be read"), "number 4 cannot be read"));
+}
+
+TEST_F(GatewayLog, TakesMissingSegmentsForDamage) {
+  open();
+  for (int i = 0; i < 1000; ++i) append();
+  sync();
+  const LogIdentity old = log_->identity();
+  log_.reset();
+  std::filesystem::remove(segments()[2]);
+  open();
+  EXPECT_NE(log_->identity(), old);
+  EXPECT_EQ(records().at(0).gap, (Gap{old, 1, 1000, GapReason::damaged}));
+}
+
+TEST_F(GatewayLog, TakesAMissingStateForAnOlderOne) {
+  open();
+  for (int i = 0; i < 1000; ++i) append();
+  sync();
+  log_->forget(500);
+  log_->keep("warehouse", 500);
+  sync();
+  const LogIdentity identity = log_->identity();
+  const RecordNumber first = log_->first();
+  log_.reset();
+  std::filesystem::remove(options_.folder + "/state");
+  open();
+  EXPECT_EQ(log_->identity(), identity);
+  EXPECT_THAT(log_->kept(), IsEmpty());
+  EXPECT_EQ(log_->first(), first);
+  EXPECT_EQ(log_->next(), 1001U);
+}
+
+TEST_F(GatewayLog, NeverUsesNumbersAgainWhenItsSegmentsAreGone) {
+  open();
+  for (int i = 0; i < 10; ++i) append();
+  sync();
+  log_->keep("warehouse", 4);
+  sync();
+  const LogIdentity old = log_->identity();
+  log_.reset();
+  for (const auto& path : segments()) std::filesystem::remove(path);
+  open();
+  EXPECT_NE(log_->identity(), old);
+  EXPECT_EQ(records().at(0).gap, (Gap{old, 1, 10, GapReason::damaged}));
+}
+
+TEST_F(GatewayLog, LeavesANewerFormatAlone) {
+  open();
+  append();
+  log_.reset();
+  const std::string path = options_.folder + "/state";
+  // The header is magic, checksum, version; the checksum is over what follows it.
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write("KGWSTA\r\n", 8);
+  file.write("\x46\x68\x00\xF7\x02\x00\x00\x00", 8);
+  file.close();
+  std::string error;
+  EXPECT_FALSE(Log::open(systemFiles(), options_, error));
+  EXPECT_THAT(error, HasSubstr("has a newer format than this program reads (1)"));
+  EXPECT_EQ(std::filesystem::file_size(path), 16U);
+  EXPECT_THAT(segments(), SizeIs(1));
+}
+
+TEST_F(GatewayLog, ManyShortRunsDoNotLeaveManyFiles) {
+  for (int i = 0; i < 50; ++i) {
+    open();
+    append();
+  }
+  EXPECT_LE(segments().size(), 2U);
+  open();
+  EXPECT_THAT(records(), SizeIs(50));
+}
+
+TEST_F(GatewayLog, PassesOverWhatHasBecomeUnreadableAndReportsIt) {
+  open();
+  for (int i = 0; i < 5; ++i) append();
+  sync();
+  spoil(segments().front(), 88 + 97 + 60);
+  std::vector<RecordNumber> numbers;
+  for (const Record& record : records()) numbers.push_back(record.number);
+  EXPECT_THAT(numbers, ElementsAre(1, 3, 4, 5));
+  EXPECT_THAT(log_->takeFindings(), ElementsAre(HasSubstr("number 2 cannot be read any more")));
+  sync();
+  EXPECT_EQ(records(6).at(0).gap, (Gap{log_->identity(), 2, 2, GapReason::damaged}));
+  EXPECT_THAT(records(), SizeIs(5));
+  EXPECT_THAT(log_->takeFindings(), IsEmpty());
+}
+
+TEST_F(GatewayLog, IsReadWhileTheGatewayWrites) {
+  open();
+  for (int i = 0; i < 300; ++i) append();
+  std::string error;
+  const auto reader = LogReader::open(systemFiles(), options_.folder, error);
+  ASSERT_TRUE(reader) << error;
+  std::size_t count = 0;
+  for (Record record; reader->next(record);) ++count;
+  EXPECT_EQ(count, 300U);
+  EXPECT_THAT(reader->takeFindings(), IsEmpty());
+  EXPECT_FALSE(LogReader::open(systemFiles(), testing::TempDir() + "/missing", error));
+  EXPECT_THAT(error, HasSubstr("cannot list the folder"));
+}
+
+}  // namespace
+}  // namespace kestrin::gateway

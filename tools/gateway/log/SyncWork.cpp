@@ -1,0 +1,50 @@
+#include "tools/gateway/log/SyncWork.h"
+
+#include "tools/gateway/log/LogFolder.h"
+
+namespace kestrin::gateway {
+
+void SyncWork::run() noexcept {
+  ran = true;
+  if (!dataError) dataError = syncData();
+  if (dataError) return;
+  if (state) stateError = replaceState(*files, folder, *state);
+  removeSome();
+}
+
+std::optional<FileError> SyncWork::syncData() {
+  for (const auto& file : unsynced) {
+    if (auto error = file->sync()) return error;
+  }
+  return folderChanged ? files->syncFolder(folder) : std::nullopt;
+}
+
+// A segment is off the disk before the next one goes, so that no power cut leaves an older one
+// behind a newer one that is missing: that would look like damage. This needs no state, which a
+// full disk may have refused.
+void SyncWork::removeSome() {
+  for (const std::string& path : removals) {
+    FileError error;
+    const bool there = files->open(path, false, error) != nullptr;
+    if (there && files->remove(path)) return;
+    if (files->syncFolder(folder)) return;
+    ++removed;
+  }
+}
+
+std::optional<FileError> replaceState(FileLayer& files, const std::string& folder,
+                                      const Bytes& state) {
+  const std::string path = folder + "/" + kNewStateName;
+  FileError error;
+  if (files.open(path, false, error)) {
+    if (auto failed = files.remove(path)) return failed;
+  }
+  const auto file = files.open(path, true, error);
+  if (!file) return error;
+  if (auto failed = file->append(state)) return failed;
+  if (auto failed = file->sync()) return failed;
+  if (auto failed = files.rename(path, folder + "/" + kStateName)) return failed;
+  return files.syncFolder(folder);
+}
+
+}  // namespace kestrin::gateway
