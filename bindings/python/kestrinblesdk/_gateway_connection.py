@@ -7,7 +7,6 @@ import ipaddress
 import os
 import random
 import ssl
-import threading
 import time
 from collections.abc import Callable
 from typing import Any, NamedTuple
@@ -15,6 +14,7 @@ from typing import Any, NamedTuple
 _FIRST_PAUSE = 0.5
 _LONGEST_PAUSE = 60.0
 _TICK = 1.0
+_TURN = 0.2  # How long it may take until `stop` is noticed.
 _LONG_ENOUGH = 10.0  # A connection that another one's takes over ends at once.
 _REFUSED = 128  # From here on a broker's answer to a subscription is a refusal.
 
@@ -97,14 +97,15 @@ class Connection:
         self._address = address
         self._client_id = client_id
         self._handlers = handlers
-        self._stopped = threading.Event()
+        self._stopped = False
         self._up = False
         self._up_since: float | None = None
         self._next_tick = 0.0
 
     def stop(self) -> None:
         """Ends `run` soon. From any thread, and from a signal handler."""
-        self._stopped.set()
+        # No lock: a signal handler runs in the middle of whatever this thread does.
+        self._stopped = True
 
     def run(self, limit: float | None) -> None:
         end = None if limit is None else time.monotonic() + limit
@@ -119,12 +120,12 @@ class Connection:
             pause = min(pause * 2, _LONGEST_PAUSE)
 
     def _is_over(self, end: float | None) -> bool:
-        return self._stopped.is_set() or (end is not None and time.monotonic() >= end)
+        return self._stopped or (end is not None and time.monotonic() >= end)
 
     def _wait(self, pause: float, end: float | None) -> None:
-        if end is not None:
-            pause = min(pause, max(0.0, end - time.monotonic()))
-        self._stopped.wait(pause)
+        over = time.monotonic() + pause
+        while time.monotonic() < over and not self._is_over(end):
+            time.sleep(_TURN)
 
     def _run_once(self, end: float | None) -> bool:
         """One connection, from its beginning to its end. Whether it held."""
@@ -134,7 +135,7 @@ class Connection:
             client = self._new_client()
             client.connect(self._address.host, self._port(), keepalive=self._address.keep_alive)
             while not self._is_over(end):
-                if client.loop(timeout=_TICK / 4) != self._paho.MQTT_ERR_SUCCESS:
+                if client.loop(timeout=_TURN) != self._paho.MQTT_ERR_SUCCESS:
                     break
                 self._tick()
             else:
@@ -211,7 +212,7 @@ class Connection:
         self._handlers.message(message.topic, message.payload)
 
     def _lost(self, _client: Any, _user: Any, *_: Any) -> None:
-        if self._up and not self._stopped.is_set():
+        if self._up and not self._stopped:
             self._trouble(f"the connection to the broker at {self._address.host} is lost")
 
     def _tick(self) -> None:

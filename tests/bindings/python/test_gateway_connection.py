@@ -6,7 +6,9 @@ from __future__ import annotations
 import importlib
 import json
 import socket
+import sqlite3
 import subprocess
+import sys
 import threading
 import time
 import types
@@ -91,7 +93,7 @@ class Gateway:
     def _message(self, client: Any, _: Any, message: Any) -> None:
         members = json.loads(message.payload)
         assert members["log"] == LOG
-        if message.topic == BASE + "commit/stock":
+        if message.topic.startswith(BASE + "commit/"):
             self.commits.append(members["n"])
             return
         for number in range(members["from"], self.records + 1):
@@ -155,6 +157,40 @@ def test_what_was_taken_is_committed_at_the_end(broker: Broker, tmp_path: Path) 
     running.stop()
     wait_until(lambda: 3 in gateway.commits, "the commit")
     gateway.close()
+
+
+def test_the_example_keeps_every_record_once(broker: Broker, tmp_path: Path) -> None:
+    gateway = Gateway(broker.port, 20)
+    example = Path(__file__).resolve().parents[3] / "examples/gateway_consumer.py"
+
+    def kept() -> list[int]:
+        database = sqlite3.connect(tmp_path / "frames.db")
+        try:
+            return [number for (number,) in database.execute("select number from frame")]
+        except sqlite3.OperationalError:
+            return []  # The table is not there yet.
+        finally:
+            database.close()
+
+    try:
+        for records in (20, 30):
+            gateway.records = records
+            program = subprocess.Popen(
+                [sys.executable, str(example), "dock", "127.0.0.1", str(broker.port)],
+                cwd=tmp_path,
+                stdout=subprocess.DEVNULL,
+            )
+            try:
+                wait_until(lambda: len(kept()) >= records, f"{records} records")
+                wait_until(lambda: records in gateway.commits, "their commit")
+                program.terminate()
+                assert program.wait(_LIMIT) == 0
+            finally:
+                program.kill()
+                program.wait()
+    finally:
+        gateway.close()
+    assert kept() == list(range(1, 31))
 
 
 def test_a_refused_connection_is_told(broker: Broker) -> None:

@@ -31,12 +31,16 @@ class StandInBroker final : public Broker {
     published.push_back(message);
     return published.size();
   }
-  void stop(double, std::function<void()> done) override { done(); }
+  void stop(double, std::function<void()> done) override {
+    if (onStop) onStop();
+    done();
+  }
   void reloadCertificates() override {}
 
   BrokerHandlers handlers;
   std::vector<Message> published;
   std::function<void(const Message&)> onPublish;
+  std::function<void()> onStop;
   bool full = false;
 };
 
@@ -126,7 +130,8 @@ TEST_F(ConsumeSessionTest, ANewConnectionCommitsNothingThatIsNotKept) {
   begin(printedTo);
   deliver(1);
   broker.onPublish = [&](const Message& message) {
-    if (message.retain) EXPECT_EQ(printed(), 1U);
+    if (!message.retain) return;
+    EXPECT_EQ(printed(), 1U);
   };
   broker.handlers.onUp({});
   EXPECT_EQ(commits(), std::vector<RecordNumber>{1});
@@ -182,6 +187,19 @@ TEST_F(ConsumeSessionTest, TheEndCommitsWhatHasCome) {
   EXPECT_TRUE(ended);
   EXPECT_EQ(commits(), std::vector<RecordNumber>{1});
   EXPECT_EQ(session->summary(), "taken 1, repeats 0, lost 0");
+}
+
+TEST_F(ConsumeSessionTest, WhatComesDuringTheFarewellIsLeftToTheNextTime) {
+  begin(printedTo);
+  deliver(1);
+  broker.onStop = [this] {
+    deliver(2);
+    pass(3);
+  };
+  session->stop([] {});
+  end();
+  EXPECT_EQ(printed(), 1U);
+  EXPECT_EQ(commits(), std::vector<RecordNumber>{1});
 }
 
 TEST_F(ConsumeSessionTest, StartedAgainItPrintsNothingTwice) {

@@ -80,7 +80,7 @@ TEST_F(ConsumerStateTest, ADamagedFileIsRefusedWithItsNameAndWhatToDo) {
 }
 
 TEST_F(ConsumerStateTest, AnotherConsumersFileIsRefused) {
-  open()->save(kPositions);
+  EXPECT_EQ(open()->save(kPositions), std::nullopt);
   EXPECT_FALSE(open("erp"));
   EXPECT_NE(error.find("another consumer"), std::string::npos) << error;
 }

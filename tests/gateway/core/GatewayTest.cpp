@@ -111,6 +111,18 @@ TEST_F(GatewayTest, PublishesARecordOnlyOnceItIsOnTheDisk) {
   EXPECT_EQ(listener_->numbers(), upTo(1));
 }
 
+TEST_F(GatewayTest, LeavesWhatCameDuringASyncToTheNextOne) {
+  scene_.syncDelay = seconds(3);
+  begin();
+  send(1);
+  scene_.runFor(seconds(2));
+  send(5);
+  scene_.runFor(milliseconds(1500));
+  EXPECT_EQ(listener_->numbers(), upTo(1));
+  scene_.runFor(seconds(4));
+  EXPECT_EQ(listener_->numbers(), upTo(6));
+}
+
 TEST_F(GatewayTest, LetsNoMoreWaitForTheirAcknowledgementThanTheBrokerTakes) {
   scene_.config.broker.window = 7;
   begin();
@@ -342,6 +354,20 @@ TEST_F(GatewayTest, DoesNotForgetWhatWasRefusedWithoutAConsumerEither) {
   scene_.runFor(seconds(10));
   EXPECT_EQ(scene_.gateway->log().forgotten(), 5U);
   EXPECT_EQ(listener_->numbers(), upTo(5));
+}
+
+TEST_F(GatewayTest, DoesNotForgetWhatWasRefusedForWhatIsReplayedBehindIt) {
+  scene_.config.consumers.clear();
+  begin();
+  scene_.broker.refuse([](const std::string& topic) { return topic.ends_with("/frame"); });
+  send(5);
+  scene_.runFor(seconds(5));
+  scene_.broker.refuse(nullptr);
+  send(5);
+  scene_.runFor(seconds(5));
+  replay(8, scene_.gateway->log().identity());
+  EXPECT_EQ(listener_->numbers(), (Numbers{6, 7, 8, 9, 10, 8, 9, 10}));
+  EXPECT_EQ(scene_.gateway->log().forgotten(), 0U);
 }
 
 TEST_F(GatewayTest, ReportsWhatAFullDiskHasCost) {

@@ -56,7 +56,6 @@ class History {
     return rest();
   }
   [[nodiscard]] std::size_t frames() const { return promise_.frames(); }
-  [[nodiscard]] std::uint64_t repeats() const { return repeats_; }
 
  private:
   std::uint32_t below(std::uint32_t count) { return static_cast<std::uint32_t>(random_() % count); }
@@ -155,7 +154,9 @@ class History {
     scene_.broker.setDelays(least, least + milliseconds(below(2000)));
   }
   void startGateway() {
-    if (!scene_.gateway) scene_.start();
+    if (scene_.gateway) return;
+    begin_ = scene_.now();
+    scene_.start();
   }
   void killGateway(bool powerCut) {
     if (!scene_.gateway) return;
@@ -166,7 +167,7 @@ class History {
     if (!powerCut) return;
     // One sync may be under way when a record comes, which waits for the next one.
     const Time cost = scene_.config.log.syncInterval + 2 * scene_.syncDelay + milliseconds(1);
-    promise_.powerCut(log, synced, scene_.now(), cost);
+    promise_.powerCut(log, synced, begin_, scene_.now(), cost);
     scene_.disk.cut();
   }
   void stopGateway() {
@@ -249,7 +250,7 @@ class History {
   std::vector<Reader> readers_;
   std::vector<std::unique_ptr<ConsumerProcess>> consumers_;
   std::vector<std::string> breaches_;
-  std::uint64_t repeats_ = 0;
+  Time begin_{};
 };
 
 TEST(History, KeepsThePromise) {

@@ -38,13 +38,15 @@ void Promise::taken(const LogIdentity& log, const Record& record,
   taken_.emplace(key, Taken{record, at});
 }
 
-void Promise::powerCut(const LogIdentity& log, RecordNumber synced, Time now, Time cost) {
+void Promise::powerCut(const LogIdentity& log, RecordNumber synced, Time begin, Time now,
+                       Time cost) {
   for (auto& [key, taken] : taken_) {
     if (key.first != log || key.second <= synced || taken.mayBeLost) continue;
     taken.mayBeLost = true;
-    if (now - taken.at > cost) {
+    const Time had = now - std::max(taken.at, begin);
+    if (had > cost) {
       early_.push_back("the number " + shown(key) + " was not on the disk after " +
-                       std::to_string((now - taken.at) / std::chrono::milliseconds(1)) + " ms");
+                       std::to_string(had / std::chrono::milliseconds(1)) + " ms");
     }
   }
 }

@@ -19,8 +19,9 @@ class Promise {
   /// A reader's callback has returned.
   void taken(const LogIdentity& log, const Record& record, std::optional<RecordNumber> number,
              Time at);
-  /// The power is cut: what is not on the disk may be lost, if it is no older than `cost`.
-  void powerCut(const LogIdentity& log, RecordNumber synced, Time now, Time cost);
+  /// The power is cut: what is not on the disk may be lost, if the gateway has had it for no longer
+  /// than `cost` in the run that began at `begin`.
+  void powerCut(const LogIdentity& log, RecordNumber synced, Time begin, Time now, Time cost);
   /// The gateway is killed: what the disk refused and was not reported yet is known to nobody.
   void killed() { refusedExcused_ += std::exchange(refusedOpen_, 0); }
   [[nodiscard]] std::size_t frames() const { return taken_.size(); }

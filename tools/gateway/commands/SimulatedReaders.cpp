@@ -15,6 +15,7 @@ using simulated::ReaderFamily;
 
 constexpr double kLeastPause = 0.001;
 constexpr double kMostPause = 3600;
+constexpr std::size_t kPieceSize = 20;  // What a notification of the simulated radio holds.
 constexpr std::uint8_t kReport = 0x02;
 constexpr std::uint8_t kInventory = 0x22;
 
@@ -84,9 +85,24 @@ SimulatedReaders::SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::Simul
     reader->index = static_cast<std::uint8_t>(readers_.size());
     reader->sent = sent;
     reader->device = radio.addReader(plan.name, reader->family);
+    reader->device->setScript(answersOf(*reader));
     readers_.push_back(reader);
     sendLater(loop, reader);
   }
+}
+
+simulated::ReaderScript SimulatedReaders::answersOf(const Reader& reader) {
+  return [name = reader.plan.name, family = reader.family, sent = reader.sent,
+          answers = simulated::defaultReaderScript()](const NSData& command) {
+    const std::vector<NSData> frames = answers(command);
+    if (!sent) return frames;
+    for (const NSData& frame : frames) {
+      const bool whole = family == ReaderFamily::standard;
+      const std::size_t size = whole ? frame.length() : kPieceSize;
+      for (const NSData& piece : simulated::cutIntoPieces(frame, size)) sent(name, piece);
+    }
+    return frames;
+  };
 }
 
 void SimulatedReaders::sendLater(const std::weak_ptr<RunLoop>& loop,

@@ -52,8 +52,8 @@ Gateway::Gateway(Parts parts, Config config)
   sayPromise();
   sayState(true);
   sayInfo();
-  // What an earlier run has appended may not be on the disk yet.
-  syncer_.appended();
+  // What an earlier run has appended last may not be on the disk yet.
+  syncer_.finish([] {});
   parts_.broker->start(topics_.filters(), willOf(topics_, parts_.identity.boot), brokerHandlers());
   readers_.configure(config_.readers);
   pulse_.start();
@@ -212,11 +212,15 @@ void Gateway::forgetSoon() {
 
 void Gateway::forget() {
   parts_.log->forget(commits_.lowest().value_or(publisher_.settled()));
+  // What was forgotten and committed gets onto the disk like records do.
+  syncer_.appended();
   takeFindings(parts_.log->takeFindings());
 }
 
 void Gateway::beat() {
   recorder_.checkClock();
+  // The log tries again by a sync what the disk has refused.
+  syncer_.appended();
   takeFindings(parts_.log->takeFindings());
   lookForStalls();
   outbox_.retain(topics_.health(), textOf(health()));

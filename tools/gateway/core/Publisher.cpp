@@ -30,9 +30,6 @@ Publisher::Publisher(std::weak_ptr<RunLoop> loop, Log& log, Window& window, Trou
 void Publisher::restart(RecordNumber number) {
   const RecordNumber from = std::max(number, log_.first());
   settled_ = std::max(settled_, log_.first() - 1);
-  for (const Waiting& each : waiting_) {
-    if (!each.answered) older_.push_back(each.id);
-  }
   waiting_.clear();
   batch_.clear();
   // What lies between is not settled by what comes behind it.
@@ -50,10 +47,7 @@ bool Publisher::hasCaughtUp() const noexcept {
   return cursor_ > goal_ || refusedInARow_ >= window_.size();
 }
 
-void Publisher::disconnected() {
-  waiting_.clear();
-  older_.clear();
-}
+void Publisher::disconnected() { waiting_.clear(); }
 
 void Publisher::pump() {
   while (!stopped_ && window_.hasRoom() && publishNext()) {
@@ -108,7 +102,6 @@ Message Publisher::messageOf(const Record& record) const {
 }
 
 bool Publisher::acknowledged(PublishId id, const std::optional<std::string>& refused) {
-  if (std::erase(older_, id) > 0) return true;
   const auto found = std::find_if(waiting_.begin(), waiting_.end(),
                                   [id](const Waiting& each) { return each.id == id; });
   if (found == waiting_.end()) return false;

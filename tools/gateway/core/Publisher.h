@@ -19,7 +19,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kestrin::gateway {
 
@@ -39,7 +38,7 @@ class Publisher {
   /// What the last connection has not acknowledged is over.
   void disconnected();
   void pump();
-  /// False when the message is another's.
+  /// False when the message is another's, or from before the last beginning.
   bool acknowledged(PublishId id, const std::optional<std::string>& refused);
   /// Hands over nothing more.
   void stop() { stopped_ = true; }
@@ -83,8 +82,7 @@ class Publisher {
   RecordNumber settled_;
   std::deque<Record> batch_;
   std::deque<Waiting> waiting_;
-  std::vector<PublishId> older_;  // Handed over before the last restart of this connection.
-  bool heldBack_ = false;         // Something before what is published now is not settled.
+  bool heldBack_ = false;  // Something before what is published now is not settled.
   std::size_t refusedInARow_ = 0;
   bool stopped_ = false;
 };

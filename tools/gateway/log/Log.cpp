@@ -510,13 +510,17 @@ struct Log::Inside {
       number = std::max(number, segment->first);
       if (auto error = point(*segment, number)) return error;
       auto& scanner = cursor->scanner;
-      const auto step = scanner.next();
+      auto step = scanner.next();
+      if (step == RecordScanner::Step::unreadable) step = scanner.seek();
       if (step == RecordScanner::Step::failed) return failedRead();
-      if (step != RecordScanner::Step::record) {
-        number = passOver(*segment, number);
+      if (step == RecordScanner::Step::end || scanner.head().number >= segment->end) {
+        cursor.reset();
+        lost(number, segment->end - 1, segment->path);
+        number = segment->end;
         continue;
       }
       if (scanner.head().number < number) continue;
+      if (!skips(number)) lost(number, scanner.head().number - 1, segment->path);
       cursor->next = scanner.head().number + 1;
       number = cursor->next;
       records.push_back(readRecord(scanner.bytes()));
@@ -548,25 +552,23 @@ struct Log::Inside {
     return error;
   }
 
+  /// Whether nothing is missing from `number` up to the record at which the cursor stands.
+  bool skips(RecordNumber number) const {
+    const RecordHead& head = cursor->scanner.head();
+    if (head.number == number) return true;
+    if (head.kind != RecordKind::gap) return false;
+    const Gap gap = readRecord(cursor->scanner.bytes()).gap.value_or(Gap{});
+    return gap.log == identity && gap.from <= number && gap.to + 1 == head.number;
+  }
+
   /// Records that have become unreadable hold nobody up: they are a gap.
-  RecordNumber passOver(const Segment& segment, RecordNumber from) {
-    RecordNumber to = segment.end - 1;
-    auto& scanner = cursor->scanner;
-    while (scanner.seek() == RecordScanner::Step::record) {
-      const RecordNumber found = scanner.head().number;
-      if (found < from || found >= segment.end) continue;
-      to = found - 1;
-      break;
-    }
-    cursor.reset();
+  void lost(RecordNumber from, RecordNumber to, const std::string& path) {
     const bool said = std::ranges::any_of(
         unreadable, [&](const auto& range) { return range.first <= from && to <= range.second; });
-    if (!said) {
-      unreadable.emplace_back(from, to);
-      owed.push_back({identity, from, to, GapReason::damaged});
-      findings.push_back(range(from, to) + " cannot be read any more in " + segment.path);
-    }
-    return to + 1;
+    if (said) return;
+    unreadable.emplace_back(from, to);
+    owed.push_back({identity, from, to, GapReason::damaged});
+    findings.push_back(range(from, to) + " cannot be read any more in " + path);
   }
 };
 
