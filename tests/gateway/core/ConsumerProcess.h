@@ -73,7 +73,7 @@ class ConsumerProcess {
   /// What it has kept safe, each under its number, in the order in which it came first.
   std::map<Key, Record> kept;
   std::vector<Key> order;
-  std::vector<Gap> gaps;
+  std::vector<Gap> gaps;  ///< As the gateway's gap records say, whatever else the consumer infers.
   std::vector<std::string> wrong;
 
  private:
