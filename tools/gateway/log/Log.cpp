@@ -462,6 +462,7 @@ struct Log::Inside {
         // What cannot be read any more is lost; a gap record will say so.
         if (step != RecordScanner::Step::record) return flush(to, bytes);
         if (scanner.head().number < moved.end) continue;
+        if (!follows(moved.end, scanner.head(), scanner.bytes(), identity)) return flush(to, bytes);
         moved.mark(scanner.head().number, to.size() + bytes.size());
         bytes.insert(bytes.end(), scanner.bytes().begin(), scanner.bytes().end());
         moved.end = scanner.head().number + 1;
