@@ -9,6 +9,7 @@
 
 #include "gateway/commands/GatewayProgram.h"
 #include "gateway/support/MosquittoProcess.h"
+#include "gateway/support/TestCertificates.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -141,6 +142,54 @@ TEST_F(GatewayServiceTest, AConsumerThatIsStartedAgainGoesOnWhereItWas) {
   EXPECT_TRUE(everythingArrives()) << consumer->errors();
   const auto printed = printedNumbers();
   EXPECT_EQ(std::set<std::string>(printed.begin(), printed.end()).size(), printed.size());
+}
+
+TEST_F(GatewayServiceTest, AKilledConsumerLosesNothingAndWhatItPrintsTwiceIsTheSame) {
+  configure("");
+  startConsumer();
+  startGateway();
+  for (int kills = 0; kills < 3; ++kills) {
+    const std::size_t before = linesOf(consumer->output());
+    ASSERT_TRUE(comesTrue([&] { return linesOf(consumer->output()) > before + 30; }));
+    consumer->kill();
+    startConsumer();
+  }
+  ASSERT_TRUE(hasTaken(20)) << gateway->errors();
+  takeReadersAway();
+  EXPECT_TRUE(everythingArrives()) << consumer->errors();
+  std::istringstream lines(consumer->output());
+  std::set<std::string> distinct;
+  for (std::string line; std::getline(lines, line);) distinct.insert(line);
+  EXPECT_EQ(distinct.size(), takenNumbers().size());
+}
+
+TEST_F(GatewayServiceTest, AConsumerBelievesTheBrokerThatTheGivenAuthorityHasSigned) {
+  TestCertificates certificates;
+  const CertificateFiles server = certificates.makeFor("localhost");
+  ASSERT_FALSE(certificates.failure()) << *certificates.failure();
+  MosquittoProcess encrypted;
+  encrypted.configure("allow_anonymous true\ncertfile " + server.certificate + "\nkeyfile " +
+                      server.key + "\n");
+  ASSERT_EQ(encrypted.start(), std::nullopt);
+  std::vector<std::string> arguments{"consume",
+                                     "--gateway",
+                                     "hall-1",
+                                     "--name",
+                                     "wms",
+                                     "--state",
+                                     folder.pathOf("tls.state"),
+                                     "--tls",
+                                     "--port",
+                                     std::to_string(encrypted.port())};
+  {
+    const GatewayProgram stranger(folder, "stranger", arguments);
+    EXPECT_TRUE(comesTrue([&] { return said(stranger, "not signed by an authority"); }))
+        << stranger.errors();
+  }
+  arguments.insert(arguments.end(), {"--ca", certificates.authority()});
+  const GatewayProgram friendly(folder, "friendly", arguments);
+  EXPECT_TRUE(comesTrue([&] { return said(friendly, "the broker is there"); }))
+      << friendly.errors();
 }
 
 TEST_F(GatewayServiceTest, ASecondConsumerOnTheSameStateIsRefused) {
