@@ -179,7 +179,7 @@ def test_nothing_is_handed_over_that_could_not_be_synced(bench: Bench) -> None:
     assert bench.consumer.last_number() <= synced
     assert max(each["n"] for each in bench.gateway.exported()) > synced
     bench.faults.end()
-    bench.wait_until_trouble_is_over("the log cannot be put on the disk")
+    bench.wait_until_trouble_is_over("nothing new is published before it is")
     expect_all(drain(bench.gateway, bench.consumer), bench.consumer.records())
 
 

@@ -96,7 +96,7 @@ def test_two_gateways_of_one_name_say_so_and_do_not_fight_at_full_speed(room: Ro
     mark = older.mark()
     younger.start()
     line = older.wait_for_line("another client with the id kestrin-gateway-gw", mark)
-    assert "give each gateway a name of its own" in line
+    assert "ive each gateway a name of its own" in line
 
     def comings() -> list[float]:
         """When one of them has said that it is there."""
