@@ -116,7 +116,8 @@ void sync(Log& log) {
 
 void check(Log& log, const std::vector<Record>& put) {
   std::vector<Record> records;
-  require(!log.read(1, 100000, 1U << 30U, records), "a disk without faults reads");
+  const auto error = log.read(1, 100000, 1U << 30U, records);
+  require(!error, "a disk without faults reads: " + (error ? error->text : ""));
   RecordNumber last = 0;
   for (const Record& record : records) {
     require(record.number > last && record.number < log.next(), "numbers go up to the next one");

@@ -29,6 +29,16 @@ RecordScanner::Step RecordScanner::seek() {
 }
 
 RecordScanner::Step RecordScanner::look() {
+  // Nearly always all of the record is there already.
+  if (place_ >= bufferPlace_ && place_ - bufferPlace_ < filled_) {
+    const auto at = static_cast<std::size_t>(place_ - bufferPlace_);
+    const ByteView seen = ByteView(buffer_).first(filled_).subspan(at);
+    if (const auto head = readHead(seen, tag_)) {
+      head_ = *head;
+      bytes_ = seen.first(head->length);
+      return Step::record;
+    }
+  }
   auto seen = view(kSmallestRecord);
   if (!seen) return Step::failed;
   if (seen->empty()) return Step::end;

@@ -192,6 +192,7 @@ class Recovery {
     result_ = {};
     result_.identity = identity;
     tag_ = tagOf(identity);
+    scanned_.clear();
     hole_ = false;
     cut_ = 0;
     chain_ = chainOf(folder_, identity, claims_.oldest);
