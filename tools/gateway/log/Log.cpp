@@ -33,11 +33,6 @@ LogIdentity randomIdentity() {
   return identity;
 }
 
-std::string range(RecordNumber from, RecordNumber to) {
-  return from == to ? "number " + std::to_string(from)
-                    : "numbers " + std::to_string(from) + " to " + std::to_string(to);
-}
-
 std::optional<std::string> complaintAbout(const LogOptions& options) {
   if (options.folder.empty()) return "the log needs a folder";
   if (options.budget < kSmallestBudget) {
@@ -261,7 +256,7 @@ struct Log::Inside {
     segment.size = current->size();
     for (const Mark& mark : marks) segment.mark(mark.number, mark.place);
     if (refusedFrom && refusalSaid) {
-      findings.push_back("the log takes records again; " + range(*refusedFrom, next - 1) +
+      findings.push_back("the log takes records again; " + numbersText(*refusedFrom, next - 1) +
                          " could not be kept");
     }
     refusedFrom.reset();
@@ -321,7 +316,7 @@ struct Log::Inside {
     if (!to || *to <= forgotten) return;
     std::erase_if(owed, [](const Gap& gap) { return gap.reason == GapReason::budget; });
     owed.push_back({identity, forgotten + 1, *to, GapReason::budget});
-    findings.push_back("the budget is used up: " + range(forgotten + 1, *to) +
+    findings.push_back("the budget is used up: " + numbersText(forgotten + 1, *to) +
                        " made room for new records");
     if (foreign && foreign->first <= *to && foreign->first > forgotten) {
       owed.push_back(foreign->second);
@@ -448,7 +443,7 @@ struct Log::Inside {
   }
 
   std::optional<FileError> copyUnsynced(LogFile& to, Segment& moved) {
-    constexpr std::size_t kPieceSize = std::size_t{256} << 10U;
+    constexpr std::size_t kMovedPiece = std::size_t{256} << 10U;
     Bytes bytes;
     for (const Segment& segment : segments) {
       if (segment.end <= moved.end) continue;
@@ -462,10 +457,11 @@ struct Log::Inside {
         // What cannot be read any more is lost; a gap record will say so.
         if (step != RecordScanner::Step::record) return flush(to, bytes);
         if (scanner.head().number < moved.end) continue;
+        if (!follows(moved.end, scanner.head(), scanner.bytes(), identity)) return flush(to, bytes);
         moved.mark(scanner.head().number, to.size() + bytes.size());
         bytes.insert(bytes.end(), scanner.bytes().begin(), scanner.bytes().end());
         moved.end = scanner.head().number + 1;
-        if (bytes.size() < kPieceSize) continue;
+        if (bytes.size() < kMovedPiece) continue;
         if (auto failed = flush(to, bytes)) return failed;
       }
     }
@@ -486,7 +482,7 @@ struct Log::Inside {
     }
     if (!segments.empty()) segments.back().end = std::min(segments.back().end, moved.first);
     if (moved.end <= written) {
-      findings.push_back("the disk has lost " + range(moved.end, written) +
+      findings.push_back("the disk has lost " + numbersText(moved.end, written) +
                          " before they were synced");
       refusedFrom = moved.end;
       written = moved.end - 1;
@@ -510,13 +506,17 @@ struct Log::Inside {
       number = std::max(number, segment->first);
       if (auto error = point(*segment, number)) return error;
       auto& scanner = cursor->scanner;
-      const auto step = scanner.next();
+      auto step = scanner.next();
+      if (step == RecordScanner::Step::unreadable) step = scanner.seek();
       if (step == RecordScanner::Step::failed) return failedRead();
-      if (step != RecordScanner::Step::record) {
-        number = passOver(*segment, number);
+      if (step == RecordScanner::Step::end || scanner.head().number >= segment->end) {
+        cursor.reset();
+        lost(number, segment->end - 1, segment->path);
+        number = segment->end;
         continue;
       }
       if (scanner.head().number < number) continue;
+      if (!skips(number)) lost(number, scanner.head().number - 1, segment->path);
       cursor->next = scanner.head().number + 1;
       number = cursor->next;
       records.push_back(readRecord(scanner.bytes()));
@@ -548,25 +548,23 @@ struct Log::Inside {
     return error;
   }
 
+  /// Whether nothing is missing from `number` up to the record at which the cursor stands.
+  bool skips(RecordNumber number) const {
+    const RecordHead& head = cursor->scanner.head();
+    if (head.number == number) return true;
+    if (head.kind != RecordKind::gap) return false;
+    const Gap gap = readRecord(cursor->scanner.bytes()).gap.value_or(Gap{});
+    return gap.log == identity && gap.from <= number && gap.to + 1 == head.number;
+  }
+
   /// Records that have become unreadable hold nobody up: they are a gap.
-  RecordNumber passOver(const Segment& segment, RecordNumber from) {
-    RecordNumber to = segment.end - 1;
-    auto& scanner = cursor->scanner;
-    while (scanner.seek() == RecordScanner::Step::record) {
-      const RecordNumber found = scanner.head().number;
-      if (found < from || found >= segment.end) continue;
-      to = found - 1;
-      break;
-    }
-    cursor.reset();
+  void lost(RecordNumber from, RecordNumber to, const std::string& path) {
     const bool said = std::ranges::any_of(
         unreadable, [&](const auto& range) { return range.first <= from && to <= range.second; });
-    if (!said) {
-      unreadable.emplace_back(from, to);
-      owed.push_back({identity, from, to, GapReason::damaged});
-      findings.push_back(range(from, to) + " cannot be read any more in " + segment.path);
-    }
-    return to + 1;
+    if (said) return;
+    unreadable.emplace_back(from, to);
+    owed.push_back({identity, from, to, GapReason::damaged});
+    findings.push_back(numbersText(from, to) + " cannot be read any more in " + path);
   }
 };
 

@@ -1,6 +1,7 @@
 #include "tools/gateway/log/RecordScanner.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 namespace kestrin::gateway {
@@ -54,9 +55,11 @@ std::optional<ByteView> RecordScanner::view(std::size_t wanted) {
 }
 
 bool RecordScanner::fill() {
-  buffer_.resize(size_);
+  const std::uint64_t left = file_->size() > place_ ? file_->size() - place_ : 0;
+  const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size_, left));
+  if (buffer_.size() < wanted) buffer_.resize(wanted);
   filled_ = 0;
-  const auto error = file_->read(place_, buffer_, filled_);
+  const auto error = file_->read(place_, std::span(buffer_).first(wanted), filled_);
   bufferPlace_ = place_;
   if (error) error_ = *error;
   return !error;

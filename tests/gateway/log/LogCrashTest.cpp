@@ -1,0 +1,497 @@
+// The log on a disk whose power fails after every single change, in histories by chance: what was
+// synced is there, in order, and nothing else is; whatever is lost is said by number; no number is
+// used again that somebody may have seen.
+//
+// KESTRIN_CRASH_HISTORIES says how many histories, KESTRIN_CRASH_SEED the first one's seed.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+
+#include "gateway/support/ModelFiles.h"
+#include "tools/gateway/log/Log.h"
+
+namespace kestrin::gateway {
+namespace {
+
+using test::DiskFaults;
+using test::ModelFiles;
+
+constexpr std::size_t kCutsPerChange = 3;
+
+std::uint64_t numberFrom(const char* name, std::uint64_t otherwise) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing sets it.
+  const char* const value = std::getenv(name);
+  return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
+}
+
+/// What the history knows besides the log.
+struct Truth {
+  struct Frame {
+    Record record;
+    RecordNumber number = 0;  // 0: the log refused it, or has not said yet.
+    bool doubtful = false;    // Its sync failed, and the disk may have lost it then.
+  };
+  LogIdentity identity;
+  std::map<std::uint64_t, Frame> frames;  // By what makes each unique.
+  RecordNumber synced = 0;                // Up to here somebody may have seen the records.
+  RecordNumber forgotten = 0;
+  std::map<std::string, std::vector<std::optional<RecordNumber>>> values;
+  std::map<std::string, std::size_t> certain;  // How many of them are too old to come back.
+  bool budgetUsed = false;
+};
+
+std::uint64_t idOf(const Record& record) {
+  std::uint64_t id = 0;
+  for (std::size_t i = 0; i < 8 && i < record.bytes.size(); ++i) id = id << 8U | record.bytes[i];
+  return id;
+}
+
+LogOptions optionsFor(std::uint64_t identities) {
+  LogOptions options;
+  options.folder = "/log";
+  options.budget = kSmallestBudget;
+  options.segmentSize = kSmallestSegment;
+  options.makeIdentity = [identities]() mutable {
+    std::string digits = std::to_string(identities++);
+    return std::string(32 - digits.size(), 'a') + digits;
+  };
+  return options;
+}
+
+std::optional<std::string> sync(Log& log) {
+  for (int i = 0; i < 5; ++i) {
+    const auto work = log.beginSync();
+    if (!work) return std::nullopt;
+    run(*work);
+    if (const auto error = log.endSync(work)) return error->text;
+  }
+  return std::nullopt;
+}
+
+std::vector<Record> readAll(Log& log) {
+  std::vector<Record> records;
+  if (const auto error = log.read(1, 1U << 30U, 1U << 30U, records)) {
+    ADD_FAILURE() << error->text;
+  }
+  return records;
+}
+
+/// Compares a log that was opened after a cut with what is known.
+class Check {
+ public:
+  Check(Log& log, const Truth& truth, bool everything)
+      : log_(log), truth_(truth), everything_(everything) {}
+
+  std::string run() {
+    if (!truth_.identity.empty() && log_.identity() != truth_.identity) {
+      return "another identity though nothing was damaged";
+    }
+    if (log_.next() <= truth_.synced) return "a number could be used again";
+    if (log_.forgotten() > truth_.forgotten) return "forgets what nobody asked it to";
+    if (auto wrong = sync(log_)) return *wrong;  // Gaps that are not written yet.
+    records_ = readAll(log_);
+    for (const auto check :
+         {&Check::checkRecords, &Check::checkSynced, &Check::checkNumbers, &Check::checkValues}) {
+      if (auto wrong = (this->*check)(); !wrong.empty()) return wrong;
+    }
+    return {};
+  }
+
+ private:
+  std::string checkRecords() {
+    RecordNumber last = 0;
+    std::set<std::uint64_t> seen;
+    for (const Record& record : records_) {
+      if (record.number <= last) return "numbers out of order";
+      last = record.number;
+      if (record.gap) {
+        if (record.gap->reason == GapReason::damaged) return "a power cut taken for damage";
+        continue;
+      }
+      const auto frame = truth_.frames.find(idOf(record));
+      if (frame == truth_.frames.end()) return "a record that was never appended";
+      if (!seen.insert(frame->first).second) return "a record twice";
+      Record expected = frame->second.record;
+      expected.number = frame->second.number == 0 ? record.number : frame->second.number;
+      if (record != expected) return "a record other than it was appended";
+    }
+    return {};
+  }
+
+  std::string checkSynced() {
+    for (const auto& [id, frame] : truth_.frames) {
+      const RecordNumber number = frame.number;
+      if (number == 0 || number <= truth_.forgotten) continue;
+      if (number > truth_.synced && !everything_) continue;
+      if (find(number) != nullptr) continue;
+      const bool mayBeLost = frame.doubtful || (number < log_.first() && truth_.budgetUsed);
+      if (mayBeLost && isSaid(number)) continue;
+      return "number " + std::to_string(number) + " is lost though it was certain";
+    }
+    return {};
+  }
+
+  const Record* find(RecordNumber number) const {
+    const auto at = std::ranges::lower_bound(records_, number, {}, &Record::number);
+    return at != records_.end() && at->number == number ? &*at : nullptr;
+  }
+
+  bool isSaid(RecordNumber number) const {
+    return std::ranges::any_of(records_, [&](const Record& record) {
+      return record.gap && record.gap->log == log_.identity() && record.gap->from <= number &&
+             number <= record.gap->to;
+    });
+  }
+
+  std::string checkNumbers() {
+    for (RecordNumber number = log_.forgotten() + 1; number < log_.next(); ++number) {
+      if (find(number) == nullptr && !isSaid(number)) {
+        return "number " + std::to_string(number) + " is missing and nothing says so";
+      }
+    }
+    return {};
+  }
+
+  std::string checkValues() {
+    std::map<std::string, RecordNumber> kept;
+    for (const auto& [name, value] : log_.kept()) kept[name] = value;
+    for (const auto& [name, values] : truth_.values) {
+      const auto found = kept.find(name);
+      const auto value = found == kept.end() ? std::nullopt : std::optional(found->second);
+      const auto certain = truth_.certain.find(name);
+      const std::size_t from = certain == truth_.certain.end() ? 0 : certain->second;
+      if (from == 0 && !value) continue;
+      const auto begin = values.begin() + static_cast<std::ptrdiff_t>(from == 0 ? 0 : from - 1);
+      if (std::find(begin, values.end(), value) == values.end()) {
+        return "the value of " + name + " is one that it had not";
+      }
+    }
+    return {};
+  }
+
+  Log& log_;
+  const Truth& truth_;
+  const bool everything_;
+  std::vector<Record> records_;
+};
+
+class History {
+ public:
+  History(std::uint64_t seed, bool faults)
+      : seed_(seed), random_(seed), withFaults_(faults), files_(makeDisk(seed)) {}
+
+  void run() {
+    watch();
+    open();
+    const std::size_t steps = 40 + below(60);
+    for (std::size_t i = 0; i < steps && !failed_; ++i) {
+      if (withFaults_) changeFaults();
+      step();
+    }
+    if (!failed_) checkAfterKill();
+  }
+  [[nodiscard]] bool failed() const { return failed_; }
+  [[nodiscard]] std::size_t cuts() const { return cuts_; }
+
+ private:
+  static std::shared_ptr<ModelFiles> makeDisk(std::uint64_t seed) {
+    auto disk = std::make_shared<ModelFiles>(seed);
+    // The folder above is there.
+    static_cast<void>(disk->makeFolder("/log"));
+    return disk;
+  }
+
+  std::size_t below(std::size_t bound) { return random_() % bound; }
+
+  void changeFaults() {
+    files_->faults = {};
+    if (below(3) != 0) return;
+    files_->faults.write = below(2) == 0 ? 0.3 : 0;
+    files_->faults.shortWrite = below(2) == 0 ? 0.3 : 0;
+    files_->faults.truncate = below(3) == 0 ? 0.5 : 0;
+    files_->faults.sync = below(2) == 0 ? 0.4 : 0;
+    files_->faults.entry = below(3) == 0 ? 0.4 : 0;
+    files_->faults.forgetPages = forgetsPages() ? 0.5 : 0;
+  }
+  bool forgetsPages() const { return seed_ % 3 == 0; }
+
+  // --- What the gateway does.
+
+  void step() {
+    switch (below(12)) {
+      case 0:
+      case 1:
+      case 2:
+      case 3:
+      case 4:
+        for (std::size_t i = below(6) + 1; i > 0; --i) append();
+        break;
+      case 5:
+      case 6:
+      case 7:
+        below(2) == 0 ? endSync() : beginSync();
+        break;
+      case 8:
+        beginSync();
+        endSync();
+        break;
+      case 9:
+        forget();
+        break;
+      case 10:
+        keep();
+        break;
+      default:
+        below(4) == 0 ? crash() : reopen();
+    }
+    noteBudget();
+  }
+
+  void append() {
+    Record record;
+    record.reader = "reader";
+    record.name = "name";
+    record.link = below(5);
+    record.bytes.assign(8 + below(seed_ % 2 == 0 ? 900 : 60), 0x55);
+    const std::uint64_t id = ++lastId_;
+    for (std::size_t i = 0; i < 8; ++i) {
+      record.bytes[i] = static_cast<std::uint8_t>(id >> (56 - 8 * i));
+    }
+    truth_.frames[id] = {record, 0, doubtful_};
+    FileError error;
+    const auto number = log_->append(record, error);
+    noteBudget();
+    if (!number && !withFaults_ && !truth_.budgetUsed) fail("append: " + error.text);
+    if (number) truth_.frames[id].number = *number;
+  }
+
+  void beginSync() {
+    if (work_) return;
+    valuesAtBegin_.clear();
+    for (const auto& [name, values] : truth_.values) valuesAtBegin_[name] = values.size();
+    work_ = log_->beginSync();
+    ran_ = false;
+  }
+
+  void endSync() {
+    if (!work_) return;
+    if (!ran_) gateway::run(*work_);
+    ran_ = true;
+    const auto error = log_->endSync(work_);
+    if (error && !withFaults_) fail("sync: " + error->text);
+    work_.reset();
+    truth_.synced = log_->synced();
+    noteBudget();
+    if (!error) truth_.certain = valuesAtBegin_;
+    doubtful_ = error && forgetsPages();
+    if (!doubtful_) return;
+    for (auto& [id, frame] : truth_.frames) {
+      if (frame.number > truth_.synced) frame.doubtful = true;
+    }
+  }
+
+  void forget() {
+    if (truth_.synced == 0) return;
+    truth_.forgotten = std::max(truth_.forgotten, below(truth_.synced) + 1);
+    log_->forget(truth_.forgotten);
+  }
+
+  void keep() {
+    const std::string name = below(2) == 0 ? "one" : "two";
+    if (below(5) == 0) {
+      truth_.values[name].push_back(std::nullopt);
+      log_->drop(name);
+      return;
+    }
+    truth_.values[name].push_back(below(1000));
+    log_->keep(name, *truth_.values[name].back());
+  }
+
+  /// Only then may the log give up what it has.
+  void noteBudget() {
+    if (log_->size() > kSmallestBudget / 2) truth_.budgetUsed = true;
+  }
+
+  // --- What happens to it.
+
+  void open() {
+    std::string error;
+    work_.reset();
+    for (int i = 0; i < 20 && !log_; ++i) {
+      log_ = Log::open(files_, optionsFor(seed_), error);
+      if (!log_ && !withFaults_) return fail("open: " + error);
+      if (i == 10) files_->faults = {};
+    }
+    if (!log_) return fail("open: " + error);
+    truth_.identity = log_->identity();
+    noteBudget();
+  }
+
+  void reopen() {
+    log_.reset();
+    work_.reset();
+    files_ = files_->afterKill();
+    watch();
+    open();
+    if (!failed_ && !forgetsPages()) checkNow(*log_, true, "after a kill");
+    if (!failed_) adopt();
+  }
+
+  /// The history goes on with what a cut has left.
+  void crash() {
+    log_.reset();
+    work_.reset();
+    files_ = files_->afterCut(random_());
+    watch();
+    open();
+    if (!failed_) adopt();
+  }
+
+  /// What was lost on the way never comes back.
+  void adopt() {
+    std::map<std::uint64_t, RecordNumber> numbers;
+    for (const Record& record : readAll(*log_)) {
+      if (!record.gap) numbers[idOf(record)] = record.number;
+    }
+    std::erase_if(truth_.frames, [&](const auto& entry) {
+      return !numbers.contains(entry.first) && entry.second.number > truth_.synced;
+    });
+    for (auto& [id, frame] : truth_.frames) {
+      if (numbers.contains(id)) frame.number = numbers[id];
+    }
+    truth_.synced = log_->synced();
+    for (auto& [name, values] : truth_.values) {
+      std::optional<RecordNumber> now;
+      for (const auto& [kept, value] : log_->kept()) {
+        if (kept == name) now = value;
+      }
+      values.assign(1, now);
+      truth_.certain[name] = 1;
+    }
+  }
+
+  // --- What must hold after each change.
+
+  void watch() {
+    files_->changed = [this] {
+      if (failed_ || checking_) return;
+      checking_ = true;
+      for (std::size_t i = 0; i < kCutsPerChange && !failed_; ++i) checkCut();
+      checking_ = false;
+    };
+  }
+
+  void checkCut() {
+    ++cuts_;
+    const std::uint64_t cutSeed = random_();
+    auto disk = files_->afterCut(cutSeed);
+    checkOpened(disk, false, "after a cut");
+    // What was cut while it recovered from a cut recovers as well.
+    if (failed_ || below(8) != 0) return;
+    disk = files_->afterCut(cutSeed);
+    const std::size_t at = below(12);
+    std::size_t changes = 0;
+    std::shared_ptr<ModelFiles> second;
+    ModelFiles& watched = *disk;
+    watched.changed = [&] {
+      if (changes++ == at) second = watched.afterCut(random_());
+    };
+    std::string error;
+    Log::open(disk, optionsFor(seed_), error);
+    watched.changed = nullptr;
+    if (second) checkOpened(second, false, "after a cut within recovery");
+  }
+
+  void checkOpened(const std::shared_ptr<ModelFiles>& disk, bool everything,
+                   const std::string& when) {
+    std::string error;
+    auto log = Log::open(disk, optionsFor(seed_), error);
+    if (!log) return fail("open " + when + ": " + error);
+    checkNow(*log, everything, when);
+    if (!failed_ && below(4) == 0) checkGoesOn(disk, std::move(log));
+  }
+
+  void checkNow(Log& log, bool everything, const std::string& when) {
+    const std::string wrong = Check(log, truth_, everything).run();
+    if (!wrong.empty()) fail(wrong + " " + when);
+  }
+
+  /// A log that was recovered is a log like any other.
+  void checkGoesOn(const std::shared_ptr<ModelFiles>& disk, std::unique_ptr<Log> log) {
+    Record record;
+    record.bytes.assign(30, 1);
+    FileError error;
+    const auto number = log->append(record, error);
+    if (!number) {
+      if (!truth_.budgetUsed) fail("append after a cut: " + error.text);
+      return;
+    }
+    if (const auto wrong = sync(*log)) return fail("sync after a cut: " + *wrong);
+    const LogIdentity identity = log->identity();
+    log.reset();
+    std::string text;
+    log = Log::open(disk->afterCut(random_()), optionsFor(seed_), text);
+    if (!log) return fail("open after the second cut: " + text);
+    const auto records = readAll(*log);
+    const bool there = std::ranges::any_of(records, [&](const Record& found) {
+      return found.number == *number && found.bytes == record.bytes;
+    });
+    if (log->identity() != identity || !there) fail("what was synced after a cut is lost");
+  }
+
+  void checkAfterKill() {
+    log_.reset();
+    files_->faults = {};
+    checkOpened(files_->afterKill(), !forgetsPages(), "after a kill");
+  }
+
+  void fail(const std::string& what) {
+    if (!failed_) ADD_FAILURE() << what << "; KESTRIN_CRASH_SEED=" << seed_ << " repeats it";
+    failed_ = true;
+  }
+
+  const std::uint64_t seed_;
+  std::mt19937_64 random_;
+  const bool withFaults_;
+  std::shared_ptr<ModelFiles> files_;
+  std::unique_ptr<Log> log_;
+  std::shared_ptr<SyncWork> work_;
+  bool ran_ = false;
+  bool doubtful_ = false;
+  std::map<std::string, std::size_t> valuesAtBegin_;
+  Truth truth_;
+  std::uint64_t lastId_ = 0;
+  std::size_t cuts_ = 0;
+  bool failed_ = false;
+  bool checking_ = false;
+};
+
+void runHistories(bool faults) {
+  const std::uint64_t count = numberFrom("KESTRIN_CRASH_HISTORIES", 50);
+  const std::uint64_t first = numberFrom("KESTRIN_CRASH_SEED", 1);
+  std::size_t cuts = 0;
+  for (std::uint64_t seed = first; seed < first + count; ++seed) {
+    History history(seed, faults);
+    history.run();
+    cuts += history.cuts();
+    if (history.failed()) return;
+  }
+  testing::Test::RecordProperty("cuts", std::to_string(cuts));
+  std::printf("%zu cuts in %llu histories\n", cuts, static_cast<unsigned long long>(count));
+  EXPECT_GT(cuts, count);
+}
+
+TEST(GatewayLogCrash, WhatWasSyncedSurvivesACutAfterEveryChange) { runHistories(false); }
+
+TEST(GatewayLogCrash, WhatWasSyncedSurvivesACutAfterEveryChangeOfADiskThatFails) {
+  runHistories(true);
+}
+
+}  // namespace
+}  // namespace kestrin::gateway
