@@ -23,7 +23,7 @@ class ConfigFiles : public testing::Test {
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
   std::string put(const std::string& name, const std::string& content, ::mode_t mode = 0600) {
-    const std::string path = folder_ + '/' + name;
+    std::string path = folder_ + '/' + name;
     std::ofstream(path) << content;
     EXPECT_EQ(::chmod(path.c_str(), mode), 0);
     return path;

@@ -101,6 +101,16 @@ TEST_F(GatewayLog, BeginsWithNumberOneAndAnIdentityOfItsOwn) {
   EXPECT_THAT(found_, IsEmpty());
 }
 
+TEST_F(GatewayLog, WhoReadsOnWhileRecordsComeMissesNone) {
+  open();
+  for (RecordNumber number = 1; number <= 500; ++number) {
+    EXPECT_EQ(append(), number);
+    EXPECT_THAT(records(number), SizeIs(1));
+  }
+  EXPECT_THAT(log_->takeFindings(), IsEmpty());
+  EXPECT_EQ(log_->next(), 501U);
+}
+
 TEST_F(GatewayLog, GivesBackEveryFieldOfARecord) {
   open();
   Record value = frame(3);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace kestrin::gateway {
 
@@ -47,8 +47,10 @@ std::optional<std::string> whyNotTried(const BrokerConfig& config, const std::st
 
 std::optional<std::string> passwordIn(const std::string& file, std::string& error) {
   std::ifstream stream(file, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream) {
+  std::ostringstream content;
+  content << stream.rdbuf();
+  std::string text = content.str();
+  if (!stream.is_open() || stream.bad()) {
     error = "the password cannot be read from " + file + "; is the file there and readable?";
     return std::nullopt;
   }

@@ -13,6 +13,10 @@ namespace {
 
 // For the farewell itself, once the limit for the acknowledgements has passed.
 constexpr Time kFarewellGrace = std::chrono::milliseconds(500);
+// So many short connections in a row that the broker ends without a word are probably taken over by
+// another client with the same id: not every broker says so.
+constexpr int kClosedInARow = 3;
+constexpr Time kShortConnection = std::chrono::seconds(30);
 
 }  // namespace
 
@@ -49,6 +53,7 @@ class MosquittoBroker::Inside : public std::enable_shared_from_this<Inside> {
   void handle(const Message& message);
   [[nodiscard]] bool triesOlderProtocol(const LinkDown& down) const;
   void tryAgain(const LinkDown& down);
+  [[nodiscard]] std::string textOf(const LinkDown& down) const;
   void sayFarewellIfDone();
   void stopLimitHasPassed();
   void finish();
@@ -67,6 +72,7 @@ class MosquittoBroker::Inside : public std::enable_shared_from_this<Inside> {
   int protocol_ = 5;           // Of this attempt.
   std::optional<BrokerUp> up_;
   Time upSince_ = Time::zero();
+  int closedInARow_ = 0;
   std::size_t unacknowledged_ = 0;
   PublishId lastId_ = 0;
   Timer pauseTimer_, attemptTimer_, stopTimer_;
@@ -201,16 +207,26 @@ void MosquittoBroker::Inside::handle(const LinkDown& down) {
   if (!handlers_.onDown) return;
   handlers_.onDown(forFiles ? brokerText(settings_.config) +
                                   ": connecting again, to read certificates and keys again"
-                            : down.why);
+                            : textOf(down));
 }
 
 bool MosquittoBroker::Inside::triesOlderProtocol(const LinkDown& down) const {
   return down.end == LinkEnd::protocolRefused && settings_.config.protocol == 0 && protocol_ == 5;
 }
 
+std::string MosquittoBroker::Inside::textOf(const LinkDown& down) const {
+  if (closedInARow_ < kClosedInARow) return down.why;
+  return down.why +
+         ", soon after it was made and not for the first time; is there another client with the "
+         "id " +
+         settings_.clientId + "? Give each gateway a name of its own";
+}
+
 void MosquittoBroker::Inside::tryAgain(const LinkDown& down) {
   const Time held = up_ ? loop_->now() - upSince_ : Time::zero();
   up_.reset();
+  const bool isShort = down.end == LinkEnd::closed && held < kShortConnection;
+  closedInARow_ = isShort ? closedInARow_ + 1 : 0;
   const bool atOnce = std::exchange(reloading_, false);
   const Time pause = pause_.after({held, down.end == LinkEnd::takenOver});
   arm(pauseTimer_, atOnce ? Time::zero() : pause, &Inside::attempt);

@@ -172,14 +172,13 @@ std::string MosquittoClient::tlsText() const {
   if (says("certificate required") || says("handshake failure")) {
     return "it wants a client certificate; name one and its key";
   }
-  if (says("alert")) {
-    return "it does not accept the client certificate, or no certificate that it knows (" +
-           libraryLine_ + ")";
-  }
   if (says("wrong version number") || says("packet length too long")) {
     return "no TLS is spoken on this port; use the broker's port for TLS, or leave TLS out";
   }
-  return "TLS fails" + (libraryLine_.empty() ? std::string() : ": " + libraryLine_);
+  if (!libraryLine_.empty() && !says("alert")) return "TLS fails: " + libraryLine_;
+  return settings_.config.tls.certificateFile
+             ? "it ends the encrypted connection; it may not accept the client certificate"
+             : "it ends the encrypted connection; it may want a client certificate";
 }
 
 std::string MosquittoClient::connectText(int error) const {
@@ -218,6 +217,7 @@ void MosquittoClient::connected(int reason, const mqtt5__property* properties) {
     end(LinkEnd::failed, "it refuses the connection: " + refusalText(reason, settings_.protocol));
     return;
   }
+  accepted_ = true;
   const std::size_t asked = std::clamp<std::size_t>(settings_.config.window, 1, 100);
   up_.protocol = settings_.protocol;
   up_.window = asked;
@@ -261,10 +261,10 @@ void MosquittoClient::disconnected(int reason) {
     end(LinkEnd::failed, "it ends the connection: " + reasonText(reason));
   } else if (reason == MOSQ_ERR_KEEPALIVE) {
     end(LinkEnd::failed, "it has been silent for longer than the keep alive");
-  } else if (reason == MOSQ_ERR_TLS) {
+  } else if (reason == MOSQ_ERR_TLS || (settings_.config.tls.on && !accepted_)) {
     end(LinkEnd::failed, tlsText());
   } else {
-    end(LinkEnd::failed, "the connection is lost");
+    end(accepted_ ? LinkEnd::closed : LinkEnd::failed, "the connection is lost");
   }
 }
 

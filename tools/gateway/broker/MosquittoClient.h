@@ -84,6 +84,7 @@ class MosquittoClient {
   std::optional<LinkDown> ended_;
   std::string libraryLine_;  // The last one of trouble that the library logged.
   BrokerUp up_{};
+  bool accepted_ = false;  // By the broker.
   bool farewell_ = false;
 };
 

@@ -28,7 +28,8 @@ struct LinkAcknowledged {
 };
 
 enum class LinkEnd : std::uint8_t {
-  failed,           ///< Lost, refused, or it did not come about.
+  failed,           ///< It did not come about, or ended for a reason that was said.
+  closed,           ///< It was there and ended without a word.
   protocolRefused,  ///< The broker does not speak this version of MQTT.
   takenOver,        ///< By another client with the same id.
   farewell,         ///< We have said it.

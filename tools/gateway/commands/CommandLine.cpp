@@ -10,7 +10,7 @@
 
 #include "tools/NearestWord.h"
 #include "tools/gateway/commands/Commands.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -34,10 +34,10 @@ std::string checkFilled(const std::string& text) {
 
 std::string checkPort(const std::string& text) {
   constexpr int kMost = 65535;
-  const bool digits =
-      !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
+  const bool digits = !text.empty() && text.size() <= 5 &&
+                      text.find_first_not_of("0123456789") == std::string::npos;
   if (digits && std::stoi(text) >= 1 && std::stoi(text) <= kMost) return "";
-  return "'" + shownText(text) + "' is not a port; right are 1 to 65535";
+  return "'" + safeText(text) + "' is not a port; right are 1 to 65535";
 }
 
 void addRun(CLI::App& app, Requests& requests) {
@@ -50,6 +50,11 @@ void addRun(CLI::App& app, Requests& requests) {
   command
       ->add_option("--sent", requests.run.sent,
                    "With the simulated radio: add what its readers send to this file, a line each")
+      ->type_name("FILE");
+  command
+      ->add_option(
+          "--taken", requests.run.taken,
+          "Add what the log has taken to this file, a line each, to hold a consumer against")
       ->type_name("FILE");
   command->footer(
       "Stays in the foreground; a line for each event on standard error. SIGTERM and SIGINT stop\n"
@@ -72,7 +77,8 @@ void addLog(CLI::App& app, Requests& requests) {
       ->required()
       ->check(checkFilled);
   command->footer(
-      "Changes nothing, and may be used while the gateway runs. What is wrong with the log is said\n"
+      "Changes nothing, and may be used while the gateway runs. What is wrong with the log is "
+      "said\n"
       "on standard error.\n\nExample:\n  kestrin-gateway log /var/lib/kestrin-gateway/log");
 }
 
@@ -104,7 +110,8 @@ void addExport(CLI::App& app, Requests& requests) {
 
 void addTls(CLI::App& command, BrokerConfig& broker) {
   command.add_flag("--tls", broker.tls.on, "Encrypt the connection");
-  command.add_option("--ca", broker.tls.caFile, "Whom to trust, instead of the system's; with --tls")
+  command
+      .add_option("--ca", broker.tls.caFile, "Whom to trust, instead of the system's; with --tls")
       ->type_name("FILE");
   command.add_option("--certificate", broker.tls.certificateFile, "The consumer's; with --tls")
       ->type_name("FILE");
@@ -173,8 +180,8 @@ std::vector<std::string> knownWords(const CLI::App& app, const CLI::App* command
 
 std::string unexpectedInWords(const CLI::App& app, const CLI::App* command,
                               const std::string& typed) {
-  std::string text = "'" + shownText(typed) + "' is not expected";
-  if (command == nullptr) text = "'" + shownText(typed) + "' is not a command";
+  std::string text = "'" + safeText(typed) + "' is not expected";
+  if (command == nullptr) text = "'" + safeText(typed) + "' is not a command";
   const std::string meant = tools::nearestWord(typed, knownWords(app, command));
   return meant.empty() ? text : text + "; did you mean " + meant + "?";
 }
@@ -200,7 +207,7 @@ int sayParseResult(const CLI::App& app, const CLI::ParseError& error, Output& ou
   }
   std::replace(text.begin(), text.end(), '\n', ' ');
   const std::string place = early ? "" : " " + commands.front()->get_name();
-  output.note(shownText(text) + " (kestrin-gateway" + place + " --help says more)");
+  output.note(safeText(text) + " (kestrin-gateway" + place + " --help says more)");
   return kWrongUsage;
 }
 

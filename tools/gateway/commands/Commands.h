@@ -21,7 +21,9 @@ inline constexpr int kWrongUsage = 2;  ///< The configuration or the command lin
 struct RunRequest {
   std::string config;
   std::optional<std::string> sent{};  ///< Where simulated readers write down what they send.
-  bool log = false;                   ///< Whether the library's log is shown.
+  /// Where each record is written down once the log has it: log, number, bytes.
+  std::optional<std::string> taken{};
+  bool log = false;  ///< Whether the library's log is shown.
 };
 int runGateway(const RunRequest& request, Output& output);
 

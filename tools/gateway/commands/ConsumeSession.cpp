@@ -49,6 +49,8 @@ void ConsumeSession::start() {
   handlers.onUp = [this](const BrokerUp&) { up(); };
   handlers.onDown = [this](const std::string& why) { output_.note(why); };
   handlers.onMessage = [this](const Message& message) {
+    // What comes behind the last state would be printed again next time.
+    if (stopping_) return;
     consumer_.take(message);
     flushSoon();
   };
@@ -58,6 +60,7 @@ void ConsumeSession::start() {
 
 void ConsumeSession::stop(std::function<void()> done) {
   tick();
+  stopping_ = true;
   broker_.stop(kFarewellSeconds, std::move(done));
 }
 
@@ -69,7 +72,7 @@ std::string ConsumeSession::summary() const {
 void ConsumeSession::up() {
   output_.note("the broker is there");
   waitingCommit_.reset();
-  if (settle()) consumer_.connected();
+  if (!stopping_ && settle()) consumer_.connected();
 }
 
 void ConsumeSession::publish(const Message& message) {
@@ -90,7 +93,7 @@ void ConsumeSession::tickLater() {
 }
 
 void ConsumeSession::tick() {
-  if (!settle()) return;
+  if (stopping_ || !settle()) return;
   if (waitingCommit_) publish(Message(*waitingCommit_));
   consumer_.tick();
 }

@@ -59,6 +59,7 @@ class ConsumeSession {
   std::optional<Message> waitingCommit_;  // The broker had no room for it.
   std::optional<RunLoop::TimerId> timer_;
   bool flushing_ = false;
+  bool stopping_ = false;
   bool failed_ = false;
   const std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/consumer/Stream.h"
 
 namespace kestrin::gateway {
@@ -76,13 +76,15 @@ std::optional<ConsumerPositions> statePositions(const std::string& text, const s
                                                 const std::string& consumer, std::string& error) {
   const std::size_t sum = text.rfind("sum ");
   if (!text.starts_with(kFirstLine) || sum == std::string::npos) {
-    error = "is not the state of a consumer, or is damaged; put the right file back, or remove it "
-            "to be given everything that the gateway still has";
+    error =
+        "is not the state of a consumer, or is damaged; put the right file back, or remove it "
+        "to be given everything that the gateway still has";
     return std::nullopt;
   }
   if (text.substr(sum) != "sum " + sumOf(std::string_view(text).substr(0, sum)) + "\n") {
-    error = "is damaged: its sum is not right; put a good copy back, or remove it to be given "
-            "everything that the gateway still has";
+    error =
+        "is damaged: its sum is not right; put a good copy back, or remove it to be given "
+        "everything that the gateway still has";
     return std::nullopt;
   }
   const std::string head = headOf(gateway, consumer);
@@ -95,7 +97,7 @@ std::optional<ConsumerPositions> statePositions(const std::string& text, const s
   std::istringstream lines(text.substr(head.size(), sum - head.size()));
   for (std::string line; std::getline(lines, line);) {
     if (addPosition(line, positions)) continue;
-    error = "has a line that is not right: " + shownText(line) + "; right is next LOG NUMBER";
+    error = "has a line that is not right: " + safeText(line) + "; right is next LOG NUMBER";
     return std::nullopt;
   }
   return positions;
@@ -104,8 +106,8 @@ std::optional<ConsumerPositions> statePositions(const std::string& text, const s
 std::unique_ptr<ConsumerState> ConsumerState::open(std::shared_ptr<FileLayer> files,
                                                    std::string path, std::string gateway,
                                                    std::string consumer, std::string& error) {
-  std::unique_ptr<ConsumerState> state(new ConsumerState(
-      std::move(files), std::move(path), std::move(gateway), std::move(consumer)));
+  std::unique_ptr<ConsumerState> state(new ConsumerState(std::move(files), std::move(path),
+                                                         std::move(gateway), std::move(consumer)));
   auto why = state->lock();
   if (!why) why = state->load();
   if (!why) return state;

@@ -1,18 +1,12 @@
 #include "tools/gateway/commands/GatewayRadio.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
 #include <fstream>
 #include <iterator>
 #include <random>
-#include <system_error>
 #include <utility>
 
-#include "tools/gateway/commands/Output.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/LineFile.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/commands/SimulatedReaders.h"
 
 #ifdef KESTRIN_HAS_BLUEZ
@@ -43,30 +37,6 @@ Platform platformOn(const std::shared_ptr<MainRunLoop>& loop, bool log) {
   return platform;
 }
 
-/// What the simulated readers have sent, written down at once, so that it outlives the process.
-class SentFile {
- public:
-  SentFile() = default;
-  ~SentFile() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-  }
-  SentFile(const SentFile&) = delete;
-  SentFile& operator=(const SentFile&) = delete;
-
-  std::optional<std::string> open(const std::string& path) {
-    constexpr mode_t kMode = 0644;
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kMode);
-    if (descriptor_ >= 0) return std::nullopt;
-    return path + ": " + std::error_code(errno, std::generic_category()).message();
-  }
-  void write(const std::string& name, const NSData& bytes) {
-    if (descriptor_ >= 0) writeAll(descriptor_, shownText(name) + "\t" + hexText(bytes.span()) + "\n");
-  }
-
- private:
-  int descriptor_ = -1;
-};
-
 class SimulatedRoom final : public GatewayRadio {
  public:
   SimulatedRoom(const std::shared_ptr<MainRunLoop>& loop, bool log) : loop_(loop) {
@@ -85,7 +55,7 @@ class SimulatedRoom final : public GatewayRadio {
       if (auto why = sent_.open(*request.sent)) return why;
     }
     const auto write = [this](const std::string& name, const NSData& bytes) {
-      sent_.write(name, bytes);
+      sent_.add(safeText(name) + "\t" + hexText(bytes.span()));
     };
     readers_.emplace(loop_, *radio_, *plans, std::random_device()(), write);
     return std::nullopt;
@@ -116,7 +86,7 @@ class SimulatedRoom final : public GatewayRadio {
   const std::weak_ptr<MainRunLoop> loop_;
   Platform platform_;
   std::shared_ptr<simulated::SimulatedRadio> radio_;
-  SentFile sent_;
+  LineFile sent_;
   std::optional<SimulatedReaders> readers_;
 };
 
@@ -135,8 +105,8 @@ class BluezRadio final : public GatewayRadio {
 #endif
 
 std::unique_ptr<GatewayRadio> makeBluez([[maybe_unused]] const std::shared_ptr<MainRunLoop>& loop,
-                                 [[maybe_unused]] const RadioRequest& request,
-                                 [[maybe_unused]] std::string& error) {
+                                        [[maybe_unused]] const RadioRequest& request,
+                                        [[maybe_unused]] std::string& error) {
 #ifdef KESTRIN_HAS_BLUEZ
   return std::make_unique<BluezRadio>(loop, request);
 #else
@@ -148,7 +118,7 @@ std::unique_ptr<GatewayRadio> makeBluez([[maybe_unused]] const std::shared_ptr<M
 }  // namespace
 
 std::unique_ptr<GatewayRadio> makeRadio(const std::shared_ptr<MainRunLoop>& loop,
-                                 const RadioRequest& request, std::string& error) {
+                                        const RadioRequest& request, std::string& error) {
   if (request.choice == RadioChoice::bluez) {
     if (!request.sent) return makeBluez(loop, request, error);
     error = "--sent: only the simulated radio writes down what its readers send";

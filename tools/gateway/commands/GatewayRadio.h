@@ -39,6 +39,6 @@ struct RadioRequest {
 
 /// Null, with the reason in `error`, when this build or this machine does not have it.
 std::unique_ptr<GatewayRadio> makeRadio(const std::shared_ptr<MainRunLoop>& loop,
-                                 const RadioRequest& request, std::string& error);
+                                        const RadioRequest& request, std::string& error);
 
 }  // namespace kestrin::gateway

@@ -2,7 +2,7 @@
 
 #include <KestrinBLESDK/RcpFrame.h>
 
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/message/Messages.h"
 
 namespace kestrin::gateway {
@@ -27,8 +27,8 @@ std::optional<std::string> textOf(const std::optional<T>& number) {
 }
 
 void addDelivery(RecordRow& row, const Record& record) {
-  row.reader = shownText(record.reader);
-  row.name = shownText(record.name);
+  row.reader = safeText(record.reader);
+  row.name = safeText(record.name);
   row.link = record.link;
   row.at = utcText(record.wallMs);
   row.mono = record.monoMs;
@@ -58,20 +58,20 @@ RecordRow rowOf(const LogIdentity& log, const Record& record) {
 
 const std::vector<std::string>& columnNames() {
   static const std::vector<std::string> names{
-      "log",  "n",    "kind",    "reader",  "name",     "link",   "at",        "mono", "bytes",
-      "type", "code", "payload", "gap_log", "gap_from", "gap_to", "gap_reason"};
+      "log",   "n",    "kind", "reader",  "name",    "link",     "at",     "mono",
+      "bytes", "type", "code", "payload", "gap_log", "gap_from", "gap_to", "gap_reason"};
   return names;
 }
 
 std::vector<std::optional<std::string>> columnsOf(const RecordRow& row) {
   std::vector<std::optional<std::string>> columns{
-      row.log,        std::to_string(row.number), row.kind,  row.reader,
-      row.name,       textOf(row.link),           row.at,    textOf(row.mono),
-      row.bytes,      textOf(row.type),           textOf(row.code), row.payload};
+      row.log,   std::to_string(row.number), row.kind,         row.reader,
+      row.name,  textOf(row.link),           row.at,           textOf(row.mono),
+      row.bytes, textOf(row.type),           textOf(row.code), row.payload};
   if (row.gap) {
-    columns.insert(columns.end(), {row.gap->log, std::to_string(row.gap->from),
-                                   std::to_string(row.gap->to),
-                                   std::string(wordOf(row.gap->reason))});
+    columns.insert(columns.end(),
+                   {row.gap->log, std::to_string(row.gap->from), std::to_string(row.gap->to),
+                    std::string(wordOf(row.gap->reason))});
   }
   columns.resize(columnNames().size());
   return columns;

@@ -11,7 +11,8 @@
 #include "tools/gateway/broker/MosquittoBroker.h"
 #include "tools/gateway/commands/Commands.h"
 #include "tools/gateway/commands/GatewayRadio.h"
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/LineFile.h"
+#include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/commands/Signals.h"
 #include "tools/gateway/commands/ThreadSyncing.h"
 #include "tools/gateway/core/Gateway.h"
@@ -78,6 +79,7 @@ class Run {
     output_.note("gateway " + config_.name + ", version " + KESTRIN_VERSION + ": log " +
                  parts->log->identity() + " in " + config_.log.folder + ", " +
                  brokerText(config_.broker));
+    if (const auto why = writeDown(*parts)) return failed(*why);
     gateway_ = std::make_unique<Gateway>(std::move(*parts), config_);
     loop_->run();
     gateway_.reset();
@@ -103,14 +105,23 @@ class Run {
     if (!parts.log) return std::nullopt;
     parts.platform = radio.platform();
     parts.broker = std::make_unique<MosquittoBroker>(
-        loop_,
-        BrokerSettings{.config = config_.broker, .clientId = clientIdOf(config_.name)});
+        loop_, BrokerSettings{.config = config_.broker, .clientId = clientIdOf(config_.name)});
     parts.syncing = std::make_shared<ThreadSyncing>(loop_);
     parts.clocks = {.wallMs = [] { return millisecondsOf(CLOCK_REALTIME); },
                     .monoMs = [] { return millisecondsOf(CLOCK_BOOTTIME); }};
     parts.identity = identityOf(config_);
     parts.say = [this](const std::string& line) { output_.note(line); };
     return parts;
+  }
+
+  std::optional<std::string> writeDown(Parts& parts) {
+    if (!request_.taken) return std::nullopt;
+    if (auto why = taken_.open(*request_.taken)) return why;
+    parts.onAppended = [this, log = parts.log->identity()](const Record& record,
+                                                           std::optional<RecordNumber> number) {
+      if (number) taken_.add(log + " " + std::to_string(*number) + " " + hexText(record.bytes));
+    };
+    return std::nullopt;
   }
 
   void end() {
@@ -137,6 +148,7 @@ class Run {
   const RunRequest& request_;
   const Config config_;
   Output& output_;
+  LineFile taken_;
   const std::shared_ptr<MainRunLoop> loop_ = std::make_shared<MainRunLoop>();
   std::unique_ptr<Gateway> gateway_;
 };

@@ -1,7 +1,7 @@
 // The signals by which a supervisor or a terminal steers the program, as tasks on its run loop.
 //
-// SIGTERM and SIGINT ask for the end, SIGHUP for another look at the configuration. A second SIGTERM
-// or SIGINT ends the process at once.
+// SIGTERM and SIGINT ask for the end, SIGHUP for another look at the configuration. A second
+// SIGTERM or SIGINT ends the process at once.
 //
 // Threads: made before any other thread is started (a thread that does not block the signals would
 // be killed by them), on the thread that turns the loop; the handlers are called there.

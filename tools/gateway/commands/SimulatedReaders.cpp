@@ -6,7 +6,7 @@
 #include <charconv>
 #include <utility>
 
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -15,6 +15,7 @@ using simulated::ReaderFamily;
 
 constexpr double kLeastPause = 0.001;
 constexpr double kMostPause = 3600;
+constexpr std::size_t kPieceSize = 20;  // What a notification of the simulated radio holds.
 constexpr std::uint8_t kReport = 0x02;
 constexpr std::uint8_t kInventory = 0x22;
 
@@ -25,17 +26,19 @@ ReaderFamily familyOf(const std::string& name) {
 std::optional<SimulatedReaderPlan> planOf(std::string_view line, std::string& error) {
   const std::size_t space = line.find(' ');
   if (space == std::string_view::npos || space + 1 == line.size()) {
-    error = "a reader's line has the seconds between what it sends, a space, and its name, as in "
-            "0.5 KVR-0417";
+    error =
+        "a reader's line has the seconds between what it sends, a space, and its name, as in "
+        "0.5 KVR-0417";
     return std::nullopt;
   }
   double seconds = 0;
   const char* const end = line.data() + space;
   const auto result = std::from_chars(line.data(), end, seconds);
-  const bool inRange = seconds >= kLeastPause && seconds <= kMostPause;  // Not so for what is no number.
+  const bool inRange =
+      seconds >= kLeastPause && seconds <= kMostPause;  // Not so for what is no number.
   if (result.ec != std::errc() || result.ptr != end || !inRange) {
-    error = "'" + shownText(line.substr(0, space)) +
-            "' is not a pause; right are 0.001 to 3600 seconds";
+    error =
+        "'" + safeText(line.substr(0, space)) + "' is not a pause; right are 0.001 to 3600 seconds";
     return std::nullopt;
   }
   return SimulatedReaderPlan{std::string(line.substr(space + 1)), timeFromSeconds(seconds)};
@@ -72,8 +75,8 @@ std::optional<std::vector<SimulatedReaderPlan>> simulatedReadersOf(std::string_v
 }
 
 SimulatedReaders::SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::SimulatedRadio& radio,
-                                   const std::vector<SimulatedReaderPlan>& plans,
-                                   std::uint32_t run, Sent sent) {
+                                   const std::vector<SimulatedReaderPlan>& plans, std::uint32_t run,
+                                   Sent sent) {
   for (const SimulatedReaderPlan& plan : plans) {
     const auto reader = std::make_shared<Reader>();
     reader->plan = plan;
@@ -82,9 +85,24 @@ SimulatedReaders::SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::Simul
     reader->index = static_cast<std::uint8_t>(readers_.size());
     reader->sent = sent;
     reader->device = radio.addReader(plan.name, reader->family);
+    reader->device->setScript(answersOf(*reader));
     readers_.push_back(reader);
     sendLater(loop, reader);
   }
+}
+
+simulated::ReaderScript SimulatedReaders::answersOf(const Reader& reader) {
+  return [name = reader.plan.name, family = reader.family, sent = reader.sent,
+          answers = simulated::defaultReaderScript()](const NSData& command) {
+    const std::vector<NSData> frames = answers(command);
+    if (!sent) return frames;
+    for (const NSData& frame : frames) {
+      const bool whole = family == ReaderFamily::standard;
+      const std::size_t size = whole ? frame.length() : kPieceSize;
+      for (const NSData& piece : simulated::cutIntoPieces(frame, size)) sent(name, piece);
+    }
+    return frames;
+  };
 }
 
 void SimulatedReaders::sendLater(const std::weak_ptr<RunLoop>& loop,

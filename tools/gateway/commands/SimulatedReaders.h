@@ -36,7 +36,8 @@ std::optional<std::vector<SimulatedReaderPlan>> simulatedReadersOf(std::string_v
 
 class SimulatedReaders {
  public:
-  /// Is called with everything that a reader has sent over a link.
+  /// Is called with everything that a reader has sent over a link, as an application gets it: a
+  /// whole frame, or one value.
   using Sent = std::function<void(const std::string& name, const NSData& bytes)>;
 
   /// `run` is in everything that is sent, so that no run sends what another one has sent.
@@ -53,6 +54,8 @@ class SimulatedReaders {
     std::shared_ptr<simulated::VirtualPeripheral> device{};
     std::uint32_t count = 0;
   };
+  /// The answers to commands, which are sent too.
+  static simulated::ReaderScript answersOf(const Reader& reader);
   static void sendLater(const std::weak_ptr<RunLoop>& loop, const std::shared_ptr<Reader>& reader);
   static void send(Reader& reader);
 

@@ -57,7 +57,8 @@ class SqliteWriter final : public RecordWriter {
   /// Columns of numbers take numbers from text by themselves.
   void bind(int place, const std::optional<std::string>& text) {
     if (text) {
-      sqlite3_bind_text64(insert_, place, text->c_str(), text->size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+      sqlite3_bind_text64(insert_, place, text->c_str(), text->size(), SQLITE_TRANSIENT,
+                          SQLITE_UTF8);
     } else {
       sqlite3_bind_null(insert_, place);
     }

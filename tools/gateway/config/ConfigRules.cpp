@@ -33,7 +33,7 @@ const Words kReader{"name", "address"};
 Words allPaths() {
   Words paths;
   const auto add = [&paths](const std::string& section, const Words& keys) {
-    for (const std::string& key : keys) paths.push_back(section + '.' + key);
+    for (const std::string& key : keys) paths.emplace_back(section).append(1, '.').append(key);
   };
   add("gateway", kGateway);
   add("radio", kRadio);

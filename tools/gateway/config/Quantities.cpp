@@ -91,13 +91,12 @@ bool isLoopback(std::string_view host) {
   return named || host == "::1" || isLoopbackAddress(host);
 }
 
-std::string shownText(std::string_view text) {
-  constexpr std::size_t kMost = 60;
+std::string shownText(std::string_view text, std::size_t most) {
   std::string line;
   for (std::size_t at = 0; at < text.size(); ++at) {
     const auto byte = static_cast<unsigned char>(text[at]);
     const bool begins = (byte & 0xC0U) != 0x80U;
-    if (begins && line.size() >= kMost) return line + "...";
+    if (begins && line.size() >= most) return line + "...";
     const auto next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
     // The second set of control characters is C2 80 to C2 9F.
     const bool pair = byte == 0xC2 && next >= 0x80 && next < 0xA0;

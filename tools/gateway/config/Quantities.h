@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -24,7 +25,7 @@ std::optional<std::string> addressOf(std::string_view text);
 bool isLoopback(std::string_view host);
 
 /// A text of somebody else's for one line to a person: no control characters, and cut where it is
-/// long. It is UTF-8.
-std::string shownText(std::string_view text);
+/// long, which is after `most` bytes. It is UTF-8.
+std::string shownText(std::string_view text, std::size_t most = 60);
 
 }  // namespace kestrin::gateway

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "tools/gateway/config/ConfigTree.h"
+#include "tools/gateway/config/Quantities.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -14,6 +15,7 @@ constexpr std::size_t kLongestLine = 1000;
 constexpr std::size_t kLongestText = std::size_t{1} << 18U;
 // A value in a list in a table in a table.
 constexpr std::size_t kDeepest = 5;
+constexpr std::size_t kLongestReason = 200;
 
 ConfigPlace placeOf(const toml::source_region& source) {
   return {std::max<std::uint32_t>(source.begin.line, 1),
@@ -90,9 +92,10 @@ std::optional<ConfigNode> readConfigTree(std::string_view text, ConfigSyntaxErro
   try {
     return treeOf(toml::parse(text), kDeepest);
   } catch (const toml::parse_error& wrong) {
-    error = {placeOf(wrong.source()), "this is not TOML: " + std::string(wrong.description())};
+    error = {placeOf(wrong.source()),
+             "this is not TOML: " + shownText(wrong.description(), kLongestReason)};
   } catch (const std::exception& wrong) {
-    error = {{}, "this cannot be read as TOML: " + std::string(wrong.what())};
+    error = {{}, "this cannot be read as TOML: " + shownText(wrong.what(), kLongestReason)};
   }
   return std::nullopt;
 }

@@ -87,8 +87,8 @@ class Members::Reading : public nlohmann::json_sax<Json> {
     // What is in a list has no name.
     if (level_ > kKept || lists_ > 0) return true;
     const std::string object = level_ == 2 ? names_[0] : std::string();
-    const auto [at, added] =
-        members_.values_.try_emplace({object, names_[level_ - 1]}, std::move(value));
+    const auto place = std::pair(object, names_[level_ - 1]);
+    const bool added = members_.values_.emplace(place, std::move(value)).second;
     if (!added) members_.fail(quoted(object, names_[level_ - 1]) + " stands in it twice");
     return added;
   }

@@ -10,19 +10,19 @@
 namespace kestrin::gateway {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
-Json begun() {
-  Json json;
+OrderedJson begun() {
+  OrderedJson json;
   json["v"] = 1;
   return json;
 }
 
-std::string written(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+std::string written(const OrderedJson& json) {
+  return json.dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
 }
 
-void putAirText(const char* name, const std::string& text, Json& json) {
+void putAirText(const char* name, const std::string& text, OrderedJson& json) {
   const auto mended = mendedUtf8(text);
   json[name] = mended.value_or(text);
   if (!mended) return;
@@ -30,18 +30,18 @@ void putAirText(const char* name, const std::string& text, Json& json) {
   json[std::string(name) + "Hex"] = hexOf(bytes);
 }
 
-void putUnlessEmpty(const char* name, const std::string& text, Json& json) {
+void putUnlessEmpty(const char* name, const std::string& text, OrderedJson& json) {
   if (!text.empty()) json[name] = text;
 }
 
-Json bytesJson(std::span<const std::uint8_t> bytes, FrameFormat format) {
+OrderedJson bytesJson(std::span<const std::uint8_t> bytes, FrameFormat format) {
   if (format == FrameFormat::json) return hexOf(bytes);
-  return Json::binary({bytes.begin(), bytes.end()});
+  return OrderedJson::binary({bytes.begin(), bytes.end()});
 }
 
-void putGap(const Record& record, Json& json) {
+void putGap(const Record& record, OrderedJson& json) {
   const Gap gap = record.gap.value_or(Gap{});
-  Json inner;
+  OrderedJson inner;
   inner["log"] = gap.log;
   inner["from"] = gap.from;
   inner["to"] = gap.to;
@@ -49,7 +49,7 @@ void putGap(const Record& record, Json& json) {
   json["gap"] = std::move(inner);
 }
 
-void putFrame(const Record& record, FrameFormat format, Json& json) {
+void putFrame(const Record& record, FrameFormat format, OrderedJson& json) {
   if (record.kind == RecordKind::value) json["kind"] = "value";
   putAirText("reader", record.reader, json);
   putAirText("name", record.name, json);
@@ -68,14 +68,14 @@ void putFrame(const Record& record, FrameFormat format, Json& json) {
 }  // namespace
 
 std::string textOf(const GatewayState& state) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["online"] = state.online;
   json["boot"] = state.boot;
   return written(json);
 }
 
 std::string textOf(const GatewayInfo& info) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["boot"] = info.boot;
   json["version"] = info.version;
   json["radio"] = info.radio;
@@ -89,7 +89,7 @@ std::string textOf(const GatewayInfo& info) {
 }
 
 std::string textOf(const ReaderState& state) {
-  Json json = begun();
+  OrderedJson json = begun();
   putAirText("reader", state.reader, json);
   putAirText("name", state.name, json);
   json["phase"] = state.phase;
@@ -99,7 +99,7 @@ std::string textOf(const ReaderState& state) {
 }
 
 std::string textOf(const Health& health) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["log"] = health.log;
   json["first"] = health.first;
   json["last"] = health.last;
@@ -108,7 +108,7 @@ std::string textOf(const Health& health) {
   json["forgotten"] = health.forgotten;
   json["bytes"] = health.bytes;
   json["budget"] = health.budget;
-  Json commits = Json::object();
+  OrderedJson commits = OrderedJson::object();
   for (const auto& [consumer, number] : health.commits) commits[consumer] = number;
   json["commits"] = std::move(commits);
   json["trouble"] = health.trouble;
@@ -116,7 +116,7 @@ std::string textOf(const Health& health) {
 }
 
 std::string payloadOf(const Record& record, const LogIdentity& log, FrameFormat format) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["log"] = log;
   json["n"] = record.number;
   if (record.kind == RecordKind::gap) {
@@ -126,19 +126,19 @@ std::string payloadOf(const Record& record, const LogIdentity& log, FrameFormat 
   }
   if (format == FrameFormat::json) return written(json);
   std::string payload;
-  Json::to_cbor(json, payload);
+  OrderedJson::to_cbor(json, payload);
   return payload;
 }
 
 std::string textOf(const Commit& commit) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["log"] = commit.log;
   json["n"] = commit.number;
   return written(json);
 }
 
 std::string textOf(const Replay& replay) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["log"] = replay.log;
   json["from"] = replay.from;
   json["consumer"] = replay.consumer;
@@ -146,7 +146,7 @@ std::string textOf(const Replay& replay) {
 }
 
 std::string commandAnswer(bool handed, const std::string& why) {
-  Json json = begun();
+  OrderedJson json = begun();
   json["handed"] = handed;
   if (!handed) json["why"] = why;
   return written(json);

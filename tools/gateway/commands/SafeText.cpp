@@ -1,4 +1,4 @@
-#include "tools/gateway/commands/ShownText.h"
+#include "tools/gateway/commands/SafeText.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -12,7 +12,7 @@ void addHex(std::string& text, std::uint8_t byte) {
 
 }  // namespace
 
-std::string shownText(std::string_view text) {
+std::string safeText(std::string_view text) {
   std::string shown;
   shown.reserve(text.size());
   for (const char c : text) {

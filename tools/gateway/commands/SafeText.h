@@ -12,7 +12,7 @@ namespace kestrin::gateway {
 
 /// What is not a printable ASCII character as `\xNN`, and a backslash as `\\`, so that nothing can
 /// steer a terminal and the bytes can be had back.
-std::string shownText(std::string_view text);
+std::string safeText(std::string_view text);
 
 /// Two lower-case digits for each byte.
 std::string hexText(std::span<const std::uint8_t> bytes);
