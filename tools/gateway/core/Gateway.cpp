@@ -290,7 +290,7 @@ Health Gateway::health() {
 
 std::vector<std::string> Gateway::reload(const Config& config) {
   if (stand_ != Stand::runs) return {};
-  const auto lines = needsRestart(config_, config);
+  auto lines = needsRestart(config_, config);
   const bool hasOtherConsumers = config.consumers != config_.consumers;
   config_.readers = config.readers;
   config_.consumers = config.consumers;
