@@ -35,6 +35,7 @@ void Publisher::restart(RecordNumber number) {
   // What lies between is not settled by what comes behind it.
   heldBack_ = from > settled_ + 1;
   refusedInARow_ = 0;
+  if (refusedFrom_ < from) refusedFrom_.reset();
   goal_ = log_.synced();
   cursor_ = from;
 }
@@ -111,7 +112,7 @@ bool Publisher::acknowledged(PublishId id, const std::optional<std::string>& ref
   if (refused) {
     takeRefusal(found->number, *refused);
   } else {
-    refusedInARow_ = 0;
+    takeAcceptance(found->number);
   }
   settle();
   return true;
@@ -119,9 +120,18 @@ bool Publisher::acknowledged(PublishId id, const std::optional<std::string>& ref
 
 void Publisher::takeRefusal(RecordNumber number, const std::string& why) {
   ++refusedInARow_;
+  // One line for all of them: a number of its own would make each of them news.
+  refusedFrom_ = std::min(refusedFrom_.value_or(number), number);
   troubles_.note("refused records", "the broker refuses records, from number " +
-                                        std::to_string(number) +
+                                        std::to_string(*refusedFrom_) +
                                         " on; they are kept and published again: " + why);
+}
+
+void Publisher::takeAcceptance(RecordNumber number) {
+  refusedInARow_ = 0;
+  if (refusedFrom_ != number) return;
+  refusedFrom_.reset();
+  troubles_.clear("refused records");
 }
 
 void Publisher::settle() {

@@ -67,6 +67,7 @@ class Publisher {
   void readFailed(const std::string& why);
   [[nodiscard]] Message messageOf(const Record& record) const;
   void takeRefusal(RecordNumber number, const std::string& why);
+  void takeAcceptance(RecordNumber number);
   void settle();
 
   Log& log_;
@@ -84,6 +85,7 @@ class Publisher {
   std::deque<Waiting> waiting_;
   bool heldBack_ = false;  // Something before what is published now is not settled.
   std::size_t refusedInARow_ = 0;
+  std::optional<RecordNumber> refusedFrom_;  // The lowest that is still to be taken.
   bool stopped_ = false;
 };
 
