@@ -161,7 +161,9 @@ class Broker(Process):
 
     def configure(self, persistence: bool) -> None:
         """For its next life."""
-        lines = [f"listener {self.port} {self.host}", "log_dest stderr", "log_type all"]
+        kinds = ["error", "warning", "notice", "information"]
+        lines = [f"listener {self.port} {self.host}", "log_dest stderr"]
+        lines += [f"log_type {kind}" for kind in kinds]
         if not any(line.startswith("allow_anonymous") for line in self.settings):
             lines.append("allow_anonymous true")
         if os.geteuid() == 0:
