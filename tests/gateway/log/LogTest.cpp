@@ -373,6 +373,8 @@ TEST_F(GatewayLog, TakesMissingSegmentsForDamage) {
   open();
   EXPECT_NE(log_->identity(), old);
   EXPECT_EQ(records().at(0).gap, (Gap{old, 1, 1000, GapReason::damaged}));
+  EXPECT_THAT(records(), SizeIs(1));
+  EXPECT_THAT(segments(), SizeIs(1));
 }
 
 TEST_F(GatewayLog, TakesAMissingStateForAnOlderOne) {

@@ -72,7 +72,7 @@ struct RecordHead {
 std::optional<std::size_t> recordLength(ByteView bytes);
 /// The record that begins here, if all of it is there and right. Any log's without a tag.
 std::optional<RecordHead> readHead(ByteView bytes, std::optional<std::uint32_t> tag);
-/// The record that `readHead` found.
+/// The record that `readHead` found: its bytes and no more.
 Record readRecord(ByteView bytes);
 
 /// What is kept beside the records.

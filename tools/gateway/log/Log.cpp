@@ -33,11 +33,6 @@ LogIdentity randomIdentity() {
   return identity;
 }
 
-std::string range(RecordNumber from, RecordNumber to) {
-  return from == to ? "number " + std::to_string(from)
-                    : "numbers " + std::to_string(from) + " to " + std::to_string(to);
-}
-
 std::optional<std::string> complaintAbout(const LogOptions& options) {
   if (options.folder.empty()) return "the log needs a folder";
   if (options.budget < kSmallestBudget) {
@@ -261,7 +256,7 @@ struct Log::Inside {
     segment.size = current->size();
     for (const Mark& mark : marks) segment.mark(mark.number, mark.place);
     if (refusedFrom && refusalSaid) {
-      findings.push_back("the log takes records again; " + range(*refusedFrom, next - 1) +
+      findings.push_back("the log takes records again; " + numbersText(*refusedFrom, next - 1) +
                          " could not be kept");
     }
     refusedFrom.reset();
@@ -321,7 +316,7 @@ struct Log::Inside {
     if (!to || *to <= forgotten) return;
     std::erase_if(owed, [](const Gap& gap) { return gap.reason == GapReason::budget; });
     owed.push_back({identity, forgotten + 1, *to, GapReason::budget});
-    findings.push_back("the budget is used up: " + range(forgotten + 1, *to) +
+    findings.push_back("the budget is used up: " + numbersText(forgotten + 1, *to) +
                        " made room for new records");
     if (foreign && foreign->first <= *to && foreign->first > forgotten) {
       owed.push_back(foreign->second);
@@ -448,7 +443,7 @@ struct Log::Inside {
   }
 
   std::optional<FileError> copyUnsynced(LogFile& to, Segment& moved) {
-    constexpr std::size_t kPieceSize = std::size_t{256} << 10U;
+    constexpr std::size_t kMovedPiece = std::size_t{256} << 10U;
     Bytes bytes;
     for (const Segment& segment : segments) {
       if (segment.end <= moved.end) continue;
@@ -466,7 +461,7 @@ struct Log::Inside {
         moved.mark(scanner.head().number, to.size() + bytes.size());
         bytes.insert(bytes.end(), scanner.bytes().begin(), scanner.bytes().end());
         moved.end = scanner.head().number + 1;
-        if (bytes.size() < kPieceSize) continue;
+        if (bytes.size() < kMovedPiece) continue;
         if (auto failed = flush(to, bytes)) return failed;
       }
     }
@@ -487,7 +482,7 @@ struct Log::Inside {
     }
     if (!segments.empty()) segments.back().end = std::min(segments.back().end, moved.first);
     if (moved.end <= written) {
-      findings.push_back("the disk has lost " + range(moved.end, written) +
+      findings.push_back("the disk has lost " + numbersText(moved.end, written) +
                          " before they were synced");
       refusedFrom = moved.end;
       written = moved.end - 1;
@@ -540,7 +535,9 @@ struct Log::Inside {
   std::optional<FileError> point(const Segment& segment, RecordNumber number) {
     if (cursor && cursor->serial == segment.serial && cursor->next == number) return std::nullopt;
     FileError error;
-    const auto file = files->open(segment.path, false, error);
+    // One that still grows says its size only to who writes it.
+    const bool grows = current && &segment == &segments.back();
+    const auto file = grows ? current : files->open(segment.path, false, error);
     if (!file) return error;
     cursor = std::make_unique<Cursor>(Cursor{
         segment.serial, number, RecordScanner(file, segment.placeFor(number), tag, kReadSize)});
@@ -569,7 +566,7 @@ struct Log::Inside {
     if (said) return;
     unreadable.emplace_back(from, to);
     owed.push_back({identity, from, to, GapReason::damaged});
-    findings.push_back(range(from, to) + " cannot be read any more in " + path);
+    findings.push_back(numbersText(from, to) + " cannot be read any more in " + path);
   }
 };
 

@@ -53,6 +53,11 @@ std::optional<FileError> readStateFile(FileLayer& files, const std::string& path
 
 }  // namespace
 
+std::string numbersText(RecordNumber from, RecordNumber to) {
+  return from == to ? "number " + std::to_string(from)
+                    : "numbers " + std::to_string(from) + " to " + std::to_string(to);
+}
+
 std::optional<FileError> readFolder(FileLayer& files, const std::string& folder, LogFolder& found) {
   found = {};
   std::vector<std::string> names;

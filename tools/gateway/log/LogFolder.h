@@ -22,6 +22,9 @@ inline const std::string kDamagedSuffix = ".damaged";
 /// Stands for a log whose identity nothing says any more.
 inline const LogIdentity kUnknownIdentity(kIdentityLength, '0');
 
+/// For a person: "number 5", "numbers 5 to 7".
+std::string numbersText(RecordNumber from, RecordNumber to);
+
 struct SegmentFile {
   std::string path;
   SegmentName name;

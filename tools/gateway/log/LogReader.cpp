@@ -7,9 +7,9 @@
 
 namespace kestrin::gateway {
 
-using Step = RecordScanner::Step;
-
 struct LogReader::Inside {
+  using Step = RecordScanner::Step;
+
   LogFolder folder;
   LogIdentity identity;
   Claims claims;
@@ -72,8 +72,7 @@ struct LogReader::Inside {
   }
 
   void lost(RecordNumber end) {
-    const std::string to = end - 1 == expected ? "" : " to " + std::to_string(end - 1);
-    findings.push_back("number " + std::to_string(expected) + to + " cannot be read");
+    findings.push_back(numbersText(expected, end - 1) + " cannot be read");
     expected = end;
   }
 

@@ -29,6 +29,16 @@ RecordScanner::Step RecordScanner::seek() {
 }
 
 RecordScanner::Step RecordScanner::look() {
+  // Nearly always all of the record is there already.
+  if (place_ >= bufferPlace_ && place_ - bufferPlace_ < filled_) {
+    const auto at = static_cast<std::size_t>(place_ - bufferPlace_);
+    const ByteView seen = ByteView(buffer_).first(filled_).subspan(at);
+    if (const auto head = readHead(seen, tag_)) {
+      head_ = *head;
+      bytes_ = seen.first(head->length);
+      return Step::record;
+    }
+  }
   auto seen = view(kSmallestRecord);
   if (!seen) return Step::failed;
   if (seen->empty()) return Step::end;
@@ -55,10 +65,8 @@ std::optional<ByteView> RecordScanner::view(std::size_t wanted) {
 }
 
 bool RecordScanner::fill() {
-  // What was appended by somebody else since the file was opened, its size need not say.
   const std::uint64_t left = file_->size() > place_ ? file_->size() - place_ : 0;
-  const auto wanted = static_cast<std::size_t>(
-      std::min<std::uint64_t>(size_, std::max<std::uint64_t>(left, kLargestRecord)));
+  const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size_, left));
   if (buffer_.size() < wanted) buffer_.resize(wanted);
   filled_ = 0;
   const auto error = file_->read(place_, std::span(buffer_).first(wanted), filled_);

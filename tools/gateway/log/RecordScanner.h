@@ -20,7 +20,7 @@ class RecordScanner {
 
   /// `buffer`: how many bytes are read at once, at least `kLargestRecord`.
   RecordScanner(std::shared_ptr<const LogFile> file, std::uint64_t place,
-                std::optional<std::uint32_t> tag, std::size_t buffer = std::size_t{1} << 20U);
+                std::optional<std::uint32_t> tag, std::size_t buffer = std::size_t{128} << 10U);
 
   /// Goes to the record behind the present one. On anything else it stays where that should be.
   Step next();

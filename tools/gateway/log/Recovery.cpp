@@ -19,11 +19,6 @@ constexpr std::uint64_t kMarkDistance = 128ULL << 10U;
 constexpr std::uint64_t kSmallSegment = 1ULL << 20U;
 constexpr std::size_t kPieceSize = std::size_t{1} << 20U;
 
-std::string range(RecordNumber from, RecordNumber to) {
-  return from == to ? "number " + std::to_string(from)
-                    : "numbers " + std::to_string(from) + " to " + std::to_string(to);
-}
-
 /// Writes a segment under another name, and gives it its own once it is on the disk.
 class SegmentWriter {
  public:
@@ -183,7 +178,8 @@ class Recovery {
     }
     if (auto error = files_.syncFolder(to)) return error;
     if (auto error = files_.syncFolder(path_)) return error;
-    const std::string lost = gap.from > gap.to ? "" : ", " + range(gap.from, gap.to) + " with it";
+    const std::string lost =
+        gap.from > gap.to ? "" : ", " + numbersText(gap.from, gap.to) + " with it";
     findings_.push_back("the log " + gap.log + " is damaged" + lost +
                         "; what can be read of it is in " + to +
                         ", and a log of another identity begins: " + state.identity);
@@ -196,6 +192,7 @@ class Recovery {
     result_ = {};
     result_.identity = identity;
     tag_ = tagOf(identity);
+    scanned_.clear();
     hole_ = false;
     cut_ = 0;
     chain_ = chainOf(folder_, identity, claims_.oldest);
@@ -348,7 +345,7 @@ class Recovery {
                 GapReason::torn};
       findings_.push_back("the end of the log was torn off: " + std::to_string(cut_) +
                           " bytes that were not on the disk yet, at most " +
-                          range(gap->from, gap->to));
+                          numbersText(gap->from, gap->to));
     }
     const auto [segment, from, place] = tailBegin();
     SegmentHeader header{result_.identity, ++result_.lastSerial, from, claims_};
