@@ -263,6 +263,14 @@ def test_a_late_record_of_the_log_before_does_not_move_the_commit_back() -> None
     assert application.tick() == [commit(1)]
 
 
+def test_a_late_record_of_a_log_that_the_gateway_has_left_is_not_committed() -> None:
+    application = Application()
+    application.consumer.take(BASE + "info", health(1, 0))
+    application.take(frame(1), frame(1, OLD))
+    assert [record.log for record in application.records] == [LOG, OLD]
+    assert application.tick() == [commit(1)]
+
+
 def test_after_each_connection_it_commits_and_asks() -> None:
     application = Application()
     application.take(frame(1), frame(2))

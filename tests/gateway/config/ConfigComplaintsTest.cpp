@@ -35,17 +35,16 @@ TEST(ConfigComplaints, EveryOneIsMadeAtOnceInTheOrderOfTheirPlaces) {
       "[[reader]]\nname = 7\n[broker]\nport = 0\nhost = true\n[gateway]\n"
       "nam = \"x\"\n  format = \"xml\"\n[log]\ndirectory = \"\"\n");
   Lines places;
-  for (const auto& line : lines) places.push_back(line.substr(0, line.find(": it ")));
-  EXPECT_EQ(
-      places,
-      (Lines{
-          "gateway.toml:2:8: reader[1].name",
-          "gateway.toml:4:8: broker.port: 0 is out of range; a port from 1 to 65535 would be right",
-          "gateway.toml:5:8: broker.host", "gateway.toml:6:1: gateway.name",
-          "gateway.toml:7:1: gateway.nam: this key is not known; name would be right",
-          "gateway.toml:8:12: gateway.format: \"xml\" is not known; \"json\" or \"cbor\" would be "
-          "right",
-          "gateway.toml:10:13: log.directory"}));
+  for (const auto& line : lines) {
+    places.push_back(line.substr(0, line.find(": ", line.find(": ") + 1)));
+  }
+  EXPECT_EQ(places, (Lines{"gateway.toml:2:8: reader[1].name", "gateway.toml:4:8: broker.port",
+                           "gateway.toml:5:8: broker.host", "gateway.toml:6:1: gateway.name",
+                           "gateway.toml:7:1: gateway.nam", "gateway.toml:8:12: gateway.format",
+                           "gateway.toml:10:13: log.directory"}));
+  EXPECT_EQ(lines[5],
+            "gateway.toml:8:12: gateway.format: \"xml\" is not known; \"json\" or \"cbor\" "
+            "would be right");
   EXPECT_EQ(lines.front(),
             "gateway.toml:2:8: reader[1].name: it is a whole number; a reader's "
             "whole name, as in \"KVR-0417\", would be right");

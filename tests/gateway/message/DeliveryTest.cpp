@@ -8,23 +8,27 @@ namespace {
 
 /// The members of a frame that is right, one of them replaced; left out when `value` is empty.
 std::string frameWith(const std::string& name, const std::string& value) {
-  std::vector<std::pair<std::string, std::string>> members{{"v", "1"},
-                                                           {"log", "\"l\""},
-                                                           {"n", "5"},
-                                                           {"reader", "\"C0\""},
-                                                           {"name", "\"KVR\""},
-                                                           {"link", "2"},
-                                                           {"at", "\"1970-01-01T00:00:00.001Z\""},
-                                                           {"mono", "3"},
-                                                           {"bytes", "\"bb00\""}};
-  bool found = false;
+  const std::vector<std::pair<std::string, std::string>> members{
+      {"v", "1"},
+      {"log", "\"l\""},
+      {"n", "5"},
+      {"reader", "\"C0\""},
+      {"name", "\"KVR\""},
+      {"link", "2"},
+      {"at", "\"1970-01-01T00:00:00.001Z\""},
+      {"mono", "3"},
+      {"bytes", "\"bb00\""}};
+  bool found = name.empty();
   std::string text;
-  for (auto& [its, its_value] : members) {
-    if (its == name) its_value = value;
+  const auto add = [&text](const std::string& its, const std::string& content) {
+    text.append(text.empty() ? "\"" : ",\"").append(its).append("\":").append(content);
+  };
+  for (const auto& [its, usual] : members) {
+    const std::string& content = its == name ? value : usual;
     found = found || its == name;
-    if (!its_value.empty()) text += (text.empty() ? "" : ",") + ('"' + its + "\":" + its_value);
+    if (!content.empty()) add(its, content);
   }
-  if (!found && !name.empty()) text += ",\"" + name + "\":" + value;
+  if (!found) add(name, value);
   return '{' + text + '}';
 }
 
