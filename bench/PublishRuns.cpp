@@ -2,8 +2,8 @@
 
 #include <KestrinBLESDK/platform/MainRunLoop.h>
 #include <mosquitto.h>
-#include <time.h>
 
+#include <ctime>
 #include <memory>
 
 #include "Frames.h"

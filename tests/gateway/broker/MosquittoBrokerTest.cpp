@@ -303,13 +303,14 @@ TEST_F(MosquittoBrokerTest, MayBeDroppedInAnyHandlerAndCallsNoOtherAfterwards) {
     ++calls;
     broker.reset();
   };
-  const auto publishTwo = [&](const BrokerUp&) {
-    broker->publish({"a", "x"});
-    broker->publish({"a", "y"});
+  // So much that several events are taken at a time.
+  const auto publishMuch = [&](const BrokerUp&) {
+    while (broker->publish({"a", "x"})) {
+    }
   };
   dropIn({.onUp = drop, .onDown = drop});
-  dropIn({.onUp = publishTwo, .onAcknowledged = drop});
-  dropIn({.onUp = publishTwo, .onMessage = drop});
+  dropIn({.onUp = publishMuch, .onAcknowledged = drop});
+  dropIn({.onUp = publishMuch, .onMessage = drop});
   dropIn({.onUp = [&](const BrokerUp&) { mosquitto.kill(); }, .onDown = drop});
 }
 

@@ -1,12 +1,12 @@
 #include "gateway/support/ChildProcess.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 #include <sstream>
 #include <utility>
@@ -19,7 +19,7 @@ namespace {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   sigset_t none;
   ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
   const int output = ::open(outputFile, O_WRONLY | O_CREAT | O_APPEND, 0644);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(output, STDERR_FILENO);
@@ -39,6 +39,7 @@ bool ChildProcess::start(const std::vector<std::string>& command, const std::str
   kill();
   std::vector<std::string> texts = command;
   std::vector<char*> arguments;
+  arguments.reserve(texts.size() + 1);
   for (std::string& text : texts) arguments.push_back(text.data());
   arguments.push_back(nullptr);
   const pid_t parent = ::getpid();

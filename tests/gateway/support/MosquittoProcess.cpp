@@ -2,9 +2,8 @@
 
 #include "gateway/support/LoopbackSockets.h"
 
-#include <signal.h>
-
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 

@@ -36,7 +36,7 @@ void TestCertificates::run(const std::vector<std::string>& command) {
 
 CertificateFiles TestCertificates::request(const std::string& name, std::string& requestFile) {
   const std::string number = std::to_string(++made_);
-  const CertificateFiles files{folder_.pathOf(number + ".crt"), folder_.pathOf(number + ".key")};
+  CertificateFiles files{folder_.pathOf(number + ".crt"), folder_.pathOf(number + ".key")};
   requestFile = folder_.pathOf(number + ".csr");
   folder_.write("extensions", "subjectAltName = DNS:" + name + "\n");
   run(joined({"openssl", "req", "-new", "-subj", "/CN=" + name, "-out", requestFile},
@@ -46,7 +46,7 @@ CertificateFiles TestCertificates::request(const std::string& name, std::string&
 
 CertificateFiles TestCertificates::makeFor(const std::string& name) {
   std::string csr;
-  const CertificateFiles files = request(name, csr);
+  CertificateFiles files = request(name, csr);
   run({"openssl", "x509", "-req", "-in", csr, "-CA", authority_.certificate, "-CAkey",
        authority_.key, "-CAcreateserial", "-days", "2", "-extfile", folder_.pathOf("extensions"),
        "-out", files.certificate});
@@ -55,7 +55,7 @@ CertificateFiles TestCertificates::makeFor(const std::string& name) {
 
 CertificateFiles TestCertificates::makeExpiredFor(const std::string& name) {
   std::string csr;
-  const CertificateFiles files = request(name, csr);
+  CertificateFiles files = request(name, csr);
   run({"openssl",    "ca",
        "-batch",     "-notext",
        "-config",    folder_.pathOf("authority.cnf"),

@@ -1,7 +1,6 @@
 #include "gateway/support/TestFolder.h"
 
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>

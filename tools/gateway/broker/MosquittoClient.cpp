@@ -1,7 +1,6 @@
 #include "tools/gateway/broker/MosquittoClient.h"
 
 #include "tools/gateway/broker/BrokerAccess.h"
-#include "tools/gateway/broker/MosquittoProperties.h"
 #include "tools/gateway/broker/MosquittoTexts.h"
 
 #include <mosquitto.h>
@@ -233,6 +232,7 @@ void MosquittoClient::subscribe() {
   }
   std::vector<std::string> texts = settings_.filters;
   std::vector<char*> filters;
+  filters.reserve(texts.size());
   for (std::string& text : texts) filters.push_back(text.data());
   // Otherwise a retained message that comes while the connection stands looks like any other.
   const int options = MQTT_SUB_OPT_RETAIN_AS_PUBLISHED;

@@ -9,6 +9,7 @@
 
 #include "tools/gateway/broker/Broker.h"
 #include "tools/gateway/broker/MosquittoMailbox.h"
+#include "tools/gateway/broker/MosquittoProperties.h"
 #include "tools/gateway/config/Config.h"
 
 #include <cstdint>
@@ -20,7 +21,6 @@
 
 struct mosquitto;
 struct mosquitto_message;
-struct mqtt5__property;
 
 namespace kestrin::gateway {
 

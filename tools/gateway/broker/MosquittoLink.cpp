@@ -2,9 +2,9 @@
 
 #include <mosquitto.h>
 #include <poll.h>
-#include <signal.h>
 
 #include <array>
+#include <csignal>
 #include <mutex>
 #include <system_error>
 #include <utility>

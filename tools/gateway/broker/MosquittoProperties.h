@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the client library's name.
 struct mqtt5__property;
 
 namespace kestrin::gateway {
