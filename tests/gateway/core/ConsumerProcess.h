@@ -43,6 +43,7 @@ class ConsumerProcess {
   void kill(bool withLastState) {
     if (!consumer_) return;
     if (withLastState) rememberState();
+    repeats += consumer_->repeats();
     tick_.cancel();
     client_.reset();
     consumer_.reset();
@@ -73,8 +74,9 @@ class ConsumerProcess {
   /// What it has kept safe, each under its number, in the order in which it came first.
   std::map<Key, Record> kept;
   std::vector<Key> order;
-  std::vector<Gap> gaps;
+  std::vector<Gap> gaps;  ///< As the gateway's gap records say, whatever else the consumer infers.
   std::vector<std::string> wrong;
+  std::uint64_t repeats = 0;  ///< That were told apart in the runs that have ended.
 
  private:
   Consumer::Handlers handlers() {

@@ -268,6 +268,17 @@ TEST_F(GatewayTest, KeepsCommitsOverAKill) {
   EXPECT_EQ(scene_.gateway->log().forgotten(), 8U);
 }
 
+TEST_F(GatewayTest, SaysInItsHealthWhatAnEarlierRunHasPublished) {
+  begin();
+  send(10);
+  scene_.runFor(seconds(2));
+  commit(10);
+  scene_.kill();
+  scene_.start();
+  scene_.runFor(seconds(15));
+  EXPECT_TRUE(has(retained(Topics("g1").health()), R"("published":10)"));
+}
+
 TEST_F(GatewayTest, SaysEveryRetainedTopicAgainToABrokerThatForgot) {
   begin();
   const std::vector<std::string> topics = {Topics("g1").state(), Topics("g1").info(),

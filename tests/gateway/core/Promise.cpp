@@ -25,11 +25,11 @@ bool isSame(const Record& a, const Record& b) {
 void Promise::taken(const LogIdentity& log, const Record& record,
                     std::optional<RecordNumber> number, Time at) {
   if (!number) {
-    ++refused_;
-    ++refusedOpen_;
+    if (refused_.empty() || refused_.back().over) refused_.emplace_back();
+    ++refused_.back().count;
     return;
   }
-  refusedOpen_ = 0;
+  if (!refused_.empty() && !refused_.back().over) refused_.back().over = at;
   const Key key(log, *number);
   const auto [first, last] = taken_.equal_range(key);
   for (auto each = first; each != last; ++each) {
@@ -49,6 +49,28 @@ void Promise::powerCut(const LogIdentity& log, RecordNumber synced, Time begin, 
                        std::to_string(had / std::chrono::milliseconds(1)) + " ms");
     }
   }
+  // The gap record came with the first record that the disk took again.
+  for (Refused& each : refused_) {
+    if (each.over && now - std::max(*each.over, begin) <= cost) each.mayBeUnknown = true;
+  }
+}
+
+void Promise::killed() {
+  if (!refused_.empty() && !refused_.back().over) {
+    refused_.back().over = Time::zero();
+    refused_.back().mayBeUnknown = true;
+  }
+}
+
+std::size_t Promise::mayBeLost() const {
+  return static_cast<std::size_t>(std::count_if(
+      taken_.begin(), taken_.end(), [](const auto& each) { return each.second.mayBeLost; }));
+}
+
+std::size_t Promise::refused() const {
+  std::size_t count = 0;
+  for (const Refused& each : refused_) count += static_cast<std::size_t>(each.count);
+  return count;
 }
 
 std::vector<std::string> Promise::breaches(const ConsumerProcess& consumer) const {
@@ -92,11 +114,13 @@ void Promise::checkRefused(const ConsumerProcess& consumer, std::vector<std::str
   for (const Gap& gap : consumer.gaps) {
     if (gap.reason == GapReason::refused) ranges[{gap.log, gap.from}] = gap.to;
   }
-  std::uint64_t reported = refusedExcused_ + refusedOpen_;
+  std::uint64_t reported = 0;
   for (const auto& [key, to] : ranges) reported += to - key.second + 1;
-  if (reported < refused_) {
-    out.push_back(consumer.name() + ": the disk refused " + std::to_string(refused_) +
-                  " records, and reported or excused are " + std::to_string(reported));
+  std::uint64_t known = 0;
+  for (const Refused& each : refused_) known += each.mayBeUnknown ? 0 : each.count;
+  if (reported < known) {
+    out.push_back(consumer.name() + ": the disk refused " + std::to_string(known) +
+                  " records, and reported are " + std::to_string(reported));
   }
 }
 

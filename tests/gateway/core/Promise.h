@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,8 +24,11 @@ class Promise {
   /// than `cost` in the run that began at `begin`.
   void powerCut(const LogIdentity& log, RecordNumber synced, Time begin, Time now, Time cost);
   /// The gateway is killed: what the disk refused and was not reported yet is known to nobody.
-  void killed() { refusedExcused_ += std::exchange(refusedOpen_, 0); }
+  void killed();
   [[nodiscard]] std::size_t frames() const { return taken_.size(); }
+  /// How many frames a power cut may have cost, and how many the disk has refused.
+  [[nodiscard]] std::size_t mayBeLost() const;
+  [[nodiscard]] std::size_t refused() const;
 
   /// Every breach, once everything has come to rest.
   [[nodiscard]] std::vector<std::string> breaches(const ConsumerProcess& consumer) const;
@@ -35,15 +39,19 @@ class Promise {
     Time at{};
     bool mayBeLost = false;
   };
+  /// Frames in a row that the disk refused.
+  struct Refused {
+    std::uint64_t count = 0;
+    std::optional<Time> over{};  // When it took one again.
+    bool mayBeUnknown = false;
+  };
   void checkDelivered(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
   void checkInvented(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
   void checkOrder(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
   void checkRefused(const ConsumerProcess& consumer, std::vector<std::string>& out) const;
 
   std::multimap<Key, Taken> taken_;
-  std::uint64_t refused_ = 0;
-  std::uint64_t refusedOpen_ = 0;  // Since the disk has taken a record last.
-  std::uint64_t refusedExcused_ = 0;
+  std::vector<Refused> refused_;
   std::vector<std::string> early_;
 };
 

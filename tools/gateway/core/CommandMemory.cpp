@@ -7,7 +7,7 @@ namespace {
 
 constexpr Time kAge = std::chrono::minutes(10);
 constexpr std::size_t kFew = 1000;
-constexpr std::size_t kMost = 10000;
+constexpr std::size_t kMostEntries = 10000;
 
 }  // namespace
 
@@ -19,7 +19,8 @@ const CommandMemory::Entry* CommandMemory::find(const std::string& correlation) 
 void CommandMemory::remember(const std::string& correlation, Entry entry, Time now) {
   entries_.insert_or_assign(correlation, std::move(entry));
   order_.emplace_back(now, correlation);
-  while (order_.size() > kMost || (order_.size() > kFew && now - order_.front().first > kAge)) {
+  while (order_.size() > kMostEntries ||
+         (order_.size() > kFew && now - order_.front().first > kAge)) {
     entries_.erase(order_.front().second);
     order_.pop_front();
   }

@@ -277,7 +277,9 @@ Health Gateway::health() {
   health.first = log.first();
   health.last = log.next() - 1;
   health.synced = log.synced();
-  health.published = publisher_.answered();
+  // What an earlier run has published and nobody needs any more counts too: a consumer that has
+  // fallen behind its own commit sees that there is something to ask for.
+  health.published = std::max(publisher_.answered(), log.forgotten());
   health.forgotten = log.forgotten();
   health.bytes = log.size();
   health.budget = config_.log.budget;
@@ -288,7 +290,7 @@ Health Gateway::health() {
 
 std::vector<std::string> Gateway::reload(const Config& config) {
   if (stand_ != Stand::runs) return {};
-  const auto lines = needsRestart(config_, config);
+  auto lines = needsRestart(config_, config);
   const bool hasOtherConsumers = config.consumers != config_.consumers;
   config_.readers = config.readers;
   config_.consumers = config.consumers;

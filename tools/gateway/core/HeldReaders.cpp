@@ -10,10 +10,10 @@ HeldReaders::HeldReaders(Platform platform, Handlers handlers)
 
 void HeldReaders::configure(const std::vector<ReaderConfig>& readers) {
   std::vector<std::string> gone;
-  for (const auto& [key, held] : readers_) {
+  for (const auto& held : readers_) {
     if (std::none_of(readers.begin(), readers.end(),
-                     [&](const ReaderConfig& each) { return each.reader == key; })) {
-      gone.push_back(key);
+                     [&](const ReaderConfig& each) { return each.reader == held.first; })) {
+      gone.push_back(held.first);
     }
   }
   for (const std::string& key : gone) remove(key);

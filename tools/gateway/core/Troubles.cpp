@@ -9,7 +9,7 @@ namespace {
 
 constexpr Time kNoteIsShown = std::chrono::minutes(10);
 // Names come from outside too, those of consumers for example.
-constexpr std::size_t kMost = 200;
+constexpr std::size_t kMostTroubles = 200;
 
 }  // namespace
 
@@ -31,7 +31,7 @@ void Troubles::put(const std::string& what, Trouble trouble) {
 }
 
 void Troubles::makeRoom() {
-  if (all_.size() < kMost) return;
+  if (all_.size() < kMostTroubles) return;
   const auto oldest = std::min_element(all_.begin(), all_.end(), [](const auto& a, const auto& b) {
     return a.second.until.value_or(Time::max()) < b.second.until.value_or(Time::max());
   });
