@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fuzz/Fuzzing.h"
-#include "gateway/support/ModelFiles.h"
+#include "fuzz/MemoryFiles.h"
 #include "tools/gateway/log/Format.h"
 #include "tools/gateway/log/Log.h"
 #include "tools/gateway/log/LogReader.h"
@@ -20,7 +20,6 @@ namespace {
 using gateway::Log;
 using gateway::Record;
 using gateway::RecordNumber;
-using test::ModelFiles;
 
 constexpr const char* kFolder = "/log";
 const gateway::LogIdentity kIdentity(32, 'a');
@@ -77,10 +76,10 @@ Bytes segment(ByteSource& source, RecordNumber first, std::uint64_t serial) {
   return bytes;
 }
 
-void place(ModelFiles& files, const std::string& name, const Bytes& bytes) {
+void place(MemoryFiles& files, const std::string& name, const Bytes& bytes) {
   gateway::FileError error;
   const auto file = files.open(std::string(kFolder) + "/" + name, true, error);
-  if (file) require(!file->append(bytes), "the model disk takes what it is given");
+  if (file) require(!file->append(bytes), "the disk takes what it is given");
 }
 
 /// Everything readable that was put into the folder, wherever it lies.
@@ -96,7 +95,7 @@ std::vector<Record> readableIn(const std::vector<Bytes>& contents) {
   return records;
 }
 
-std::unique_ptr<Log> open(const std::shared_ptr<ModelFiles>& files, std::string& error) {
+std::unique_ptr<Log> open(const std::shared_ptr<MemoryFiles>& files, std::string& error) {
   gateway::LogOptions options;
   options.folder = kFolder;
   options.budget = gateway::kSmallestBudget;
@@ -128,7 +127,7 @@ void check(Log& log, const std::vector<Record>& put) {
   }
 }
 
-void goOn(const std::shared_ptr<ModelFiles>& files, std::unique_ptr<Log> log,
+void goOn(const std::shared_ptr<MemoryFiles>& files, std::unique_ptr<Log> log,
           std::vector<Record> put) {
   Record record;
   record.bytes = {1, 2, 3};
@@ -149,7 +148,7 @@ void goOn(const std::shared_ptr<ModelFiles>& files, std::unique_ptr<Log> log,
   check(*log, put);
 }
 
-void readByReader(const std::shared_ptr<ModelFiles>& files, const std::vector<Record>& put) {
+void readByReader(const std::shared_ptr<MemoryFiles>& files, const std::vector<Record>& put) {
   std::string error;
   const auto reader = gateway::LogReader::open(files, kFolder, error);
   if (!reader) return;
@@ -165,8 +164,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace kestrin;
   using namespace kestrin::fuzz;
   ByteSource source(ByteView(data, size));
-  const auto files = std::make_shared<ModelFiles>(1);
-  require(!files->makeFolder(kFolder), "the model disk makes folders");
+  const auto files = std::make_shared<MemoryFiles>();
+  require(!files->makeFolder(kFolder), "the disk makes folders");
   std::vector<kestrin::fuzz::Bytes> contents;
   const std::size_t count = source.below(4);
   for (std::uint64_t serial = 1; serial <= count; ++serial) {

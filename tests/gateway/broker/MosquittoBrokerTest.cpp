@@ -11,7 +11,6 @@
 namespace kestrin::gateway {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class MosquittoBrokerTest : public testing::Test {

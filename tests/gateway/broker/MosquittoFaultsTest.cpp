@@ -17,7 +17,6 @@
 namespace kestrin::gateway {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 

@@ -10,7 +10,6 @@
 #include <utility>
 
 namespace kestrin::gateway::test {
-namespace {
 
 struct Content {
   std::vector<std::uint8_t> bytes;
@@ -66,8 +65,6 @@ class DiskFile final : public LogFile {
   const std::shared_ptr<Content> content_;
   const std::string path_;
 };
-
-}  // namespace
 
 class DiskFiles final : public FileLayer {
  public:

@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::size_t kMostInFlight = 20;
 
+}  // namespace
+
 class ModelClient;
 
 struct Session {
@@ -26,8 +28,6 @@ struct Session {
   Time toClient{};  // When the last thing on its way arrives: none overtakes another.
   Time toBroker{};
 };
-
-}  // namespace
 
 class ModelBrokerCore : public std::enable_shared_from_this<ModelBrokerCore> {
  public:
@@ -87,8 +87,6 @@ class ModelBrokerCore : public std::enable_shared_from_this<ModelBrokerCore> {
   std::mt19937_64 random_;
   std::uint64_t counter_ = 0;
 };
-
-namespace {
 
 class ModelClient final : public Broker {
  public:
@@ -203,6 +201,8 @@ class ModelClient final : public Broker {
   std::set<PublishId> waiting_;
   const std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
+
+namespace {
 
 bool isAnyOf(const std::vector<std::string>& filters, const std::string& topic) {
   return std::any_of(filters.begin(), filters.end(),

@@ -43,6 +43,7 @@ void Syncer::begin() {
     return;
   }
   running_ = true;
+  goal_ = log_.next() - 1;
   syncing_->start(work, [this, work, alive = std::weak_ptr<int>(alive_)] {
     if (!alive.expired()) ended(work);
   });
@@ -51,9 +52,11 @@ void Syncer::begin() {
 void Syncer::ended(const std::shared_ptr<SyncWork>& work) {
   running_ = false;
   const auto error = log_.endSync(work);
+  // The records may be there though something else of the log is not.
+  const bool failed = error && log_.synced() < goal_;
+  if (!failed && handlers_.onSynced) handlers_.onSynced();
   if (error && handlers_.onError) handlers_.onError(error->text);
-  if (!error && handlers_.onSynced) handlers_.onSynced();
-  goOn(error.has_value());
+  goOn(failed);
 }
 
 void Syncer::goOn(bool failed) {

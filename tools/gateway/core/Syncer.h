@@ -44,6 +44,7 @@ class Syncer {
   const Handlers handlers_;
   Timer timer_;
   bool running_ = false;
+  RecordNumber goal_ = 0;  // Of the sync that is running.
   std::vector<std::function<void()>> finished_;
   const std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };

@@ -535,7 +535,9 @@ struct Log::Inside {
   std::optional<FileError> point(const Segment& segment, RecordNumber number) {
     if (cursor && cursor->serial == segment.serial && cursor->next == number) return std::nullopt;
     FileError error;
-    const auto file = files->open(segment.path, false, error);
+    // One that still grows says its size only to who writes it.
+    const bool grows = current && &segment == &segments.back();
+    const auto file = grows ? current : files->open(segment.path, false, error);
     if (!file) return error;
     cursor = std::make_unique<Cursor>(Cursor{
         segment.serial, number, RecordScanner(file, segment.placeFor(number), tag, kReadSize)});

@@ -65,10 +65,8 @@ std::optional<ByteView> RecordScanner::view(std::size_t wanted) {
 }
 
 bool RecordScanner::fill() {
-  // What was appended by somebody else since the file was opened, its size need not say.
   const std::uint64_t left = file_->size() > place_ ? file_->size() - place_ : 0;
-  const auto wanted = static_cast<std::size_t>(
-      std::min<std::uint64_t>(size_, std::max<std::uint64_t>(left, kLargestRecord)));
+  const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size_, left));
   if (buffer_.size() < wanted) buffer_.resize(wanted);
   filled_ = 0;
   const auto error = file_->read(place_, std::span(buffer_).first(wanted), filled_);
