@@ -124,7 +124,7 @@ void ReaderCore::radioIsOn() {
   if (!device_) {
     // The manager scans by itself from the radio's report on.
     enter(ReaderPhase::searching);
-    if (phase_ == ReaderPhase::searching) lookAround();
+    lookAround();
   } else if (link_ == Link::none) {
     connect();
   } else {
@@ -212,8 +212,9 @@ void ReaderCore::lose() {
 }
 
 void ReaderCore::connectAfterPause() {
+  assert(phase_ == ReaderPhase::lost);
   pause_.reset();
-  if (phase_ == ReaderPhase::lost) connect();
+  connect();
 }
 
 // Limits.
@@ -262,16 +263,17 @@ void ReaderCore::comeBackSoon() { later(&ReaderCore::comeBack); }
 
 void ReaderCore::leave(std::function<void()> done) {
   ++departures_;
-  const bool leaves = phase_ != ReaderPhase::closed && phase_ != ReaderPhase::away;
-  if (leaves) {
-    limit_.suspend();
-    disarm(pause_);
-    lookLater();
-    endFrames();
-    manager_->close();
+  if (phase_ == ReaderPhase::closed || phase_ == ReaderPhase::away) {
+    if (done) whenDown(std::move(done));
+    return;
   }
+  limit_.suspend();
+  disarm(pause_);
+  lookLater();
+  endFrames();
+  manager_->close();
   if (done) whenDown(std::move(done));
-  if (leaves) enter(ReaderPhase::away);
+  enter(ReaderPhase::away);
 }
 
 void ReaderCore::comeBack() {
@@ -291,7 +293,7 @@ void ReaderCore::goOn() {
   } else {
     manager_->scanBLE();
     enter(ReaderPhase::searching);
-    if (phase_ == ReaderPhase::searching) lookAround();
+    lookAround();
   }
 }
 
