@@ -158,7 +158,6 @@ void ReaderCore::connect() {
 
 void ReaderCore::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept {
   if (device != device_ || link_ == Link::none) return;
-  const auto self = shared_from_this();
   link_ = Link::up;
   hadLink_ = true;
   if (phase_ == ReaderPhase::connecting || phase_ == ReaderPhase::radioOff) {
@@ -171,7 +170,6 @@ void ReaderCore::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept
 void ReaderCore::plugChangedStatus(bool plugged) noexcept {
   // What has ended, the radio reports; this would also come of a mere `close`.
   if (!plugged || phase_ != ReaderPhase::linkingUp) return;
-  const auto self = shared_from_this();
   limit_.stop();
   attempts_ = 0;
   enter(ReaderPhase::pluggedIn);
@@ -179,7 +177,6 @@ void ReaderCore::plugChangedStatus(bool plugged) noexcept {
 
 void ReaderCore::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexcept {
   if (device != device_) return;
-  const auto self = shared_from_this();
   link_ = Link::none;
   switch (phase_) {
     case ReaderPhase::connecting:

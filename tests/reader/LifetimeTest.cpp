@@ -106,6 +106,30 @@ TEST_F(Lifetime, EndsFromInsideEachPhase) {
   }
 }
 
+TEST_F(Lifetime, EndsFromInsideThePhaseThatIsTheLast) {
+  Owned owned;
+  owned.reader = Reader::create(simulated_.platform(), {.reconnect = false},
+                                {.onPhase = [&](Reader&, ReaderPhase phase) {
+                                  if (phase == closed || owned.calls > 0) owned.drop();
+                                }});
+  ASSERT_TRUE(runUntil(*owned.reader, pluggedIn));
+  device_->simulateLinkLoss();
+  expectDroppedInside(owned);
+}
+
+TEST_F(Lifetime, EndsFromInsideAReturnToItsSearch) {
+  Owned owned;
+  owned.reader = Reader::create(simulated_.platform(), {.reader = "none"},
+                                {.onPhase = [&](Reader&, ReaderPhase phase) {
+                                  if (phase == searching || owned.calls > 0) owned.drop();
+                                }});
+  runFor(seconds(1));
+  owned.reader->leave();
+  ASSERT_TRUE(runUntil(*owned.reader, away));
+  owned.reader->comeBack();
+  expectDroppedInside(owned);
+}
+
 TEST_F(Lifetime, EndsFromInsideAFrame) {
   Owned owned;
   owned.reader = Reader::create(simulated_.platform(), {},
