@@ -135,20 +135,8 @@ TEST_F(Phase, SaysOfARadioThatIsSwitchedOffTwiceWhyTwice) {
 }
 
 TEST_F(Phase, SaysTheSameOfARadioOnceThoughItsStateChanges) {
-  class OneReason final : public Radio {
-   public:
-    explicit OneReason(std::shared_ptr<Radio> radio) : radio_(std::move(radio)) {}
-    std::shared_ptr<CBCentralManager> initWithDelegate_queue(
-        std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<RunLoop> queue) override {
-      return radio_->initWithDelegate_queue(std::move(delegate), std::move(queue));
-    }
-    [[nodiscard]] std::string stateReason() const override { return "look at the switch"; }
-
-   private:
-    const std::shared_ptr<Radio> radio_;
-  };
   Platform platform = simulated_.platform();
-  platform.radio = std::make_shared<OneReason>(platform.radio);
+  platform.radio = std::make_shared<OneReason>(platform.radio, "look at the switch");
   const auto reader = Reader::create(platform, {}, heard_.handlers());
   ASSERT_TRUE(runUntil(*reader, pluggedIn));
   for (const auto state : {CBManagerState::poweredOff, CBManagerState::resetting}) {
