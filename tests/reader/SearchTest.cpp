@@ -415,6 +415,7 @@ TEST_F(Search, HasNoLimitWhenNoneIsWanted) {
 }
 
 TEST_F(Search, DoesNotCountTheTimeAwayAgainstItsLimit) {
+  runFor(seconds(5));
   const auto reader = create({.reader = "KVR-0099", .findLimit = seconds(10)});
   runFor(seconds(6));
   reader->leave();
