@@ -288,6 +288,14 @@ TEST_F(Frames, AreDeliveredToNobodyWhenItIsClosedBetweenTheirArrivalAndThat) {
   EXPECT_TRUE(heard_.frames.empty());
 }
 
+TEST_F(Frames, MayBeExchangedWithoutAHandlerAndTheLinkLost) {
+  const auto reader = plugged();
+  reader->exchange(command_, seconds(1), {});
+  device_->simulateLinkLoss();
+  EXPECT_TRUE(runUntil(*reader, lost));
+  EXPECT_TRUE(runUntil(*reader, pluggedIn));
+}
+
 TEST_F(Frames, AreDeliveredToNobodyOnceItIsClosed) {
   const auto reader = plugged();
   reader->send(command_);

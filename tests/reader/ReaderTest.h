@@ -82,6 +82,22 @@ class Requests final : public RecordingSink {
   std::string words;
 };
 
+/// A radio that gives one reason for every state.
+class OneReason final : public Radio {
+ public:
+  OneReason(std::shared_ptr<Radio> radio, std::string reason)
+      : radio_(std::move(radio)), reason_(std::move(reason)) {}
+  std::shared_ptr<CBCentralManager> initWithDelegate_queue(
+      std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<RunLoop> queue) override {
+    return radio_->initWithDelegate_queue(std::move(delegate), std::move(queue));
+  }
+  [[nodiscard]] std::string stateReason() const override { return reason_; }
+
+ private:
+  const std::shared_ptr<Radio> radio_;
+  const std::string reason_;
+};
+
 class ReaderTest : public testing::Test {
  protected:
   static simulated::Options options() {
