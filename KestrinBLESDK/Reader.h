@@ -122,14 +122,14 @@ struct ReaderOptions {
   /// The reader that is meant: its identifier (case does not count), its whole name, or a part of
   /// its name, in this order; every reader when empty.
   std::string reader{};
-  /// What becomes of several that are meant alike.
-  Ambiguity ambiguity = Ambiguity::refuse;
   /// How long the search may take, the time included in which the radio is off, until `onTrouble`
   /// is called with `ReaderError::notFound`. Absent: as long as it takes.
   std::optional<Time> findLimit = std::chrono::seconds(30);
   /// The same for each time from a connection request until the reader is plugged in, with
   /// `ReaderError::notPluggedIn`.
   std::optional<Time> plugInLimit = std::chrono::seconds(30);
+  /// What becomes of several that are meant alike.
+  Ambiguity ambiguity = Ambiguity::refuse;
   /// Whether the reader is held against losses: after one it is connected to again, at once and
   /// then after pauses of 0.5 s, 1 s, 2 s and so on up to a minute, until it is plugged in, without
   /// end; and a limit that has passed ends nothing. Otherwise the first loss, and the first limit

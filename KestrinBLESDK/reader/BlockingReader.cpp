@@ -70,9 +70,9 @@ std::unique_ptr<BlockingReader> BlockingReader::connect(const Platform& platform
   auto reader = Reader::create(
       whole,
       {.reader = std::string(name),
-       .ambiguity = Ambiguity::takeFirst,
        .findLimit = limit,
        .plugInLimit = std::nullopt,
+       .ambiguity = Ambiguity::takeFirst,
        .reconnect = false},
       {.onFrame = [to = arrivals.get()](
                       Reader&, const RcpFrame& frame) { to->frames.emplace_back(frame.bytes); },

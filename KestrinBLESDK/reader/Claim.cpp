@@ -25,11 +25,11 @@ Claims& claims() {
 
 }  // namespace
 
-std::unique_ptr<Claim> Claim::take(Held held) {
+std::unique_ptr<Claim> Claim::take(const Held& held) {
   auto claim = std::make_unique<Claim>(held.device);
   const CBPeripheral* const device = held.device.get();
   const std::scoped_lock lock(claims().mutex);
-  if (claims().held.try_emplace(device, std::move(held)).second) return claim;
+  if (claims().held.try_emplace(device, held).second) return claim;
   // It is not this one's to give up.
   claim->device_.reset();
   return nullptr;

@@ -31,7 +31,7 @@ class Claim final {
   };
 
   /// Null when the device is held.
-  static std::unique_ptr<Claim> take(Held held);
+  static std::unique_ptr<Claim> take(const Held& held);
   static bool isHeld(const std::shared_ptr<CBPeripheral>& device);
   /// What is held of a radio's devices, in no order.
   static std::vector<SeenReader> heldOf(const std::shared_ptr<Radio>& radio);

@@ -14,7 +14,6 @@ constexpr Time kSettling = std::chrono::milliseconds(500);
 }  // namespace
 
 void ReaderCore::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) noexcept {
-  const auto self = shared_from_this();
   if (phase_ == ReaderPhase::away || phase_ == ReaderPhase::closed) return;
   if (device_) {
     // A sighting that was under way when the scan ended has made the manager take that reader for

@@ -263,6 +263,7 @@ TEST_F(ManyReaders, ThatRecordHoldTheSameDevicesAsThoseThatDoNot) {
 TEST_F(ManyReaders, OnSeveralThreadsGiveDevicesUpToEachOther) {
   // Each platform belongs to a thread; what a claim's end starts on the others is theirs alone.
   std::vector<std::thread> threads;
+  threads.reserve(4);
   std::atomic<int> plugged = 0;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&plugged] {

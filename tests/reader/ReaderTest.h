@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KestrinBLESDK/Reader.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 
 namespace kestrin::test {
@@ -66,6 +67,19 @@ struct Heard {
   }
 
   ReaderPhase last = ReaderPhase::searching;
+};
+
+/// What a reader asks of the radio and of its manager, a word each.
+class Requests final : public RecordingSink {
+ public:
+  void take(const RecordedEvent& event) noexcept override {
+    if (event.kind == RecordedKind::call && event.operation == "close") words += "close ";
+    if (event.kind == RecordedKind::scan) words += "scan ";
+    if (event.kind == RecordedKind::stopScan) words += "stopScan ";
+    if (event.kind == RecordedKind::connect) words += "connect ";
+    if (event.kind == RecordedKind::cancel) words += "cancel ";
+  }
+  std::string words;
 };
 
 class ReaderTest : public testing::Test {

@@ -202,6 +202,21 @@ TEST_F(Search, KeepsTheNamesOfTheAirOnOneLine) {
       << heard_.troubles.back().text;
 }
 
+TEST_F(Search, CountsItsLimitForPluggingInOverAllLossesUntilItIsPluggedIn) {
+  const auto reader = create({.reader = "KVR-0417", .plugInLimit = seconds(5)});
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  const Time limit = timeAfter(now(), seconds(5));
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_TRUE(runUntil(*reader, linkingUp));
+    device_->simulateLinkLoss();
+    ASSERT_TRUE(runUntil(*reader, lost));
+  }
+  ASSERT_LT(now(), limit);
+  EXPECT_TRUE(heard_.troubles.empty());
+  loop().runUntil(timeAfter(limit, milliseconds(1)), [] { return false; });
+  EXPECT_EQ(heard_.trouble(), ReaderError::notPluggedIn);
+}
+
 TEST_F(Search, TellsAReaderThatIsNotPluggedInWithinItsLimitAndGoesOnTrying) {
   device_->simulateConnectionNeverCompleting();
   const auto reader = create({.reader = "KVR-0417", .plugInLimit = seconds(5)});

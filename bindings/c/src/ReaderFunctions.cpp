@@ -44,9 +44,9 @@ std::optional<Time> limitFrom(double seconds, const std::optional<Time>& usual) 
 ReaderOptions optionsFrom(const kestrin_reader_options& given) {
   ReaderOptions options;
   if (given.reader != nullptr) options.reader = given.reader;
-  options.ambiguity = given.take_first ? Ambiguity::takeFirst : Ambiguity::refuse;
   options.findLimit = limitFrom(given.find_limit, options.findLimit);
   options.plugInLimit = limitFrom(given.plug_in_limit, options.plugInLimit);
+  options.ambiguity = given.take_first ? Ambiguity::takeFirst : Ambiguity::refuse;
   options.reconnect = !given.give_up;
   if (given.most_waiting_frames > 0) options.mostWaitingFrames = given.most_waiting_frames;
   return options;

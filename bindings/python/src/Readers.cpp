@@ -152,9 +152,9 @@ std::shared_ptr<ReaderHandle> make(const PlatformHandle& platform, const py::obj
                                    std::size_t mostWaitingFrames) {
   ReaderOptions options;
   options.reader = reader;
-  options.ambiguity = takesFirst ? Ambiguity::takeFirst : Ambiguity::refuse;
   options.findLimit = limitFrom(findLimit);
   options.plugInLimit = limitFrom(plugInLimit);
+  options.ambiguity = takesFirst ? Ambiguity::takeFirst : Ambiguity::refuse;
   options.reconnect = reconnect;
   options.mostWaitingFrames = mostWaitingFrames;
   return std::make_shared<ReaderHandle>(platform, owner, options);

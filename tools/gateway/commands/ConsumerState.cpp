@@ -162,7 +162,7 @@ std::optional<std::string> ConsumerState::save(const ConsumerPositions& position
 std::optional<FileError> ConsumerState::write(const std::string& text) {
   const std::string fresh = path_ + ".new";
   // One that a kill has left.
-  if (const auto error = files_->remove(fresh); error && error->number != ENOENT) return error;
+  if (auto error = files_->remove(fresh); error && error->number != ENOENT) return error;
   FileError failed;
   const auto file = files_->open(fresh, true, failed);
   if (!file) return failed;

@@ -198,7 +198,7 @@ void Gateway::beginAgain(RecordNumber from) {
 }
 
 void Gateway::appended(const Record& record, std::optional<RecordNumber> number) {
-  syncer_.appended();
+  number ? syncer_.appended() : syncer_.touched();
   if (parts_.onAppended) parts_.onAppended(record, number);
 }
 
@@ -213,14 +213,14 @@ void Gateway::forgetSoon() {
 void Gateway::forget() {
   parts_.log->forget(commits_.lowest().value_or(publisher_.settled()));
   // What was forgotten and committed gets onto the disk like records do.
-  syncer_.appended();
+  syncer_.touched();
   takeFindings(parts_.log->takeFindings());
 }
 
 void Gateway::beat() {
   recorder_.checkClock();
   // The log tries again by a sync what the disk has refused.
-  syncer_.appended();
+  syncer_.touched();
   takeFindings(parts_.log->takeFindings());
   lookForStalls();
   outbox_.retain(topics_.health(), textOf(health()));

@@ -21,7 +21,14 @@ Syncer::Syncer(std::weak_ptr<RunLoop> loop, Log& log, std::shared_ptr<Syncing> s
       timer_(std::move(loop)) {}
 
 void Syncer::appended() {
+  // A record waits no longer than its interval, though the disk has failed before it.
+  if (rests_) timer_.cancel();
+  touched();
+}
+
+void Syncer::touched() {
   if (running_ || timer_.isArmed()) return;
+  rests_ = false;
   if (interval_ == Time::zero()) {
     begin();
   } else {
@@ -37,6 +44,7 @@ void Syncer::finish(std::function<void()> done) {
 
 void Syncer::begin() {
   timer_.cancel();
+  rests_ = false;
   const auto work = log_.beginSync();
   if (!work) {
     callFinished();
@@ -64,8 +72,9 @@ void Syncer::goOn(bool failed) {
   if (failed || isAll) callFinished();
   if (isAll || running_ || timer_.isArmed()) return;
   const bool isHurried = !finished_.empty();
+  rests_ = failed && log_.next() - 1 == goal_;
   const Time pause =
-      failed ? std::max(interval_, kPauseAfterError) : (isHurried ? Time::zero() : interval_);
+      rests_ ? std::max(interval_, kPauseAfterError) : (isHurried ? Time::zero() : interval_);
   timer_.arm(pause, [this] { begin(); });
 }
 

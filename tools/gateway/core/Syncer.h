@@ -29,6 +29,8 @@ class Syncer {
 
   /// To be called behind each append.
   void appended();
+  /// The same of anything else in the log, which can wait where the disk has failed.
+  void touched();
   /// Calls `done` once everything that was appended is on the disk, or could not be brought there.
   void finish(std::function<void()> done);
 
@@ -44,6 +46,7 @@ class Syncer {
   const Handlers handlers_;
   Timer timer_;
   bool running_ = false;
+  bool rests_ = false;     // The timer is armed for a pause after an error.
   RecordNumber goal_ = 0;  // Of the sync that is running.
   std::vector<std::function<void()>> finished_;
   const std::shared_ptr<int> alive_ = std::make_shared<int>(0);

@@ -29,8 +29,8 @@ bool canBePainted(int output) {
 
 std::string controlSequence(const std::string& name) {
   const char* const sequence = tigetstr(name.c_str());
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): how the library says that the name is not a
-  // sequence's.
+  // The second is how the library says that no sequence has this name.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   if (sequence == nullptr || sequence == reinterpret_cast<const char*>(-1)) return "";
   collected().clear();
   tputs(sequence, 1, collect);  // Without the pauses that are written in between.
