@@ -162,8 +162,8 @@ def work(stack: Stack) -> Iterator[Work]:
 
 
 def may_be_missing(work: Work, name: str) -> set[int]:
-    """Lines of what the reader sent to a daemon that was killed: from the first that had not arrived when the kill
-    came, all of which then are missing, to the next subscription."""
+    """Lines of what the reader sent to a daemon that was killed: from the first that had not arrived when the
+    kill came, behind which all of that link is missing, to the next subscription."""
     lines = work.sent(name)
     got = set(work.got_bytes(name))
     spared: set[int] = set()
@@ -223,7 +223,7 @@ def test_the_consumer_has_of_each_reader_what_it_sent_in_its_order_and_nothing_e
 
 
 def is_delivered_again(before: Json, after: Json) -> bool:
-    """What the receive assembler has handed over twice, which has two numbers: a value that is followed by bytes
-    without a preamble, as the manufacturer's name that is read from a KVR-Q62T while its link is new."""
+    """What the receive assembler has handed over twice, which has two numbers: a value that is followed by
+    bytes without a preamble, as the manufacturer's name that is read from a KVR-Q62T while its link is new."""
     same = all(before[member] == after[member] for member in ("bytes", "link"))
     return same and after.get("kind") == "value"

@@ -1,6 +1,7 @@
 #include "gateway/core/Promise.h"
 
 #include <algorithm>
+#include <set>
 
 namespace kestrin::gateway::test {
 namespace {
@@ -110,12 +111,14 @@ void Promise::checkOrder(const ConsumerProcess& consumer, std::vector<std::strin
 }
 
 void Promise::checkRefused(const ConsumerProcess& consumer, std::vector<std::string>& out) const {
-  std::map<Key, RecordNumber> ranges;  // A range may be reported more than once.
+  // Whose number was lost is not known; and what made room for others later reports it as its own.
+  std::set<Key> lost;
   for (const Gap& gap : consumer.gaps) {
-    if (gap.reason == GapReason::refused) ranges[{gap.log, gap.from}] = gap.to;
+    for (RecordNumber each = gap.from; each <= gap.to; ++each) {
+      if (!taken_.contains({gap.log, each})) lost.emplace(gap.log, each);
+    }
   }
-  std::uint64_t reported = 0;
-  for (const auto& [key, to] : ranges) reported += to - key.second + 1;
+  const std::uint64_t reported = lost.size();
   std::uint64_t known = 0;
   for (const Refused& each : refused_) known += each.mayBeUnknown ? 0 : each.count;
   if (reported < known) {

@@ -14,7 +14,7 @@ import pytest
 from faults import Faults
 from judge import expect_all, judge
 from machines import Broker, Gateway, Json, Room, Watch, wait_for
-from test_network import drain, start_watched, wait_until_further
+from steps import drain, made_with_an_observer, wait_until_further
 
 REFUSED = "the disk refuses records"
 
@@ -25,7 +25,7 @@ class Bench:
     def __init__(self, room: Room) -> None:
         self.broker = Broker(room)
         self.broker.start()
-        self.gateway, self.consumer = start_watched(room, self.broker, self.broker.port)
+        self.gateway, self.consumer = made_with_an_observer(room, self.broker, self.broker.port)
         self.faults = Faults(room, self.gateway)
         self.watch = Watch(self.broker.port)
 
@@ -50,8 +50,8 @@ def bench(room: Room) -> Iterator[Bench]:
 
 
 def expect_refused_numbers_to_be_named(taken: list[Json], printed: list[Json]) -> int:
-    """Whatever number is missing in the log is in a gap that says so, and the consumer has the rest. Returns how
-    many are missing."""
+    """Whatever number is missing in the log is in a gap that says so, and the consumer has the rest. Returns
+    how many are missing."""
     numbers = {each["n"] for each in taken}
     named: set[int] = set()
     for gap in (each["gap"] for each in taken if "gap" in each):
@@ -233,7 +233,7 @@ def test_a_log_that_cannot_be_made_ends_the_start_with_1_and_a_line(room: Room) 
 def test_a_log_that_is_damaged_in_its_middle_is_begun_again_and_says_what_is_missing(room: Room) -> None:
     broker = Broker(room)
     broker.start()
-    gateway, consumer = start_watched(room, broker, broker.port)
+    gateway, consumer = made_with_an_observer(room, broker, broker.port)
     gateway.start()
     wait_until_further(gateway, 300)
     assert gateway.end() == 0

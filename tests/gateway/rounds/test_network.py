@@ -5,35 +5,9 @@ from __future__ import annotations
 import time
 
 from judge import expect_all
-from machines import Broker, ConsumerProcess, Gateway, Json, Room, wait_for
+from machines import Broker, Room, wait_for
 from proxy import Proxy
-
-OBSERVER = "observer"
-
-
-def start_watched(room: Room, broker: Broker, port: int) -> tuple[Gateway, ConsumerProcess]:
-    """A gateway whose log keeps everything, since an observer never commits, and a consumer."""
-    gateway = Gateway(room, port)
-    gateway.settings.consumers = ["store", OBSERVER]
-    consumer = ConsumerProcess(room, broker.port)
-    return gateway, consumer
-
-
-def wait_until_further(gateway: Gateway, count: int) -> None:
-    target = gateway.sent_count() + count
-    wait_for(f"the readers to have sent {target}", lambda: gateway.sent_count() >= target)
-
-
-def drain(gateway: Gateway, consumer: ConsumerProcess) -> list[Json]:
-    """Stops what the readers send and waits until the consumer has what there is."""
-    gateway.settings.readers = []
-    mark = gateway.mark()
-    gateway.reload()
-    gateway.wait_for_line("the configuration was read again", mark)
-    taken = gateway.exported()
-    last = max(int(each["n"]) for each in taken)
-    wait_for(f"the consumer to have number {last}", lambda: consumer.last_number() >= last)
-    return taken
+from steps import drain, made_with_an_observer, wait_until_further
 
 
 def test_a_connection_that_goes_silent_is_noticed_within_the_keep_alive_and_nothing_is_lost(
@@ -42,7 +16,7 @@ def test_a_connection_that_goes_silent_is_noticed_within_the_keep_alive_and_noth
     broker = Broker(room)
     broker.start()
     proxy = Proxy(broker.port)
-    gateway, consumer = start_watched(room, broker, proxy.port)
+    gateway, consumer = made_with_an_observer(room, broker, proxy.port)
     gateway.settings.broker = {"keep_alive": "5 s"}
     consumer.start()
     gateway.start()
@@ -62,7 +36,7 @@ def test_a_connection_that_goes_silent_is_noticed_within_the_keep_alive_and_noth
 
 def test_without_a_broker_the_gateway_starts_and_hands_over_once_there_is_one(room: Room) -> None:
     broker = Broker(room)
-    gateway, consumer = start_watched(room, broker, broker.port)
+    gateway, consumer = made_with_an_observer(room, broker, broker.port)
     gateway.start()
     line = gateway.wait_for_line("no broker")
     assert f"broker 127.0.0.1:{broker.port}" in line
@@ -77,7 +51,7 @@ def test_without_a_broker_the_gateway_starts_and_hands_over_once_there_is_one(ro
 
 def test_a_broker_that_is_not_there_is_not_asked_at_full_speed(room: Room) -> None:
     broker = Broker(room)
-    gateway, _ = start_watched(room, broker, broker.port)
+    gateway, _ = made_with_an_observer(room, broker, broker.port)
     gateway.start()
     gateway.wait_for_line("nobody listens there")
     wait_until_further(gateway, 500)
@@ -88,7 +62,7 @@ def test_a_broker_that_is_not_there_is_not_asked_at_full_speed(room: Room) -> No
 
 def test_a_gateway_that_is_asked_to_end_without_a_broker_ends(room: Room) -> None:
     broker = Broker(room)
-    gateway, consumer = start_watched(room, broker, broker.port)
+    gateway, consumer = made_with_an_observer(room, broker, broker.port)
     gateway.start()
     wait_until_further(gateway, 50)
     assert gateway.end() == 0

@@ -7,7 +7,7 @@ from pathlib import Path
 
 from judge import expect_everything_taken
 from machines import Broker, ConsumerProcess, Gateway, Room, wait_for
-from test_network import wait_until_further
+from steps import wait_until_further
 
 PROGRAM = Path(__file__).with_name("python_consumer.py")
 

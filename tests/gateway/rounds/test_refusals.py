@@ -9,7 +9,7 @@ from pathlib import Path
 from certificates import Authority, Certificate
 from judge import expect_all
 from machines import Broker, ConsumerProcess, Gateway, Room, Watch, wait_for
-from test_network import drain, start_watched, wait_until_further
+from steps import drain, made_with_an_observer, wait_until_further
 
 
 def with_tls(broker: Broker, authority: Authority, own: Certificate) -> None:
@@ -31,7 +31,7 @@ def expect_refusal_and_recovery(room: Room, wrong: Certificate, authority: Autho
     broker = Broker(room)
     with_tls(broker, authority, wrong)
     broker.start()
-    gateway, _ = start_watched(room, broker, broker.port)
+    gateway, _ = made_with_an_observer(room, broker, broker.port)
     gateway.settings.tls = {"ca": str(authority.certificate)}
     gateway.start()
     gateway.wait_for_line(part)
@@ -67,7 +67,7 @@ def test_records_that_the_broker_refuses_are_kept_and_delivered_when_it_takes_th
     allow(rules, "topic readwrite kestrin/#", "topic deny kestrin/v1/gw/reader/+/frame")
     broker = Broker(room, f"acl_file {rules}")
     broker.start()
-    gateway, consumer = start_watched(room, broker, broker.port)
+    gateway, consumer = made_with_an_observer(room, broker, broker.port)
     watch = Watch(broker.port)
     gateway.start()
     consumer.start()

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from certificates import Authority
 from machines import Broker, ConsumerProcess, Gateway, Room, Watch, wait_for
-from test_network import wait_until_further
+from steps import wait_until_further
 
 READ_AGAIN = "the configuration was read again"
 

@@ -10,6 +10,7 @@ namespace kestrin::gateway {
 struct LogReader::Inside {
   using Step = RecordScanner::Step;
 
+  std::shared_ptr<FileLayer> files;
   LogFolder folder;
   LogIdentity identity;
   Claims claims;
@@ -91,7 +92,8 @@ struct LogReader::Inside {
 std::unique_ptr<LogReader> LogReader::open(std::shared_ptr<FileLayer> files,
                                            const std::string& folder, std::string& error) {
   auto inside = std::make_unique<Inside>();
-  if (const auto failed = readFolder(*files, folder, inside->folder)) {
+  inside->files = std::move(files);
+  if (const auto failed = readFolder(*inside->files, folder, inside->folder)) {
     error = failed->text;
     return nullptr;
   }
