@@ -1,8 +1,8 @@
 #include "tools/gateway/commands/GatewayRadio.h"
 
 #include <fstream>
-#include <iterator>
 #include <random>
+#include <sstream>
 #include <utility>
 
 #include "tools/gateway/commands/LineFile.h"
@@ -67,8 +67,9 @@ class SimulatedRoom final : public GatewayRadio {
                                                                  std::string& error) {
     if (!request.script) return plansFor(request.readers);
     std::ifstream file(*request.script, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (file.good() || file.eof()) return simulatedReadersOf(text, *request.script, error);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (file && !text.bad()) return simulatedReadersOf(text.str(), *request.script, error);
     error = *request.script + ": cannot be read";
     return std::nullopt;
   }

@@ -5,23 +5,22 @@
 namespace kestrin::gateway {
 namespace {
 
-using nlohmann::json;
-
-std::optional<RecordNumber> numberOf(const json& object, const char* key) {
+std::optional<RecordNumber> numberOf(const nlohmann::json& object, const char* key) {
   const auto found = object.find(key);
   if (found == object.end() || !found->is_number_unsigned()) return std::nullopt;
   return found->get<RecordNumber>();
 }
 
 bool isIdentity(const std::string& text) {
-  constexpr std::size_t kDigits = 32;
-  return text.size() == kDigits && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+  constexpr std::size_t kIdentityDigits = 32;
+  return text.size() == kIdentityDigits &&
+         text.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
 }  // namespace
 
 std::optional<LogStanding> logStandingOf(std::string_view payload, std::string& error) {
-  const json object = json::parse(payload, nullptr, false);
+  const auto object = nlohmann::json::parse(payload, nullptr, false);
   if (!object.is_object()) {
     error = "not a JSON object, as in {\"v\":1,\"log\":\"...\",\"first\":1}";
     return std::nullopt;
