@@ -105,7 +105,7 @@ Way bareWay(const RunningBroker& broker, const PublishTask& task) {
   return way;
 }
 
-double bareAlone(const PublishTask& task) {
+double bareAcknowledged(const PublishTask& task) {
   return static_cast<double>(task.count) / secondsOf(publishBare(task).wall);
 }
 
@@ -116,15 +116,16 @@ void awaitUp(MainRunLoop& loop, const Gateways& gateways) {
   require(loop.runUntil(timeAfter(loop.now(), kAllUpLimit), areUp), "not all reach the broker");
 }
 
-/// One gateway with a declared consumer, in a folder of its own.
+/// One gateway, in a folder of its own.
 class Scene {
  public:
-  Scene(std::uint16_t port, const std::string& name) : port_(port), name_(name) {
+  Scene(std::uint16_t port, const std::string& name, const Words& consumers)
+      : port_(port), name_(name) {
     WholeSettings settings;
     settings.port = port;
     settings.name = name;
     settings.folder = folder_.pathOf("log");
-    settings.consumers = {kConsumer};
+    settings.consumers = consumers;
     gateways_.push_back(std::make_unique<WholeGateway>(loop_, makeThreadSyncing(loop_), settings));
   }
   /// The reader is held, and the first frame is in the log.
@@ -157,7 +158,7 @@ struct GatewayWay {
 };
 
 GatewayWay gatewayWay(const RunningBroker& broker, const std::string& name, std::size_t count) {
-  Scene scene(broker.port(), name);
+  Scene scene(broker.port(), name, {kConsumer});
   awaitUp(scene.loop(), scene.gateways());
   scene.awaitReader();
   const auto first = scene.whole().last();
@@ -175,6 +176,20 @@ GatewayWay gatewayWay(const RunningBroker& broker, const std::string& name, std:
   result.repeats = consumer.numberOf("repeats", scene.loop());
   result.message = scene.whole().sampleMessage();
   return result;
+}
+
+/// Frames per second until the broker has acknowledged the last one; nobody is behind it.
+double gatewayAlone(const RunningBroker& broker, const std::string& name, std::size_t count) {
+  Scene scene(broker.port(), name, {});
+  awaitUp(scene.loop(), scene.gateways());
+  scene.awaitReader();
+  const auto last = scene.whole().last() + count;
+  const Spent spent(broker);
+  scene.send(count);
+  const auto isSettled = [&] { return scene.whole().settled() == last; };
+  require(scene.loop().runUntil(timeAfter(scene.loop().now(), kAllUpLimit), isSettled),
+          "not every frame is acknowledged");
+  return spent.until(std::chrono::steady_clock::now(), count).perSecond;
 }
 
 std::vector<double> ratiosOf(const std::vector<double>& ours, const std::vector<double>& bare) {
@@ -206,7 +221,8 @@ void flow(std::size_t count, std::size_t turns) {
   const RunningBroker broker;
   std::vector<Way> bare;
   std::vector<Way> ours;
-  std::vector<double> alone;
+  std::vector<double> bareAlone;
+  std::vector<double> oursAlone;
   std::uint64_t repeats = 0;
   for (std::size_t turn = 0; turn < turns; ++turn) {
     const GatewayWay result = gatewayWay(broker, "bench-" + textOf(turn), count);
@@ -218,14 +234,14 @@ void flow(std::size_t count, std::size_t turns) {
     ours.push_back(result.way);
     repeats += result.repeats;
     bare.push_back(bareWay(broker, task));
-    alone.push_back(bareAlone(task));
+    oursAlone.push_back(gatewayAlone(broker, "alone-" + textOf(turn), count));
+    bareAlone.push_back(bareAcknowledged(task));
   }
   std::printf("%zu frames, %zu turns, window 100\n", count, turns);
   printHead();
   printRow("frames per second, to the far end", each(bare, &Way::perSecond),
            each(ours, &Way::perSecond));
-  printRow("the same, with nobody behind the bare loop's broker", alone,
-           each(ours, &Way::perSecond));
+  printRow("the same until acknowledged, with no far end", bareAlone, oursAlone);
   printRow("processor time per frame, us", each(bare, &Way::microseconds),
            each(ours, &Way::microseconds));
   printRow("the broker's, us", each(bare, &Way::brokerMicroseconds),
@@ -249,7 +265,7 @@ std::uint64_t peakMemory() {
 void hold(std::size_t count) {
   RunningBroker broker;
   broker.kill();
-  Scene scene(broker.port(), "bench");
+  Scene scene(broker.port(), "bench", {kConsumer});
   scene.awaitReader();
   const auto first = scene.whole().last();
   printLine("before", peakMemory());

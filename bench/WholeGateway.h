@@ -47,6 +47,8 @@ class WholeGateway {
   [[nodiscard]] const gateway::Log& log() const noexcept { return gateway_->log(); }
   /// The highest number that the log has given.
   [[nodiscard]] gateway::RecordNumber last() const { return log().next() - 1; }
+  /// Up to this number the broker has acknowledged everything.
+  [[nodiscard]] gateway::RecordNumber settled() const { return gateway_->publisher().settled(); }
   /// What the gateway publishes for a frame, one of the first hundred, and where to.
   [[nodiscard]] gateway::Message sampleMessage() const;
 
