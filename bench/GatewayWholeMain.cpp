@@ -194,6 +194,7 @@ double gatewayAlone(const RunningBroker& broker, const std::string& name, std::s
 
 std::vector<double> ratiosOf(const std::vector<double>& ours, const std::vector<double>& bare) {
   std::vector<double> ratios;
+  ratios.reserve(ours.size());
   for (std::size_t i = 0; i < ours.size(); ++i) ratios.push_back(ours[i] / bare[i]);
   return ratios;
 }
@@ -212,6 +213,7 @@ void printRow(const char* what, const std::vector<double>& bare, const std::vect
 template <class Member>
 std::vector<double> each(const std::vector<Way>& ways, Member member) {
   std::vector<double> values;
+  values.reserve(ways.size());
   for (const Way& way : ways) values.push_back(way.*member);
   return values;
 }
