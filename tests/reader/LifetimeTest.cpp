@@ -265,6 +265,15 @@ TEST_F(Lifetime, EndsFromInsideEveryLineOfTheLog) {
   }
 }
 
+TEST_F(Lifetime, OutlivesItsPlatformsRunLoopWithoutALinkToo) {
+  auto platform = std::make_unique<simulated::SimulatedPlatform>(options());
+  const auto reader = Reader::create(platform->platform(), {});
+  platform->runLoop().runFor(seconds(1));
+  platform.reset();
+  reader->close([] { ADD_FAILURE(); });
+  EXPECT_EQ(reader->phase(), closed);
+}
+
 TEST_F(Lifetime, OutlivesItsPlatformsRunLoop) {
   auto platform = std::make_unique<simulated::SimulatedPlatform>(options());
   platform->radio().addReader("KVR-0417", ReaderFamily::standard);
