@@ -288,6 +288,17 @@ TEST_F(Frames, AreDeliveredToNobodyWhenItIsClosedBetweenTheirArrivalAndThat) {
   EXPECT_TRUE(heard_.frames.empty());
 }
 
+TEST_F(Frames, WhoseAnswersAreForgottenBeforeTheyAreSentAreSentAllTheSame) {
+  const auto reader = plugged();
+  const std::size_t before = device_->writes().size();
+  reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(20)));
+  const auto id = reader->exchange(command_, seconds(1),
+                                   [](const auto&, const auto&) { ADD_FAILURE() << "called"; });
+  reader->forget(id);
+  runFor(seconds(5));
+  EXPECT_EQ(device_->writes().size(), before + 3);
+}
+
 TEST_F(Frames, MayBeExchangedWithoutAHandlerAndTheLinkLost) {
   const auto reader = plugged();
   reader->exchange(command_, seconds(1), {});

@@ -231,12 +231,14 @@ class DroppingLog final : public NSLogSink {
  public:
   [[nodiscard]] bool isListening() const noexcept override { return true; }
   void write(std::string_view line) noexcept override {
-    if (reader != nullptr && *reader && line.starts_with(at)) {
-      ++drops;
-      reader->reset();
-    }
+    if (reader == nullptr || !*reader || !line.starts_with(at)) return;
+    if (passed-- > 0) return;
+    ++drops;
+    reader->reset();
   }
   std::unique_ptr<Reader>* reader = nullptr;
+  /// How many such lines pass first.
+  int passed = 0;
   std::string at;
   int drops = 0;
 };
@@ -263,6 +265,34 @@ TEST_F(Lifetime, EndsFromInsideEveryLineOfTheLog) {
     EXPECT_EQ(reader, nullptr);
     EXPECT_FALSE(device_->connected());
   }
+}
+
+TEST_F(Lifetime, EndsFromInsideTheLineAboutEachSlice) {
+  for (const int slice : {0, 1, 2}) {
+    const auto log = std::make_shared<DroppingLog>();
+    log->at = "[TX BLE]";
+    log->passed = slice;
+    Platform platform = simulated_.platform();
+    platform.log = log;
+    auto reader = Reader::create(platform, {});
+    ASSERT_TRUE(runUntil(*reader, pluggedIn));
+    log->reader = &reader;
+    reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(40)),
+                 [](const auto&) { ADD_FAILURE() << "called"; });
+    runFor(seconds(5));
+    EXPECT_EQ(log->drops, 1);
+    EXPECT_EQ(reader, nullptr);
+    EXPECT_FALSE(device_->connected());
+  }
+}
+
+TEST_F(Lifetime, OutlivesItsPlatformsRunLoopWithoutALinkToo) {
+  auto platform = std::make_unique<simulated::SimulatedPlatform>(options());
+  const auto reader = Reader::create(platform->platform(), {});
+  platform->runLoop().runFor(seconds(1));
+  platform.reset();
+  reader->close([] { ADD_FAILURE(); });
+  EXPECT_EQ(reader->phase(), closed);
 }
 
 TEST_F(Lifetime, OutlivesItsPlatformsRunLoop) {

@@ -494,6 +494,27 @@ TEST_F(Phase, OfAnAttemptThatWaitsForTheRadioEndsWithClose) {
   EXPECT_FALSE(device_->connected());
 }
 
+TEST_F(Phase, SaysNothingOfItsLimitOnceClosed) {
+  const auto reader = create({.reader = "none", .findLimit = seconds(1)});
+  reader->close();
+  runFor(seconds(5));
+  EXPECT_TRUE(heard_.troubles.empty());
+}
+
+TEST_F(Phase, OfALossThatIsClosedInItsPauseStaysClosed) {
+  const auto reader = create();
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(runUntil(*reader, linkingUp));
+    device_->simulateLinkLoss();
+    ASSERT_TRUE(runUntil(*reader, lost));
+  }
+  const std::size_t attempts = device_->connectionAttempts();
+  reader->close();
+  runFor(seconds(60));
+  EXPECT_EQ(reader->phase(), closed);
+  EXPECT_EQ(device_->connectionAttempts(), attempts);
+}
+
 TEST_F(Phase, OfAReaderThatIsAwayIsClosedByClose) {
   const auto reader = plugged();
   reader->leave();
