@@ -390,6 +390,13 @@ class Recovery {
     findings_.push_back(numbersText(claims_.synced + 1, expected_ - 1) +
                         " of the log wait until the disk has room: " + full.text);
     result_.uncertain = true;
+    // Nothing is claimed of that, but a power cut costs no more than it has to meanwhile.
+    for (const Segment& segment : result_.segments) {
+      if (segment.end <= claims_.synced + 1) continue;
+      if (const auto file = openedFile(segment)) [[maybe_unused]]
+        const auto error = file->sync();
+    }
+    [[maybe_unused]] const auto named = files_.syncFolder(path_);
     return std::nullopt;
   }
 

@@ -6,7 +6,9 @@ namespace kestrin::gateway {
 
 void SyncWork::run() noexcept {
   ran = true;
-  if (!dataError) dataError = syncData();
+  // Where they have to be written once more first, this claims nothing; a power cut costs less.
+  const auto failed = syncData();
+  if (!dataError) dataError = failed;
   if (dataError) return removeSome(unneeded);
   if (state) stateError = replaceState(*files, folder, *state);
   removeSome(removals.size());
