@@ -292,6 +292,26 @@ TEST_F(GatewayTest, SaysEveryRetainedTopicAgainToABrokerThatForgot) {
   EXPECT_TRUE(has(readerState(), "pluggedIn"));
 }
 
+TEST_F(GatewayTest, RemovesTheStateOfAReaderThatWasTakenOutWhileItDidNotRun) {
+  begin();
+  EXPECT_TRUE(has(readerState(), "pluggedIn"));
+  scene_.runFor(seconds(1));
+  scene_.kill();
+  scene_.config.readers.clear();
+  scene_.start();
+  scene_.runFor(seconds(10));
+  EXPECT_EQ(readerState(), "(nothing)");
+  // Once is enough.
+  int published = 0;
+  scene_.broker.watch([&](const std::string&, const Message& message) {
+    published += message.topic == Topics("g1").readerState(reader_->identifier()) ? 1 : 0;
+  });
+  scene_.kill();
+  scene_.start();
+  scene_.runFor(seconds(10));
+  EXPECT_EQ(published, 0);
+}
+
 TEST_F(GatewayTest, LeavesAWillThatSaysOffline) {
   begin();
   EXPECT_TRUE(has(retained(Topics("g1").state()), R"("online":true)"));
@@ -367,6 +387,19 @@ TEST_F(GatewayTest, DoesNotForgetWhatWasRefusedWithoutAConsumerEither) {
   EXPECT_EQ(listener_->numbers(), upTo(5));
 }
 
+TEST_F(GatewayTest, PublishesAgainWhatWasRefusedWithoutAConsumerThoughTheConnectionStands) {
+  scene_.config.consumers.clear();
+  begin();
+  scene_.broker.refuse([](const std::string& topic) { return topic.ends_with("/frame"); });
+  send(5);
+  scene_.runFor(seconds(5));
+  scene_.broker.refuse(nullptr);
+  scene_.runFor(minutes(2));
+  EXPECT_EQ(scene_.gateway->log().forgotten(), 5U);
+  EXPECT_EQ(listener_->numbers(), upTo(5));
+  EXPECT_TRUE(scene_.hasSaid("the broker has not taken what is behind number 0"));
+}
+
 TEST_F(GatewayTest, DoesNotForgetWhatWasRefusedForWhatIsReplayedBehindIt) {
   scene_.config.consumers.clear();
   begin();
@@ -405,6 +438,42 @@ TEST_F(GatewayTest, ReportsWhatAFullDiskHasCost) {
   ASSERT_TRUE(gap);
   EXPECT_EQ(gap->to - gap->from + 1, 3U);
   EXPECT_EQ(gap->reason, GapReason::refused);
+}
+
+TEST_F(GatewayTest, SaysOnceThatAFullDiskDoesNotTakeWhatIsCommitted) {
+  begin();
+  send(5);
+  scene_.runFor(seconds(2));
+  scene_.disk.setFull(true);
+  for (RecordNumber each = 1; each <= 5; ++each) commit(each);
+  send(3);
+  scene_.runFor(seconds(30));
+  EXPECT_TRUE(scene_.hasTrouble("what is committed and forgotten cannot be put on the disk"));
+  EXPECT_FALSE(scene_.hasTrouble("nothing new is published"));
+  const auto lines =
+      std::count_if(scene_.said.begin(), scene_.said.end(),
+                    [](const std::string& each) { return has(each, "cannot be put on the disk"); });
+  EXPECT_EQ(lines, 1);
+  scene_.disk.setFull(false);
+  scene_.runFor(seconds(15));
+  EXPECT_FALSE(scene_.hasTrouble("cannot be put on the disk"));
+}
+
+TEST_F(GatewayTest, PublishesWhatAFullDiskHoldsThoughItIsStartedThere) {
+  begin();
+  scene_.broker.crash();
+  send(50);
+  scene_.runFor(seconds(2));
+  scene_.disk.setFull(true);
+  scene_.kill();
+  scene_.broker.comeBack();
+  scene_.start();
+  ASSERT_TRUE(scene_.gateway);
+  EXPECT_TRUE(scene_.hasTrouble("wait until the disk has room"));
+  scene_.disk.setFull(false);
+  scene_.runFor(minutes(3));
+  EXPECT_EQ(scene_.gateway->log().synced() + 1, scene_.gateway->log().next());
+  EXPECT_FALSE(scene_.hasTrouble("nothing new is published"));
 }
 
 TEST_F(GatewayTest, HandsACommandToTheRadioAndAnswers) {

@@ -148,5 +148,16 @@ TEST_F(OutboxTest, ShowsNoMoreTroublesThanAMessageHolds) {
   EXPECT_EQ(troubles_.lines().size(), 200U);
 }
 
+TEST_F(OutboxTest, ShowsNoLongerTroublesThanAMessageHolds) {
+  for (int each = 0; each < 100; ++each) {
+    troubles_.set(std::to_string(each), std::string(5000, 'x'));
+  }
+  std::size_t bytes = 0;
+  for (const std::string& line : troubles_.lines()) bytes += line.size();
+  EXPECT_LT(bytes, 10000U);
+  EXPECT_NE(troubles_.lines().back().find("91 more"), std::string::npos)
+      << troubles_.lines().back();
+}
+
 }  // namespace
 }  // namespace kestrin::gateway::test

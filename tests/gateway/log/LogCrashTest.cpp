@@ -338,7 +338,10 @@ class History {
     work_.reset();
     files_ = files_->afterKill();
     watch();
+    // The disk may be full, and get room once the log is open.
+    if (withFaults_ && below(3) == 0) files_->faults.shortWrite = 1;
     open();
+    files_->faults = {};
     if (!failed_ && !forgetsPages()) checkNow(*log_, true, "after a kill");
     if (!failed_) adopt();
   }

@@ -1,6 +1,7 @@
 #include "tools/gateway/commands/Commands.h"
 #include "tools/gateway/commands/RecordRow.h"
 #include "tools/gateway/commands/SafeText.h"
+#include "tools/gateway/config/Config.h"
 #include "tools/gateway/log/LogReader.h"
 
 namespace kestrin::gateway {
@@ -14,6 +15,8 @@ void printStanding(const LogReader& reader, Output& output) {
   output.line("# log " + reader.identity() + ", forgotten up to " +
               std::to_string(reader.forgotten()));
   for (const auto& [consumer, number] : reader.kept()) {
+    // The gateway keeps there what is its own, too.
+    if (!isPlainName(consumer)) continue;
     output.line("# " + safeText(consumer) + " has committed up to " + std::to_string(number));
   }
 }

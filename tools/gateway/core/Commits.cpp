@@ -22,7 +22,8 @@ void Commits::declare(const std::vector<std::string>& consumers) {
     commits_[consumer] = std::clamp(number, log_.forgotten(), log_.next() - 1);
   }
   for (const auto& [name, number] : kept) {
-    if (!commits_.contains(name)) log_.drop(name);
+    // What the gateway keeps there for itself is not named as a consumer can be.
+    if (isPlainName(name) && !commits_.contains(name)) log_.drop(name);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
 #include <utility>
 
 namespace kestrin::gateway {
@@ -11,6 +12,8 @@ constexpr std::size_t kLargestWindow = 100;
 constexpr Time kForgetAfter = std::chrono::milliseconds(100);
 constexpr Time kLimitToLeave = std::chrono::seconds(5);
 constexpr double kLimitOfBrokerSeconds = 5;
+// No consumer has a stroke in its name.
+constexpr std::string_view kKeptReader = "reader/";
 
 std::string joined(const std::vector<std::string>& words) {
   std::string text;
@@ -34,7 +37,7 @@ Gateway::Gateway(Parts parts, Config config)
       topics_(config_.name),
       troubles_(troubleHandlers()),
       window_(*parts_.broker),
-      outbox_(window_, troubles_),
+      outbox_(window_, troubles_, [this](const std::string& topic) { removed(topic); }),
       publisher_(parts_.platform.mainRunLoop, *parts_.log, window_, troubles_,
                  {.gateway = config_.name, .format = config_.format}),
       commits_(*parts_.log, troubles_, config_.consumers),
@@ -52,6 +55,7 @@ Gateway::Gateway(Parts parts, Config config)
   sayPromise();
   sayState(true);
   sayInfo();
+  removeOldReaders();
   // What an earlier run has appended last may not be on the disk yet.
   syncer_.finish([] {});
   parts_.broker->start(topics_.filters(), willOf(topics_, parts_.identity.boot), brokerHandlers());
@@ -67,8 +71,9 @@ Troubles::Handlers Gateway::troubleHandlers() {
 
 Syncer::Handlers Gateway::syncHandlers() {
   return {.onSynced =
-              [this] {
+              [this](const std::optional<std::string>& stateError) {
                 troubles_.clear("sync");
+                noteState(stateError);
                 pump();
               },
           .onError =
@@ -112,7 +117,7 @@ HeldReaders::Handlers Gateway::readerHandlers() {
                      std::span<const std::uint8_t> bytes) { recorder_.take(reader, kind, bytes); },
           .onState =
               [this](const std::string& identifier, const std::optional<ReaderState>& state) {
-                outbox_.retain(topics_.readerState(identifier), state ? textOf(*state) : "");
+                sayReader(identifier, state);
                 pump();
               },
           .onTrouble =
@@ -230,11 +235,48 @@ void Gateway::beat() {
 void Gateway::lookForStalls() {
   // Whoever waits for what is still to come in this pass has not been passed over.
   if (!window_.isOpen() || !publisher_.hasCaughtUp()) return;
-  const auto behind = stalls_.look(commits_.all(), publisher_.answered(), now());
+  auto where = commits_.all();
+  // Without a consumer it is the broker that has to come on.
+  if (where.empty()) where.emplace_back("", publisher_.settled());
+  const auto behind = stalls_.look(where, publisher_.answered(), now());
   if (!behind) return;
-  say("a consumer has not committed behind number " + std::to_string(*behind) +
-      " though there is more; it is published again from there");
+  say((config_.consumers.empty() ? "the broker has not taken what is behind number "
+                                 : "a consumer has not committed behind number ") +
+      std::to_string(*behind) + " though there is more; it is published again from there");
   publisher_.restart(*behind + 1);
+}
+
+void Gateway::noteState(const std::optional<std::string>& error) {
+  if (!error) return troubles_.clear("log state");
+  troubles_.set("log state",
+                "what is committed and forgotten cannot be put on the disk, so that more is " +
+                    ("published again after a restart: " + *error));
+}
+
+// --- The readers' retained states. Which there are is kept with the log, so that those of readers
+// that are taken out while the gateway does not run go too.
+
+void Gateway::sayReader(const std::string& identifier, const std::optional<ReaderState>& state) {
+  if (state) {
+    parts_.log->keep(std::string(kKeptReader) + identifier, 1);
+    syncer_.touched();
+  }
+  outbox_.retain(topics_.readerState(identifier), state ? textOf(*state) : "");
+}
+
+void Gateway::removeOldReaders() {
+  for (const auto& [name, value] : parts_.log->kept()) {
+    if (!name.starts_with(kKeptReader)) continue;
+    outbox_.retain(topics_.readerState(name.substr(kKeptReader.size())), "");
+  }
+}
+
+void Gateway::removed(const std::string& topic) {
+  for (const auto& [name, value] : parts_.log->kept()) {
+    if (!name.starts_with(kKeptReader)) continue;
+    if (topics_.readerState(name.substr(kKeptReader.size())) == topic) parts_.log->drop(name);
+  }
+  syncer_.touched();
 }
 
 void Gateway::takeFindings(const std::vector<std::string>& findings) {

@@ -68,6 +68,10 @@ class Gateway {
   void forget();
   void beat();
   void lookForStalls();
+  void noteState(const std::optional<std::string>& error);
+  void sayReader(const std::string& identifier, const std::optional<ReaderState>& state);
+  void removeOldReaders();
+  void removed(const std::string& topic);
   void takeFindings(const std::vector<std::string>& findings);
   void sayState(bool online);
   void sayInfo();

@@ -83,7 +83,9 @@ bool Outbox::takeTopic(PublishId id, const std::optional<std::string>& refused) 
   if (refused) {
     troubles_.note("refused " + name, "the broker refuses " + name + ": " + *refused);
   } else if (topic.payload.empty()) {
+    const std::string gone = name;
     topics_.erase(found);
+    if (removed_) removed_(gone);
   }
   return true;
 }

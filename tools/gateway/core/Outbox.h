@@ -15,15 +15,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace kestrin::gateway {
 
 class Outbox {
  public:
-  Outbox(Window& window, Troubles& troubles) : window_(window), troubles_(troubles) {}
+  using Removed = std::function<void(const std::string& topic)>;
+  /// `removed`: the broker has removed a retained message.
+  Outbox(Window& window, Troubles& troubles, Removed removed = nullptr)
+      : window_(window), troubles_(troubles), removed_(std::move(removed)) {}
 
   /// What a topic is to say from now on; an empty text removes the retained message.
   void retain(const std::string& topic, std::string payload);
@@ -57,6 +62,7 @@ class Outbox {
 
   Window& window_;
   Troubles& troubles_;
+  const Removed removed_;
   std::map<std::string, Topic> topics_;
   std::deque<Letter> letters_;
   bool waits_ = false;  // Whether anything may wait to be handed over.

@@ -1,5 +1,7 @@
 #include "tools/gateway/core/Syncer.h"
 
+#include "tools/gateway/log/SyncWork.h"
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -61,18 +63,20 @@ void Syncer::ended(const std::shared_ptr<SyncWork>& work) {
   running_ = false;
   const auto error = log_.endSync(work);
   // The records may be there though something else of the log is not.
-  const bool failed = error && log_.synced() < goal_;
-  if (!failed && handlers_.onSynced) handlers_.onSynced();
-  if (error && handlers_.onError) handlers_.onError(error->text);
-  goOn(failed);
+  const bool failed = !work->ran || work->dataError;
+  if (!failed && handlers_.onSynced) {
+    handlers_.onSynced(error ? std::optional(error->text) : std::nullopt);
+  }
+  if (failed && error && handlers_.onError) handlers_.onError(error->text);
+  goOn(failed, error.has_value());
 }
 
-void Syncer::goOn(bool failed) {
+void Syncer::goOn(bool failed, bool isTroubled) {
   const bool isAll = log_.synced() + 1 >= log_.next();
   if (failed || isAll) callFinished();
   if (isAll || running_ || timer_.isArmed()) return;
   const bool isHurried = !finished_.empty();
-  rests_ = failed && log_.next() - 1 == goal_;
+  rests_ = isTroubled && log_.next() - 1 == goal_;
   const Time pause =
       rests_ ? std::max(interval_, kPauseAfterError) : (isHurried ? Time::zero() : interval_);
   timer_.arm(pause, [this] { begin(); });

@@ -20,8 +20,9 @@ namespace kestrin::gateway {
 class Syncer {
  public:
   struct Handlers {
-    /// More is on the disk.
-    std::function<void()> onSynced{};
+    /// More records are on the disk; `stateError`: but not what is forgotten and committed.
+    std::function<void(const std::optional<std::string>& stateError)> onSynced{};
+    /// No more records are.
     std::function<void(const std::string&)> onError{};
   };
   Syncer(std::weak_ptr<RunLoop> loop, Log& log, std::shared_ptr<Syncing> syncing, Time interval,
@@ -37,7 +38,7 @@ class Syncer {
  private:
   void begin();
   void ended(const std::shared_ptr<SyncWork>& work);
-  void goOn(bool failed);
+  void goOn(bool failed, bool isTroubled);
   void callFinished();
 
   Log& log_;

@@ -10,6 +10,9 @@ namespace {
 constexpr Time kNoteIsShown = std::chrono::minutes(10);
 // Names come from outside too, those of consumers for example.
 constexpr std::size_t kMostTroubles = 200;
+// With what else is in the health, it stays below the 16 KiB that whoever reads it counts on.
+constexpr std::size_t kMostBytes = std::size_t{8} << 10U;
+constexpr std::size_t kLongestLine = 1024;
 
 }  // namespace
 
@@ -47,7 +50,16 @@ std::vector<std::string> Troubles::lines() {
   const Time now = handlers_.now();
   std::erase_if(all_, [&](const auto& each) { return each.second.until.value_or(now) < now; });
   std::vector<std::string> lines;
-  for (const auto& [what, trouble] : all_) lines.push_back(trouble.line);
+  std::size_t bytes = 0;
+  for (const auto& [what, trouble] : all_) {
+    lines.push_back(trouble.line.substr(0, kLongestLine));
+    bytes += lines.back().size();
+    if (bytes > kMostBytes) break;
+  }
+  if (lines.size() < all_.size()) {
+    lines.push_back("and " + std::to_string(all_.size() - lines.size()) +
+                    " more, which the gateway's own lines name");
+  }
   return lines;
 }
 

@@ -75,8 +75,15 @@ struct Log::Inside {
   std::vector<std::shared_ptr<LogFile>> unsynced;
   bool folderChanged = false;
   bool mustMove = false;  // A sync has failed: what it was for has to be written again.
+  bool promised = false;  // An earlier run may have published what is not certain.
   std::shared_ptr<SyncWork> inFlight;
-  std::deque<std::pair<std::string, std::uint64_t>> removals;  // Path and size.
+  struct Removal {
+    std::string path;
+    std::uint64_t size = 0;
+    bool unneeded = false;  // Everybody has what is in it, and nothing else rests on it.
+  };
+  std::deque<Removal> removals;
+  std::optional<std::uint64_t> copySerial;  // Of a segment that was moved and is not synced yet.
 
   // --- The state.
   Claims persisted;
@@ -88,7 +95,6 @@ struct Log::Inside {
 
   std::vector<std::string> findings;
   bool refusalSaid = false;
-  bool syncFailureSaid = false;
 
   // --- Reading.
   struct Cursor {
@@ -121,7 +127,10 @@ struct Log::Inside {
     lastSerial = recovered.lastSerial;
     next = segments.back().end;
     written = next - 1;
-    synced = written;
+    synced = recovered.uncertain ? std::min(recovered.claims.synced, written) : written;
+    mustMove = recovered.uncertain;
+    promised = recovered.uncertain;
+    for (auto& [path, size] : recovered.superseded) removals.push_back({path, size});
     persisted = recovered.claims;
     forgotten = recovered.claims.forgotten;
     kept = std::move(recovered.kept);
@@ -159,7 +168,7 @@ struct Log::Inside {
 
   std::uint64_t totalSize() const {
     std::uint64_t size = liveSize() + stateSize;
-    for (const auto& [path, bytes] : removals) size += bytes;
+    for (const Removal& removal : removals) size += removal.size;
     return size;
   }
 
@@ -183,17 +192,14 @@ struct Log::Inside {
     if (!failed) failed = write(&record);
     if (!failed) return written;
     error = *failed;
-    refuse(error);
+    refuse();
     return std::nullopt;
   }
 
-  void refuse(const FileError& error) {
+  void refuse() {
     if (!refusedFrom) refusedFrom = next;
     ++next;
-    if (refusalSaid) return;
     refusalSaid = true;
-    findings.push_back("the log does not take records from number " + std::to_string(*refusedFrom) +
-                       " on: " + error.text);
   }
 
   /// Writes the record, and in front of it the gaps that none says yet. One write.
@@ -281,7 +287,10 @@ struct Log::Inside {
     segment.size = current->size();
     current.reset();
     if (segment.end > segment.first) return;
-    removals.emplace_back(segment.path, segment.size);
+    // With nothing in it, it waits for nothing: a full disk would leave one for each record.
+    if (segment.size > 0 || files->remove(segment.path)) {
+      removals.push_back({segment.path, segment.size});
+    }
     segments.pop_back();
   }
 
@@ -296,7 +305,7 @@ struct Log::Inside {
     current = std::move(file);
     // One that was begun at the same number holds no record: it could not be written.
     if (!segments.empty() && segments.back().first == header.first) {
-      removals.emplace_back(segments.back().path, segments.back().size);
+      removals.push_back({segments.back().path, segments.back().size});
       segments.pop_back();
     }
     segments.push_back({path, header.serial, header.first, header.first, 0, {}});
@@ -326,7 +335,10 @@ struct Log::Inside {
   void dropFront() {
     const Segment& segment = segments.front();
     if (cursor && cursor->serial == segment.serial) cursor.reset();
-    removals.emplace_back(segment.path, segment.size);
+    // The one behind it has to be on the disk: its header says which numbers there have been.
+    const bool unneeded = segment.end - 1 <= forgotten && segments.size() > 1 &&
+                          segments[1].first <= synced && segments[1].end > segments[1].first;
+    removals.push_back({segment.path, segment.size, unneeded});
     if (segments.size() == 1) current.reset();
     segments.pop_front();
   }
@@ -362,7 +374,11 @@ struct Log::Inside {
     work.folderChanged = folderChanged;
     folderChanged = false;
     work.upTo = written;
-    for (const auto& [path, size] : removals) work.removals.push_back(path);
+    for (const Removal& removal : removals) {
+      // None goes before an older one.
+      if (removal.unneeded && work.unneeded == work.removals.size()) ++work.unneeded;
+      work.removals.push_back(removal.path);
+    }
     if (stateIsDue(!work.unsynced.empty())) {
       Claims claimed = claims();
       claimed.synced = written;  // By then.
@@ -380,15 +396,15 @@ struct Log::Inside {
   std::optional<FileError> endSync(const std::shared_ptr<SyncWork>& work) {
     if (!work || work != inFlight) return std::nullopt;
     inFlight.reset();
+    for (std::size_t i = 0; i < work->removed; ++i) removals.pop_front();
     if (!work->ran || work->dataError) return takeUnsynced(*work);
     synced = std::max(synced, work->upTo);
-    syncFailureSaid = syncFailureSaid && work->stateError;
-    for (std::size_t i = 0; i < work->removed; ++i) removals.pop_front();
+    copySerial.reset();
+    promised = false;
     ++syncsSinceState;
     if (!work->state) return std::nullopt;
     if (work->stateError) {
       keptChanged = true;
-      sayOnce(*work->stateError);
       return work->stateError;
     }
     syncsSinceState = 0;
@@ -406,18 +422,14 @@ struct Log::Inside {
     keptChanged = keptChanged || work.state;
     if (!work.dataError) return std::nullopt;
     mustMove = true;
-    sayOnce(*work.dataError);
     return work.dataError;
-  }
-
-  void sayOnce(const FileError& error) {
-    if (!syncFailureSaid) findings.push_back("the log cannot be put on the disk: " + error.text);
-    syncFailureSaid = true;
   }
 
   /// Writes everything that is not certain into another segment.
   std::optional<FileError> moveUnsynced() {
-    const SegmentHeader header{identity, lastSerial + 1, synced + 1, claims()};
+    // The budget may have taken some of it meanwhile.
+    const RecordNumber oldest = segments.empty() ? written + 1 : segments.front().first;
+    const SegmentHeader header{identity, lastSerial + 1, std::max(synced + 1, oldest), claims()};
     const std::string path = options.folder + "/" + kNewSegmentName;
     FileError error;
     if (files->open(path, false, error)) {
@@ -432,14 +444,25 @@ struct Log::Inside {
                   header.first,
                   0,
                   {}};
-    Bytes bytes;
-    appendHeader(bytes, header);
-    if (auto failed = file->append(bytes)) return failed;
-    if (auto failed = copyUnsynced(*file, moved)) return failed;
-    if (auto failed = files->rename(path, moved.path)) return failed;
+    auto failed = writeMoved(*file, header, moved);
+    // It takes over with its name, from files that may be on the disk.
+    if (!failed && promised) failed = file->sync();
+    if (!failed) failed = files->rename(path, moved.path);
+    if (failed) {
+      // On a full disk what is there of it would stand in the way of others.
+      [[maybe_unused]] const auto left = files->remove(path);
+      return failed;
+    }
     moved.size = file->size();
     takeMoved(std::move(moved), file);
     return std::nullopt;
+  }
+
+  std::optional<FileError> writeMoved(LogFile& file, const SegmentHeader& header, Segment& moved) {
+    Bytes bytes;
+    appendHeader(bytes, header);
+    if (auto failed = file.append(bytes)) return failed;
+    return copyUnsynced(file, moved);
   }
 
   std::optional<FileError> copyUnsynced(LogFile& to, Segment& moved) {
@@ -477,9 +500,14 @@ struct Log::Inside {
   void takeMoved(Segment moved, const std::shared_ptr<LogFile>& file) {
     cursor.reset();
     while (!segments.empty() && segments.back().first >= moved.first) {
-      removals.emplace_back(segments.back().path, segments.back().size);
+      const Segment& old = segments.back();
+      // Where syncing goes on failing, each copy takes the place of the one before.
+      if (promised || old.serial != copySerial || files->remove(old.path)) {
+        removals.push_back({old.path, old.size});
+      }
       segments.pop_back();
     }
+    copySerial = moved.serial;
     if (!segments.empty()) segments.back().end = std::min(segments.back().end, moved.first);
     if (moved.end <= written) {
       findings.push_back("the disk has lost " + numbersText(moved.end, written) +

@@ -44,9 +44,12 @@ class SegmentWriter {
     if (auto error = flush()) return error;
     if (auto error = file_->sync()) return error;
     if (auto error = files_.rename(folder_ + "/" + kNewSegmentName, path())) return error;
+    isNamed_ = true;
     return files_.syncFolder(folder_);
   }
   [[nodiscard]] std::string path() const { return folder_ + "/" + name_; }
+  /// Whether it takes over from others now.
+  [[nodiscard]] bool isNamed() const { return isNamed_; }
 
  private:
   std::optional<FileError> flush() {
@@ -60,7 +63,10 @@ class SegmentWriter {
   std::string name_;
   std::shared_ptr<LogFile> file_;
   Bytes piece_;
+  bool isNamed_ = false;
 };
+
+bool isFull(const FileError& error) { return error.number == ENOSPC || error.number == EDQUOT; }
 
 class Recovery {
  public:
@@ -204,7 +210,7 @@ class Recovery {
       if (auto error = writeTail()) return error;
     }
     if (auto error = removeUnused()) return error;
-    return writeFinalState();
+    return result_.uncertain ? std::nullopt : writeFinalState();
   }
 
   std::optional<FileError> scanChain() {
@@ -336,6 +342,12 @@ class Recovery {
     }
   }
 
+  struct TailBegin {
+    std::size_t segment = 0;
+    RecordNumber from = 1;
+    std::uint64_t place = kSegmentHeaderSize;
+  };
+
   /// Writes what is not certain once more, together with what is lost behind it.
   std::optional<FileError> writeTail() {
     std::optional<Gap> gap;
@@ -351,22 +363,43 @@ class Recovery {
     SegmentHeader header{result_.identity, ++result_.lastSerial, from, claims_};
     header.claims.synced = gap ? gap->to + 1 : expected_ - 1;
     SegmentWriter writer(files_, path_);
+    const auto error = fillTail(writer, header, {segment, from, place}, gap);
+    if (!error) return takeTail(writer.path(), header);
+    return mayWait(*error) && !writer.isNamed() ? letTailWait(*error) : error;
+  }
+
+  std::optional<FileError> fillTail(SegmentWriter& writer, const SegmentHeader& header,
+                                    const TailBegin& begin, const std::optional<Gap>& gap) {
     if (auto error = writer.begin(header)) return error;
-    if (auto error = copy(writer, segment, from, place)) return error;
+    if (auto error = copy(writer, begin.segment, begin.from, begin.place)) return error;
     if (gap) {
       Bytes bytes;
       appendRecord(bytes, gapRecord(gap->to + 1, *gap), expected_ - 1, tagOf(result_.identity));
       if (auto error = writer.add(bytes)) return error;
     }
-    if (auto error = writer.finish()) return error;
-    return takeTail(writer.path(), header);
+    return writer.finish();
   }
 
-  struct TailBegin {
-    std::size_t segment = 0;
-    RecordNumber from = 1;
-    std::uint64_t place = kSegmentHeaderSize;
-  };
+  /// A full disk gets room when what is certain has left the log.
+  bool mayWait(const FileError& error) const {
+    return isFull(error) && !hole_ && !result_.segments.empty();
+  }
+
+  std::optional<FileError> letTailWait(const FileError& full) {
+    [[maybe_unused]] const auto left = files_.remove(path_ + "/" + kNewSegmentName);
+    findings_.push_back(numbersText(claims_.synced + 1, expected_ - 1) +
+                        " of the log wait until the disk has room: " + full.text);
+    result_.uncertain = true;
+    // Nothing is claimed of that, but a power cut costs no more than it has to meanwhile.
+    for (const Segment& segment : result_.segments) {
+      if (segment.end <= claims_.synced + 1) continue;
+      if (const auto file = openedFile(segment)) [[maybe_unused]]
+        const auto error = file->sync();
+    }
+    [[maybe_unused]] const auto named = files_.syncFolder(path_);
+    return std::nullopt;
+  }
+
   /// Where the tail begins: not behind the first number that is not certain.
   TailBegin tailBegin() const {
     const auto& segments = result_.segments;
@@ -450,6 +483,11 @@ class Recovery {
           const auto error = file.file->truncate(used->size);
         continue;
       }
+      // What has taken over from it may not be on the disk yet.
+      if (result_.uncertain && file.name.first >= result_.segments.front().first) {
+        result_.superseded.emplace_back(file.path, file.size);
+        continue;
+      }
       if (auto error = files_.remove(file.path)) return error;
       if (auto error = files_.syncFolder(path_)) return error;
     }
@@ -462,6 +500,8 @@ class Recovery {
     result_.claims.oldest = result_.segments.front().first;
     const Bytes bytes = writeState({result_.identity, result_.claims, result_.kept, std::nullopt});
     const auto error = replaceState(files_, path_, bytes);
+    // The old one claims less, and nothing that is wrong.
+    if (error && isFull(*error) && folder_.state) return std::nullopt;
     result_.stateSize = bytes.size();
     return error;
   }

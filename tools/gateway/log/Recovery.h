@@ -52,6 +52,10 @@ struct Recovered {
   std::uint64_t stateSize = 0;
   /// Up to here a gap record of the budget says what is lost.
   RecordNumber budgetGapTo = 0;
+  /// The disk is full: what is behind `claims.synced` has yet to be written once more.
+  bool uncertain = false;
+  /// Files, by path and size, that may go only after that.
+  std::vector<std::pair<std::string, std::uint64_t>> superseded;
   /// The record that says what is lost of an earlier log.
   std::optional<std::pair<RecordNumber, Gap>> foreign;
 };

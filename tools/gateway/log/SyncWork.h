@@ -2,7 +2,8 @@
 // what may go, the oldest first.
 //
 // Threads: filled and read on the log's thread, run on any other one between.
-// Errors: kept in it. Nothing that comes later is done after one.
+// Errors: kept in it. After one of the records' only what nobody needs any more still goes: on a
+// full disk that is where room comes from.
 #pragma once
 
 #include <memory>
@@ -27,6 +28,7 @@ class SyncWork {
   RecordNumber upTo = 0;
   std::optional<Bytes> state;
   std::vector<std::string> removals;
+  std::size_t unneeded = 0;  ///< The first so many of them may go whatever becomes of the records.
 
   bool ran = false;
   std::optional<FileError> dataError;
@@ -35,7 +37,7 @@ class SyncWork {
 
  private:
   std::optional<FileError> syncData();
-  void removeSome();
+  void removeSome(std::size_t most);
 };
 
 /// Puts the state on the disk: the old one or the new one is there at any moment.
