@@ -12,7 +12,7 @@
 namespace kestrin::gateway {
 namespace {
 
-const LogIdentity kLog(32, 'a');
+const LogIdentity kExportedLog(32, 'a');
 
 Record frame() {
   Record record;
@@ -30,7 +30,7 @@ Record gap() {
   Record record;
   record.number = 8;
   record.kind = RecordKind::gap;
-  record.gap = Gap{kLog, 2, 5, GapReason::budget};
+  record.gap = Gap{kExportedLog, 2, 5, GapReason::budget};
   return record;
 }
 
@@ -38,7 +38,7 @@ class ExportTest : public testing::Test {
  protected:
   void writeBoth(RecordWriter& writer) {
     for (const Record& record : {frame(), gap()}) {
-      EXPECT_EQ(writer.write(kLog, record), std::nullopt);
+      EXPECT_EQ(writer.write(kExportedLog, record), std::nullopt);
     }
     EXPECT_EQ(writer.finish(), std::nullopt);
   }
@@ -61,16 +61,16 @@ TEST_F(ExportTest, ATableOfCommasHasALineForEachRecord) {
   EXPECT_EQ(contentsOf(path),
             "log,n,kind,reader,name,link,at,mono,bytes,type,code,payload,gap_log,gap_from,gap_to,"
             "gap_reason\r\n" +
-                kLog +
+                kExportedLog +
                 ",7,frame,C0:00:00:00:00:01,\"KVR,\"\"1\"\"\\x0a\\x1b\",3,"
                 "2026-11-22T13:05:09.123Z,5000,bb01a20001997e0000,,,,,,,\r\n" +
-                kLog + ",8,gap,,,,,,,,,," + kLog + ",2,5,budget\r\n");
+                kExportedLog + ",8,gap,,,,,,,,,," + kExportedLog + ",2,5,budget\r\n");
 }
 
 TEST_F(ExportTest, LinesOfJsonAreWhatTheBrokerGets) {
   writeBoth(*makeJsonLinesWriter(path, error));
-  EXPECT_EQ(contentsOf(path), payloadOf(frame(), kLog, FrameFormat::json) + "\n" +
-                                  payloadOf(gap(), kLog, FrameFormat::json) + "\n");
+  EXPECT_EQ(contentsOf(path), payloadOf(frame(), kExportedLog, FrameFormat::json) + "\n" +
+                                  payloadOf(gap(), kExportedLog, FrameFormat::json) + "\n");
 }
 
 TEST_F(ExportTest, ADatabaseHasARowForEachRecord) {
@@ -98,7 +98,7 @@ TEST_F(ExportTest, ADatabaseHasARowForEachRecord) {
 TEST_F(ExportTest, AWholeFrameIsTakenApart) {
   Record record = frame();
   record.bytes = {0xBB, 0x01, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x20, 0x37};
-  const RecordRow row = rowOf(kLog, record);
+  const RecordRow row = rowOf(kExportedLog, record);
   EXPECT_EQ(row.type, 1);
   EXPECT_EQ(row.code, 3);
   EXPECT_EQ(row.payload, "b1");

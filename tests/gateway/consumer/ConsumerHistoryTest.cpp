@@ -15,7 +15,7 @@
 namespace kestrin::gateway {
 namespace {
 
-const LogIdentity kLog(32, 'c');
+const LogIdentity kHistoryLog(32, 'c');
 
 /// One seeded history. The gateway is modelled by what it promises: it publishes from where it is
 /// asked to, in order.
@@ -96,7 +96,7 @@ class History {
 
   void sayInfo() {
     GatewayInfo info;
-    info.log = kLog;
+    info.log = kHistoryLog;
     info.first = 1;
     info.next = records_ + 1;
     give(topics_.info(), textOf(info));
@@ -111,7 +111,7 @@ class History {
       if (below(4) == 0 && !batch.empty()) batch.pop_back();
     } else if (next_ > records_) {
       Health health;
-      health.log = kLog;
+      health.log = kHistoryLog;
       health.first = 1;
       health.last = health.synced = health.published = records_;
       give(topics_.health(), textOf(health));
@@ -121,7 +121,7 @@ class History {
       record.number = number;
       record.reader = "C0:00:00:00:00:01";
       record.bytes = {0xBB, 0x01, 0xA2, 0x00, 0x00, 0x7E, 0x23, 0x1A};
-      give(topics_.readerFrame(record.reader), payloadOf(record, kLog, FrameFormat::json));
+      give(topics_.readerFrame(record.reader), payloadOf(record, kHistoryLog, FrameFormat::json));
     }
   }
 

@@ -8,7 +8,7 @@ namespace {
 
 using Its = std::vector<std::uint8_t>;
 
-std::string errorOf(std::string_view text) {
+std::string bytesErrorOf(std::string_view text) {
   std::string error;
   EXPECT_FALSE(bytesOfHex(text, error)) << text;
   return error;
@@ -27,11 +27,11 @@ TEST(Bytes, HexadecimalTextIsReadInEitherCaseWithAndWithoutBlanks) {
 }
 
 TEST(Bytes, WhatIsNotHexadecimalIsNamedWithItsPlace) {
-  EXPECT_EQ(errorOf("bbx0"),
+  EXPECT_EQ(bytesErrorOf("bbx0"),
             "its character 3 is not a hexadecimal digit; two of them for each byte would be right");
-  EXPECT_EQ(errorOf("b b0"),
+  EXPECT_EQ(bytesErrorOf("b b0"),
             "its character 2 is not a hexadecimal digit; two of them for each byte would be right");
-  EXPECT_EQ(errorOf("bb0"), "its last byte has one hexadecimal digit; two would be right");
+  EXPECT_EQ(bytesErrorOf("bb0"), "its last byte has one hexadecimal digit; two would be right");
 }
 
 TEST(Bytes, Utf8NeedsNoMending) {

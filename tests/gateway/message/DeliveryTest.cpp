@@ -52,7 +52,7 @@ std::optional<Delivery> read(std::string_view payload) {
   return delivery;
 }
 
-std::string errorOf(std::string_view payload) {
+std::string deliveryErrorOf(std::string_view payload) {
   std::string error;
   EXPECT_FALSE(deliveryOf(payload, error)) << payload;
   EXPECT_EQ(error.find('\n'), std::string::npos);
@@ -70,8 +70,8 @@ TEST(Delivery, MembersThatAreNotKnownAreIgnored) {
 
 TEST(Delivery, TheVersionMayBeMissingAndIsOne) {
   EXPECT_EQ(read(frameWith("v", "")), (Delivery{"l", plainRecord()}));
-  EXPECT_EQ(errorOf(frameWith("v", "2")), "its version, \"v\", is 2; 1 would be right");
-  EXPECT_EQ(errorOf(frameWith("v", "\"1\"")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("v", "2")), "its version, \"v\", is 2; 1 would be right");
+  EXPECT_EQ(deliveryErrorOf(frameWith("v", "\"1\"")),
             "\"v\": it is a text; a whole number from 1 to 9223372036854775808 would be right");
 }
 
@@ -80,7 +80,7 @@ TEST(Delivery, KindsAreFrameAndValue) {
   value.kind = RecordKind::value;
   EXPECT_EQ(read(frameWith("kind", "\"value\"")), (Delivery{"l", value}));
   EXPECT_EQ(read(frameWith("kind", "\"frame\"")), (Delivery{"l", plainRecord()}));
-  EXPECT_EQ(errorOf(frameWith("kind", "\"gap\"")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("kind", "\"gap\"")),
             "\"kind\": \"gap\" is not known; frame or value would be right");
 }
 
@@ -91,32 +91,33 @@ TEST(Delivery, BytesOfANameTakeItsPlace) {
 }
 
 TEST(Delivery, WhatIsMissingIsNamed) {
-  EXPECT_EQ(errorOf(frameWith("log", "")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("log", "")),
             "\"log\" is missing; 1 to 64 of the characters A-Z, a-z, 0-9, _ and - would be right");
-  EXPECT_EQ(errorOf(frameWith("n", "")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("n", "")),
             "\"n\" is missing; a whole number from 1 to 9223372036854775808 would be right");
-  EXPECT_EQ(errorOf(frameWith("bytes", "")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("bytes", "")),
             "\"bytes\" is missing; hexadecimal text, two digits for each byte, would be right");
   for (const char* const name : {"reader", "name", "link", "at", "mono"}) {
-    EXPECT_EQ(errorOf(frameWith(name, "")).find('"' + std::string(name) + "\" is missing"), 0U);
+    EXPECT_EQ(deliveryErrorOf(frameWith(name, "")).find('"' + std::string(name) + "\" is missing"),
+              0U);
   }
 }
 
 TEST(Delivery, WrongTypesAreNamed) {
-  EXPECT_EQ(errorOf(frameWith("name", "5")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("name", "5")),
             "\"name\": it is a whole number; a text would be right");
-  EXPECT_EQ(errorOf(frameWith("link", "[]")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("link", "[]")),
             "\"link\": it is a list; a whole number from 0 to 9223372036854775808 would be right");
-  EXPECT_EQ(errorOf(frameWith("mono", "1.5")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("mono", "1.5")),
             "\"mono\": it is a number that is not whole or too large; a whole number of 64 bits "
             "with sign would be right");
-  EXPECT_EQ(errorOf(frameWith("bytes", "null")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("bytes", "null")),
             "\"bytes\": it is null; hexadecimal text, two digits for each byte, would be right");
-  EXPECT_EQ(errorOf(frameWith("bytes", "\"bb0\"")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("bytes", "\"bb0\"")),
             "\"bytes\": its last byte has one hexadecimal digit; two would be right");
-  EXPECT_EQ(errorOf(frameWith("at", "\"now\"")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("at", "\"now\"")),
             "\"at\": \"now\" is not known; a time as in 2026-11-22T13:05:09.123Z would be right");
-  EXPECT_EQ(errorOf(frameWith("log", "\"a/b\"")),
+  EXPECT_EQ(deliveryErrorOf(frameWith("log", "\"a/b\"")),
             "\"log\": \"a/b\" is not a name; 1 to 64 of the characters A-Z, a-z, 0-9, _ and - "
             "would be right");
 }
@@ -125,10 +126,11 @@ TEST(Delivery, NumbersGoTo2ToThe63rd) {
   EXPECT_EQ(read(frameWith("n", "9223372036854775808"))->record.number, 1ULL << 63U);
   const std::string right =
       " is out of range; a whole number from 1 to 9223372036854775808 would be right";
-  EXPECT_EQ(errorOf(frameWith("n", "9223372036854775809")), "\"n\": 9223372036854775809" + right);
-  EXPECT_EQ(errorOf(frameWith("n", "0")), "\"n\": 0" + right);
-  EXPECT_EQ(errorOf(frameWith("n", "-5")), "\"n\": -5" + right);
-  EXPECT_EQ(errorOf(frameWith("n", "1e999")), "a number in it is too large to be read");
+  EXPECT_EQ(deliveryErrorOf(frameWith("n", "9223372036854775809")),
+            "\"n\": 9223372036854775809" + right);
+  EXPECT_EQ(deliveryErrorOf(frameWith("n", "0")), "\"n\": 0" + right);
+  EXPECT_EQ(deliveryErrorOf(frameWith("n", "-5")), "\"n\": -5" + right);
+  EXPECT_EQ(deliveryErrorOf(frameWith("n", "1e999")), "a number in it is too large to be read");
   EXPECT_EQ(read(frameWith("mono", "-9223372036854775808"))->record.monoMs,
             std::numeric_limits<std::int64_t>::min());
 }
@@ -146,36 +148,37 @@ TEST(Delivery, AGapIsRead) {
 }
 
 TEST(Delivery, WhatIsWrongInAGapIsNamedWithIt) {
-  EXPECT_EQ(errorOf(R"({"log":"l","n":9,"gap":7})"),
+  EXPECT_EQ(deliveryErrorOf(R"({"log":"l","n":9,"gap":7})"),
             "\"gap\": it is a whole number; an object would be right");
-  EXPECT_EQ(errorOf(R"({"log":"l","n":9,"gap":{"log":"m","from":3,"to":2,"reason":"budget"}})"),
-            "\"gap.to\": 2 is out of range; a whole number from 3 to 9223372036854775808 would be "
-            "right");
   EXPECT_EQ(
-      errorOf(R"({"log":"l","n":9,"gap":{"log":"m","from":3,"to":4,"reason":"rust"}})"),
+      deliveryErrorOf(R"({"log":"l","n":9,"gap":{"log":"m","from":3,"to":2,"reason":"budget"}})"),
+      "\"gap.to\": 2 is out of range; a whole number from 3 to 9223372036854775808 would be "
+      "right");
+  EXPECT_EQ(
+      deliveryErrorOf(R"({"log":"l","n":9,"gap":{"log":"m","from":3,"to":4,"reason":"rust"}})"),
       "\"gap.reason\": \"rust\" is not known; budget, torn, damaged or refused would be right");
-  EXPECT_EQ(errorOf(R"({"log":"l","n":9,"gap":{"log":"m","to":4,"reason":"torn"}})"),
+  EXPECT_EQ(deliveryErrorOf(R"({"log":"l","n":9,"gap":{"log":"m","to":4,"reason":"torn"}})"),
             "\"gap.from\" is missing; a whole number from 1 to 9223372036854775808 would be right");
 }
 
 TEST(Delivery, WhatIsNotOneObjectIsRefused) {
-  EXPECT_EQ(errorOf(""), "the payload is empty; one JSON object would be right");
-  EXPECT_EQ(errorOf("7"), "this is not one object with named members");
-  EXPECT_EQ(errorOf("[{}]"), "this is not one object with named members");
-  EXPECT_EQ(errorOf("{\"v\":1"), "this is not JSON, at byte 7");
-  EXPECT_EQ(errorOf("{} x"), "this is not JSON, at byte 4");
-  EXPECT_EQ(errorOf(std::string("{\"name\":\"\xFF\"}")), "this is not JSON, at byte 10");
-  EXPECT_EQ(errorOf(frameWith("n", "5,\"n\":6")), "\"n\" stands in it twice");
-  EXPECT_EQ(errorOf(std::string((1U << 20U) + 1, ' ')),
+  EXPECT_EQ(deliveryErrorOf(""), "the payload is empty; one JSON object would be right");
+  EXPECT_EQ(deliveryErrorOf("7"), "this is not one object with named members");
+  EXPECT_EQ(deliveryErrorOf("[{}]"), "this is not one object with named members");
+  EXPECT_EQ(deliveryErrorOf("{\"v\":1"), "this is not JSON, at byte 7");
+  EXPECT_EQ(deliveryErrorOf("{} x"), "this is not JSON, at byte 4");
+  EXPECT_EQ(deliveryErrorOf(std::string("{\"name\":\"\xFF\"}")), "this is not JSON, at byte 10");
+  EXPECT_EQ(deliveryErrorOf(frameWith("n", "5,\"n\":6")), "\"n\" stands in it twice");
+  EXPECT_EQ(deliveryErrorOf(std::string((1U << 20U) + 1, ' ')),
             "the payload has 1048577 bytes; at most 1048576 would be right");
 }
 
 TEST(Delivery, DeepNestingIsGoneThroughWithoutACallForEach) {
   const std::string deep(500'000, '[');
-  EXPECT_EQ(errorOf("{\"later\":" + deep + "}").find("this is not JSON"), 0U);
+  EXPECT_EQ(deliveryErrorOf("{\"later\":" + deep + "}").find("this is not JSON"), 0U);
   std::string cbor = "\xA1\x61x";
   cbor += std::string(500'000, '\x81');
-  EXPECT_EQ(errorOf(cbor),
+  EXPECT_EQ(deliveryErrorOf(cbor),
             "this is not CBOR: byte 11: more than 8 lists and maps stand within each other");
 }
 
@@ -183,14 +186,16 @@ TEST(Delivery, CborThatIsCutOffOrStrangeIsRefused) {
   const std::string whole = payloadOf(frameRecord(), kLog, FrameFormat::cbor);
   EXPECT_EQ(read(whole), (Delivery{kLog, frameRecord()}));
   for (std::size_t length = 1; length < whole.size(); ++length) {
-    const auto error = errorOf(whole.substr(0, length));
+    const auto error = deliveryErrorOf(whole.substr(0, length));
     EXPECT_EQ(error.find("this is not CBOR: byte "), 0U) << length << error;
   }
-  EXPECT_EQ(errorOf(whole + '\0'), "this is not CBOR: byte " + std::to_string(whole.size() + 1) +
-                                       ": something stands behind the item");
-  EXPECT_EQ(errorOf("\xA1\x61v\xC1\x01"), "this is not CBOR: byte 4: tags are not taken");
-  EXPECT_EQ(errorOf("\xBF\xFF"), "this is not CBOR: byte 1: a stated length would be right");
-  EXPECT_EQ(errorOf("\xA1\x01\x01").find("this is not CBOR with texts as names"), 0U);
+  EXPECT_EQ(deliveryErrorOf(whole + '\0'), "this is not CBOR: byte " +
+                                               std::to_string(whole.size() + 1) +
+                                               ": something stands behind the item");
+  EXPECT_EQ(deliveryErrorOf("\xA1\x61v\xC1\x01"), "this is not CBOR: byte 4: tags are not taken");
+  EXPECT_EQ(deliveryErrorOf("\xBF\xFF"),
+            "this is not CBOR: byte 1: a stated length would be right");
+  EXPECT_EQ(deliveryErrorOf("\xA1\x01\x01").find("this is not CBOR with texts as names"), 0U);
 }
 
 TEST(Delivery, CborMayHaveHexadecimalTextForBytes) {
