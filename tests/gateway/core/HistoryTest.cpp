@@ -179,6 +179,7 @@ class History {
     if (!scene_.gateway) return;
     const LogIdentity log = scene_.gateway->log().identity();
     const RecordNumber synced = scene_.gateway->log().synced();
+    const bool waitsForRoom = scene_.hasTrouble("nothing new is published before it is");
     scene_.kill();
     promise_.killed();
     ++kills_;
@@ -186,7 +187,9 @@ class History {
     ++cuts_;
     // One sync may be under way when a record comes, which waits for the next one.
     const Time cost = scene_.config.log.syncInterval + 2 * scene_.syncDelay + milliseconds(1);
-    promise_.powerCut(log, synced, begin_, scene_.now(), cost);
+    // What a full disk makes wait is on it, but the log does not claim so before there is room.
+    const bool waits = scene_.disk.isFull() && waitsForRoom;
+    promise_.powerCut(log, synced, begin_, scene_.now(), waits ? Time::max() : cost);
     scene_.disk.cut();
   }
   void stopGateway() {
