@@ -58,13 +58,15 @@ class FileLayer {
   /// The names in a folder, sorted.
   [[nodiscard]] virtual std::optional<FileError> list(const std::string& folder,
                                                       std::vector<std::string>& names) = 0;
-  /// Takes the place of what has the name already.
+  /// A file takes the place of what has the name already; a folder comes with what is in it.
   [[nodiscard]] virtual std::optional<FileError> rename(const std::string& from,
                                                         const std::string& to) = 0;
   [[nodiscard]] virtual std::optional<FileError> remove(const std::string& path) = 0;
   /// What was created, renamed and removed in the folder is on the disk when it returns without an
   /// error.
   [[nodiscard]] virtual std::optional<FileError> syncFolder(const std::string& folder) = 0;
+  /// What SQLite calls this file system (`sqlite3_vfs::zName`); empty for the system's.
+  [[nodiscard]] virtual std::string vfs() const = 0;
   /// Holds the folder for this process until what is returned is dropped. Null: another holds it,
   /// or why not.
   [[nodiscard]] virtual std::shared_ptr<void> lock(const std::string& folder, FileError& error) = 0;

@@ -214,6 +214,7 @@ class PosixFiles final : public FileLayer {
   }
 
   // A lock of the open file, not of the process: two logs in one process exclude each other too.
+  [[nodiscard]] std::string vfs() const override { return {}; }
   std::shared_ptr<void> lock(const std::string& folder, FileError& error) override {
     const std::string path = folder + "/lock";
     auto handle =

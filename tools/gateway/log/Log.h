@@ -1,9 +1,9 @@
 // The gateway's log: what the readers sent, on disk, in the order in which it came, until it may be
-// forgotten.
+// forgotten. It is a database of SQLite's, whose write-ahead log takes each record.
 //
 // Each record has a number, one higher than that of the record before it. A log has an identity;
-// numbers are never used again within one. What cannot be kept or read any more leaves a gap
-// record, which has a number of its own and says which numbers are lost.
+// numbers that were synced are never used again within one. What cannot be kept or read any more
+// leaves a gap record, which has a number of its own and says which numbers are lost.
 //
 // docs/gateway-log.md has the format.
 //
@@ -25,25 +25,24 @@
 
 namespace kestrin::gateway {
 
-constexpr std::uint64_t kSmallestBudget = 64ULL << 10U;
-constexpr std::uint64_t kSmallestSegment = 4ULL << 10U;
+constexpr std::uint64_t kSmallestBudget = 1ULL << 20U;
 
 struct LogOptions {
   std::string folder;
   /// Bytes on disk, at least `kSmallestBudget`. The rest of a damaged log does not count.
   std::uint64_t budget = 1ULL << 30U;
-  std::uint64_t segmentSize = 16ULL
-                              << 20U;  ///< At most; a sixteenth of the budget where that is less.
   std::function<LogIdentity()> makeIdentity;  ///< Random from the system when empty.
 };
 
-/// What has to be synced. `run` may be called with it on any thread, once.
+/// What has to be synced. `run` may be called with it on any thread, once; no other use of the log
+/// waits for it.
 class SyncWork;
 
 class Log {
  public:
-  /// Opens the log in the folder, or begins one. Recovery cuts a torn end and begins a log of
-  /// another identity where the middle is damaged; `findings` gets one line for a person for each.
+  /// Opens the log in the folder, or begins one. What a power cut has left unfinished is dropped.
+  /// Where what was certain is damaged, a log of another identity begins, and the damaged one is
+  /// kept beside it; `findings` gets one line for a person for each.
   /// Null with the reason in `error`: another process holds the folder, its format is newer, the
   /// disk refuses.
   static std::unique_ptr<Log> open(std::shared_ptr<FileLayer> files, LogOptions options,
@@ -60,13 +59,13 @@ class Log {
   [[nodiscard]] RecordNumber next() const;
   /// Up to this number, included, everything is on the disk.
   [[nodiscard]] RecordNumber synced() const;
-  /// Bytes on disk.
+  /// Bytes on disk that hold something; freed ones are used again.
   [[nodiscard]] std::uint64_t size() const;
 
   /// Appends a record and returns its number; `record.number` does not count. It is with the system
   /// when this returns, so that it survives the process, and on the disk once `synced` says so.
   /// Absent, with the reason in `error`: the disk or the budget refused it, or it is longer than
-  /// half a segment or 64 KiB. Its number is lost then; a gap record says so as soon as the disk
+  /// 64 KiB. Its number is lost then; a gap record says so as soon as the disk
   /// takes records again.
   std::optional<RecordNumber> append(const Record& record, FileError& error);
 
@@ -82,8 +81,8 @@ class Log {
   std::optional<FileError> read(RecordNumber number, std::size_t most, std::size_t mostBytes,
                                 std::vector<Record>& records);
 
-  /// Nobody needs the records up to `number`, included: whole segments of such are removed with one
-  /// of the next syncs. Kept over restarts. No further than `synced`.
+  /// Nobody needs the records up to `number`, included: they leave the disk with one of the next
+  /// syncs. Kept over restarts. No further than `synced`.
   void forget(RecordNumber number);
   /// Up to where `forget` has come.
   [[nodiscard]] RecordNumber forgotten() const;

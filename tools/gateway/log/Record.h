@@ -17,10 +17,10 @@ using LogIdentity = std::string;
 
 enum class RecordKind : std::uint8_t { frame = 1, value = 2, gap = 3 };
 enum class GapReason : std::uint8_t {
-  budget = 1,   ///< The oldest records made room for new ones.
-  torn = 2,     ///< The end of the log was torn off before it was on the disk: at most these.
-  damaged = 3,  ///< The log could not be read in its middle; the rest of it is kept beside.
-  refused = 4,  ///< The disk did not take them.
+  budget = 1,  ///< The oldest records made room for new ones.
+
+  damaged = 2,  ///< The log could not be read in its middle; the rest of it is kept beside.
+  refused = 3,  ///< The disk did not take them.
 };
 
 struct Gap {
