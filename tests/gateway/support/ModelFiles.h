@@ -1,8 +1,15 @@
 // A disk that can lose its power. It knows what was written and what of that was synced, and makes
 // from the difference what a real disk may hold after a cut. It refuses as a real one does, too.
 //
-// Threads: one. Lifetime: files share what they need of the disk.
-// Errors: those that `faults` asks for, and what a file system refuses anyway.
+// It is a file layer, and a file system for SQLite over the same names, see `vfs`. There it acts as
+// SQLite's own one for Unix: after the first sync of a new journal or write-ahead log it syncs the
+// folder, and does not say so when that fails. What connections share lies in memory and has no
+// name on the disk.
+//
+// Threads: one at a time for one disk, `changed` included, with its files and its connections of
+// SQLite's; different disks may be used on different threads. Lifetime: the disk outlives its
+// files and connections. Errors: those that `faults`, `full` and `lying` ask for, and what a file
+// system refuses anyway.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +18,15 @@
 #include <memory>
 #include <optional>
 #include <random>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "gateway/support/ModelContent.h"
 #include "tools/gateway/files/FileLayer.h"
 
 namespace kestrin::test {
+
+class ModelVfs;
 
 /// How likely each fault is, from 0 to 1.
 struct DiskFaults {
@@ -32,20 +41,30 @@ struct DiskFaults {
 
 class ModelFiles final : public gateway::FileLayer {
  public:
+  class File;
+
   explicit ModelFiles(std::uint64_t seed);
   ~ModelFiles() override;
 
   DiskFaults faults;
+  /// Files cannot grow and none can be made: ENOSPC. What is there may be written over.
+  bool full = false;
+  /// Syncing does nothing and reports success.
+  bool lying = false;
   /// Called after every change and every sync.
   std::function<void()> changed;
 
   /// What the disk holds if its power fails now. What was synced is there. Of the rest each write
-  /// is there, or not, or in part, or with its later pages only, and so is each name.
+  /// is there, or not, or some sectors of it are, perhaps with anything in them; and so is each
+  /// name or not.
   [[nodiscard]] std::shared_ptr<ModelFiles> afterCut(std::uint64_t seed) const;
   /// The same disk under another process; nothing is lost.
   [[nodiscard]] std::shared_ptr<ModelFiles> afterKill() const;
   /// Bytes of all files.
   [[nodiscard]] std::uint64_t used() const;
+  /// A byte of a file goes wrong on the disk: the bits in `mask` change. False: it has no such
+  /// byte.
+  bool damage(const std::string& path, std::uint64_t offset, std::uint8_t mask);
 
   std::shared_ptr<gateway::LogFile> open(const std::string& path, bool create,
                                          gateway::FileError& error) override;
@@ -55,28 +74,69 @@ class ModelFiles final : public gateway::FileLayer {
   std::optional<gateway::FileError> rename(const std::string& from, const std::string& to) override;
   std::optional<gateway::FileError> remove(const std::string& path) override;
   std::optional<gateway::FileError> syncFolder(const std::string& folder) override;
+  [[nodiscard]] std::string vfs() const override;
   std::shared_ptr<void> lock(const std::string& folder, gateway::FileError& error) override;
+
+  /// As `open`, for those who write anywhere.
+  std::shared_ptr<File> openFile(const std::string& path, bool create, gateway::FileError& error);
+  /// A file without a name, gone once it is dropped.
+  std::shared_ptr<File> temporaryFile();
+  [[nodiscard]] bool isFile(const std::string& path) const;
+  /// A file with something in it.
+  [[nodiscard]] bool isFilled(const std::string& path) const;
+  [[nodiscard]] bool isFolder(const std::string& path) const;
 
  private:
   struct Node;
-  class File;
   using Names = std::map<std::string, std::shared_ptr<Node>>;
-  /// A name that is changed: what it names then, if anything.
-  struct NameChange {
-    std::vector<std::pair<std::string, std::shared_ptr<Node>>> names;
+  /// A name in a folder.
+  struct Place {
+    std::shared_ptr<Node> folder;
+    std::string name;
   };
+  /// What names name from then on, if anything; all of them at once.
+  struct NameChange {
+    std::vector<std::pair<Place, std::shared_ptr<Node>>> names;
+  };
+  struct Copying;
 
   bool chance(double likely);
   void tell() const;
-  std::optional<gateway::FileError> changeNames(NameChange change);
-  static void apply(Names& names, const NameChange& change);
+  [[nodiscard]] std::shared_ptr<Node> find(const std::string& path) const;
+  [[nodiscard]] std::optional<Place> placeOf(const std::string& path) const;
+  std::optional<gateway::FileError> changeNames(const std::string& path, bool makes,
+                                                NameChange change);
+  std::optional<gateway::FileError> syncNames(const std::string& path, const Node& folder);
 
   std::mt19937_64 random_;
-  Names names_;
-  Names stableNames_;
+  std::shared_ptr<Node> root_;
   std::vector<NameChange> unsyncedNames_;
-  std::set<std::string> folders_;
   std::map<std::string, std::weak_ptr<void>> locks_;
+  std::unique_ptr<ModelVfs> vfs_;
+};
+
+/// A file of the model disk, which is written anywhere.
+class ModelFiles::File final : public gateway::LogFile {
+ public:
+  File(ModelFiles& disk, std::shared_ptr<Node> node, std::string path)
+      : disk_(disk), node_(std::move(node)), path_(std::move(path)) {}
+
+  /// Where only some could be written, those stay, and the error says why.
+  std::optional<gateway::FileError> write(std::uint64_t offset,
+                                          std::span<const std::uint8_t> bytes);
+  std::optional<gateway::FileError> append(std::span<const std::uint8_t> bytes) override;
+  std::optional<gateway::FileError> read(std::uint64_t offset, std::span<std::uint8_t> into,
+                                         std::size_t& count) const override;
+  std::optional<gateway::FileError> truncate(std::uint64_t size) override;
+  std::optional<gateway::FileError> sync() override;
+  [[nodiscard]] std::uint64_t size() const override;
+  /// The same for files that were opened under any of its names.
+  [[nodiscard]] const void* identity() const { return node_.get(); }
+
+ private:
+  ModelFiles& disk_;
+  const std::shared_ptr<Node> node_;
+  const std::string path_;
 };
 
 }  // namespace kestrin::test
