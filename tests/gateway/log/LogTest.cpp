@@ -50,6 +50,11 @@ class GatewayLog : public testing::Test {
     log_ = Log::open(systemFiles(), options_, error, &found_);
     ASSERT_TRUE(log_) << error;
   }
+  /// Everything is in the database then, and nothing beside it covers for that.
+  void close() {
+    log_.reset();
+    std::filesystem::remove(database() + "-wal");
+  }
   RecordNumber append(const Record& record = frame()) {
     FileError error;
     const auto number = log_->append(record, error);
@@ -282,6 +287,9 @@ TEST_F(GatewayLog, StaysWithinItsBudgetAndSaysWhichNumbersMadeRoom) {
       read = record.number + 1;
     }
   }
+  for (const Record& record : records(read)) {
+    if (record.gap) gaps.push_back(record);
+  }
   EXPECT_LE(bytesOnDisk(), options_.budget);
   ASSERT_GT(gaps.size(), 5U);
   for (const Record& record : gaps) {
@@ -346,7 +354,7 @@ TEST_F(GatewayLog, BeginsALogOfAnotherIdentityWhereTheMiddleIsDamaged) {
   log_->forget(2);
   sync();
   const LogIdentity old = log_->identity();
-  log_.reset();
+  close();
   spoilRecord("dddddddd");
   open();
   EXPECT_NE(log_->identity(), old);
@@ -406,7 +414,7 @@ TEST_F(GatewayLog, BeginsAnotherLogWhateverHasBecomeOfTheDatabase) {
     open();
     for (int i = 0; i < 100; ++i) append();
     sync();
-    log_.reset();
+    close();
     spoil(database(), place);
     open();
     const RecordNumber before = log_->next();
