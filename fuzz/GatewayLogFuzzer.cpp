@@ -99,7 +99,6 @@ std::unique_ptr<Log> open(const std::shared_ptr<MemoryFiles>& files, std::string
   gateway::LogOptions options;
   options.folder = kFolder;
   options.budget = gateway::kSmallestBudget;
-  options.segmentSize = gateway::kSmallestSegment;
   options.makeIdentity = [] { return gateway::LogIdentity(32, 'c'); };
   return Log::open(files, options, error);
 }

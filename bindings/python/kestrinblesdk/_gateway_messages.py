@@ -13,7 +13,7 @@ from ._values import NSData
 LARGEST_NUMBER = 1 << 63
 _DEEPEST = 8
 _LONGEST = 1 << 20
-_REASONS = ("budget", "torn", "damaged", "refused")
+_REASONS = ("budget", "damaged", "refused")
 _NAME = re.compile(r"[A-Za-z0-9_-]{1,64}")
 _NAME_RIGHT = "1 to 64 of the characters A-Z, a-z, 0-9, _ and -"
 
@@ -28,8 +28,8 @@ def check_name(name: str, what: str) -> str:
 
 
 class Gap(NamedTuple):
-    """Numbers that are lost, `first` and `last` included: to the log's `budget`, by a `torn` end, in
-    a `damaged` middle, or `refused` by the disk."""
+    """Numbers that are lost, `first` and `last` included: to the log's `budget`, in a `damaged`
+    log, or `refused` by the disk."""
 
     log: str
     first: int

@@ -22,8 +22,7 @@ class GatewaySyncThread : public testing::Test {
     std::string pattern = testing::TempDir() + "kestrin-sync-XXXXXX";
     LogOptions options;
     options.folder = folder_ = ::mkdtemp(pattern.data());
-    options.budget = 1U << 18U;
-    options.segmentSize = 1U << 14U;
+    options.budget = 1U << 20U;
     std::string error;
     log_ = Log::open(systemFiles(), options, error);
     EXPECT_TRUE(log_) << error;

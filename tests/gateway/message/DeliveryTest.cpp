@@ -156,8 +156,8 @@ TEST(Delivery, WhatIsWrongInAGapIsNamedWithIt) {
       "right");
   EXPECT_EQ(
       deliveryErrorOf(R"({"log":"l","n":9,"gap":{"log":"m","from":3,"to":4,"reason":"rust"}})"),
-      "\"gap.reason\": \"rust\" is not known; budget, torn, damaged or refused would be right");
-  EXPECT_EQ(deliveryErrorOf(R"({"log":"l","n":9,"gap":{"log":"m","to":4,"reason":"torn"}})"),
+      "\"gap.reason\": \"rust\" is not known; budget, damaged or refused would be right");
+  EXPECT_EQ(deliveryErrorOf(R"({"log":"l","n":9,"gap":{"log":"m","to":4,"reason":"damaged"}})"),
             "\"gap.from\" is missing; a whole number from 1 to 9223372036854775808 would be right");
 }
 

@@ -38,7 +38,7 @@ inline Record gapRecord() {
   Record record;
   record.number = 12;
   record.kind = RecordKind::gap;
-  record.gap = Gap{"fedcba9876543210fedcba9876543210", 3, 11, GapReason::torn};
+  record.gap = Gap{"fedcba9876543210fedcba9876543210", 3, 11, GapReason::damaged};
   return record;
 }
 

@@ -35,7 +35,7 @@ class Rounds:
         self.random = random.Random(seed)
         self.broker = Broker(room)
         self.gateway = Gateway(room, self.broker.port, pause=PAUSE)
-        # Of 16 segments, so that whole ones are forgotten meanwhile, and with room for a round that waits.
+        # With room for a round that waits, and small enough that room is used again.
         self.gateway.settings.log["budget"] = f"{max(1024, FRAMES // 2)} KiB"
         self.readers = self.gateway.settings.readers
         self.consumer = ConsumerProcess(room, self.broker.port)

@@ -1,126 +1,246 @@
 #include "tools/gateway/log/LogFolder.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <limits>
+#include <utility>
 
 namespace kestrin::gateway {
 namespace {
 
-constexpr std::size_t kLargestState = std::size_t{4} << 20U;
+// Overwriting what is removed would cost as much as writing it did.
+constexpr const char* kSettings =
+    "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA secure_delete=OFF;";
+constexpr int kReadWrite = SQLITE_OPEN_READWRITE;
 
-FileError newerFormat(const std::string& path) {
-  return {EPROTONOSUPPORT, path + " has a newer format than this program reads (" +
-                               std::to_string(kFormatVersion) +
-                               "): use the program that wrote it, or one that is as new"};
+bool has(FileLayer& files, const std::string& folder, const std::string& name) {
+  std::vector<std::string> names;
+  if (files.list(folder, names)) return false;
+  return std::ranges::find(names, name) != names.end();
 }
 
-std::optional<FileError> readSegment(FileLayer& files, const std::string& path,
-                                     const SegmentName& name, LogFolder& found) {
-  FileError error;
-  SegmentFile segment{path, name, files.open(path, false, error), 0, std::nullopt};
-  if (!segment.file) return error;
-  segment.size = segment.file->size();
-  std::array<std::uint8_t, kSegmentHeaderSize> bytes{};
-  std::size_t count = 0;
-  if (auto failed = segment.file->read(0, bytes, count)) return failed;
-  SegmentHeader header;
-  const Readable readable = readHeader(ByteView(bytes).first(count), header);
-  if (readable == Readable::newer) return newerFormat(path);
-  if (readable == Readable::yes && header.first == name.first && header.serial == name.serial) {
-    segment.header = header;
+/// The write-ahead log stays at its place, so that a full disk has room for it.
+void keepWriteAheadLog(const Database& database) {
+  int keeps = 1;
+  sqlite3_file_control(database.connection(), nullptr, SQLITE_FCNTL_PERSIST_WAL, &keeps);
+}
+
+class Opening {
+ public:
+  Opening(FileLayer& files, const LogFolder& folder,
+          const std::function<LogIdentity()>& makeIdentity, OpenedLog& opened,
+          std::vector<std::string>& findings)
+      : files_(files),
+        folder_(folder),
+        makeIdentity_(makeIdentity),
+        opened_(opened),
+        findings_(findings) {}
+
+  std::optional<FileError> run() {
+    if (!has(files_, folder_.path, "current")) {
+      return isFreshWhole() ? takeFresh() : begin(std::nullopt);
+    }
+    auto failed = read();
+    if (!failed || !isDamage(*failed)) return failed;
+    return replace(*failed);
   }
-  found.segments.push_back(std::move(segment));
-  return std::nullopt;
-}
 
-std::optional<FileError> readStateFile(FileLayer& files, const std::string& path,
-                                       LogFolder& found) {
-  FileError error;
-  const auto file = files.open(path, false, error);
-  if (!file) return error;
-  found.stateSize = file->size();
-  Bytes bytes(static_cast<std::size_t>(std::min<std::uint64_t>(file->size(), kLargestState)));
-  std::size_t count = 0;
-  if (auto failed = file->read(0, bytes, count)) return failed;
-  State state;
-  const Readable readable = readState(ByteView(bytes).first(count), state);
-  if (readable == Readable::newer) return newerFormat(path);
-  found.stateUnreadable = readable == Readable::no;
-  if (readable == Readable::yes) found.state = std::move(state);
-  return std::nullopt;
-}
+ private:
+  // --- A log that is there.
+
+  std::optional<FileError> read() {
+    claim_ = readClaim(files_, folder_.claim());
+    if (!has(files_, folder_.current(), kDatabaseName)) {
+      return FileError{kDamaged, folder_.database() + " is missing"};
+    }
+    if (auto failed = connectTo(files_, folder_.database(), database_)) return failed;
+    RecordTable table(database_);
+    if (auto failed = table.prepare(true)) return failed;
+    if (auto failed = table.readFacts(opened_.facts)) return failed;
+    if (auto failed = table.readKept(opened_.kept)) return failed;
+    if (auto failed = check(table)) return failed;
+    return checkClaim();
+  }
+
+  /// Every record is what was written, and none is missing.
+  std::optional<FileError> check(RecordTable& table) {
+    RecordNumber expected = 0;
+    Record record;
+    table.seek(0, std::numeric_limits<std::size_t>::max());
+    for (auto step = table.next(record); step != RecordTable::Step::end;
+         step = table.next(record)) {
+      if (step == RecordTable::Step::failed) return table.error();
+      if (step == RecordTable::Step::unreadable) return unreadable(record.number, record.number);
+      if (expected == 0) {
+        opened_.first = record.number;
+      } else if (!follows(expected, record, opened_.facts.identity)) {
+        return unreadable(expected, record.number - 1);
+      }
+      note(record);
+      expected = record.number + 1;
+    }
+    table.rest();
+    LogFacts& facts = opened_.facts;
+    if (expected == 0) opened_.first = facts.next;
+    // What went has been forgotten, or a gap says that it made room.
+    const RecordNumber gone = std::max(facts.forgotten, budgetGapTo_);
+    if (opened_.first > gone + 1) return unreadable(gone + 1, opened_.first - 1);
+    if (expected != 0 && expected < facts.next) return unreadable(expected, facts.next - 1);
+    facts.next = std::max(facts.next, expected);
+    return std::nullopt;
+  }
+
+  void note(const Record& record) {
+    if (!record.gap) return;
+    if (record.gap->log != opened_.facts.identity) {
+      opened_.foreign = {record.number, *record.gap};
+    } else if (record.gap->reason == GapReason::budget) {
+      budgetGapTo_ = std::max(budgetGapTo_, record.gap->to);
+    }
+  }
+
+  FileError unreadable(RecordNumber from, RecordNumber to) const {
+    return {kDamaged, numbersText(from, to) + " cannot be read"};
+  }
+
+  std::optional<FileError> checkClaim() {
+    if (!claim_ || claim_->identity != opened_.facts.identity) return std::nullopt;
+    if (claim_->synced < opened_.facts.next) return std::nullopt;
+    return unreadable(opened_.facts.next, claim_->synced);
+  }
+
+  // --- A log that is damaged.
+
+  std::optional<FileError> replace(const FileError& damage) {
+    const auto lost = lostOfDamaged();
+    database_.close();
+    const LogIdentity identity = lost ? lost->log : kUnknownIdentity;
+    std::string aside = folder_.path + "/" + identity + ".damaged";
+    for (int i = 2; has(files_, folder_.path, aside.substr(folder_.path.size() + 1)); ++i) {
+      aside = folder_.path + "/" + identity + "-" + std::to_string(i) + ".damaged";
+    }
+    opened_ = {};
+    if (auto failed = make(lost)) return failed;
+    if (auto failed = files_.rename(folder_.current(), aside)) return failed;
+    if (auto failed = takeFresh()) return failed;
+    findings_.push_back("the log " + identity + " is damaged (" + damage.text +
+                        "): it is kept in " + aside + ", and a log of another identity begins");
+    return std::nullopt;
+  }
+
+  /// What nobody had committed of the log that is damaged, as far as anything says it.
+  std::optional<Gap> lostOfDamaged() {
+    LogFacts facts;
+    if (claim_) facts = {claim_->identity, claim_->forgotten, claim_->synced + 1};
+    if (database_.isOpen()) {
+      RecordTable table(database_);
+      LogFacts read;
+      std::optional<std::pair<RecordNumber, RecordNumber>> ends;
+      if (!table.readFacts(read)) {
+        facts = {read.identity, std::max(facts.forgotten, read.forgotten),
+                 std::max(facts.next, read.next)};
+      }
+      if (!table.readEnds(ends) && ends) facts.next = std::max(facts.next, ends->second + 1);
+    }
+    if (facts.identity.empty()) return std::nullopt;
+    const RecordNumber from = facts.forgotten + 1;
+    return Gap{facts.identity, from, std::max(from, facts.next - 1), GapReason::damaged};
+  }
+
+  // --- A log that begins.
+
+  /// Where it is, an earlier start has not come to give it its name.
+  bool isFreshWhole() {
+    const std::string path = folder_.fresh() + "/" + kDatabaseName;
+    LogFacts facts;
+    if (connectTo(files_, path, database_)) return false;
+    const bool isWhole = !RecordTable(database_).readFacts(facts);
+    database_.close();
+    return isWhole;
+  }
+
+  std::optional<FileError> begin(const std::optional<Gap>& lost) {
+    if (auto failed = make(lost)) return failed;
+    return takeFresh();
+  }
+
+  /// Makes a whole log beside the one in use: whichever has the name `current` is whole.
+  std::optional<FileError> make(const std::optional<Gap>& lost) {
+    if (auto failed = files_.makeFolder(folder_.fresh())) return failed;
+    std::vector<std::string> leftovers;
+    if (auto failed = files_.list(folder_.fresh(), leftovers)) return failed;
+    for (const std::string& name : leftovers) {
+      if (auto failed = files_.remove(folder_.fresh() + "/" + name)) return failed;
+    }
+    const std::string path = folder_.fresh() + "/" + kDatabaseName;
+    if (auto failed = database_.open(path, kReadWrite | SQLITE_OPEN_CREATE, files_.vfs())) {
+      return failed;
+    }
+    auto failed = fill(lost);
+    database_.checkpointAtEnd();
+    database_.close();
+    return failed ? failed : files_.syncFolder(folder_.fresh());
+  }
+
+  std::optional<FileError> fill(const std::optional<Gap>& lost) {
+    const std::string page = "PRAGMA page_size=" + std::to_string(kPageSize);
+    if (auto failed = database_.run(page.c_str())) return failed;
+    if (auto failed = database_.run("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL")) {
+      return failed;
+    }
+    Transaction all(database_);
+    if (auto failed = all.begin()) return failed;
+    if (auto failed = RecordTable::create(database_, {makeIdentity_(), 0, 1})) return failed;
+    if (lost) {
+      RecordTable table(database_);
+      if (auto failed = table.prepare(false)) return failed;
+      Record record;
+      record.number = 1;
+      record.kind = RecordKind::gap;
+      record.gap = lost;
+      if (auto failed = table.insert(record)) return failed;
+    }
+    return all.commit();
+  }
+
+  std::optional<FileError> takeFresh() {
+    if (auto failed = files_.rename(folder_.fresh(), folder_.current())) return failed;
+    if (auto failed = files_.syncFolder(folder_.path)) return failed;
+    claim_.reset();
+    return read();
+  }
+
+  FileLayer& files_;
+  const LogFolder& folder_;
+  const std::function<LogIdentity()>& makeIdentity_;
+  Database database_;
+  OpenedLog& opened_;
+  std::vector<std::string>& findings_;
+  std::optional<Claim> claim_;
+  RecordNumber budgetGapTo_ = 0;
+};
 
 }  // namespace
 
-std::string numbersText(RecordNumber from, RecordNumber to) {
-  return from == to ? "number " + std::to_string(from)
-                    : "numbers " + std::to_string(from) + " to " + std::to_string(to);
+std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder,
+                                       const std::function<LogIdentity()>& makeIdentity,
+                                       OpenedLog& opened, std::vector<std::string>& findings) {
+  return Opening(files, folder, makeIdentity, opened, findings).run();
 }
 
-std::optional<FileError> readFolder(FileLayer& files, const std::string& folder, LogFolder& found) {
-  found = {};
-  std::vector<std::string> names;
-  if (auto error = files.list(folder, names)) return error;
-  for (const std::string& name : names) {
-    const std::string path = folder + "/" + name;
-    std::optional<FileError> error;
-    if (const auto segment = readSegmentName(name)) {
-      error = readSegment(files, path, *segment, found);
-    } else if (name == kStateName) {
-      error = readStateFile(files, path, found);
-    } else if (name == kNewStateName || name == kNewSegmentName) {
-      found.leftovers.push_back(path);
-    }
-    if (error) return error;
+std::optional<FileError> connectTo(FileLayer& files, const std::string& path, Database& database) {
+  std::optional<std::int64_t> format;
+  if (auto failed = readFormat(files, path, format)) return failed;
+  if (!format) return FileError{kDamaged, path + " is not a log"};
+  if (*format > kFormat) {
+    return FileError{EINVAL, path + " has a newer format than this program reads (" +
+                                 std::to_string(kFormat) +
+                                 "): a newer kestrin-gateway would be right"};
   }
-  std::ranges::stable_sort(found.segments, {},
-                           [](const SegmentFile& segment) { return segment.name.serial; });
+  if (auto failed = database.open(path, kReadWrite, files.vfs())) return failed;
+  if (auto failed = database.run(kSettings)) return failed;
+  keepWriteAheadLog(database);
   return std::nullopt;
-}
-
-std::optional<LogIdentity> identityOf(const LogFolder& folder) {
-  if (folder.state) return folder.state->identity;
-  for (const SegmentFile& segment : folder.segments) {
-    if (segment.header) return segment.header->identity;
-  }
-  return std::nullopt;
-}
-
-Claims claimsOf(const LogFolder& folder, const LogIdentity& identity) {
-  Claims claims;
-  if (folder.state && folder.state->identity == identity) claims = folder.state->claims;
-  for (const SegmentFile& segment : folder.segments) {
-    if (segment.header && segment.header->identity == identity) {
-      takeLatest(claims, segment.header->claims);
-    }
-  }
-  return claims;
-}
-
-std::vector<ChainLink> chainOf(const LogFolder& folder, const LogIdentity& identity,
-                               RecordNumber oldest) {
-  std::vector<ChainLink> chain;
-  for (std::size_t i = 0; i < folder.segments.size(); ++i) {
-    const auto& header = folder.segments[i].header;
-    if (!header || header->identity != identity) continue;
-    while (!chain.empty() && chain.back().first >= header->first) chain.pop_back();
-    if (!chain.empty()) chain.back().limit = header->first;
-    chain.push_back({i, header->first, std::nullopt});
-  }
-  const auto wanted = std::ranges::find_if(
-      chain, [&](const ChainLink& link) { return !link.limit || *link.limit > oldest; });
-  chain.erase(chain.begin(), wanted);
-  return chain;
-}
-
-bool follows(RecordNumber expected, const RecordHead& head, ByteView bytes,
-             const LogIdentity& identity) {
-  if (head.number == expected) return true;
-  if (head.kind != RecordKind::gap || head.number < expected) return false;
-  const Gap gap = readRecord(bytes).gap.value_or(Gap{});
-  const bool skips = gap.reason == GapReason::torn || gap.reason == GapReason::refused;
-  return skips && gap.log == identity && gap.from == expected && gap.to == head.number - 1;
 }
 
 }  // namespace kestrin::gateway

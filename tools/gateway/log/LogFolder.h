@@ -1,69 +1,55 @@
-// What lies in a log's folder: its segments, in the order in which they count, and the state beside
-// them.
+// A log's folder: the log in use, what is left of damaged ones, and the way from one to the other.
 //
-// Threads: one. Errors: in words. Nothing here changes the folder.
+//   lock                      held by the gateway that runs
+//   current/records.sqlite    the log in use, with its write-ahead log and `claim` beside it
+//   fresh/                    a log that was never finished; the next start does
+//   IDENTITY.damaged/         a log that was damaged, as it was found
+//   reserve                   room that a full disk leaves
+//
+// Threads: one. Lifetime: the file layer outlives it. Errors: in words.
 #pragma once
 
-#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/gateway/files/FileLayer.h"
-#include "tools/gateway/log/Format.h"
+#include "tools/gateway/log/Claim.h"
+#include "tools/gateway/log/RecordTable.h"
 
 namespace kestrin::gateway {
 
-inline const std::string kStateName = "state";
-inline const std::string kNewStateName = "state.new";
-inline const std::string kNewSegmentName = "segment.new";
-inline const std::string kDamagedSuffix = ".damaged";
 /// Stands for a log whose identity nothing says any more.
-inline const LogIdentity kUnknownIdentity(kIdentityLength, '0');
-
-/// For a person: "number 5", "numbers 5 to 7".
-std::string numbersText(RecordNumber from, RecordNumber to);
-
-struct SegmentFile {
-  std::string path;
-  SegmentName name;
-  std::shared_ptr<LogFile> file;
-  std::uint64_t size = 0;
-  /// Absent where it cannot be read.
-  std::optional<SegmentHeader> header;
-};
+inline const LogIdentity kUnknownIdentity(32, '0');
+inline const std::string kDatabaseName = "records.sqlite";
 
 struct LogFolder {
-  std::vector<SegmentFile> segments;  ///< In the order in which they were begun.
-  std::optional<State> state;
-  bool stateUnreadable = false;
-  std::uint64_t stateSize = 0;
-  std::vector<std::string> leftovers;  ///< Paths of files that were never finished.
+  std::string path;
+  [[nodiscard]] std::string current() const { return path + "/current"; }
+  [[nodiscard]] std::string fresh() const { return path + "/fresh"; }
+  [[nodiscard]] std::string reserve() const { return path + "/reserve"; }
+  [[nodiscard]] std::string database() const { return current() + "/" + kDatabaseName; }
+  [[nodiscard]] std::string claim() const { return current() + "/claim"; }
 };
 
-/// Fails when the disk does not read, and when a file has a newer format.
-std::optional<FileError> readFolder(FileLayer& files, const std::string& folder, LogFolder& found);
-
-/// Absent when nothing says it.
-std::optional<LogIdentity> identityOf(const LogFolder& folder);
-/// What the state and every header of that log claim.
-Claims claimsOf(const LogFolder& folder, const LogIdentity& identity);
-
-/// A segment, and the number at which the next one takes over; what stands behind does not count.
-struct ChainLink {
-  std::size_t segment = 0;  ///< In `LogFolder::segments`.
-  RecordNumber first = 0;
-  std::optional<RecordNumber> limit;
+/// What a log was when it was opened.
+struct OpenedLog {
+  LogFacts facts;
+  RecordNumber first = 1;  ///< The lowest number that is kept; `facts.next` when none is.
+  KeptValues kept;
+  /// The record that says what is lost of an earlier log.
+  std::optional<std::pair<RecordNumber, Gap>> foreign;
 };
-/// The segments that count, by their numbers. A segment that was begun later takes over from all
-/// earlier ones at its first number.
-std::vector<ChainLink> chainOf(const LogFolder& folder, const LogIdentity& identity,
-                               RecordNumber oldest);
 
-/// Whether the record follows the one before `expected`: it has that number, or it says itself that
-/// the numbers between are lost.
-bool follows(RecordNumber expected, const RecordHead& head, ByteView bytes,
-             const LogIdentity& identity);
+/// Opens the log in use, and makes one where there is none. All records are looked at; where one is
+/// damaged or missing, the log is set aside and another one begins.
+std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder,
+                                       const std::function<LogIdentity()>& makeIdentity,
+                                       OpenedLog& opened, std::vector<std::string>& findings);
+
+/// Opens the database of a log that is there, and reads nothing yet.
+std::optional<FileError> connectTo(FileLayer& files, const std::string& path, Database& database);
 
 }  // namespace kestrin::gateway

@@ -1,91 +1,138 @@
 #include "tools/gateway/log/LogReader.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <deque>
+#include <limits>
 #include <utility>
 
 #include "tools/gateway/log/LogFolder.h"
-#include "tools/gateway/log/RecordScanner.h"
+#include "tools/gateway/log/RecordTable.h"
 
 namespace kestrin::gateway {
+namespace {
+
+/// A path in a URI of SQLite's.
+std::string escaped(const std::string& path) {
+  std::string text;
+  for (const char c : path) {
+    if (c == '%' || c == '?' || c == '#') {
+      text += c == '%' ? "%25" : (c == '?' ? "%3f" : "%23");
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+}  // namespace
 
 struct LogReader::Inside {
-  using Step = RecordScanner::Step;
+  using Step = RecordTable::Step;
 
   std::shared_ptr<FileLayer> files;
-  LogFolder folder;
-  LogIdentity identity;
-  Claims claims;
-  std::vector<ChainLink> chain;
+  Database database;
+  RecordTable table{database};
+  LogFacts facts;
+  KeptValues kept;
+  RecordNumber last = 0;  // The highest number that there is, as far as anything says it.
   std::vector<std::string> findings;
 
-  std::size_t link = 0;
-  std::unique_ptr<RecordScanner> scanner;
-  RecordNumber expected = 1;
+  std::deque<Record> records;
+  RecordNumber expected = 0;  // 0: nothing has been read yet.
+  RecordNumber number = 0;    // From here on nothing has been read.
+  bool isAtEnd = false;
 
-  void prepare() {
-    identity = identityOf(folder).value_or(kUnknownIdentity);
-    claims = claimsOf(folder, identity);
-    // Where a header cannot be read, the records behind it still can.
-    for (SegmentFile& file : folder.segments) {
-      if (file.header) continue;
-      findings.push_back(file.path + ": its header cannot be read");
-      file.header = SegmentHeader{identity, file.name.serial, file.name.first, {}};
+  std::optional<FileError> open(const std::string& path) {
+    std::optional<std::int64_t> format;
+    if (auto failed = readFormat(*files, path, format)) return failed;
+    if (format && *format > kFormat) {
+      return FileError{EINVAL, path + " has a newer format than this program reads (" +
+                                   std::to_string(kFormat) +
+                                   "): a newer kestrin-gateway would be right"};
     }
-    chain = chainOf(folder, identity, claims.oldest);
-    if (!chain.empty()) expected = chain.front().first;
-    if (folder.stateUnreadable) findings.emplace_back("the log's state cannot be read");
+    if (!format) findings.push_back(path + ": its header cannot be read");
+    auto failed = connect(path, SQLITE_OPEN_READONLY);
+    if (!failed || isDamage(*failed)) return failed;
+    // A folder that cannot be written in, with a log that has been closed in order.
+    FileError none;
+    if (files->open(path + "-wal", false, none)) return failed;
+    return connect("file:" + escaped(path) + "?immutable=1",
+                   SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  }
+
+  std::optional<FileError> connect(const std::string& path, int flags) {
+    table.finish();
+    if (auto failed = database.open(path, flags, files->vfs())) return failed;
+    return table.prepare(true);
+  }
+
+  void prepare(const std::string& folder) {
+    const auto claim = readClaim(*files, folder + "/claim");
+    if (const auto failed = table.readFacts(facts)) {
+      findings.push_back(failed->text);
+      facts = {kUnknownIdentity, 0, 1};
+      if (claim) facts = {claim->identity, claim->forgotten, claim->synced + 1};
+    }
+    if (const auto failed = table.readKept(kept)) findings.push_back(failed->text);
+    std::optional<std::pair<RecordNumber, RecordNumber>> ends;
+    if (const auto failed = table.readEnds(ends)) findings.push_back(failed->text);
+    last = std::max(facts.next - 1, ends ? ends->second : 0);
+    if (claim && claim->identity == facts.identity) last = std::max(last, claim->synced);
   }
 
   bool next(Record& record) {
-    while (link < chain.size()) {
-      if (advance() && takes(record)) return true;
-    }
-    if (expected <= claims.synced) lost(claims.synced + 1);
-    return false;
-  }
-
-  /// Whether it stands on a record then.
-  bool advance() {
-    if (!scanner) begin();
-    Step step = scanner->next();
-    if (step == Step::unreadable) {
-      const std::uint64_t from = scanner->place();
-      step = scanner->seek();
-      findings.push_back(file().path + ": " + std::to_string(scanner->place() - from) +
-                         " bytes from " + std::to_string(from) + " on cannot be read");
-    }
-    if (step == Step::record) return true;
-    if (step == Step::failed) findings.push_back(scanner->error().text);
-    end();
-    return false;
-  }
-
-  bool takes(Record& record) {
-    const RecordHead& head = scanner->head();
-    if (chain[link].limit && head.number >= *chain[link].limit) {
-      end();
-      return false;
-    }
-    if (head.number < expected) return false;
-    if (!follows(expected, head, scanner->bytes(), identity)) lost(head.number);
-    expected = head.number + 1;
-    record = readRecord(scanner->bytes());
+    if (records.empty()) fill();
+    if (records.empty()) return false;
+    record = std::move(records.front());
+    records.pop_front();
     return true;
   }
 
-  void lost(RecordNumber end) {
-    findings.push_back(numbersText(expected, end - 1) + " cannot be read");
-    expected = end;
+  void fill() {
+    while (records.empty() && !isAtEnd) {
+      table.seek(number, kReadAtOnce);
+      Step step = Step::record;
+      for (std::size_t i = 0; i < kReadAtOnce && step != Step::end && step != Step::failed; ++i) {
+        Record record;
+        step = table.next(record);
+        if (step == Step::record) take(std::move(record));
+        if (step == Step::unreadable) number = std::max(number, record.number + 1);
+      }
+      table.rest();
+      if (step == Step::failed) passDamage();
+      if (step == Step::end) end();
+    }
   }
 
-  const SegmentFile& file() const { return folder.segments[chain[link].segment]; }
-
-  void begin() {
-    const auto tag = identity == kUnknownIdentity ? std::nullopt : std::optional(tagOf(identity));
-    scanner = std::make_unique<RecordScanner>(file().file, kSegmentHeaderSize, tag);
+  void take(Record record) {
+    if (expected != 0 && !follows(expected, record, facts.identity)) {
+      lost(expected, record.number - 1);
+    }
+    expected = record.number + 1;
+    number = expected;
+    records.push_back(std::move(record));
   }
+
+  void passDamage() {
+    const FileError error = table.error();
+    if (!isDamage(error)) {
+      findings.push_back(error.text);
+      isAtEnd = true;
+      return;
+    }
+    number = table.behindDamage(number, last);
+    if (number > last) end();
+  }
+
   void end() {
-    scanner.reset();
-    ++link;
+    isAtEnd = true;
+    const RecordNumber from = expected == 0 ? facts.forgotten + 1 : expected;
+    if (from <= last) lost(from, last);
+  }
+
+  void lost(RecordNumber from, RecordNumber to) {
+    findings.push_back(numbersText(from, to) + " cannot be read");
   }
 };
 
@@ -93,27 +140,31 @@ std::unique_ptr<LogReader> LogReader::open(std::shared_ptr<FileLayer> files,
                                            const std::string& folder, std::string& error) {
   auto inside = std::make_unique<Inside>();
   inside->files = std::move(files);
-  if (const auto failed = readFolder(*inside->files, folder, inside->folder)) {
+  FileError ignored;
+  const LogFolder whole{folder};
+  std::string inner = folder;
+  if (!inside->files->open(folder + "/" + kDatabaseName, false, ignored)) inner = whole.current();
+  const std::string path = inner + "/" + kDatabaseName;
+  if (!inside->files->open(path, false, ignored)) {
+    error = "there is no log in " + folder + ": a folder with " +
+            whole.database().substr(folder.size() + 1) + " would be right (" + ignored.text + ")";
+    return nullptr;
+  }
+  if (const auto failed = inside->open(path)) {
     error = failed->text;
     return nullptr;
   }
-  if (inside->folder.segments.empty()) {
-    error = "there is no log in " + folder + ": a folder with files like " + segmentName(1, 1) +
-            " would be right";
-    return nullptr;
-  }
-  inside->prepare();
+  inside->prepare(inner);
   return std::unique_ptr<LogReader>(new LogReader(std::move(inside)));
 }
 
 LogReader::LogReader(std::unique_ptr<Inside> inside) : inside_(std::move(inside)) {}
 LogReader::~LogReader() = default;
 
-const LogIdentity& LogReader::identity() const { return inside_->identity; }
-RecordNumber LogReader::forgotten() const { return inside_->claims.forgotten; }
+const LogIdentity& LogReader::identity() const { return inside_->facts.identity; }
+RecordNumber LogReader::forgotten() const { return inside_->facts.forgotten; }
 const std::vector<std::pair<std::string, RecordNumber>>& LogReader::kept() const {
-  static const std::vector<std::pair<std::string, RecordNumber>> none;
-  return inside_->folder.state ? inside_->folder.state->kept : none;
+  return inside_->kept;
 }
 
 bool LogReader::next(Record& record) { return inside_->next(record); }

@@ -1,47 +1,52 @@
-// What one sync does, in the order on which the log's promise rests: records, then the state, then
-// what may go, the oldest first.
+// What one sync does: what was appended gets onto the disk, and now and then from the write-ahead
+// log into the database.
 //
 // Threads: filled and read on the log's thread, run on any other one between.
-// Errors: kept in it. After one of the records' only what nobody needs any more still goes: on a
-// full disk that is where room comes from.
+// Errors: kept in it.
 #pragma once
 
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tools/gateway/files/FileLayer.h"
-#include "tools/gateway/log/Format.h"
+#include "tools/gateway/log/Claim.h"
+#include "tools/gateway/log/Database.h"
 
 namespace kestrin::gateway {
+
+/// What syncing has open besides the log's own connection.
+struct SyncSide {
+  std::shared_ptr<FileLayer> files;
+  std::string databasePath;
+  std::string claimPath;
+  std::shared_ptr<LogFile> writeAheadLog;  ///< Opened with the first sync.
+  Database checkpointer;                   ///< Opened when it is first wanted.
+};
 
 class SyncWork {
  public:
   void run() noexcept;
 
-  std::shared_ptr<FileLayer> files;
-  std::string folder;
-
-  std::vector<std::shared_ptr<LogFile>> unsynced;
-  bool folderChanged = false;
-  RecordNumber upTo = 0;
-  std::optional<Bytes> state;
-  std::vector<std::string> removals;
-  std::size_t unneeded = 0;  ///< The first so many of them may go whatever becomes of the records.
+  std::shared_ptr<SyncSide> side;
+  Claim claim;  ///< What is certain when it has run.
+  /// Everything gets into the database. Where not `mustCheckpoint`, that may fail.
+  bool checkpoints = false;
+  /// Nobody knows what is on the disk of the write-ahead log: only what is written once more is.
+  bool mustCheckpoint = false;
 
   bool ran = false;
+  bool syncFailed = false;  ///< What the system could not write it may have dropped.
   std::optional<FileError> dataError;
+  /// Set before it runs: what could not be written into the log besides the records.
   std::optional<FileError> stateError;
-  std::size_t removed = 0;  ///< How many of `removals` are gone.
 
  private:
-  std::optional<FileError> syncData();
-  void removeSome(std::size_t most);
+  std::optional<FileError> sync();
+  std::optional<FileError> checkpoint();
 };
 
-/// Puts the state on the disk: the old one or the new one is there at any moment.
-std::optional<FileError> replaceState(FileLayer& files, const std::string& folder,
-                                      const Bytes& state);
+/// Gets what the write-ahead log has into the database, and onto the disk there.
+std::optional<FileError> checkpoint(Database& database);
 
 }  // namespace kestrin::gateway

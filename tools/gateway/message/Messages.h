@@ -75,7 +75,7 @@ std::string textOf(const GatewayInfo& info);
 std::string textOf(const ReaderState& state);
 std::string textOf(const Health& health);
 
-/// How payloads name a reason: budget, torn, damaged, refused.
+/// How payloads name a reason: budget, damaged, refused.
 std::string_view wordOf(GapReason reason);
 std::optional<GapReason> gapReasonOf(std::string_view word);
 

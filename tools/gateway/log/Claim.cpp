@@ -1,0 +1,42 @@
+#include "tools/gateway/log/Claim.h"
+
+#include <vector>
+
+#include "tools/gateway/log/Crc32c.h"
+#include "tools/gateway/log/LittleEndian.h"
+
+namespace kestrin::gateway {
+namespace {
+
+constexpr std::size_t kIdentityLength = 32;
+constexpr std::size_t kLength = kIdentityLength + 8 + 8;
+
+}  // namespace
+
+void writeClaim(FileLayer& files, const std::string& path, const Claim& claim) noexcept {
+  std::vector<std::uint8_t> bytes(claim.identity.begin(), claim.identity.end());
+  put64(bytes, claim.synced);
+  put64(bytes, claim.forgotten);
+  put32(bytes, crc32c(bytes));
+  FileError error;
+  auto file = files.open(path, false, error);
+  if (!file) file = files.open(path, true, error);
+  if (!file || file->truncate(0)) return;
+  [[maybe_unused]] const auto failed = file->append(bytes);
+}
+
+std::optional<Claim> readClaim(FileLayer& files, const std::string& path) {
+  FileError error;
+  const auto file = files.open(path, false, error);
+  if (!file) return std::nullopt;
+  std::vector<std::uint8_t> bytes(kLength + 4);
+  std::size_t count = 0;
+  if (file->read(0, bytes, count) || count != bytes.size()) return std::nullopt;
+  const std::uint32_t crc = get32(bytes.data() + kLength);
+  bytes.resize(kLength);
+  if (crc32c(bytes) != crc) return std::nullopt;
+  return Claim{LogIdentity(bytes.begin(), bytes.begin() + kIdentityLength),
+               get64(bytes.data() + kIdentityLength), get64(bytes.data() + kIdentityLength + 8)};
+}
+
+}  // namespace kestrin::gateway

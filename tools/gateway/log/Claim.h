@@ -1,0 +1,31 @@
+// A note beside the database of what is certain, so that a write-ahead log that is lost or damaged
+// is noticed: SQLite takes its records for ones that were never finished.
+//
+// It is written after each sync and never synced itself. So it never claims too much; where it is
+// lost it claims nothing.
+//
+// Threads: one at a time. Errors: none; a note that cannot be written is an older one, or none.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tools/gateway/files/FileLayer.h"
+#include "tools/gateway/log/Record.h"
+
+namespace kestrin::gateway {
+
+struct Claim {
+  LogIdentity identity;
+  RecordNumber synced = 0;
+  RecordNumber forgotten = 0;
+  friend bool operator==(const Claim&, const Claim&) = default;
+};
+
+void writeClaim(FileLayer& files, const std::string& path, const Claim& claim) noexcept;
+/// Absent: there is none that can be read.
+std::optional<Claim> readClaim(FileLayer& files, const std::string& path);
+
+}  // namespace kestrin::gateway
