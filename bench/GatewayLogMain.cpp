@@ -1,7 +1,7 @@
 // What the gateway's log costs, in a folder of one's choice: appending a record, groups of ten
-// records that are synced against the same groups in a database (write-ahead log, synchronous to
-// the full), and opening a long log against reading its bytes once. One line each: name, tab,
-// figure.
+// records that are synced against the same groups in one transaction each (write-ahead log,
+// synchronous to the full), and opening a long log against reading its bytes once. One line each:
+// name, tab, figure.
 //
 // Usage: kestrin_bench_gateway_log [FOLDER [GROUPS [MEGABYTES]]]   (the temporary folder, 300, 64)
 #include <fcntl.h>
@@ -184,7 +184,7 @@ void measureGroups(const std::string& folder, std::size_t groups) {
 
 /// What was read before is read from the disk again, where the file system allows it.
 void leaveMemory(const std::string& folder) {
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder + "/current")) {
     const int file = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
     require(file >= 0, entry.path().string() + " opens");
     ::fsync(file);
@@ -196,7 +196,7 @@ void leaveMemory(const std::string& folder) {
 double readOnce(const std::string& folder) {
   std::vector<char> buffer(1U << 20U);
   const auto start = Clock::now();
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder + "/current")) {
     std::FILE* const file = std::fopen(entry.path().c_str(), "rb");
     require(file != nullptr, entry.path().string() + " opens");
     std::setbuf(file, nullptr);

@@ -79,7 +79,7 @@ Record gapRecord(ByteSource& input) {
   const auto one = recordNumber(input);
   const auto other = recordNumber(input);
   record.gap = gateway::Gap{"L-_9", std::min(one, other), std::max(one, other),
-                            static_cast<gateway::GapReason>(1 + input.below(4))};
+                            static_cast<gateway::GapReason>(1 + input.below(3))};
   return record;
 }
 

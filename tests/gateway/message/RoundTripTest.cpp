@@ -50,7 +50,7 @@ Record anyRecord(Chance& chance) {
     const RecordNumber from = chance.number() / 2 + 1;
     record.kind = RecordKind::gap;
     record.gap =
-        Gap{"L-_9", from, from + chance.number() / 2, static_cast<GapReason>(1 + chance.below(4))};
+        Gap{"L-_9", from, from + chance.number() / 2, static_cast<GapReason>(1 + chance.below(3))};
     return record;
   }
   record.kind = chance.below(2) == 0 ? RecordKind::frame : RecordKind::value;
