@@ -51,10 +51,12 @@ class DelayedSyncing final : public Syncing {
   std::shared_ptr<SyncWork> work_;
 };
 
-inline std::vector<std::uint8_t> frameBytes(std::uint8_t code, std::uint32_t count) {
-  const std::vector<std::uint8_t> payload = {
+inline std::vector<std::uint8_t> frameBytes(std::uint8_t code, std::uint32_t count,
+                                            std::size_t payloadSize = 4) {
+  std::vector<std::uint8_t> payload = {
       static_cast<std::uint8_t>(count >> 24U), static_cast<std::uint8_t>(count >> 16U),
       static_cast<std::uint8_t>(count >> 8U), static_cast<std::uint8_t>(count)};
+  payload.resize(payloadSize, 0x11);
   const auto frame = buildRcpFrame(0x02, code, payload);
   return {frame->span().begin(), frame->span().end()};
 }
@@ -115,7 +117,14 @@ class Scene {
         config);
   }
   /// What a kill of the process is.
-  void kill() { gateway.reset(); }
+  void kill() {
+    if (gateway) disk.kill();
+    gateway.reset();
+  }
+  void cutPower() {
+    disk.cut();
+    gateway.reset();
+  }
   bool stop() {
     bool stopped = false;
     gateway->stop([&] { stopped = true; });

@@ -41,6 +41,9 @@ struct Truth {
   };
   LogIdentity identity;
   std::map<std::uint64_t, Frame> frames;  // By what makes each unique.
+  /// What a cut has lost may come back with the next one, under the number that it had: SQLite goes
+  /// on with a write-ahead log of which nothing is left, and the rest of it still lies there.
+  std::map<std::uint64_t, Frame> lost;
   RecordNumber synced = 0;                // Up to here somebody may have seen the records.
   RecordNumber forgotten = 0;
   std::map<std::string, std::vector<std::optional<RecordNumber>>> values;
@@ -116,8 +119,12 @@ class Check {
         if (record.gap->reason == GapReason::damaged) return "a power cut taken for damage";
         continue;
       }
-      const auto frame = truth_.frames.find(idOf(record));
-      if (frame == truth_.frames.end()) return "a record that was never appended";
+      auto frame = truth_.frames.find(idOf(record));
+      if (frame == truth_.frames.end() && record.number > truth_.synced) {
+        frame = truth_.lost.find(idOf(record));
+        if (frame == truth_.lost.end()) return "a record that was never appended";
+      }
+      if (frame == truth_.frames.end()) return "a record in the place of one that was certain";
       if (!seen.insert(frame->first).second) return "a record twice";
       Record expected = frame->second.record;
       expected.number = frame->second.number == 0 ? record.number : frame->second.number;
@@ -407,17 +414,19 @@ class History {
     if (!failed_) adopt();
   }
 
-  /// What was lost on the way never comes back.
   void adopt() {
     std::map<std::uint64_t, RecordNumber> numbers;
     for (const Record& record : readAll(*log_)) {
       if (!record.gap) numbers[idOf(record)] = record.number;
     }
-    std::erase_if(truth_.frames, [&](const auto& entry) {
-      return !numbers.contains(entry.first) && entry.second.number > truth_.synced;
-    });
-    for (auto& [id, frame] : truth_.frames) {
-      if (numbers.contains(id)) frame.number = numbers[id];
+    truth_.frames.merge(truth_.lost);
+    for (auto at = truth_.frames.begin(); at != truth_.frames.end();) {
+      auto& [id, frame] = *at++;
+      if (numbers.contains(id)) {
+        frame.number = numbers[id];
+      } else if (frame.number > truth_.synced) {
+        truth_.lost.insert(truth_.frames.extract(id));
+      }
     }
     truth_.synced = log_->synced();
     for (auto& [name, values] : truth_.values) {
