@@ -410,7 +410,7 @@ TEST_F(GatewayLog, TakesAWriteAheadLogThatIsGoneForDamage) {
 }
 
 TEST_F(GatewayLog, BeginsAnotherLogWhateverHasBecomeOfTheDatabase) {
-  for (const std::streamoff place : {0, 20, 69, 100, 105, 1024, 1100, 2048}) {
+  for (const std::streamoff place : {0, 20, 69, 100, 105, 4096, 4200, 8192, 12288}) {
     open();
     for (int i = 0; i < 100; ++i) append();
     sync();
@@ -478,7 +478,7 @@ TEST_F(GatewayLog, PassesOverAPageThatHasBecomeUnreadableAndReportsIt) {
   const auto place = all.find(std::string(20, static_cast<char>(500 % 256)));
   ASSERT_NE(place, std::string::npos);
   // The page's header says how many records it has and where.
-  const auto page = static_cast<std::streamoff>(place / 1024 * 1024);
+  const auto page = static_cast<std::streamoff>(place / 4096 * 4096);
   for (std::streamoff byte = 0; byte < 8; ++byte) spoil(database(), page + byte);
   const auto read = records();
   EXPECT_LT(read.size(), 1000U);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <random>
 #include <utility>
 
@@ -14,14 +15,15 @@ namespace kestrin::gateway {
 namespace {
 
 constexpr std::size_t kLargestRecord = std::size_t{64} << 10U;
-/// Room beside the records in the database: its other tables, and pages that are half full.
-constexpr std::uint64_t kOtherPages = 64;
-constexpr std::uint64_t kSmallestWriteAhead = 64ULL << 10U;
+constexpr std::uint64_t kSmallestWriteAhead = 96ULL << 10U;
 constexpr std::uint64_t kLargestWriteAhead = 8ULL << 20U;
 /// The budget is looked at whenever so much has been appended.
 constexpr std::uint64_t kBytesPerLook = 16ULL << 10U;
 /// Removed at most at once, so that nothing else waits long.
 constexpr RecordNumber kRemovedAtOnce = 4096;
+/// The latest records stay in memory, since they are usually read at once.
+constexpr std::size_t kRecentRecords = 256;
+constexpr std::size_t kRecentBytes = std::size_t{256} << 10U;
 
 LogIdentity randomIdentity() {
   std::random_device random;
@@ -72,7 +74,9 @@ struct Log::Inside {
   RecordNumber first = 1;
   RecordNumber written = 0;  // The last record's number; behind it all were refused.
   RecordNumber synced = 0;
-  bool refused = false;   // Numbers behind `written` are lost.
+  bool refused = false;       // Numbers behind `written` are lost.
+  std::deque<Record> recent;  // The last of them, as far as they stand side by side.
+  std::size_t recentBytes = 0;
   std::vector<Gap> owed;  // Gaps that no record says yet.
   std::optional<std::pair<RecordNumber, Gap>> foreign;
   std::vector<std::pair<RecordNumber, RecordNumber>> unreadable;
@@ -200,7 +204,21 @@ struct Log::Inside {
     numbered.number = facts.next;
     if (auto failed = table.insert(numbered)) return failed;
     took(numbered.number, recordSize(numbered));
+    remember(std::move(numbered));
     return std::nullopt;
+  }
+
+  void remember(Record record) {
+    recentBytes += recordSize(record);
+    recent.push_back(std::move(record));
+    while (recent.size() > kRecentRecords || recentBytes > kRecentBytes) {
+      recentBytes -= recordSize(recent.front());
+      recent.pop_front();
+    }
+  }
+  void forgetRecent() {
+    recent.clear();
+    recentBytes = 0;
   }
 
   std::optional<FileError> writeWithGaps(const Record* record, bool isOver) {
@@ -230,6 +248,8 @@ struct Log::Inside {
       if (auto failed = table.insert(numbered)) return failed;
     }
     if (auto failed = all.commit()) return failed;
+    // They are all that is behind some number, without a hole.
+    forgetRecent();
     foreign = lostElsewhere;
     sayWhatWentAndCame(goneTo);
     if (goneTo) first = *goneTo + 1;
@@ -406,6 +426,7 @@ struct Log::Inside {
                        " before they were synced");
     if (foreign && foreign->first > last) owed.push_back(foreign->second);
     unreadable.clear();
+    forgetRecent();
     written = last;
     refused = true;
   }
@@ -415,6 +436,9 @@ struct Log::Inside {
   std::optional<FileError> read(RecordNumber number, std::size_t most, std::size_t mostBytes,
                                 std::vector<Record>& records) {
     number = std::max(number, first);
+    if (!recent.empty() && number >= recent.front().number) {
+      return readRecent(number, most, mostBytes, records), std::nullopt;
+    }
     std::size_t count = 0;
     std::size_t bytes = 0;
     while (number <= written && count < most && (count == 0 || bytes < mostBytes)) {
@@ -447,6 +471,16 @@ struct Log::Inside {
       }
     }
     return std::nullopt;
+  }
+
+  void readRecent(RecordNumber number, std::size_t most, std::size_t mostBytes,
+                  std::vector<Record>& records) const {
+    std::size_t bytes = 0;
+    auto at = std::ranges::lower_bound(recent, number, {}, &Record::number);
+    for (std::size_t i = 0; i < most && (i == 0 || bytes < mostBytes) && at != recent.end(); ++i) {
+      bytes += recordSize(*at);
+      records.push_back(*at++);
+    }
   }
 
   /// Records that have become unreadable hold nobody up: they are a gap.

@@ -65,19 +65,23 @@ class Opening {
   /// Every record is what was written, and none is missing.
   std::optional<FileError> check(RecordTable& table) {
     RecordNumber expected = 0;
-    Record record;
+    RecordNumber number = 0;
+    bool isGap = false;
     table.seek(0, std::numeric_limits<std::size_t>::max());
-    for (auto step = table.next(record); step != RecordTable::Step::end;
-         step = table.next(record)) {
+    for (auto step = table.pass(number, isGap); step != RecordTable::Step::end;
+         step = table.pass(number, isGap)) {
       if (step == RecordTable::Step::failed) return table.error();
-      if (step == RecordTable::Step::unreadable) return unreadable(record.number, record.number);
+      Record record;
+      const bool isRead = step == RecordTable::Step::record && (!isGap || table.take(record));
+      if (!isRead) return unreadable(number, number);
+      record.number = number;
       if (expected == 0) {
-        opened_.first = record.number;
+        opened_.first = number;
       } else if (!follows(expected, record, opened_.facts.identity)) {
-        return unreadable(expected, record.number - 1);
+        return unreadable(expected, number - 1);
       }
       note(record);
-      expected = record.number + 1;
+      expected = number + 1;
     }
     table.rest();
     LogFacts& facts = opened_.facts;

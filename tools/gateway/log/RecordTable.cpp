@@ -12,12 +12,11 @@ namespace {
 /// "KGWL": tells the log from every other program's database.
 constexpr std::int64_t kApplication = 0x4B47574C;
 constexpr std::size_t kFixedSize = 64;
+constexpr std::size_t kChecksumSize = 4;
+constexpr std::size_t kKindPlace = kChecksumSize + sizeof(RecordNumber);
 
 constexpr const char* kTables =
-    "CREATE TABLE records (number INTEGER PRIMARY KEY, kind INTEGER NOT NULL, reader TEXT NOT NULL,"
-    " name TEXT NOT NULL, link INTEGER NOT NULL, wall_ms INTEGER NOT NULL, mono_ms INTEGER NOT"
-    " NULL, bytes BLOB NOT NULL, gap_log TEXT, gap_from INTEGER, gap_to INTEGER, gap_reason"
-    " INTEGER, crc32c INTEGER NOT NULL);"
+    "CREATE TABLE records (number INTEGER PRIMARY KEY, record BLOB NOT NULL);"
     "CREATE TABLE facts (identity TEXT NOT NULL, forgotten INTEGER NOT NULL, next INTEGER NOT"
     " NULL, crc32c INTEGER NOT NULL);"
     "CREATE TABLE kept (place INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, number INTEGER NOT"
@@ -30,29 +29,95 @@ std::int64_t stored(std::uint64_t number) { return static_cast<std::int64_t>(num
 std::uint64_t loaded(std::int64_t number) { return static_cast<std::uint64_t>(number); }
 
 void putText(std::vector<std::uint8_t>& bytes, std::string_view text) {
-  put32(bytes, static_cast<std::uint32_t>(text.size()));
+  put16(bytes, static_cast<std::uint16_t>(text.size()));
   bytes.insert(bytes.end(), text.begin(), text.end());
 }
 
-/// The checksum is over every field, in one order.
-std::uint32_t checksum(const Record& record, std::vector<std::uint8_t>& buffer) {
-  buffer.clear();
-  put64(buffer, record.number);
-  buffer.push_back(static_cast<std::uint8_t>(record.kind));
-  putText(buffer, record.reader);
-  putText(buffer, record.name);
-  put64(buffer, record.link);
-  put64(buffer, loaded(record.wallMs));
-  put64(buffer, loaded(record.monoMs));
-  put32(buffer, static_cast<std::uint32_t>(record.bytes.size()));
-  buffer.insert(buffer.end(), record.bytes.begin(), record.bytes.end());
+/// A record as it is stored: docs/gateway-log.md has the table.
+void encode(const Record& record, std::vector<std::uint8_t>& bytes) {
+  bytes.assign(kChecksumSize, 0);
+  put64(bytes, record.number);
+  bytes.push_back(static_cast<std::uint8_t>(record.kind));
+  put64(bytes, record.link);
+  put64(bytes, loaded(record.wallMs));
+  put64(bytes, loaded(record.monoMs));
+  putText(bytes, record.reader);
+  putText(bytes, record.name);
   if (record.gap) {
-    putText(buffer, record.gap->log);
-    put64(buffer, record.gap->from);
-    put64(buffer, record.gap->to);
-    buffer.push_back(static_cast<std::uint8_t>(record.gap->reason));
+    putText(bytes, record.gap->log);
+    put64(bytes, record.gap->from);
+    put64(bytes, record.gap->to);
+    bytes.push_back(static_cast<std::uint8_t>(record.gap->reason));
   }
-  return crc32c(buffer);
+  bytes.insert(bytes.end(), record.bytes.begin(), record.bytes.end());
+  setNumber(bytes.data(), crc32c(std::span(bytes).subspan(kChecksumSize)));
+}
+
+/// Takes fields from the front; `isWhole` says at the end whether there was enough.
+class Fields {
+ public:
+  explicit Fields(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
+
+  template <typename Number>
+  Number number() {
+    const auto bytes = take(sizeof(Number));
+    return isWhole_ ? getNumber<Number>(bytes.data()) : Number{0};
+  }
+  std::string text() {
+    const auto bytes = take(number<std::uint16_t>());
+    return {bytes.begin(), bytes.end()};
+  }
+  std::vector<std::uint8_t> others() {
+    const auto bytes = take(rest_.size());
+    return {bytes.begin(), bytes.end()};
+  }
+  [[nodiscard]] bool isWhole() const { return isWhole_; }
+
+ private:
+  std::span<const std::uint8_t> take(std::size_t count) {
+    isWhole_ = isWhole_ && count <= rest_.size();
+    const auto taken = isWhole_ ? rest_.first(count) : std::span<const std::uint8_t>{};
+    rest_ = rest_.subspan(taken.size());
+    return taken;
+  }
+
+  std::span<const std::uint8_t> rest_;
+  bool isWhole_ = true;
+};
+
+/// Whether the bytes are what was written under the number.
+bool isSound(std::uint64_t number, std::span<const std::uint8_t> bytes) {
+  constexpr std::size_t kHead = kChecksumSize + sizeof(RecordNumber) + 1;
+  if (bytes.size() < kHead || get64(bytes.data() + kChecksumSize) != number) return false;
+  return crc32c(bytes.subspan(kChecksumSize)) == get32(bytes.data());
+}
+
+bool isKnown(const Record& record) {
+  if (record.kind < RecordKind::frame || record.kind > RecordKind::gap) return false;
+  if (!record.gap) return true;
+  return record.gap->reason >= GapReason::budget && record.gap->reason <= GapReason::refused;
+}
+
+std::optional<Record> decode(std::span<const std::uint8_t> bytes) {
+  Fields fields(bytes.subspan(kChecksumSize));
+  Record record;
+  record.number = fields.number<RecordNumber>();
+  record.kind = static_cast<RecordKind>(fields.number<std::uint8_t>());
+  record.link = fields.number<std::uint64_t>();
+  record.wallMs = stored(fields.number<std::uint64_t>());
+  record.monoMs = stored(fields.number<std::uint64_t>());
+  record.reader = fields.text();
+  record.name = fields.text();
+  if (record.kind == RecordKind::gap) {
+    Gap gap;
+    gap.log = fields.text();
+    gap.from = fields.number<RecordNumber>();
+    gap.to = fields.number<RecordNumber>();
+    gap.reason = static_cast<GapReason>(fields.number<std::uint8_t>());
+    record.gap = gap;
+  }
+  record.bytes = fields.others();
+  return fields.isWhole() && isKnown(record) ? std::optional(record) : std::nullopt;
 }
 
 std::int64_t checksum(const LogFacts& facts) {
@@ -68,31 +133,6 @@ std::int64_t checksum(const std::string& name, RecordNumber number) {
   putText(bytes, name);
   put64(bytes, number);
   return crc32c(bytes);
-}
-
-Record recordOf(const Statement& row) {
-  Record record;
-  record.number = loaded(row.number(0));
-  record.kind = static_cast<RecordKind>(row.number(1));
-  record.reader = row.text(2);
-  record.name = row.text(3);
-  record.link = loaded(row.number(4));
-  record.wallMs = row.number(5);
-  record.monoMs = row.number(6);
-  const auto bytes = row.bytes(7);
-  record.bytes.assign(bytes.begin(), bytes.end());
-  if (!row.isNull(8)) {
-    record.gap = Gap{row.text(8), loaded(row.number(9)), loaded(row.number(10)),
-                     static_cast<GapReason>(row.number(11))};
-  }
-  return record;
-}
-
-bool isWhole(const Record& record) {
-  const bool isKind = record.kind >= RecordKind::frame && record.kind <= RecordKind::gap;
-  if (!isKind || (record.kind == RecordKind::gap) != record.gap.has_value()) return false;
-  if (!record.gap) return true;
-  return record.gap->reason >= GapReason::budget && record.gap->reason <= GapReason::refused;
 }
 
 }  // namespace
@@ -138,8 +178,7 @@ std::optional<FileError> RecordTable::create(Database& database, const LogFacts&
 
 std::optional<FileError> RecordTable::prepare(bool readOnly) {
   if (auto failed = database_.prepare(
-          "SELECT number, kind, reader, name, link, wall_ms, mono_ms, bytes, gap_log, gap_from,"
-          " gap_to, gap_reason, crc32c FROM records WHERE number >= ? ORDER BY number LIMIT ?",
+          "SELECT number, record FROM records WHERE number >= ? ORDER BY number LIMIT ?",
           select_)) {
     return failed;
   }
@@ -147,8 +186,7 @@ std::optional<FileError> RecordTable::prepare(bool readOnly) {
   if (auto failed = database_.prepare("DELETE FROM records WHERE number <= ?", remove_)) {
     return failed;
   }
-  return database_.prepare("INSERT INTO records VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-                           insert_);
+  return database_.prepare("INSERT INTO records VALUES (?, ?)", insert_);
 }
 
 void RecordTable::finish() {
@@ -158,23 +196,9 @@ void RecordTable::finish() {
 }
 
 std::optional<FileError> RecordTable::insert(const Record& record) {
+  encode(record, encoded_);
   insert_.bind(1, stored(record.number));
-  insert_.bind(2, static_cast<std::int64_t>(record.kind));
-  insert_.bind(3, std::string_view(record.reader));
-  insert_.bind(4, std::string_view(record.name));
-  insert_.bind(5, stored(record.link));
-  insert_.bind(6, record.wallMs);
-  insert_.bind(7, record.monoMs);
-  insert_.bind(8, std::span<const std::uint8_t>(record.bytes));
-  if (record.gap) {
-    insert_.bind(9, std::string_view(record.gap->log));
-    insert_.bind(10, stored(record.gap->from));
-    insert_.bind(11, stored(record.gap->to));
-    insert_.bind(12, static_cast<std::int64_t>(record.gap->reason));
-  } else {
-    for (int place = 9; place <= 12; ++place) insert_.bindNull(place);
-  }
-  insert_.bind(13, static_cast<std::int64_t>(checksum(record, sealed_)));
+  insert_.bind(2, std::span<const std::uint8_t>(encoded_));
   return insert_.run();
 }
 
@@ -261,15 +285,32 @@ void RecordTable::seek(RecordNumber number, std::size_t most) {
   select_.bind(2, stored(std::min<std::uint64_t>(most, kMost)));
 }
 
-RecordTable::Step RecordTable::next(Record& record) {
+RecordTable::Step RecordTable::pass(RecordNumber& number, bool& isGap) {
   if (!select_.step()) {
     if (!select_.error()) return Step::end;
     error_ = *select_.error();
     return Step::failed;
   }
-  record = recordOf(select_);
-  const bool isSame = isWhole(record) && checksum(record, sealed_) == loaded(select_.number(12));
-  return isSame ? Step::record : Step::unreadable;
+  number = loaded(select_.number(0));
+  const auto bytes = select_.bytes(1);
+  if (!isSound(number, bytes)) return Step::unreadable;
+  isGap = bytes[kKindPlace] == static_cast<std::uint8_t>(RecordKind::gap);
+  return Step::record;
+}
+
+bool RecordTable::take(Record& record) {
+  auto decoded = decode(select_.bytes(1));
+  if (decoded) record = std::move(*decoded);
+  return decoded.has_value();
+}
+
+RecordTable::Step RecordTable::next(Record& record) {
+  bool isGap = false;
+  RecordNumber number = 0;
+  const Step step = pass(number, isGap);
+  if (step == Step::record && take(record)) return step;
+  record.number = number;
+  return step == Step::record ? Step::unreadable : step;
 }
 
 RecordNumber RecordTable::behindDamage(RecordNumber number, RecordNumber last) {

@@ -20,7 +20,7 @@ namespace kestrin::gateway {
 
 /// The version of the tables that this program writes; it reads this one and every lower one.
 inline constexpr std::int64_t kFormat = 1;
-inline constexpr std::uint32_t kPageSize = 1024;
+inline constexpr std::uint32_t kPageSize = 4096;
 inline constexpr std::size_t kReadAtOnce = 256;
 
 /// What the log knows of itself.
@@ -67,6 +67,10 @@ class RecordTable {
   /// The next record. `unreadable`: there is one, of the number that `record` has, and it is not
   /// what was written. `failed`: `error` says why.
   Step next(Record& record);
+  /// The same, for who only wants to know that it is sound.
+  Step pass(RecordNumber& number, bool& isGap);
+  /// The record at which `pass` stands. False: it has a kind that there is not.
+  bool take(Record& record);
   /// After a page that is damaged: the lowest number behind `number` from which records can be read
   /// on, at most `last + 1`.
   RecordNumber behindDamage(RecordNumber number, RecordNumber last);
@@ -79,7 +83,7 @@ class RecordTable {
   Statement insert_;
   Statement remove_;
   Statement select_;
-  std::vector<std::uint8_t> sealed_;
+  std::vector<std::uint8_t> encoded_;
   FileError error_;
 };
 
