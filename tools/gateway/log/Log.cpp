@@ -143,6 +143,7 @@ struct Log::Inside {
     sqlite3_wal_hook(database.connection(), &Inside::committed, this);
     side = std::make_shared<SyncSide>();
     side->files = files;
+    side->folder = folder.current();
     side->databasePath = folder.database();
     side->claimPath = folder.claim();
     return look();

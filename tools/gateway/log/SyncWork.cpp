@@ -22,7 +22,12 @@ std::optional<FileError> SyncWork::sync() {
     side->writeAheadLog = side->files->open(side->databasePath + "-wal", false, failed);
     if (!side->writeAheadLog) return failed;
   }
-  return side->writeAheadLog->sync();
+  if (auto failed = side->writeAheadLog->sync()) return failed;
+  // The file may be a new one, whose name nothing has synced yet.
+  if (side->isNamed) return std::nullopt;
+  auto failed = side->files->syncFolder(side->folder);
+  side->isNamed = !failed;
+  return failed;
 }
 
 std::optional<FileError> SyncWork::checkpoint() {

@@ -18,9 +18,11 @@ namespace kestrin::gateway {
 /// What syncing has open besides the log's own connection.
 struct SyncSide {
   std::shared_ptr<FileLayer> files;
+  std::string folder;
   std::string databasePath;
   std::string claimPath;
   std::shared_ptr<LogFile> writeAheadLog;  ///< Opened with the first sync.
+  bool isNamed = false;                    ///< The file's name is on the disk.
   Database checkpointer;                   ///< Opened when it is first wanted.
 };
 
