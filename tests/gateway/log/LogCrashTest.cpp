@@ -44,7 +44,8 @@ struct Truth {
   /// What a cut has lost may come back with the next one, under the number that it had: SQLite goes
   /// on with a write-ahead log of which nothing is left, and the rest of it still lies there.
   std::map<std::uint64_t, Frame> lost;
-  RecordNumber synced = 0;                // Up to here somebody may have seen the records.
+  std::map<std::string, std::set<std::optional<RecordNumber>>> lostValues;
+  RecordNumber synced = 0;  // Up to here somebody may have seen the records.
   RecordNumber forgotten = 0;
   std::map<std::string, std::vector<std::optional<RecordNumber>>> values;
   std::map<std::string, std::size_t> certain;  // How many of them are too old to come back.
@@ -119,18 +120,23 @@ class Check {
         if (record.gap->reason == GapReason::damaged) return "a power cut taken for damage";
         continue;
       }
-      auto frame = truth_.frames.find(idOf(record));
-      if (frame == truth_.frames.end() && record.number > truth_.synced) {
-        frame = truth_.lost.find(idOf(record));
-        if (frame == truth_.lost.end()) return "a record that was never appended";
-      }
-      if (frame == truth_.frames.end()) return "a record in the place of one that was certain";
-      if (!seen.insert(frame->first).second) return "a record twice";
-      Record expected = frame->second.record;
-      expected.number = frame->second.number == 0 ? record.number : frame->second.number;
+      const Truth::Frame* const frame = frameOf(record);
+      if (frame == nullptr) return "a record that was never appended, or was lost for good";
+      if (!seen.insert(idOf(record)).second) return "a record twice";
+      Record expected = frame->record;
+      expected.number = frame->number == 0 ? record.number : frame->number;
       if (record != expected) return "a record other than it was appended";
     }
     return {};
+  }
+
+  const Truth::Frame* frameOf(const Record& record) {
+    const auto frame = truth_.frames.find(idOf(record));
+    if (frame != truth_.frames.end()) return &frame->second;
+    const auto lost = truth_.lost.find(idOf(record));
+    if (lost == truth_.lost.end() || record.number <= truth_.synced) return nullptr;
+    hasLostOnes_ = true;
+    return &lost->second;
   }
 
   /// What was synced is there, and of the rest all up to some number.
@@ -139,6 +145,8 @@ class Check {
     for (const Record& record : records_) {
       if (!record.gap) last = std::max(last, record.number);
     }
+    // Then it is what the log was before an earlier cut, which had other numbers.
+    if (hasLostOnes_) last = truth_.synced;
     for (const auto& [id, frame] : truth_.frames) {
       const RecordNumber number = frame.number;
       if (number == 0 || number <= truth_.forgotten) continue;
@@ -182,6 +190,8 @@ class Check {
       const std::size_t from = certain == truth_.certain.end() ? 0 : certain->second;
       if (from == 0 && !value) continue;
       const auto begin = values.begin() + static_cast<std::ptrdiff_t>(from == 0 ? 0 : from - 1);
+      const auto lost = truth_.lostValues.find(name);
+      if (lost != truth_.lostValues.end() && lost->second.contains(value)) continue;
       if (std::find(begin, values.end(), value) == values.end()) {
         return "the value of " + name + " is one that it had not";
       }
@@ -193,6 +203,7 @@ class Check {
   const Truth& truth_;
   const bool everything_;
   std::vector<Record> records_;
+  bool hasLostOnes_ = false;
 };
 
 class History {
@@ -325,7 +336,10 @@ class History {
     work_.reset();
     truth_.synced = log_->synced();
     noteBudget();
-    if (!error) truth_.certain = valuesAtBegin_;
+    if (!error) {
+      truth_.certain = valuesAtBegin_;
+      truth_.lostValues.clear();
+    }
     doubtful_ = error && forgetsPages();
     if (!doubtful_) return;
     for (auto& [id, frame] : truth_.frames) {
@@ -419,7 +433,9 @@ class History {
     for (const Record& record : readAll(*log_)) {
       if (!record.gap) numbers[idOf(record)] = record.number;
     }
-    truth_.frames.merge(truth_.lost);
+    for (const auto& [id, number] : numbers) {
+      if (auto back = truth_.lost.extract(id)) truth_.frames.insert(std::move(back));
+    }
     for (auto at = truth_.frames.begin(); at != truth_.frames.end();) {
       auto& [id, frame] = *at++;
       if (numbers.contains(id)) {
@@ -428,15 +444,21 @@ class History {
         truth_.lost.insert(truth_.frames.extract(id));
       }
     }
-    truth_.synced = log_->synced();
-    for (auto& [name, values] : truth_.values) {
-      std::optional<RecordNumber> now;
-      for (const auto& [kept, value] : log_->kept()) {
-        if (kept == name) now = value;
-      }
-      values.assign(1, now);
-      truth_.certain[name] = 1;
+    truth_.synced = std::max(truth_.synced, log_->synced());
+    for (auto& [name, values] : truth_.values) adoptValue(name, values);
+  }
+
+  void adoptValue(const std::string& name, std::vector<std::optional<RecordNumber>>& values) {
+    std::optional<RecordNumber> now;
+    for (const auto& [kept, value] : log_->kept()) {
+      if (kept == name) now = value;
     }
+    const auto certain = static_cast<std::ptrdiff_t>(std::min(truth_.certain[name], values.size()));
+    truth_.lostValues[name].insert(values.begin() + certain, values.end());
+    // On a full disk it may be in the write-ahead log only, and not for certain.
+    if (log_->synced() + 1 < log_->next()) return values.push_back(now);
+    values.assign(1, now);
+    truth_.certain[name] = 1;
   }
 
   // --- What must hold after each change.
