@@ -157,19 +157,11 @@ TEST_F(Search, SaysNothingWhenWhatWasHeldIsGone) {
 }
 
 TEST_F(Search, TellsNoSightingOnceItIsClosed) {
-  class ClosingLog final : public NSLogSink {
-   public:
-    [[nodiscard]] bool isListening() const noexcept override { return true; }
-    void write(std::string_view line) noexcept override {
-      if (reader != nullptr && line.starts_with("DiscoverPeripheral")) reader->close();
-    }
-    Reader* reader = nullptr;
-  };
-  const auto log = std::make_shared<ClosingLog>();
+  const auto log = std::make_shared<CallingLog>("DiscoverPeripheral");
   Platform platform = simulated_.platform();
   platform.log = log;
   const auto reader = Reader::create(platform, {}, heard_.handlers());
-  log->reader = reader.get();
+  log->call = [&] { reader->close(); };
   runFor(seconds(2));
   EXPECT_EQ(reader->phase(), closed);
   EXPECT_EQ(heard_.seen, 0U);
