@@ -154,4 +154,7 @@ class ReaderTest : public testing::Test {
   const NSData answer_ = frameOf(0x01, 0x22, {1, 2, 3});
 };
 
+/// The ways from one phase to another.
+class Phase : public ReaderTest {};
+
 }  // namespace kestrin::test
