@@ -227,22 +227,13 @@ TEST_F(Sending, GoesOnFromInsideADone) {
 }
 
 TEST_F(Sending, FromInsideALineOfTheLogComesBehindWhatIsBeingWritten) {
-  class SendingLog final : public NSLogSink {
-   public:
-    [[nodiscard]] bool isListening() const noexcept override { return true; }
-    void write(std::string_view line) noexcept override {
-      if (!line.starts_with("[TX BLE]") || reader == nullptr) return;
-      std::exchange(reader, nullptr)->send(counting(5));
-    }
-    Reader* reader = nullptr;
-  };
-  const auto log = std::make_shared<SendingLog>();
+  const auto log = std::make_shared<CallingLog>("[TX BLE]");
   Platform platform = simulated_.platform();
   platform.log = log;
   const auto reader = Reader::create(platform, {});
   ASSERT_TRUE(runUntil(*reader, pluggedIn));
   const std::size_t before = device_->writes().size();
-  log->reader = reader.get();
+  log->call = [&] { reader->send(counting(5)); };
   reader->send(counting(10));
   runFor(seconds(1));
   ASSERT_EQ(device_->writes().size(), before + 2);
@@ -251,16 +242,7 @@ TEST_F(Sending, FromInsideALineOfTheLogComesBehindWhatIsBeingWritten) {
 }
 
 TEST_F(Sending, EndsWithACloseFromInsideTheLineAboutASlice) {
-  class ClosingLog final : public NSLogSink {
-   public:
-    [[nodiscard]] bool isListening() const noexcept override { return true; }
-    void write(std::string_view line) noexcept override {
-      if (!line.starts_with("[TX BLE]") || reader == nullptr) return;
-      std::exchange(reader, nullptr)->close();
-    }
-    Reader* reader = nullptr;
-  };
-  const auto log = std::make_shared<ClosingLog>();
+  const auto log = std::make_shared<CallingLog>("[TX BLE]");
   Platform platform = simulated_.platform();
   platform.log = log;
   for (const std::size_t length : {25U, 45U}) {
@@ -268,7 +250,8 @@ TEST_F(Sending, EndsWithACloseFromInsideTheLineAboutASlice) {
     ASSERT_TRUE(runUntil(*reader, pluggedIn));
     std::vector<std::string> outcomes(2);
     for (auto& outcome : outcomes) reader->send(counting(length), into(outcome));
-    log->reader = reader.get();  // At the second slice, which is the last of 25 bytes.
+    // At the second slice, which is the last of 25 bytes.
+    log->call = [&] { reader->close(); };
     runFor(seconds(1));
     EXPECT_EQ(reader->phase(), closed);
     for (const auto& outcome : outcomes) {

@@ -63,6 +63,20 @@ TEST(MosquittoMailbox, IsFullUntilItIsEmptiedAndThenWakesTheThread) {
   EXPECT_TRUE(isReadable(*mailbox));
 }
 
+TEST(MosquittoMailbox, IsFullOfFewMessagesThatAreLong) {
+  const auto mailbox = MosquittoMailbox::create([] {});
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_FALSE(mailbox->isFull());
+    Message message;
+    message.payload.assign(std::size_t{1} << 20U, 'x');
+    std::vector<LinkEvent> events{message};
+    mailbox->report(events);
+  }
+  EXPECT_TRUE(mailbox->isFull());
+  EXPECT_EQ(mailbox->take().size(), 4U);
+  EXPECT_FALSE(mailbox->isFull());
+}
+
 TEST(MosquittoMailbox, AThreadThatIsHeldUpIsNotWaitedForAndEndsWithoutAWord) {
   const auto mailbox = MosquittoMailbox::create([] {});
   mailbox->beginHoldUp();

@@ -13,6 +13,15 @@ TEST(SafeText, LeavesWhatCanBePrintedAndEscapesEveryOtherByte) {
   EXPECT_EQ(safeText("a\\x41"), "a\\\\x41");
 }
 
+TEST(SafeText, LineTextKeepsWordsOfEveryLanguageAndEscapesControls) {
+  EXPECT_EQ(lineText("Lager \xc3\xa4 C:\\x"), "Lager \xc3\xa4 C:\\x");
+  EXPECT_EQ(lineText("a\x1b[2J\nb\x7f"), "a\\x1b[2J\\x0ab\\x7f");
+  EXPECT_EQ(lineText("a\xc2\x9b"
+                     "2J\xc2\xa0"),
+            "a\\x9b2J\xc2\xa0");
+  EXPECT_EQ(lineText("a\xff"), "a\xef\xbf\xbd");
+}
+
 TEST(SafeText, HexTextHasTwoDigitsForEachByte) {
   const std::vector<std::uint8_t> bytes{0x00, 0x0F, 0xBB, 0xFF};
   EXPECT_EQ(hexText(bytes), "000fbbff");

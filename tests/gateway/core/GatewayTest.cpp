@@ -350,6 +350,19 @@ TEST_F(GatewayTest, StopsThoughTheBrokerDoesNotAnswer) {
   EXPECT_TRUE(scene_.stop());
 }
 
+TEST_F(GatewayTest, SaysThatTheBrokerAcknowledgesNothing) {
+  begin();
+  scene_.broker.setDelays(minutes(2), minutes(2));
+  send(5);
+  scene_.runFor(seconds(25));
+  EXPECT_FALSE(scene_.hasTrouble("acknowledges nothing"));
+  scene_.runFor(seconds(20));
+  EXPECT_TRUE(scene_.hasTrouble("acknowledges nothing"));
+  scene_.broker.setDelays(milliseconds(1), milliseconds(1));
+  scene_.runFor(minutes(4));
+  EXPECT_FALSE(scene_.hasTrouble("acknowledges nothing"));
+}
+
 TEST_F(GatewayTest, KeepsWhatTheBrokerRefusesAndDoesNotSpin) {
   begin();
   int published = 0;

@@ -12,6 +12,7 @@ namespace {
 
 // A broker that sends faster than the gateway reads is read no further meanwhile.
 constexpr std::size_t kMostUntaken = 1024;
+constexpr std::size_t kMostUntakenBytes = std::size_t{4} << 20U;
 
 }  // namespace
 
@@ -58,8 +59,8 @@ bool MosquittoMailbox::end() {
 std::vector<LinkEvent> MosquittoMailbox::take() {
   const std::scoped_lock lock(mutex_);
   announced_ = false;
-  const bool mayReadOn = events_.size() >= kMostUntaken;
-  if (mayReadOn) wakeLocked();
+  if (isFullLocked()) wakeLocked();
+  bytes_ = 0;
   return std::exchange(events_, {});
 }
 
@@ -88,6 +89,11 @@ void MosquittoMailbox::report(std::vector<LinkEvent>& events) {
   if (events.empty()) return;
   {
     const std::scoped_lock lock(mutex_);
+    for (const LinkEvent& event : events) {
+      if (const auto* const message = std::get_if<Message>(&event)) {
+        bytes_ += message->payload.size();
+      }
+    }
     events_.insert(events_.end(), std::make_move_iterator(events.begin()),
                    std::make_move_iterator(events.end()));
     if (std::exchange(announced_, true)) {
@@ -101,7 +107,11 @@ void MosquittoMailbox::report(std::vector<LinkEvent>& events) {
 
 bool MosquittoMailbox::isFull() const {
   const std::scoped_lock lock(mutex_);
-  return events_.size() >= kMostUntaken;
+  return isFullLocked();
+}
+
+bool MosquittoMailbox::isFullLocked() const {
+  return events_.size() >= kMostUntaken || bytes_ >= kMostUntakenBytes;
 }
 
 void MosquittoMailbox::beginHoldUp() {

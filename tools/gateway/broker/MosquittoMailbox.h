@@ -85,12 +85,14 @@ class MosquittoMailbox {
  private:
   MosquittoMailbox(std::function<void()> announce, int readEnd, int writeEnd);
   void wakeLocked();
+  [[nodiscard]] bool isFullLocked() const;
 
   const std::function<void()> announce_;
   const int readEnd_, writeEnd_;
   mutable std::mutex mutex_;
   LinkOrders orders_;
   std::vector<LinkEvent> events_;
+  std::size_t bytes_ = 0;  // Of the messages among them.
   bool announced_ = false;
   bool waiting_ = false;
   bool signalled_ = false;

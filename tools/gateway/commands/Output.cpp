@@ -5,10 +5,13 @@
 
 #include <cerrno>
 
+#include "tools/gateway/commands/SafeText.h"
+
 namespace kestrin::gateway {
 namespace {
 
 constexpr std::size_t kLargeWrite = 65536;
+constexpr int kPatienceMs = 1000;
 
 }  // namespace
 
@@ -49,9 +52,18 @@ void Output::sync() {
 }
 
 void Output::note(std::string_view text) {
-  std::string whole = "kestrin-gateway: ";
-  whole += text;
-  whole += '\n';
+  std::string whole = "kestrin-gateway: " + lineText(text) + "\n";
+  if (unwritten_ > 0) {
+    whole.insert(0, "kestrin-gateway: nobody has read, so " + std::to_string(unwritten_) +
+                        " lines are missing here\n");
+  }
+  // Who does not read holds up nothing but the first line, and that not for long.
+  pollfd room{errors_, POLLOUT, 0};
+  if (::poll(&room, 1, unwritten_ > 0 ? 0 : kPatienceMs) == 0) {
+    ++unwritten_;
+    return;
+  }
+  unwritten_ = 0;
   writeAll(errors_, whole);
 }
 

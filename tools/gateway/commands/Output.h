@@ -6,6 +6,7 @@
 // Errors: a failed write is remembered, see `error`; the rest of the output is dropped.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,7 +29,8 @@ class Output {
   void flush();
   /// Brings what was printed to the disk where standard output is a file.
   void sync();
-  /// One line for a person, "kestrin-gateway: " in front.
+  /// One line for a person, "kestrin-gateway: " in front. Where nobody reads the lines of a pipe,
+  /// they are dropped once it is full, and counted in the next one that can be written.
   void note(std::string_view text);
   /// Why standard output could not be written; absent while it could.
   [[nodiscard]] const std::optional<std::error_code>& error() const noexcept { return error_; }
@@ -37,6 +39,7 @@ class Output {
   const int output_;
   const int errors_;
   std::string held_;
+  std::size_t unwritten_ = 0;
   std::optional<std::error_code> error_;
 };
 

@@ -1,5 +1,7 @@
 #include "tools/gateway/commands/SafeText.h"
 
+#include "tools/gateway/message/Bytes.h"
+
 namespace kestrin::gateway {
 namespace {
 
@@ -26,6 +28,26 @@ std::string safeText(std::string_view text) {
     }
   }
   return shown;
+}
+
+std::string lineText(std::string_view text) {
+  const std::string whole(text);
+  const std::string mended = mendedUtf8(whole).value_or(whole);
+  std::string line;
+  line.reserve(mended.size());
+  for (std::size_t i = 0; i < mended.size(); ++i) {
+    const auto byte = static_cast<std::uint8_t>(mended[i]);
+    // In UTF-8 the controls from U+0080 to U+009F are this byte and one of those.
+    const bool isLongControl =
+        byte == 0xC2 && i + 1 < mended.size() && static_cast<std::uint8_t>(mended[i + 1]) < 0xA0;
+    if (byte >= ' ' && byte != 0x7F && !isLongControl) {
+      line += mended[i];
+      continue;
+    }
+    line += "\\x";
+    addHex(line, isLongControl ? static_cast<std::uint8_t>(mended[++i]) : byte);
+  }
+  return line;
 }
 
 std::string hexText(std::span<const std::uint8_t> bytes) {

@@ -14,6 +14,10 @@ namespace kestrin::gateway {
 /// steer a terminal and the bytes can be had back.
 std::string safeText(std::string_view text);
 
+/// Text that may have any characters, on one line: what could steer a terminal or end the line, and
+/// what is no UTF-8, does not stay as it is.
+std::string lineText(std::string_view text);
+
 /// Two lower-case digits for each byte.
 std::string hexText(std::span<const std::uint8_t> bytes);
 

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kLargestWindow = 100;
 constexpr Time kForgetAfter = std::chrono::milliseconds(100);
+constexpr Time kSilenceIsTrouble = std::chrono::seconds(30);
 constexpr Time kLimitToLeave = std::chrono::seconds(5);
 constexpr double kLimitOfBrokerSeconds = 5;
 // No consumer has a stroke in its name.
@@ -142,6 +143,7 @@ void Gateway::up(const BrokerUp& broker) {
   const std::size_t configured = config_.broker.window;
   window_.open(std::min({kLargestWindow, configured, broker.window}));
   troubles_.clear("broker");
+  heardOfBroker_ = now();
   say("the broker is there, with MQTT " + std::string(broker.protocol == 5 ? "5" : "3.1.1"));
   sayInfo();
   outbox_.connected();
@@ -152,6 +154,7 @@ void Gateway::up(const BrokerUp& broker) {
 
 void Gateway::down(const std::string& why) {
   window_.close();
+  troubles_.clear("silence");
   outbox_.disconnected();
   publisher_.disconnected();
   troubles_.set("broker", "no broker, and the log keeps what the readers send: " + why);
@@ -160,6 +163,8 @@ void Gateway::down(const std::string& why) {
 
 void Gateway::acknowledged(PublishId id, const std::optional<std::string>& refused) {
   window_.acknowledged();
+  heardOfBroker_ = now();
+  troubles_.clear("silence");
   if (publisher_.acknowledged(id, refused)) {
     if (!commits_.lowest()) forgetSoon();
   } else {
@@ -227,9 +232,17 @@ void Gateway::beat() {
   // The log tries again by a sync what the disk has refused.
   syncer_.touched();
   takeFindings(parts_.log->takeFindings());
+  lookForSilence();
   lookForStalls();
   outbox_.retain(topics_.health(), textOf(health()));
   pump();
+}
+
+void Gateway::lookForSilence() {
+  if (window_.waiting() == 0) heardOfBroker_ = now();
+  if (now() - heardOfBroker_ < kSilenceIsTrouble) return;
+  troubles_.set("silence",
+                "the broker is there but acknowledges nothing; what waits for it is kept");
 }
 
 void Gateway::lookForStalls() {

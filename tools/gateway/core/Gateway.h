@@ -67,6 +67,7 @@ class Gateway {
   void forgetSoon();
   void forget();
   void beat();
+  void lookForSilence();
   void lookForStalls();
   void noteState(const std::optional<std::string>& error);
   void sayReader(const std::string& identifier, const std::optional<ReaderState>& state);
@@ -94,6 +95,7 @@ class Gateway {
   Publisher publisher_;
   Commits commits_;
   Stalls stalls_;
+  Time heardOfBroker_{};  // When it last answered, or had nothing to answer.
   Syncer syncer_;
   Recorder recorder_;
   Replays replays_;
