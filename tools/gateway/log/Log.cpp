@@ -85,6 +85,7 @@ struct Log::Inside {
   bool changed = false;     // The write-ahead log has more than the disk.
   bool mustReopen = false;  // A sync has failed: nobody knows what is on the disk.
   bool mustCheckpoint = false;
+  bool isReady = false;  // Closed by a sync that failed, until it can be opened again.
   std::shared_ptr<SyncSide> side;
   std::shared_ptr<SyncWork> inFlight;
   KeptValues kept;
@@ -100,10 +101,11 @@ struct Log::Inside {
   std::vector<std::string> findings;
 
   ~Inside() {
-    if (!database.isOpen()) return;
+    if (!isReady) return;
+    const bool isSound = !mustReopen && !mustCheckpoint && !side->failed;
     side.reset();
     // Where a sync has failed, the write-ahead log is read with its checksums first.
-    if (!mustReopen && !mustCheckpoint) database.checkpointAtEnd();
+    if (isSound) database.checkpointAtEnd();
   }
 
   // --- Opening.
@@ -129,7 +131,10 @@ struct Log::Inside {
     foreign = opened.foreign;
     written = facts.next - 1;
     persistedForgotten = facts.forgotten;
-    return makeCertain();
+    if (!opened.onlyCertainTo) return makeCertain();
+    synced = std::min(*opened.onlyCertainTo, written);
+    mustReopen = true;
+    return std::nullopt;
   }
 
   std::optional<FileError> openFolder(OpenedLog& opened, std::vector<std::string>& found) {
@@ -146,6 +151,7 @@ struct Log::Inside {
     side->folder = folder.current();
     side->databasePath = folder.database();
     side->claimPath = folder.claim();
+    isReady = true;
     return look();
   }
 
@@ -172,13 +178,18 @@ struct Log::Inside {
     log.writeAheadPages = static_cast<std::uint64_t>(pages);
     log.writeAheadFile = std::max(log.writeAheadFile, log.writeAheadPages);
     // The sync thread sees to it long before; where it does not come to it, this must.
-    if (log.writeAheadSize() >= 2 * log.writeAheadLimit && !log.mustReopen) {
-      [[maybe_unused]] const auto failed = checkpoint(log.database);
+    if (log.writeAheadSize() >= 2 * log.writeAheadLimit && !log.mustReopen && !log.side->failed) {
+      const auto failed = checkpoint(log.database);
+      if (failed && failed->number != ENOSPC && failed->number != EBUSY) log.mustReopen = true;
     }
     return SQLITE_OK;
   }
 
   // --- Appending.
+
+  FileError notReady() const {
+    return {EIO, folder.database() + ": cannot be opened again after a sync that has failed"};
+  }
 
   std::optional<RecordNumber> append(const Record& record, FileError& error) {
     auto failed = complaintAbout(record);
@@ -192,6 +203,7 @@ struct Log::Inside {
 
   /// Writes the record, and in front of it the gaps that none says yet. All of it or nothing.
   std::optional<FileError> write(const Record* record) {
+    if (!isReady) return notReady();
     if (bytesSinceLook >= kBytesPerLook) {
       if (auto failed = look()) return failed;
     }
@@ -248,7 +260,14 @@ struct Log::Inside {
       numbered.number = number++;
       if (auto failed = table.insert(numbered)) return failed;
     }
+    // What is forgotten leaves no gap behind, so it has to be known where it went.
+    if (goneTo && facts.forgotten != persistedForgotten) {
+      LogFacts now = facts;
+      now.next = number;
+      if (auto failed = table.writeFacts(now)) return failed;
+    }
     if (auto failed = all.commit()) return failed;
+    if (goneTo) persistedForgotten = facts.forgotten;
     // They are all that is behind some number, without a hole.
     forgetRecent();
     foreign = lostElsewhere;
@@ -327,7 +346,8 @@ struct Log::Inside {
     auto failed = settleOnce();
     // A full disk may still have room within the database and its write-ahead log.
     if (failed && failed->number == ENOSPC && reserve.release()) {
-      [[maybe_unused]] const auto left = checkpoint(database);
+      const auto left = checkpoint(database);
+      if (left && left->number != ENOSPC && left->number != EBUSY) mustReopen = true;
       failed = settleOnce();
     }
     return failed;
@@ -372,6 +392,8 @@ struct Log::Inside {
     std::optional<FileError> failed;
     if (refused || !owed.empty()) failed = write(nullptr);
     if (auto other = settle(); other && !failed) failed = std::move(other);
+    // A checkpoint may have failed to sync meanwhile.
+    if (mustReopen) return workThatFailed({EIO, folder.database() + ": cannot be synced"});
     if (!failed) reserve.restore();
     if (!changed && !mustCheckpoint && !failed) return nullptr;
     inFlight = newWork();
@@ -389,9 +411,9 @@ struct Log::Inside {
   std::optional<FileError> endSync(const std::shared_ptr<SyncWork>& work) {
     if (!work || work != inFlight) return std::nullopt;
     inFlight.reset();
+    mustReopen = mustReopen || work->syncFailed;
     if (!work->ran || work->dataError) {
       changed = true;
-      mustReopen = mustReopen || work->syncFailed;
       return work->dataError;
     }
     if (work->mustCheckpoint) mustCheckpoint = false;
@@ -403,9 +425,16 @@ struct Log::Inside {
   /// say so a second time. Opened again, the write-ahead log is read with its checksums; what it
   /// still has gets into the database, which is written to the disk anew.
   std::optional<FileError> reopen() {
+    auto copied = copyWriteAheadLog(*files, folder);
+    if (copied && copied->number == ENOSPC && reserve.release()) {
+      copied = copyWriteAheadLog(*files, folder);
+    }
+    if (copied) return copied;
+    isReady = false;
     table.finish();
     side.reset();
     database.close();
+    if (auto failed = takeCopiedWriteAheadLog(*files, folder)) return failed;
     if (auto failed = connect()) return failed;
     std::optional<std::pair<RecordNumber, RecordNumber>> ends;
     LogFacts there;
@@ -436,6 +465,7 @@ struct Log::Inside {
 
   std::optional<FileError> read(RecordNumber number, std::size_t most, std::size_t mostBytes,
                                 std::vector<Record>& records) {
+    if (!isReady) return notReady();
     number = std::max(number, first);
     if (!recent.empty() && number >= recent.front().number) {
       return readRecent(number, most, mostBytes, records), std::nullopt;

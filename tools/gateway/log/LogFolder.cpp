@@ -53,13 +53,27 @@ class Opening {
     if (!has(files_, folder_.current(), kDatabaseName)) {
       return FileError{kDamaged, folder_.database() + " is missing"};
     }
+    // Nothing is touched of a log that a newer program has left.
+    std::optional<std::int64_t> format;
+    if (auto failed = readFormat(files_, folder_.database(), format)) return failed;
+    if (format && *format > kFormat) return newerFormat(folder_.database());
+    if (auto failed = copyWriteAheadLog(files_, folder_)) {
+      if (failed->number != ENOSPC) return failed;
+      opened_.onlyCertainTo = 0;
+    } else if (auto other = takeCopiedWriteAheadLog(files_, folder_)) {
+      return other;
+    }
     if (auto failed = connectTo(files_, folder_.database(), database_)) return failed;
     RecordTable table(database_);
     if (auto failed = table.prepare(true)) return failed;
     if (auto failed = table.readFacts(opened_.facts)) return failed;
     if (auto failed = table.readKept(opened_.kept)) return failed;
     if (auto failed = check(table)) return failed;
-    return checkClaim();
+    if (auto failed = checkClaim()) return failed;
+    if (opened_.onlyCertainTo && claim_ && claim_->identity == opened_.facts.identity) {
+      opened_.onlyCertainTo = claim_->synced;
+    }
+    return std::nullopt;
   }
 
   /// Every record is what was written, and none is missing.
@@ -77,6 +91,7 @@ class Opening {
       record.number = number;
       if (expected == 0) {
         opened_.first = number;
+        if (record.gap && record.gap->log == opened_.facts.identity) firstFrom_ = record.gap->from;
       } else if (!follows(expected, record, opened_.facts.identity)) {
         return unreadable(expected, number - 1);
       }
@@ -88,7 +103,8 @@ class Opening {
     if (expected == 0) opened_.first = facts.next;
     // What went has been forgotten, or a gap says that it made room.
     const RecordNumber gone = std::max(facts.forgotten, budgetGapTo_);
-    if (opened_.first > gone + 1) return unreadable(gone + 1, opened_.first - 1);
+    const RecordNumber from = std::min(opened_.first, firstFrom_.value_or(opened_.first));
+    if (from > gone + 1) return unreadable(gone + 1, opened_.first - 1);
     if (expected != 0 && expected < facts.next) return unreadable(expected, facts.next - 1);
     facts.next = std::max(facts.next, expected);
     return std::nullopt;
@@ -170,20 +186,24 @@ class Opening {
 
   /// Makes a whole log beside the one in use: whichever has the name `current` is whole.
   std::optional<FileError> make(const std::optional<Gap>& lost) {
-    if (auto failed = files_.makeFolder(folder_.fresh())) return failed;
-    std::vector<std::string> leftovers;
-    if (auto failed = files_.list(folder_.fresh(), leftovers)) return failed;
-    for (const std::string& name : leftovers) {
-      if (auto failed = files_.remove(folder_.fresh() + "/" + name)) return failed;
+    for (const std::string& made : {folder_.making(), folder_.fresh()}) {
+      if (auto failed = files_.makeFolder(made)) return failed;
+      std::vector<std::string> leftovers;
+      if (auto failed = files_.list(made, leftovers)) return failed;
+      for (const std::string& name : leftovers) {
+        if (auto failed = files_.remove(made + "/" + name)) return failed;
+      }
     }
-    const std::string path = folder_.fresh() + "/" + kDatabaseName;
+    const std::string path = folder_.making() + "/" + kDatabaseName;
     if (auto failed = database_.open(path, kReadWrite | SQLITE_OPEN_CREATE, files_.vfs())) {
       return failed;
     }
     auto failed = fill(lost);
     database_.checkpointAtEnd();
     database_.close();
-    return failed ? failed : files_.syncFolder(folder_.fresh());
+    if (!failed) failed = files_.syncFolder(folder_.making());
+    if (!failed) failed = files_.rename(folder_.making(), folder_.fresh());
+    return failed ? failed : files_.syncFolder(folder_.path);
   }
 
   std::optional<FileError> fill(const std::optional<Gap>& lost) {
@@ -222,9 +242,33 @@ class Opening {
   std::vector<std::string>& findings_;
   std::optional<Claim> claim_;
   RecordNumber budgetGapTo_ = 0;
+  std::optional<RecordNumber> firstFrom_;  // The first record says itself what is lost before it.
 };
 
 }  // namespace
+
+std::optional<FileError> copyWriteAheadLog(FileLayer& files, const LogFolder& folder) {
+  const std::string copyPath = folder.database() + "-wal.new";
+  FileError error;
+  if (files.open(copyPath, false, error)) {
+    if (auto failed = files.remove(copyPath)) return failed;
+  }
+  const auto copy = files.open(copyPath, true, error);
+  if (!copy) return error;
+  if (const auto file = files.open(folder.database() + "-wal", false, error)) {
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(file->size()));
+    std::size_t count = 0;
+    if (auto failed = file->read(0, bytes, count)) return failed;
+    if (auto failed = copy->append(std::span(bytes).first(count))) return failed;
+  }
+  return copy->sync();
+}
+
+std::optional<FileError> takeCopiedWriteAheadLog(FileLayer& files, const LogFolder& folder) {
+  const std::string path = folder.database() + "-wal";
+  if (auto failed = files.rename(path + ".new", path)) return failed;
+  return files.syncFolder(folder.current());
+}
 
 std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder,
                                        const std::function<LogIdentity()>& makeIdentity,
@@ -233,15 +277,15 @@ std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder
 }
 
 std::optional<FileError> connectTo(FileLayer& files, const std::string& path, Database& database) {
-  std::optional<std::int64_t> format;
-  if (auto failed = readFormat(files, path, format)) return failed;
-  if (!format) return FileError{kDamaged, path + " is not a log"};
-  if (*format > kFormat) {
-    return FileError{EINVAL, path + " has a newer format than this program reads (" +
-                                 std::to_string(kFormat) +
-                                 "): a newer kestrin-gateway would be right"};
-  }
   if (auto failed = database.open(path, kReadWrite, files.vfs())) return failed;
+  // Asked of SQLite: a power cut may have left half of the file's header, and the whole one in the
+  // write-ahead log.
+  std::int64_t application = 0;
+  std::int64_t format = 0;
+  if (auto failed = database.ask("PRAGMA application_id", application)) return failed;
+  if (auto failed = database.ask("PRAGMA user_version", format)) return failed;
+  if (application != kApplication) return FileError{kDamaged, path + " is not a log"};
+  if (format > kFormat) return newerFormat(path);
   if (auto failed = database.run(kSettings)) return failed;
   keepWriteAheadLog(database);
   return std::nullopt;

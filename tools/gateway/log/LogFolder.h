@@ -29,6 +29,7 @@ struct LogFolder {
   std::string path;
   [[nodiscard]] std::string current() const { return path + "/current"; }
   [[nodiscard]] std::string fresh() const { return path + "/fresh"; }
+  [[nodiscard]] std::string making() const { return path + "/making"; }
   [[nodiscard]] std::string reserve() const { return path + "/reserve"; }
   [[nodiscard]] std::string database() const { return current() + "/" + kDatabaseName; }
   [[nodiscard]] std::string claim() const { return current() + "/claim"; }
@@ -39,6 +40,8 @@ struct OpenedLog {
   LogFacts facts;
   RecordNumber first = 1;  ///< The lowest number that is kept; `facts.next` when none is.
   KeptValues kept;
+  /// There is no room to make certain of the write-ahead log; up to here it was before.
+  std::optional<RecordNumber> onlyCertainTo;
   /// The record that says what is lost of an earlier log.
   std::optional<std::pair<RecordNumber, Gap>> foreign;
 };
@@ -48,6 +51,12 @@ struct OpenedLog {
 std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder,
                                        const std::function<LogIdentity()>& makeIdentity,
                                        OpenedLog& opened, std::vector<std::string>& findings);
+
+/// Nobody knows what of a write-ahead log is on the disk once a sync has failed: the system may
+/// have dropped the rest. A copy is on the disk for certain, and takes its place while no
+/// connection is open. Before that nothing may get from it into the database.
+std::optional<FileError> copyWriteAheadLog(FileLayer& files, const LogFolder& folder);
+std::optional<FileError> takeCopiedWriteAheadLog(FileLayer& files, const LogFolder& folder);
 
 /// Opens the database of a log that is there, and reads nothing yet.
 std::optional<FileError> connectTo(FileLayer& files, const std::string& path, Database& database);

@@ -46,12 +46,7 @@ struct LogReader::Inside {
   std::optional<FileError> open(const std::string& path) {
     std::optional<std::int64_t> format;
     if (auto failed = readFormat(*files, path, format)) return failed;
-    if (format && *format > kFormat) {
-      return FileError{EINVAL, path + " has a newer format than this program reads (" +
-                                   std::to_string(kFormat) +
-                                   "): a newer kestrin-gateway would be right"};
-    }
-    if (!format) findings.push_back(path + ": its header cannot be read");
+    if (format && *format > kFormat) return newerFormat(path);
     auto failed = connect(path, SQLITE_OPEN_READONLY);
     if (!failed || isDamage(*failed)) return failed;
     // A folder that cannot be written in, with a log that has been closed in order.

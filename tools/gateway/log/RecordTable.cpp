@@ -1,6 +1,7 @@
 #include "tools/gateway/log/RecordTable.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 #include "tools/gateway/log/Crc32c.h"
@@ -9,8 +10,6 @@
 namespace kestrin::gateway {
 namespace {
 
-/// "KGWL": tells the log from every other program's database.
-constexpr std::int64_t kApplication = 0x4B47574C;
 constexpr std::size_t kFixedSize = 64;
 constexpr std::size_t kChecksumSize = 4;
 constexpr std::size_t kKindPlace = kChecksumSize + sizeof(RecordNumber);
@@ -162,6 +161,11 @@ std::optional<FileError> readFormat(FileLayer& files, const std::string& path,
                          [](std::uint8_t byte) { return static_cast<char>(byte); });
   if (isDatabase && number(kApplicationPlace) == kApplication) format = number(kVersionPlace);
   return std::nullopt;
+}
+
+FileError newerFormat(const std::string& path) {
+  return {EINVAL, path + " has a newer format than this program reads (" + std::to_string(kFormat) +
+                      "): a newer kestrin-gateway would be right"};
 }
 
 std::optional<FileError> RecordTable::create(Database& database, const LogFacts& facts) {

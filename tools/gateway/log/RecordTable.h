@@ -20,6 +20,8 @@ namespace kestrin::gateway {
 
 /// The version of the tables that this program writes; it reads this one and every lower one.
 inline constexpr std::int64_t kFormat = 1;
+/// "KGWL": tells the log from every other program's database.
+inline constexpr std::int64_t kApplication = 0x4B47574C;
 inline constexpr std::uint32_t kPageSize = 4096;
 inline constexpr std::size_t kReadAtOnce = 256;
 
@@ -37,6 +39,8 @@ using KeptValues = std::vector<std::pair<std::string, RecordNumber>>;
 /// The version of the log that the file's header names; absent: it is no log's.
 std::optional<FileError> readFormat(FileLayer& files, const std::string& path,
                                     std::optional<std::int64_t>& format);
+
+FileError newerFormat(const std::string& path);
 
 class RecordTable {
  public:

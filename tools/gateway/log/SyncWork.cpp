@@ -11,8 +11,11 @@ void SyncWork::run() noexcept {
   syncFailed = dataError.has_value();
   if (!dataError && (checkpoints || mustCheckpoint)) {
     auto failed = checkpoint();
+    // It syncs as well, what came meanwhile too.
+    if (failed && failed->number != ENOSPC && failed->number != EBUSY) syncFailed = true;
     if (mustCheckpoint) dataError = std::move(failed);
   }
+  if (syncFailed) side->failed = true;
   if (!dataError) writeClaim(*side->files, side->claimPath, claim);
 }
 

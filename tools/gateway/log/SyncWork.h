@@ -5,6 +5,7 @@
 // Errors: kept in it.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ namespace kestrin::gateway {
 /// What syncing has open besides the log's own connection.
 struct SyncSide {
   std::shared_ptr<FileLayer> files;
+  std::atomic<bool> failed = false;  ///< Nothing may get from it into the database any more.
   std::string folder;
   std::string databasePath;
   std::string claimPath;
