@@ -58,7 +58,7 @@ struct ModelFiles::Copying {
     auto& copy = copies[node.get()];
     if (copy) return copy;
     copy = std::make_shared<Node>(node->isFolder);
-    const auto made = copy;
+    auto made = copy;
     made->content = node->content;
     for (const auto& [name, each] : node->names) made->names[name] = whole(each);
     for (const auto& [name, each] : node->stableNames) made->stableNames[name] = whole(each);
@@ -73,7 +73,7 @@ struct ModelFiles::Copying {
     auto& copy = copies[&node];
     if (copy) return copy;
     copy = std::make_shared<Node>(node.isFolder);
-    const auto made = copy;
+    auto made = copy;
     if (!node.isFolder) made->content = node.content.afterCut(random);
     for (const auto& [name, each] : namesOf(node)) made->names[name] = cut(*each, random);
     made->stableNames = made->names;
@@ -84,6 +84,27 @@ struct ModelFiles::Copying {
   Names& namesOf(const Node& folder) {
     return names.try_emplace(&folder, folder.stableNames).first->second;
   }
+};
+
+class ModelFiles::File final : public ModelVfsFile {
+ public:
+  File(ModelFiles& disk, std::shared_ptr<Node> node, std::string path)
+      : disk_(disk), node_(std::move(node)), path_(std::move(path)) {}
+
+  std::optional<FileError> write(std::uint64_t offset,
+                                 std::span<const std::uint8_t> bytes) override;
+  std::optional<FileError> append(std::span<const std::uint8_t> bytes) override;
+  std::optional<FileError> read(std::uint64_t offset, std::span<std::uint8_t> into,
+                                std::size_t& count) const override;
+  std::optional<FileError> truncate(std::uint64_t size) override;
+  std::optional<FileError> sync() override;
+  [[nodiscard]] std::uint64_t size() const override;
+  [[nodiscard]] const void* identity() const override { return node_.get(); }
+
+ private:
+  ModelFiles& disk_;
+  const std::shared_ptr<Node> node_;
+  const std::string path_;
 };
 
 // --- Files.
@@ -248,8 +269,8 @@ std::shared_ptr<gateway::LogFile> ModelFiles::open(const std::string& path, bool
   return openFile(path, create, error);
 }
 
-std::shared_ptr<ModelFiles::File> ModelFiles::openFile(const std::string& path, bool create,
-                                                       FileError& error) {
+std::shared_ptr<ModelVfsFile> ModelFiles::openFile(const std::string& path, bool create,
+                                                   FileError& error) {
   const auto found = find(path);
   if (create == (found != nullptr)) {
     error = failure(create ? EEXIST : ENOENT, "open " + path);
@@ -273,7 +294,7 @@ std::shared_ptr<ModelFiles::File> ModelFiles::openFile(const std::string& path, 
   return std::make_shared<File>(*this, node, path);
 }
 
-std::shared_ptr<ModelFiles::File> ModelFiles::temporaryFile() {
+std::shared_ptr<ModelVfsFile> ModelFiles::temporaryFile() {
   return std::make_shared<File>(*this, std::make_shared<Node>(false), "a temporary file");
 }
 

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "gateway/support/ModelContent.h"
+#include "gateway/support/ModelVfsDisk.h"
 #include "tools/gateway/files/FileLayer.h"
 
 namespace kestrin::test {
@@ -39,10 +40,8 @@ struct DiskFaults {
   double entry = 0;  ///< Creating, renaming, removing: ENOSPC.
 };
 
-class ModelFiles final : public gateway::FileLayer {
+class ModelFiles final : public gateway::FileLayer, public ModelVfsDisk {
  public:
-  class File;
-
   explicit ModelFiles(std::uint64_t seed);
   ~ModelFiles() override;
 
@@ -77,16 +76,15 @@ class ModelFiles final : public gateway::FileLayer {
   [[nodiscard]] std::string vfs() const override;
   std::shared_ptr<void> lock(const std::string& folder, gateway::FileError& error) override;
 
-  /// As `open`, for those who write anywhere.
-  std::shared_ptr<File> openFile(const std::string& path, bool create, gateway::FileError& error);
-  /// A file without a name, gone once it is dropped.
-  std::shared_ptr<File> temporaryFile();
-  [[nodiscard]] bool isFile(const std::string& path) const;
-  /// A file with something in it.
-  [[nodiscard]] bool isFilled(const std::string& path) const;
+  std::shared_ptr<ModelVfsFile> openFile(const std::string& path, bool create,
+                                         gateway::FileError& error) override;
+  std::shared_ptr<ModelVfsFile> temporaryFile() override;
+  [[nodiscard]] bool isFile(const std::string& path) const override;
+  [[nodiscard]] bool isFilled(const std::string& path) const override;
   [[nodiscard]] bool isFolder(const std::string& path) const;
 
  private:
+  class File;
   struct Node;
   using Names = std::map<std::string, std::shared_ptr<Node>>;
   /// A name in a folder.
@@ -113,30 +111,6 @@ class ModelFiles final : public gateway::FileLayer {
   std::vector<NameChange> unsyncedNames_;
   std::map<std::string, std::weak_ptr<void>> locks_;
   std::unique_ptr<ModelVfs> vfs_;
-};
-
-/// A file of the model disk, which is written anywhere.
-class ModelFiles::File final : public gateway::LogFile {
- public:
-  File(ModelFiles& disk, std::shared_ptr<Node> node, std::string path)
-      : disk_(disk), node_(std::move(node)), path_(std::move(path)) {}
-
-  /// Where only some could be written, those stay, and the error says why.
-  std::optional<gateway::FileError> write(std::uint64_t offset,
-                                          std::span<const std::uint8_t> bytes);
-  std::optional<gateway::FileError> append(std::span<const std::uint8_t> bytes) override;
-  std::optional<gateway::FileError> read(std::uint64_t offset, std::span<std::uint8_t> into,
-                                         std::size_t& count) const override;
-  std::optional<gateway::FileError> truncate(std::uint64_t size) override;
-  std::optional<gateway::FileError> sync() override;
-  [[nodiscard]] std::uint64_t size() const override;
-  /// The same for files that were opened under any of its names.
-  [[nodiscard]] const void* identity() const { return node_.get(); }
-
- private:
-  ModelFiles& disk_;
-  const std::shared_ptr<Node> node_;
-  const std::string path_;
 };
 
 }  // namespace kestrin::test

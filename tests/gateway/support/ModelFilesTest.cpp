@@ -37,8 +37,8 @@ std::shared_ptr<ModelFiles> diskWithFolder(std::uint64_t seed) {
   return disk;
 }
 
-std::shared_ptr<ModelFiles::File> make(ModelFiles& disk, const std::string& path,
-                                       const Bytes& bytes = {}) {
+std::shared_ptr<ModelVfsFile> make(ModelFiles& disk, const std::string& path,
+                                   const Bytes& bytes = {}) {
   FileError error;
   auto file = disk.openFile(path, true, error);
   if (!file) throw std::runtime_error(error.text);

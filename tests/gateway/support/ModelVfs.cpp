@@ -11,8 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "gateway/support/ModelFiles.h"
-
 namespace kestrin::test {
 
 using gateway::FileError;
@@ -54,7 +52,7 @@ struct ModelVfs::Sharing {
 /// An open file.
 class ModelVfs::Connection {
  public:
-  Connection(ModelVfs& vfs, std::shared_ptr<ModelFiles::File> file, std::string path, int flags)
+  Connection(ModelVfs& vfs, std::shared_ptr<ModelVfsFile> file, std::string path, int flags)
       : vfs_(vfs),
         file_(std::move(file)),
         path_(std::move(path)),
@@ -227,7 +225,7 @@ class ModelVfs::Connection {
   }
 
   ModelVfs& vfs_;
-  const std::shared_ptr<ModelFiles::File> file_;
+  const std::shared_ptr<ModelVfsFile> file_;
   const std::string path_;
   const std::shared_ptr<Sharing> sharing_;
   bool syncsFolder_;
@@ -370,7 +368,7 @@ const sqlite3_io_methods ModelVfs::Calls::kMethods = [] {
   return methods;
 }();
 
-ModelVfs::ModelVfs(ModelFiles& disk, std::uint64_t seed)
+ModelVfs::ModelVfs(ModelVfsDisk& disk, std::uint64_t seed)
     : disk_(disk), name_(newName()), random_(seed) {
   vfs_.iVersion = 2;
   vfs_.szOsFile = sizeof(Calls::OpenFile);
@@ -392,7 +390,7 @@ ModelVfs::ModelVfs(ModelFiles& disk, std::uint64_t seed)
 ModelVfs::~ModelVfs() { sqlite3_vfs_unregister(&vfs_); }
 
 int ModelVfs::open(const char* path, sqlite3_file* file, int flags, int* flagsOut) {
-  std::shared_ptr<ModelFiles::File> opened;
+  std::shared_ptr<ModelVfsFile> opened;
   if (path == nullptr) {
     opened = disk_.temporaryFile();
   } else {

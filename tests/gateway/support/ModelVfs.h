@@ -14,13 +14,13 @@
 #include <random>
 #include <string>
 
-namespace kestrin::test {
+#include "gateway/support/ModelVfsDisk.h"
 
-class ModelFiles;
+namespace kestrin::test {
 
 class ModelVfs {
  public:
-  ModelVfs(ModelFiles& disk, std::uint64_t seed);
+  ModelVfs(ModelVfsDisk& disk, std::uint64_t seed);
   ~ModelVfs();
   ModelVfs(const ModelVfs&) = delete;
   ModelVfs& operator=(const ModelVfs&) = delete;
@@ -36,7 +36,7 @@ class ModelVfs {
   int remove(const std::string& path, bool syncsFolder);
   std::shared_ptr<Sharing> sharingOf(const void* file);
 
-  ModelFiles& disk_;
+  ModelVfsDisk& disk_;
   const std::string name_;
   sqlite3_vfs vfs_{};
   std::mt19937_64 random_;
