@@ -27,6 +27,8 @@ class Disk {
   void cut();
   void setFull(bool full) { files_->full = full; }
   [[nodiscard]] bool isFull() const { return files_->full; }
+  /// Nothing can be written.
+  void setBroken(bool broken) { files_->faults.write = broken ? 1 : 0; }
   /// Syncing does nothing and reports success.
   void setLying(bool lying) { files_->lying = lying; }
 

@@ -454,11 +454,24 @@ TEST_F(GatewayTest, ReportsWhatAFullDiskHasCost) {
   EXPECT_EQ(gap->reason, GapReason::refused);
 }
 
-TEST_F(GatewayTest, SaysOnceThatAFullDiskDoesNotTakeWhatIsCommitted) {
+TEST_F(GatewayTest, PutsWhatIsCommittedOnAFullDisk) {
   begin();
   send(5);
   scene_.runFor(seconds(2));
   scene_.disk.setFull(true);
+  for (RecordNumber each = 1; each <= 5; ++each) commit(each);
+  scene_.runFor(seconds(30));
+  EXPECT_FALSE(scene_.hasTrouble("cannot be put on the disk"));
+  scene_.kill();
+  scene_.start();
+  EXPECT_EQ(scene_.gateway->log().forgotten(), 5U);
+}
+
+TEST_F(GatewayTest, SaysOnceThatADiskDoesNotTakeWhatIsCommitted) {
+  begin();
+  send(5);
+  scene_.runFor(seconds(2));
+  scene_.disk.setBroken(true);
   for (RecordNumber each = 1; each <= 5; ++each) commit(each);
   send(3);
   scene_.runFor(seconds(30));
@@ -468,7 +481,7 @@ TEST_F(GatewayTest, SaysOnceThatAFullDiskDoesNotTakeWhatIsCommitted) {
       std::count_if(scene_.said.begin(), scene_.said.end(),
                     [](const std::string& each) { return has(each, "cannot be put on the disk"); });
   EXPECT_EQ(lines, 1);
-  scene_.disk.setFull(false);
+  scene_.disk.setBroken(false);
   scene_.runFor(seconds(15));
   EXPECT_FALSE(scene_.hasTrouble("cannot be put on the disk"));
 }

@@ -117,8 +117,13 @@ std::optional<FileError> ModelFiles::File::write(std::uint64_t offset,
   if (disk_.chance(disk_.faults.shortWrite)) bytes = bytes.first(disk_.random_() % bytes.size());
   const std::uint64_t end = size();
   if (disk_.full && offset + bytes.size() > end) {
+    const std::uint64_t more = offset + bytes.size() - end;
     const auto there = static_cast<std::size_t>(end - std::min(end, offset));
-    bytes = bytes.first(there + disk_.random_() % (bytes.size() - there));
+    if (more <= disk_.freed_) {
+      disk_.freed_ -= more;
+    } else {
+      bytes = bytes.first(there + disk_.random_() % (bytes.size() - there));
+    }
   }
   if (!bytes.empty()) {
     node_->content.write(static_cast<std::size_t>(offset), {bytes.begin(), bytes.end()});
@@ -195,6 +200,7 @@ std::shared_ptr<ModelFiles> ModelFiles::afterKill() const {
   auto disk = std::make_shared<ModelFiles>(0);
   disk->random_ = random_;
   disk->full = full;
+  disk->freed_ = freed_;
   disk->lying = lying;
   Copying copying;
   disk->root_ = copying.whole(root_);
@@ -342,12 +348,15 @@ std::optional<FileError> ModelFiles::remove(const std::string& path) {
   const auto node = find(path);
   if (!place || !node) return failure(ENOENT, "remove " + path);
   if (node->isFolder) return failure(EISDIR, "remove " + path);
-  return changeNames(path, false, {{{*place, nullptr}}});
+  auto failed = changeNames(path, false, {{{*place, nullptr}}});
+  if (!failed && full) freed_ += node->content.bytes().size();
+  return failed;
 }
 
 std::optional<FileError> ModelFiles::changeNames(const std::string& path, bool makes,
                                                  NameChange change) {
-  if ((full && makes) || chance(faults.entry)) return failure(ENOSPC, "change " + path);
+  if ((full && makes && freed_ == 0) || chance(faults.entry))
+    return failure(ENOSPC, "change " + path);
   for (const auto& [place, node] : change.names) Node::set(place.folder->names, place.name, node);
   unsyncedNames_.push_back(std::move(change));
   tell();

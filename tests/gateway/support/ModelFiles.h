@@ -46,7 +46,8 @@ class ModelFiles final : public gateway::FileLayer, public ModelVfsDisk {
   ~ModelFiles() override;
 
   DiskFaults faults;
-  /// Files cannot grow and none can be made: ENOSPC. What is there may be written over.
+  /// Files cannot grow and none can be made: ENOSPC. What is there may be written over, and what
+  /// has been removed meanwhile makes room.
   bool full = false;
   /// Syncing does nothing and reports success.
   bool lying = false;
@@ -106,6 +107,7 @@ class ModelFiles final : public gateway::FileLayer, public ModelVfsDisk {
                                                 NameChange change);
   std::optional<gateway::FileError> syncNames(const std::string& path, const Node& folder);
 
+  std::uint64_t freed_ = 0;  // What was removed from the full disk, and not written again.
   std::mt19937_64 random_;
   std::shared_ptr<Node> root_;
   std::vector<NameChange> unsyncedNames_;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <deque>
 #include <random>
+#include <system_error>
 #include <utility>
 
 #include "tools/gateway/log/LogFolder.h"
@@ -86,6 +87,7 @@ struct Log::Inside {
   bool mustReopen = false;  // A sync has failed: nobody knows what is on the disk.
   bool mustCheckpoint = false;
   bool isReady = false;  // Closed by a sync that failed, until it can be opened again.
+  bool isStuck = false;  // The disk is too full to make certain of what there is.
   std::shared_ptr<SyncSide> side;
   std::shared_ptr<SyncWork> inFlight;
   KeptValues kept;
@@ -117,11 +119,15 @@ struct Log::Inside {
     if (!lock) return error;
     folder.path = options.folder;
     writeAheadLimit = std::clamp(options.budget / 16, kSmallestWriteAhead, kLargestWriteAhead);
-    reserve.begin(files, folder.reserve(), writeAheadLimit + kSmallestWriteAhead);
-    databaseLimit = options.budget - 5 * writeAheadLimit - kSmallestWriteAhead;
+    // As much as the write-ahead log ever takes, so that it can be copied.
+    reserve.begin(files, folder.reserve(), 3 * writeAheadLimit);
+    databaseLimit = options.budget - 7 * writeAheadLimit;
     OpenedLog opened;
     auto failed = openFolder(opened, found);
-    if (failed && failed->number == ENOSPC && reserve.release()) {
+    const bool isFull = opened.onlyCertainTo || (failed && failed->number == ENOSPC);
+    if (isFull && reserve.release()) {
+      disconnect();
+      opened = {};
       failed = openFolder(opened, found);
     }
     if (failed) return failed;
@@ -134,12 +140,20 @@ struct Log::Inside {
     if (!opened.onlyCertainTo) return makeCertain();
     synced = std::min(*opened.onlyCertainTo, written);
     mustReopen = true;
+    isStuck = true;
     return std::nullopt;
   }
 
   std::optional<FileError> openFolder(OpenedLog& opened, std::vector<std::string>& found) {
     auto failed = openLogFolder(*files, folder, options.makeIdentity, opened, found);
     return failed ? failed : connect();
+  }
+
+  void disconnect() {
+    isReady = false;
+    table.finish();
+    side.reset();
+    database.close();
   }
 
   std::optional<FileError> connect() {
@@ -187,6 +201,9 @@ struct Log::Inside {
 
   // --- Appending.
 
+  FileError stuck() const {
+    return {ENOSPC, folder.database() + ": " + std::generic_category().message(ENOSPC)};
+  }
   FileError notReady() const {
     return {EIO, folder.database() + ": cannot be opened again after a sync that has failed"};
   }
@@ -204,6 +221,7 @@ struct Log::Inside {
   /// Writes the record, and in front of it the gaps that none says yet. All of it or nothing.
   std::optional<FileError> write(const Record* record) {
     if (!isReady) return notReady();
+    if (isStuck) return stuck();
     if (bytesSinceLook >= kBytesPerLook) {
       if (auto failed = look()) return failed;
     }
@@ -387,7 +405,9 @@ struct Log::Inside {
   std::shared_ptr<SyncWork> beginSync() {
     if (inFlight) return nullptr;
     if (mustReopen) {
-      if (auto failed = reopen()) return workThatFailed(std::move(*failed));
+      auto failed = reopen();
+      isStuck = failed && failed->number == ENOSPC;
+      if (failed) return workThatFailed(std::move(*failed));
     }
     std::optional<FileError> failed;
     if (refused || !owed.empty()) failed = write(nullptr);
@@ -430,10 +450,7 @@ struct Log::Inside {
       copied = copyWriteAheadLog(*files, folder);
     }
     if (copied) return copied;
-    isReady = false;
-    table.finish();
-    side.reset();
-    database.close();
+    disconnect();
     if (auto failed = takeCopiedWriteAheadLog(*files, folder)) return failed;
     if (auto failed = connect()) return failed;
     std::optional<std::pair<RecordNumber, RecordNumber>> ends;

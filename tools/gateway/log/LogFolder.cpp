@@ -67,6 +67,9 @@ class Opening {
     RecordTable table(database_);
     if (auto failed = table.prepare(true)) return failed;
     if (auto failed = table.readFacts(opened_.facts)) return failed;
+    if (opened_.facts.forgotten >= opened_.facts.next) {
+      return FileError{kDamaged, folder_.database() + " forgets more than there was"};
+    }
     if (auto failed = table.readKept(opened_.kept)) return failed;
     if (auto failed = check(table)) return failed;
     if (auto failed = checkClaim()) return failed;
