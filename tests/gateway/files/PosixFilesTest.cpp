@@ -56,7 +56,11 @@ TEST_F(PosixFiles, WhatIsAppendedIsReadFromAnyPlace) {
 }
 
 TEST_F(PosixFiles, AFileThatIsOpenedAgainGoesOnAtItsEnd) {
-  ASSERT_FALSE(file("a", true)->append(Bytes{1, 2}));
+  const auto made = file("a", true);
+  ASSERT_FALSE(made->append(Bytes{8, 9}));
+  EXPECT_TRUE(made->overwrite(1, Bytes{2, 3}));
+  ASSERT_FALSE(made->overwrite(0, Bytes{1, 2}));
+  EXPECT_EQ(made->size(), 2U);
   const auto again = file("a", false);
   ASSERT_TRUE(again) << error_.text;
   EXPECT_FALSE(again->append(Bytes{3}));

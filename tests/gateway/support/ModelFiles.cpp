@@ -94,6 +94,10 @@ class ModelFiles::File final : public ModelVfsFile {
   std::optional<FileError> write(std::uint64_t offset,
                                  std::span<const std::uint8_t> bytes) override;
   std::optional<FileError> append(std::span<const std::uint8_t> bytes) override;
+  std::optional<FileError> overwrite(std::uint64_t offset,
+                                     std::span<const std::uint8_t> bytes) override {
+    return write(offset, bytes);
+  }
   std::optional<FileError> read(std::uint64_t offset, std::span<std::uint8_t> into,
                                 std::size_t& count) const override;
   std::optional<FileError> truncate(std::uint64_t size) override;

@@ -22,7 +22,8 @@ struct FileError {
   std::string text;  ///< For a person: what failed, the path, and the system's words.
 };
 
-/// A file that is written at its end and read anywhere. Dropping it closes it.
+/// A file that is written at its end, or over what it has, and read anywhere. Dropping it closes
+/// it.
 class LogFile {
  public:
   LogFile() = default;
@@ -33,6 +34,9 @@ class LogFile {
   /// Writes all of `bytes` at the end. Where only some could be written, those stay, the size says
   /// how many, and the error says why.
   [[nodiscard]] virtual std::optional<FileError> append(std::span<const std::uint8_t> bytes) = 0;
+  /// Writes `bytes` over what is there from `offset` on, and not behind its end.
+  [[nodiscard]] virtual std::optional<FileError> overwrite(std::uint64_t offset,
+                                                           std::span<const std::uint8_t> bytes) = 0;
   /// Fills `into` from `offset`; `count` gets how many bytes there were, fewer only at the end.
   [[nodiscard]] virtual std::optional<FileError> read(std::uint64_t offset,
                                                       std::span<std::uint8_t> into,

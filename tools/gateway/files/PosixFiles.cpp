@@ -65,17 +65,13 @@ class PosixFile final : public LogFile {
       : handle_(descriptor), path_(std::move(path)), size_(size) {}
 
   std::optional<FileError> append(std::span<const std::uint8_t> bytes) override {
-    while (!bytes.empty()) {
-      const auto place = offset(size_);
-      if (!place) return failure("cannot write", path_, EFBIG);
-      const ssize_t count = uninterrupted(
-          [&] { return ::pwrite(handle_.number(), bytes.data(), bytes.size(), *place); });
-      if (count < 0) return failure("cannot write", path_);
-      if (count == 0) return failure("cannot write", path_, EIO);
-      size_ += static_cast<std::uint64_t>(count);
-      bytes = bytes.subspan(static_cast<std::size_t>(count));
-    }
-    return std::nullopt;
+    return write(size_, bytes);
+  }
+
+  std::optional<FileError> overwrite(std::uint64_t from,
+                                     std::span<const std::uint8_t> bytes) override {
+    if (from > size_ || bytes.size() > size_ - from) return failure("cannot write", path_, EINVAL);
+    return write(from, bytes);
   }
 
   std::optional<FileError> read(std::uint64_t from, std::span<std::uint8_t> into,
@@ -115,6 +111,21 @@ class PosixFile final : public LogFile {
   std::uint64_t size() const override { return size_; }
 
  private:
+  std::optional<FileError> write(std::uint64_t to, std::span<const std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+      const auto place = offset(to);
+      if (!place) return failure("cannot write", path_, EFBIG);
+      const ssize_t count = uninterrupted(
+          [&] { return ::pwrite(handle_.number(), bytes.data(), bytes.size(), *place); });
+      if (count < 0) return failure("cannot write", path_);
+      if (count == 0) return failure("cannot write", path_, EIO);
+      to += static_cast<std::uint64_t>(count);
+      size_ = std::max(size_, to);
+      bytes = bytes.subspan(static_cast<std::size_t>(count));
+    }
+    return std::nullopt;
+  }
+
   static std::optional<off_t> offset(std::uint64_t value) {
     if (value > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return std::nullopt;
     return static_cast<off_t>(value);

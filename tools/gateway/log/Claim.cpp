@@ -9,7 +9,8 @@ namespace kestrin::gateway {
 namespace {
 
 constexpr std::size_t kIdentityLength = 32;
-constexpr std::size_t kLength = kIdentityLength + 8 + 8;
+constexpr std::size_t kDoubtPlace = kIdentityLength + 8 + 8;
+constexpr std::size_t kLength = kDoubtPlace + 1;
 
 }  // namespace
 
@@ -17,12 +18,16 @@ void writeClaim(FileLayer& files, const std::string& path, const Claim& claim) n
   std::vector<std::uint8_t> bytes(claim.identity.begin(), claim.identity.end());
   put64(bytes, claim.synced);
   put64(bytes, claim.forgotten);
+  bytes.push_back(claim.isDoubtful ? 1 : 0);
   put32(bytes, crc32c(bytes));
   FileError error;
   auto file = files.open(path, false, error);
   if (!file) file = files.open(path, true, error);
-  if (!file || file->truncate(0)) return;
-  [[maybe_unused]] const auto failed = file->append(bytes);
+  if (!file) return;
+  // In its place, since a full disk would not let it grow again.
+  if (file->size() == bytes.size() && !file->overwrite(0, bytes)) return;
+  if (!file->truncate(0)) [[maybe_unused]]
+    const auto failed = file->append(bytes);
 }
 
 std::optional<Claim> readClaim(FileLayer& files, const std::string& path) {
@@ -36,7 +41,8 @@ std::optional<Claim> readClaim(FileLayer& files, const std::string& path) {
   bytes.resize(kLength);
   if (crc32c(bytes) != crc) return std::nullopt;
   return Claim{LogIdentity(bytes.begin(), bytes.begin() + kIdentityLength),
-               get64(bytes.data() + kIdentityLength), get64(bytes.data() + kIdentityLength + 8)};
+               get64(bytes.data() + kIdentityLength), get64(bytes.data() + kIdentityLength + 8),
+               bytes[kDoubtPlace] != 0};
 }
 
 }  // namespace kestrin::gateway

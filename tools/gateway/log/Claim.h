@@ -2,7 +2,8 @@
 // is noticed: SQLite takes its records for ones that were never finished.
 //
 // It is written after each sync and never synced itself. So it never claims too much; where it is
-// lost it claims nothing.
+// lost it claims nothing. It also says that a sync has failed: then the system may read back what
+// is not on the disk, to the next process as well.
 //
 // Threads: one at a time. Errors: none; a note that cannot be written is an older one, or none.
 #pragma once
@@ -21,6 +22,7 @@ struct Claim {
   LogIdentity identity;
   RecordNumber synced = 0;
   RecordNumber forgotten = 0;
+  bool isDoubtful = false;  ///< What is behind `synced` may be on the disk in part.
   friend bool operator==(const Claim&, const Claim&) = default;
 };
 

@@ -85,9 +85,8 @@ struct Log::Inside {
   // --- What is to be synced.
   bool changed = false;     // The write-ahead log has more than the disk.
   bool mustReopen = false;  // A sync has failed: nobody knows what is on the disk.
-  bool mustCheckpoint = false;
-  bool isReady = false;  // Closed by a sync that failed, until it can be opened again.
-  bool isStuck = false;  // The disk is too full to make certain of what there is.
+  bool isReady = false;     // Closed by a sync that failed, until it can be opened again.
+  bool isStuck = false;     // The disk is too full to make certain of what there is.
   std::shared_ptr<SyncSide> side;
   std::shared_ptr<SyncWork> inFlight;
   KeptValues kept;
@@ -104,7 +103,7 @@ struct Log::Inside {
 
   ~Inside() {
     if (!isReady) return;
-    const bool isSound = !mustReopen && !mustCheckpoint && !side->failed;
+    const bool isSound = !mustReopen && !side->failed;
     side.reset();
     // Where a sync has failed, the write-ahead log is read with its checksums first.
     if (isSound) database.checkpointAtEnd();
@@ -172,13 +171,11 @@ struct Log::Inside {
   /// An earlier process may have seen its sync fail, or may not have come to it.
   std::optional<FileError> makeCertain() {
     const auto failed = checkpoint(database);
-    mustCheckpoint = failed.has_value();
     changed = false;
     // A full disk takes nothing more, but what is in the write-ahead log can be synced there.
     if (failed && failed->number != ENOSPC && failed->number != EBUSY) return failed;
     if (failed) {
       const auto work = newWork();
-      work->mustCheckpoint = false;
       work->run();
       if (work->dataError) return work->dataError;
     }
@@ -194,7 +191,7 @@ struct Log::Inside {
     // The sync thread sees to it long before; where it does not come to it, this must.
     if (log.writeAheadSize() >= 2 * log.writeAheadLimit && !log.mustReopen && !log.side->failed) {
       const auto failed = checkpoint(log.database);
-      if (failed && failed->number != ENOSPC && failed->number != EBUSY) log.mustReopen = true;
+      if (failed && failed->number != ENOSPC && failed->number != EBUSY) log.doubt();
     }
     return SQLITE_OK;
   }
@@ -365,7 +362,7 @@ struct Log::Inside {
     // A full disk may still have room within the database and its write-ahead log.
     if (failed && failed->number == ENOSPC && reserve.release()) {
       const auto left = checkpoint(database);
-      if (left && left->number != ENOSPC && left->number != EBUSY) mustReopen = true;
+      if (left && left->number != ENOSPC && left->number != EBUSY) doubt();
       failed = settleOnce();
     }
     return failed;
@@ -396,8 +393,8 @@ struct Log::Inside {
   std::shared_ptr<SyncWork> newWork() const {
     auto work = std::make_shared<SyncWork>();
     work->side = side;
+    work->before = {facts.identity, synced, std::min(facts.forgotten, synced), mustReopen};
     work->claim = {facts.identity, written, std::min(facts.forgotten, written)};
-    work->mustCheckpoint = mustCheckpoint;
     work->checkpoints = writeAheadSize() >= writeAheadLimit / 2;
     return work;
   }
@@ -415,11 +412,17 @@ struct Log::Inside {
     // A checkpoint may have failed to sync meanwhile.
     if (mustReopen) return workThatFailed({EIO, folder.database() + ": cannot be synced"});
     if (!failed) reserve.restore();
-    if (!changed && !mustCheckpoint && !failed) return nullptr;
+    if (!changed && !failed) return nullptr;
     inFlight = newWork();
     inFlight->stateError = std::move(failed);
     changed = false;
     return inFlight;
+  }
+
+  void doubt() {
+    mustReopen = true;
+    writeClaim(*files, folder.claim(),
+               {facts.identity, synced, std::min(facts.forgotten, synced), true});
   }
 
   std::shared_ptr<SyncWork> workThatFailed(FileError error) {
@@ -436,14 +439,13 @@ struct Log::Inside {
       changed = true;
       return work->dataError;
     }
-    if (work->mustCheckpoint) mustCheckpoint = false;
     synced = std::max(synced, work->claim.synced);
     return work->stateError;
   }
 
   /// After a sync that failed, the system may have dropped what it could not write, and does not
-  /// say so a second time. Opened again, the write-ahead log is read with its checksums; what it
-  /// still has gets into the database, which is written to the disk anew.
+  /// say so a second time. So what can be read of the write-ahead log is written once more; opened
+  /// again, it is read with its checksums.
   std::optional<FileError> reopen() {
     auto copied = copyWriteAheadLog(*files, folder);
     if (copied && copied->number == ENOSPC && reserve.release()) {
@@ -461,8 +463,8 @@ struct Log::Inside {
     lose(std::max(ends ? ends->second : 0, there.next - 1));
     persistedForgotten = there.forgotten;
     keptChanged = true;
+    synced = written;
     mustReopen = false;
-    mustCheckpoint = true;
     return std::nullopt;
   }
 

@@ -57,11 +57,13 @@ class Opening {
     std::optional<std::int64_t> format;
     if (auto failed = readFormat(files_, folder_.database(), format)) return failed;
     if (format && *format > kFormat) return newerFormat(folder_.database());
-    if (auto failed = copyWriteAheadLog(files_, folder_)) {
-      if (failed->number != ENOSPC) return failed;
-      opened_.onlyCertainTo = 0;
-    } else if (auto other = takeCopiedWriteAheadLog(files_, folder_)) {
-      return other;
+    if (!claim_ || claim_->isDoubtful) {
+      if (auto failed = copyWriteAheadLog(files_, folder_)) {
+        if (failed->number != ENOSPC) return failed;
+        opened_.onlyCertainTo = 0;
+      } else if (auto other = takeCopiedWriteAheadLog(files_, folder_)) {
+        return other;
+      }
     }
     if (auto failed = connectTo(files_, folder_.database(), database_)) return failed;
     RecordTable table(database_);

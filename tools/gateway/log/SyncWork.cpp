@@ -9,14 +9,15 @@ void SyncWork::run() noexcept {
   if (dataError) return;
   dataError = sync();
   syncFailed = dataError.has_value();
-  if (!dataError && (checkpoints || mustCheckpoint)) {
-    auto failed = checkpoint();
+  if (!dataError && checkpoints) {
+    const auto failed = checkpoint();
     // It syncs as well, what came meanwhile too.
     if (failed && failed->number != ENOSPC && failed->number != EBUSY) syncFailed = true;
-    if (mustCheckpoint) dataError = std::move(failed);
   }
   if (syncFailed) side->failed = true;
-  if (!dataError) writeClaim(*side->files, side->claimPath, claim);
+  Claim certain = dataError ? before : claim;
+  certain.isDoubtful = before.isDoubtful || syncFailed;
+  writeClaim(*side->files, side->claimPath, certain);
 }
 
 std::optional<FileError> SyncWork::sync() {

@@ -33,11 +33,9 @@ class SyncWork {
   void run() noexcept;
 
   std::shared_ptr<SyncSide> side;
-  Claim claim;  ///< What is certain when it has run.
-  /// Everything gets into the database. Where not `mustCheckpoint`, that may fail.
-  bool checkpoints = false;
-  /// Nobody knows what is on the disk of the write-ahead log: only what is written once more is.
-  bool mustCheckpoint = false;
+  Claim before;              ///< What is certain before it has run.
+  Claim claim;               ///< What is certain when it has run.
+  bool checkpoints = false;  ///< Everything gets into the database, if it can.
 
   bool ran = false;
   bool syncFailed = false;  ///< What the system could not write it may have dropped.
