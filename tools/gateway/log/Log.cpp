@@ -78,8 +78,8 @@ struct Log::Inside {
   bool refused = false;       // Numbers behind `written` are lost.
   std::deque<Record> recent;  // The last of them, as far as they stand side by side.
   std::size_t recentBytes = 0;
-  std::vector<Gap> owed;  // Gaps that no record says yet.
-  std::optional<std::pair<RecordNumber, Gap>> foreign;
+  std::vector<Gap> owed;      // Gaps that no record says yet.
+  std::vector<SaidGap> said;  // The gap records that are kept.
   std::vector<std::pair<RecordNumber, RecordNumber>> unreadable;
 
   // --- What is to be synced.
@@ -133,7 +133,7 @@ struct Log::Inside {
     facts = opened.facts;
     first = opened.first;
     kept = std::move(opened.kept);
-    foreign = opened.foreign;
+    said = std::move(opened.gaps);
     written = facts.next - 1;
     persistedForgotten = facts.forgotten;
     if (!opened.onlyCertainTo) return makeCertain();
@@ -255,20 +255,21 @@ struct Log::Inside {
     RecordNumber number = facts.next;
     std::vector<Gap> gaps = gapsNow();
     std::optional<RecordNumber> goneTo;
-    if (isOver && first <= written)
+    if (isOver && first <= written) {
       goneTo = first + std::min(kRemovedAtOnce, (written + 1 - first) / 16);
+    }
     if (goneTo) {
       if (auto failed = table.removeUpTo(*goneTo)) return failed;
       addBudgetGaps(gaps, *goneTo);
     }
-    auto lostElsewhere = foreign;
+    std::vector<SaidGap> saidNow;
     for (const Gap& gap : gaps) {
-      Record said;
-      said.number = number++;
-      said.kind = RecordKind::gap;
-      said.gap = gap;
-      if (gap.log != facts.identity) lostElsewhere = {said.number, gap};
-      if (auto failed = table.insert(said)) return failed;
+      Record saying;
+      saying.number = number++;
+      saying.kind = RecordKind::gap;
+      saying.gap = gap;
+      saidNow.push_back({saying.number, gap});
+      if (auto failed = table.insert(saying)) return failed;
     }
     if (record != nullptr) {
       Record numbered = *record;
@@ -285,7 +286,8 @@ struct Log::Inside {
     if (goneTo) persistedForgotten = facts.forgotten;
     // They are all that is behind some number, without a hole.
     forgetRecent();
-    foreign = lostElsewhere;
+    if (goneTo) std::erase_if(said, [&](const SaidGap& each) { return each.number <= *goneTo; });
+    said.insert(said.end(), saidNow.begin(), saidNow.end());
     sayWhatWentAndCame(goneTo);
     if (goneTo) first = *goneTo + 1;
     owed.clear();
@@ -302,13 +304,21 @@ struct Log::Inside {
     return gaps;
   }
 
-  /// Such a gap repeats what earlier ones have said, which may be among what goes.
+  /// A gap record that goes before anybody needs it no more is said again.
   void addBudgetGaps(std::vector<Gap>& gaps, RecordNumber goneTo) const {
     if (goneTo <= facts.forgotten) return;
-    gaps.push_back({facts.identity, facts.forgotten + 1, goneTo, GapReason::budget});
-    if (foreign && foreign->first <= goneTo && foreign->first > facts.forgotten) {
-      gaps.push_back(foreign->second);
+    Gap made{facts.identity, facts.forgotten + 1, goneTo, GapReason::budget};
+    for (const auto& [number, gap] : said) {
+      if (number <= facts.forgotten || number > goneTo) continue;
+      const bool isOwn = gap.log == facts.identity;
+      if (isOwn && gap.from >= made.from) continue;
+      if (isOwn && gap.reason == GapReason::budget && gap.to + 1 >= made.from) {
+        made.from = gap.from;
+      } else {
+        gaps.push_back(gap);
+      }
     }
+    gaps.push_back(made);
   }
 
   void sayWhatWentAndCame(const std::optional<RecordNumber>& goneTo) {
@@ -383,6 +393,7 @@ struct Log::Inside {
     }
     if (auto failed = all.commit()) return failed;
     if (to >= first) first = to + 1;
+    std::erase_if(said, [this](const SaidGap& each) { return each.number < first; });
     persistedForgotten = facts.forgotten;
     keptChanged = false;
     return look();
@@ -473,7 +484,11 @@ struct Log::Inside {
     if (last >= written) return;
     findings.push_back("the disk has lost " + numbersText(last + 1, written) +
                        " before they were synced");
-    if (foreign && foreign->first > last) owed.push_back(foreign->second);
+    for (const auto& [number, gap] : said) {
+      // What was lost with it is lost again, and what came before it has to be said again.
+      if (number > last && (gap.log != facts.identity || gap.from <= last)) owed.push_back(gap);
+    }
+    std::erase_if(said, [&](const SaidGap& each) { return each.number > last; });
     unreadable.clear();
     forgetRecent();
     written = last;
@@ -535,9 +550,9 @@ struct Log::Inside {
 
   /// Records that have become unreadable hold nobody up: they are a gap.
   void lost(RecordNumber from, RecordNumber to) {
-    const bool said = std::ranges::any_of(
+    const bool isKnown = std::ranges::any_of(
         unreadable, [&](const auto& range) { return range.first <= from && to <= range.second; });
-    if (said) return;
+    if (isKnown) return;
     unreadable.emplace_back(from, to);
     owed.push_back({facts.identity, from, to, GapReason::damaged});
     findings.push_back(numbersText(from, to) + " cannot be read any more in " + database.path());

@@ -117,9 +117,9 @@ class Opening {
 
   void note(const Record& record) {
     if (!record.gap) return;
-    if (record.gap->log != opened_.facts.identity) {
-      opened_.foreign = {record.number, *record.gap};
-    } else if (record.gap->reason == GapReason::budget) {
+    opened_.gaps.push_back({record.number, *record.gap});
+    const bool isOwn = record.gap->log == opened_.facts.identity;
+    if (isOwn && record.gap->reason == GapReason::budget) {
       budgetGapTo_ = std::max(budgetGapTo_, record.gap->to);
     }
   }

@@ -35,6 +35,12 @@ struct LogFolder {
   [[nodiscard]] std::string claim() const { return current() + "/claim"; }
 };
 
+/// A gap, and the number of the record that says it.
+struct SaidGap {
+  RecordNumber number = 0;
+  Gap gap;
+};
+
 /// What a log was when it was opened.
 struct OpenedLog {
   LogFacts facts;
@@ -42,8 +48,7 @@ struct OpenedLog {
   KeptValues kept;
   /// There is no room to make certain of the write-ahead log; up to here it was before.
   std::optional<RecordNumber> onlyCertainTo;
-  /// The record that says what is lost of an earlier log.
-  std::optional<std::pair<RecordNumber, Gap>> foreign;
+  std::vector<SaidGap> gaps;  ///< The gap records that are kept.
 };
 
 /// Opens the log in use, and makes one where there is none. All records are looked at; where one is
