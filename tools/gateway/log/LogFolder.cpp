@@ -60,7 +60,8 @@ class Opening {
     if (!claim_ || claim_->isDoubtful) {
       if (auto failed = copyWriteAheadLog(files_, folder_)) {
         if (failed->number != ENOSPC) return failed;
-        opened_.onlyCertainTo = 0;
+        // Where nothing says that a sync has failed, it most likely has not.
+        if (claim_) opened_.onlyCertainTo = 0;
       } else if (auto other = takeCopiedWriteAheadLog(files_, folder_)) {
         return other;
       }
@@ -76,7 +77,7 @@ class Opening {
     if (auto failed = check(table)) return failed;
     if (auto failed = checkClaim()) return failed;
     if (opened_.onlyCertainTo && claim_ && claim_->identity == opened_.facts.identity) {
-      opened_.onlyCertainTo = claim_->synced;
+      opened_.onlyCertainTo = std::max(claim_->synced, opened_.facts.forgotten);
     }
     return std::nullopt;
   }
