@@ -8,6 +8,7 @@
 namespace kestrin::gateway {
 namespace {
 
+constexpr int kAttempts = 3;
 constexpr std::size_t kIdentityLength = 32;
 constexpr std::size_t kDoubtPlace = kIdentityLength + 8 + 8;
 constexpr std::size_t kLength = kDoubtPlace + 1;
@@ -24,10 +25,20 @@ void writeClaim(FileLayer& files, const std::string& path, const Claim& claim) n
   auto file = files.open(path, false, error);
   if (!file) file = files.open(path, true, error);
   if (!file) return;
-  // In its place, since a full disk would not let it grow again.
-  if (file->size() == bytes.size() && !file->overwrite(0, bytes)) return;
-  if (!file->truncate(0)) [[maybe_unused]]
-    const auto failed = file->append(bytes);
+  for (int i = 0; i < kAttempts; ++i) {
+    // In its place, since a full disk would not let it grow again.
+    const bool isThere = file->size() == bytes.size();
+    if (isThere && !file->overwrite(0, bytes)) return;
+    if (!isThere && !file->truncate(0) && !file->append(bytes)) return;
+  }
+  // A note that is empty says at least that something was not written.
+  [[maybe_unused]] const auto failed = file->truncate(0);
+}
+
+bool isClaimTorn(FileLayer& files, const std::string& path) {
+  FileError error;
+  const auto file = files.open(path, false, error);
+  return file && file->size() == kLength + 4;
 }
 
 std::optional<Claim> readClaim(FileLayer& files, const std::string& path) {

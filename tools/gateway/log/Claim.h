@@ -30,4 +30,8 @@ void writeClaim(FileLayer& files, const std::string& path, const Claim& claim) n
 /// Absent: there is none that can be read.
 std::optional<Claim> readClaim(FileLayer& files, const std::string& path);
 
+/// Where it cannot be read: whether a power cut did that. No process leaves one behind that is
+/// whole and wrong.
+bool isClaimTorn(FileLayer& files, const std::string& path);
+
 }  // namespace kestrin::gateway

@@ -57,11 +57,11 @@ class Opening {
     std::optional<std::int64_t> format;
     if (auto failed = readFormat(files_, folder_.database(), format)) return failed;
     if (format && *format > kFormat) return newerFormat(folder_.database());
-    if (!claim_ || claim_->isDoubtful) {
+    const bool isDoubtful = claim_ ? claim_->isDoubtful : !isClaimTorn(files_, folder_.claim());
+    if (isDoubtful) {
       if (auto failed = copyWriteAheadLog(files_, folder_)) {
         if (failed->number != ENOSPC) return failed;
-        // Where nothing says that a sync has failed, it most likely has not.
-        if (claim_) opened_.onlyCertainTo = 0;
+        opened_.onlyCertainTo = 0;
       } else if (auto other = takeCopiedWriteAheadLog(files_, folder_)) {
         return other;
       }
@@ -76,8 +76,9 @@ class Opening {
     if (auto failed = table.readKept(opened_.kept)) return failed;
     if (auto failed = check(table)) return failed;
     if (auto failed = checkClaim()) return failed;
-    if (opened_.onlyCertainTo && claim_ && claim_->identity == opened_.facts.identity) {
-      opened_.onlyCertainTo = std::max(claim_->synced, opened_.facts.forgotten);
+    if (opened_.onlyCertainTo) {
+      const bool isClaimed = claim_ && claim_->identity == opened_.facts.identity;
+      opened_.onlyCertainTo = std::max(isClaimed ? claim_->synced : 0, opened_.facts.forgotten);
     }
     return std::nullopt;
   }
@@ -204,15 +205,26 @@ class Opening {
     if (auto failed = database_.open(path, kReadWrite | SQLITE_OPEN_CREATE, files_.vfs())) {
       return failed;
     }
-    auto failed = fill(lost);
+    const LogIdentity identity = makeIdentity_();
+    auto failed = fill(identity, lost);
     database_.checkpointAtEnd();
     database_.close();
+    if (!failed) failed = makeClaim(identity);
     if (!failed) failed = files_.syncFolder(folder_.making());
     if (!failed) failed = files_.rename(folder_.making(), folder_.fresh());
     return failed ? failed : files_.syncFolder(folder_.path);
   }
 
-  std::optional<FileError> fill(const std::optional<Gap>& lost) {
+  /// It is there from the beginning, so that a full disk keeps nobody from writing it later.
+  std::optional<FileError> makeClaim(const LogIdentity& identity) {
+    const std::string path = folder_.making() + "/claim";
+    writeClaim(files_, path, {identity, 0, 0});
+    FileError error;
+    const auto file = files_.open(path, false, error);
+    return file ? file->sync() : std::optional(error);
+  }
+
+  std::optional<FileError> fill(const LogIdentity& identity, const std::optional<Gap>& lost) {
     const std::string page = "PRAGMA page_size=" + std::to_string(kPageSize);
     if (auto failed = database_.run(page.c_str())) return failed;
     if (auto failed = database_.run("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL")) {
@@ -220,7 +232,7 @@ class Opening {
     }
     Transaction all(database_);
     if (auto failed = all.begin()) return failed;
-    if (auto failed = RecordTable::create(database_, {makeIdentity_(), 0, 1})) return failed;
+    if (auto failed = RecordTable::create(database_, {identity, 0, 1})) return failed;
     if (lost) {
       RecordTable table(database_);
       if (auto failed = table.prepare(false)) return failed;
