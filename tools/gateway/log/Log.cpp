@@ -173,10 +173,14 @@ struct Log::Inside {
     const auto failed = checkpoint(database);
     changed = false;
     // A full disk takes nothing more, but what is in the write-ahead log can be synced there.
-    if (failed && failed->number != ENOSPC && failed->number != EBUSY) return failed;
+    if (failed && failed->number != ENOSPC && failed->number != EBUSY) {
+      doubt();
+      return failed;
+    }
     if (failed) {
       const auto work = newWork();
       work->run();
+      mustReopen = work->syncFailed;
       if (work->dataError) return work->dataError;
     }
     synced = written;
