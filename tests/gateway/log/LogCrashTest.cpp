@@ -491,8 +491,10 @@ class History {
       if (changes++ == at) second = watched.afterCut(random_());
     };
     std::string error;
-    Log::open(disk, options(), error);
+    std::vector<std::string> findings;
+    Log::open(disk, options(), error, &findings);
     watched.changed = nullptr;
+    if (!findings.empty()) return fail(findings.front() + " within recovery");
     if (second) checkOpened(second, false, "after a cut within recovery");
   }
 

@@ -42,8 +42,14 @@ std::optional<FileError> Database::open(const std::string& path, int flags,
   return run("PRAGMA cell_size_check=ON");
 }
 
-void Database::checkpointAtEnd() {
-  sqlite3_db_config(connection(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+std::optional<FileError> Database::checkpoint() {
+  int pages = 0;
+  int moved = 0;
+  const int code =
+      sqlite3_wal_checkpoint_v2(connection(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &pages, &moved);
+  if (code != SQLITE_OK && code != SQLITE_BUSY) return why();
+  if (code == SQLITE_OK && moved == pages) return std::nullopt;
+  return FileError{EBUSY, path_ + ": another program reads it; the next sync tries again"};
 }
 
 std::optional<FileError> Database::run(const char* statements) {

@@ -66,11 +66,13 @@ class Database {
   Database& operator=(const Database&) = delete;
 
   /// `flags` as for `sqlite3_open_v2`; `vfs` as `FileLayer::vfs`. What it has open already is
-  /// closed. The end of the connection leaves the write-ahead log alone unless `checkpointsAtEnd`.
+  /// closed. The end of the connection leaves the write-ahead log alone.
   std::optional<FileError> open(const std::string& path, int flags, const std::string& vfs);
   void close() { connection_.reset(); }
   [[nodiscard]] bool isOpen() const { return connection_ != nullptr; }
-  void checkpointAtEnd();
+  /// Gets what the write-ahead log has into the database, and onto the disk there. EBUSY: somebody
+  /// reads what it had before.
+  std::optional<FileError> checkpoint();
 
   /// Runs statements that give no rows that anybody wants.
   std::optional<FileError> run(const char* statements);

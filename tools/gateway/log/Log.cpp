@@ -102,11 +102,10 @@ struct Log::Inside {
   std::vector<std::string> findings;
 
   ~Inside() {
-    if (!isReady) return;
-    const bool isSound = !mustReopen && !side->failed;
-    side.reset();
-    // Where a sync has failed, the write-ahead log is read with its checksums first.
-    if (isSound) database.checkpointAtEnd();
+    if (!isReady || mustReopen || side->failed) return;
+    // Everything gets into the database, where nothing but itself is needed to read it.
+    const auto failed = database.checkpoint();
+    if (failed && failed->number != ENOSPC && failed->number != EBUSY) doubt();
   }
 
   // --- Opening.
@@ -170,7 +169,7 @@ struct Log::Inside {
 
   /// An earlier process may have seen its sync fail, or may not have come to it.
   std::optional<FileError> makeCertain() {
-    const auto failed = checkpoint(database);
+    const auto failed = database.checkpoint();
     changed = false;
     // A full disk takes nothing more, but what is in the write-ahead log can be synced there.
     if (failed && failed->number != ENOSPC && failed->number != EBUSY) {
@@ -194,7 +193,7 @@ struct Log::Inside {
     log.writeAheadFile = std::max(log.writeAheadFile, log.writeAheadPages);
     // The sync thread sees to it long before; where it does not come to it, this must.
     if (log.writeAheadSize() >= 2 * log.writeAheadLimit && !log.mustReopen && !log.side->failed) {
-      const auto failed = checkpoint(log.database);
+      const auto failed = log.database.checkpoint();
       if (failed && failed->number != ENOSPC && failed->number != EBUSY) log.doubt();
     }
     return SQLITE_OK;
@@ -375,7 +374,7 @@ struct Log::Inside {
     auto failed = settleOnce();
     // A full disk may still have room within the database and its write-ahead log.
     if (failed && failed->number == ENOSPC && reserve.release()) {
-      const auto left = checkpoint(database);
+      const auto left = database.checkpoint();
       if (left && left->number != ENOSPC && left->number != EBUSY) doubt();
       failed = settleOnce();
     }
@@ -449,6 +448,8 @@ struct Log::Inside {
   std::optional<FileError> endSync(const std::shared_ptr<SyncWork>& work) {
     if (!work || work != inFlight) return std::nullopt;
     inFlight.reset();
+    // Whoever keeps the work keeps no connection with it.
+    work->side.reset();
     mustReopen = mustReopen || work->syncFailed;
     if (!work->ran || work->dataError) {
       changed = true;

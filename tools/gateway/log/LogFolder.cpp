@@ -207,7 +207,7 @@ class Opening {
     }
     const LogIdentity identity = makeIdentity_();
     auto failed = fill(identity, lost);
-    database_.checkpointAtEnd();
+    if (!failed) failed = database_.checkpoint();
     database_.close();
     if (!failed) failed = makeClaim(identity);
     if (!failed) failed = files_.syncFolder(folder_.making());

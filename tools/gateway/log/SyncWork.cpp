@@ -40,18 +40,7 @@ std::optional<FileError> SyncWork::checkpoint() {
     auto failed = database.open(side->databasePath, SQLITE_OPEN_READWRITE, side->files->vfs());
     if (failed) return failed;
   }
-  return gateway::checkpoint(database);
-}
-
-std::optional<FileError> checkpoint(Database& database) {
-  int pages = 0;
-  int moved = 0;
-  const int code = sqlite3_wal_checkpoint_v2(database.connection(), nullptr,
-                                             SQLITE_CHECKPOINT_PASSIVE, &pages, &moved);
-  if (code != SQLITE_OK && code != SQLITE_BUSY) return database.why();
-  if (code == SQLITE_OK && moved == pages) return std::nullopt;
-  return FileError{EBUSY,
-                   database.path() + ": another program reads it; the next sync tries again"};
+  return database.checkpoint();
 }
 
 }  // namespace kestrin::gateway

@@ -48,7 +48,4 @@ class SyncWork {
   std::optional<FileError> checkpoint();
 };
 
-/// Gets what the write-ahead log has into the database, and onto the disk there.
-std::optional<FileError> checkpoint(Database& database);
-
 }  // namespace kestrin::gateway
