@@ -48,7 +48,7 @@ std::optional<FileError> Database::checkpoint() {
   const int code =
       sqlite3_wal_checkpoint_v2(connection(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &pages, &moved);
   if (code != SQLITE_OK && code != SQLITE_BUSY) return why();
-  if (code == SQLITE_OK && moved == pages) return std::nullopt;
+  if (code == SQLITE_OK && pages >= 0 && moved == pages) return std::nullopt;
   return FileError{EBUSY, path_ + ": another program reads it; the next sync tries again"};
 }
 

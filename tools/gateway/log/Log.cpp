@@ -201,6 +201,9 @@ struct Log::Inside {
 
   // --- Appending.
 
+  FileError cannotSync() const {
+    return {EIO, folder.database() + ": cannot be synced: " + std::generic_category().message(EIO)};
+  }
   FileError stuck() const {
     return {ENOSPC, folder.database() + ": " + std::generic_category().message(ENOSPC)};
   }
@@ -424,7 +427,7 @@ struct Log::Inside {
     if (refused || !owed.empty()) failed = write(nullptr);
     if (auto other = settle(); other && !failed) failed = std::move(other);
     // A checkpoint may have failed to sync meanwhile.
-    if (mustReopen) return workThatFailed({EIO, folder.database() + ": cannot be synced"});
+    if (mustReopen) return workThatFailed(cannotSync());
     if (!failed) reserve.restore();
     if (!changed && !failed) return nullptr;
     inFlight = newWork();
@@ -435,6 +438,7 @@ struct Log::Inside {
 
   void doubt() {
     mustReopen = true;
+    if (side) side->failed = true;
     writeClaim(*files, folder.claim(),
                {facts.identity, synced, std::min(facts.forgotten, synced), true});
   }
@@ -450,6 +454,9 @@ struct Log::Inside {
     inFlight.reset();
     // Whoever keeps the work keeps no connection with it.
     work->side.reset();
+    // A sync has failed elsewhere meanwhile, which may be what this one would have said.
+    if (mustReopen && !work->dataError) work->dataError = cannotSync();
+    if (mustReopen) doubt();
     mustReopen = mustReopen || work->syncFailed;
     if (!work->ran || work->dataError) {
       changed = true;

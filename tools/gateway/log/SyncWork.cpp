@@ -40,6 +40,9 @@ std::optional<FileError> SyncWork::checkpoint() {
     auto failed = database.open(side->databasePath, SQLITE_OPEN_READWRITE, side->files->vfs());
     if (failed) return failed;
   }
+  // A connection that has read nothing does not know that there is a write-ahead log.
+  std::int64_t format = 0;
+  if (auto failed = database.ask("PRAGMA user_version", format)) return failed;
   return database.checkpoint();
 }
 
