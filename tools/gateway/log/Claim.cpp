@@ -31,8 +31,10 @@ void writeClaim(FileLayer& files, const std::string& path, const Claim& claim) n
     if (isThere && !file->overwrite(0, bytes)) return;
     if (!isThere && !file->truncate(0) && !file->append(bytes)) return;
   }
-  // A note that is empty says at least that something was not written.
-  [[maybe_unused]] const auto failed = file->truncate(0);
+  // A note that is empty or missing says at least that something was not written.
+  for (int i = 0; i < kAttempts; ++i) {
+    if (!file->truncate(0) || !files.remove(path)) return;
+  }
 }
 
 bool isClaimTorn(FileLayer& files, const std::string& path) {
