@@ -9,6 +9,9 @@ void SyncWork::run() noexcept {
   if (dataError) return;
   dataError = sync();
   syncFailed = dataError.has_value();
+  // One that has failed on the log's own thread is not said a second time.
+  if (!dataError && side->failed)
+    dataError = FileError{EIO, side->databasePath + ": cannot be synced"};
   if (!dataError && checkpoints) {
     const auto failed = checkpoint();
     // It syncs as well, what came meanwhile too.
