@@ -109,3 +109,6 @@ bench_packages=(libbenchmark-dev qt6-connectivity-dev python3-bleak)
 abi_packages=(abigail-tools)
 # What scripts/docs needs.
 docs_packages=(doxygen python3)
+# What scripts/apple needs besides npm, and what the preset libcxx needs.
+apple_packages=(clang-19 lld-19 llvm-19 libc++-19-dev cmake ninja-build binutils)
+libcxx_packages=(clang-19 libc++-19-dev libc++abi-19-dev googletest)
