@@ -18,7 +18,7 @@ namespace kestrin::test {
 namespace {
 
 using simulated::ReaderFamily;
-using standin::FirstAttempt;
+using standin::FirstAttempts;
 using standin::Habits;
 
 class CoreBluetoothBed final : public ContractBed {
@@ -95,12 +95,12 @@ const Named kAll[] = {
     {"RequestsAtTheEndOfALinkAreNotAnswered", {.answersAtLinkEnd = false}},
     {"LinksThatEndWithThePowerAreNotReported", {.reportsLinksAtPowerOff = false}},
     {"CancelledAttemptsAreNotReported", {.reportsCancelledAttempts = false}},
-    {"AttemptsEndAsLinksDo", {.firstAttempt = FirstAttempt::endsUnconnected}},
+    {"AttemptsEndAsLinksDo", {.firstAttempts = FirstAttempts::endUnconnected}},
     {"AllAtOnce",
      {.answersAtLinkEnd = false,
       .reportsLinksAtPowerOff = false,
       .reportsCancelledAttempts = false,
-      .firstAttempt = FirstAttempt::endsUnconnected}},
+      .firstAttempts = FirstAttempts::endUnconnected}},
 };
 
 std::vector<ContractBedFactory> beds() {

@@ -1,6 +1,5 @@
 #include "Values.h"
 
-#include "KestrinBLESDK/platform/NSLog.h"
 #include "Strong.h"
 
 namespace kestrin::corebluetooth {
@@ -11,6 +10,21 @@ Strong<::NSString*> decoded(std::string_view text) {
   return Strong<::NSString*>::adopt([[::NSString alloc] initWithBytes:text.data()
                                                                length:text.size()
                                                              encoding:NSUTF8StringEncoding]);
+}
+
+/// The bytes that are no ASCII as `\xNN`.
+std::string inASCII(std::string_view bytes) {
+  static constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string shown;
+  for (const char each : bytes) {
+    const auto byte = static_cast<unsigned char>(each);
+    if (byte < 0x80) {
+      shown += each;
+    } else {
+      shown += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+    }
+  }
+  return shown;
 }
 
 }  // namespace
@@ -29,7 +43,7 @@ std::string text(::NSString* string) {
 
 ::NSString* string(std::string_view text) {
   auto made = decoded(text);
-  if (made.get() == nil) made = decoded(StandardErrorLogSink::escaped(text));
+  if (made.get() == nil) made = decoded(inASCII(text));
 #if __has_feature(objc_arc)
   return made.get();
 #else

@@ -199,8 +199,9 @@ void CentralBridge::centralManager_didDisconnectPeripheral_error(
   if (peripheral->parts->state == CBPeripheralStateDisconnected) {
     peripheral->parts->state = CBPeripheralStateConnecting;
   }
-  const bool isFirst = parts->attempted.insert(peripheral->parts->device->identifier()).second;
-  if (isFirst && standin::state().habits.firstAttempt != standin::FirstAttempt::isMade) {
+  const int attempt = ++parts->attempts[peripheral->parts->device->identifier()];
+  if (standin::state().habits.firstAttempts != standin::FirstAttempts::areMade &&
+      attempt <= standin::state().habits.manyFirst) {
     [self failSoon:peripheral];
   } else {
     peripheral->parts->askedAgain = peripheral->parts->cancelled;
@@ -209,19 +210,20 @@ void CentralBridge::centralManager_didDisconnectPeripheral_error(
   }
 }
 - (void)failSoon:(CBPeripheral*)peripheral {
-  standin::later([bridge = std::weak_ptr(parts->bridge), device = peripheral->parts->device] {
-    const auto alive = bridge.lock();
-    if (!alive || alive->manager == nil) return;
-    CBCentralManager* const kept = [[alive->manager retain] autorelease];
-    CBPeripheral* const peripheral = [kept peripheralOf:device];
-    if (peripheral->parts->state != CBPeripheralStateConnecting) return;
-    [peripheral becomeConnected:NO];
-    if (standin::state().habits.firstAttempt == standin::FirstAttempt::fails) {
-      [kept reportFailureOf:peripheral error:standin::error(standin::kFailed)];
-    } else {
-      [kept reportEndOf:peripheral error:standin::error(standin::kFailed)];
-    }
-  });
+  standin::later(kestrin::Time::zero(),
+                 [bridge = std::weak_ptr(parts->bridge), device = peripheral->parts->device] {
+                   const auto alive = bridge.lock();
+                   if (!alive || alive->manager == nil) return;
+                   CBCentralManager* const kept = [[alive->manager retain] autorelease];
+                   CBPeripheral* const peripheral = [kept peripheralOf:device];
+                   if (peripheral->parts->state != CBPeripheralStateConnecting) return;
+                   [peripheral becomeConnected:NO];
+                   if (standin::state().habits.firstAttempts == standin::FirstAttempts::fail) {
+                     [kept reportFailureOf:peripheral error:standin::error(standin::kFailed)];
+                   } else {
+                     [kept reportEndOf:peripheral error:standin::error(standin::kFailed)];
+                   }
+                 });
 }
 - (void)cancelPeripheralConnection:(CBPeripheral*)peripheral {
   if (![self mayAsk:"cancelPeripheralConnection:" of:peripheral]) return;
@@ -230,16 +232,24 @@ void CentralBridge::centralManager_didDisconnectPeripheral_error(
     peripheral->parts->askedAgain = false;
     peripheral->parts->state =
         peripheral->parts->linked ? CBPeripheralStateDisconnecting : CBPeripheralStateDisconnected;
-    parts->central->cancelPeripheralConnection(peripheral->parts->device);
+    if (peripheral->parts->linked && standin::state().habits.lingers > kestrin::Time::zero()) {
+      standin::later(standin::state().habits.lingers,
+                     [central = parts->central, device = peripheral->parts->device] {
+                       central->cancelPeripheralConnection(device);
+                     });
+    } else {
+      parts->central->cancelPeripheralConnection(peripheral->parts->device);
+    }
   } else if (peripheral->parts->state == CBPeripheralStateConnecting) {
     peripheral->parts->state = CBPeripheralStateDisconnected;
     if (!standin::state().habits.reportsCancelledAttempts) return;
-    standin::later([bridge = std::weak_ptr(parts->bridge), device = peripheral->parts->device] {
-      const auto alive = bridge.lock();
-      if (!alive || alive->manager == nil) return;
-      CBCentralManager* const kept = [[alive->manager retain] autorelease];
-      [kept reportEndOf:[kept peripheralOf:device] error:nil];
-    });
+    standin::later(kestrin::Time::zero(),
+                   [bridge = std::weak_ptr(parts->bridge), device = peripheral->parts->device] {
+                     const auto alive = bridge.lock();
+                     if (!alive || alive->manager == nil) return;
+                     CBCentralManager* const kept = [[alive->manager retain] autorelease];
+                     [kept reportEndOf:[kept peripheralOf:device] error:nil];
+                   });
   }
 }
 

@@ -3,13 +3,15 @@
 // Threads: plain values. Lifetime: of a plain value. Errors: none.
 #pragma once
 
+#include "KestrinBLESDK/platform/Clock.h"
+
 namespace standin {
 
-/// What becomes of the first attempt of each central manager at each device.
-enum class FirstAttempt {
-  isMade,           ///< It is made as all others are.
-  fails,            ///< It is reported to have failed.
-  endsUnconnected,  ///< It is reported as a disconnection, though there was no connection.
+/// What becomes of the first attempts of each central manager at each device.
+enum class FirstAttempts {
+  areMade,         ///< They are made as all others are.
+  fail,            ///< They are reported to have failed.
+  endUnconnected,  ///< They are reported as disconnections, though there was no connection.
 };
 
 /// What Apple's documentation leaves open, and the original may do either way.
@@ -20,7 +22,11 @@ struct Habits {
   bool reportsLinksAtPowerOff = true;
   /// The end of an attempt that was cancelled before it was a link is reported.
   bool reportsCancelledAttempts = true;
-  FirstAttempt firstAttempt = FirstAttempt::isMade;
+  FirstAttempts firstAttempts = FirstAttempts::areMade;
+  /// How many attempts are the first ones.
+  int manyFirst = 1;
+  /// How long a link goes on after it was cancelled.
+  kestrin::Time lingers = kestrin::Time::zero();
 };
 
 }  // namespace standin

@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -40,8 +39,8 @@ void misuse(const std::string& what);
 /// Notes a request, which only the main thread may make; raises an exception where the test wants
 /// that.
 bool request(const char* selector);
-/// Runs later, in a turn of its own.
-void later(std::function<void()> task);
+/// Runs after a while, in a turn of its own.
+void later(kestrin::Time delay, std::function<void()> task);
 
 NSString* string(const std::string& text);
 NSError* error(const std::optional<kestrin::NSError>& from);
@@ -130,7 +129,7 @@ struct CBCentralManagerParts {
   std::shared_ptr<kestrin::CBCentralManager> central;
   id<CBCentralManagerDelegate> delegate;             // Not kept.
   std::map<std::string, CBPeripheral*> peripherals;  // Not kept.
-  std::set<std::string> attempted;
+  std::map<std::string, int> attempts;
   BOOL isScanning;
   BOOL allowsDuplicates;
 };

@@ -36,8 +36,8 @@ bool request(const char* selector) {
   return true;
 }
 
-void later(std::function<void()> task) {
-  if (const auto loop = state().loop.lock()) loop->post(std::move(task));
+void later(kestrin::Time delay, std::function<void()> task) {
+  if (const auto loop = state().loop.lock()) loop->arm(delay, std::move(task));
 }
 
 NSString* string(const std::string& text) { return [NSString stringWithUTF8String:text.c_str()]; }

@@ -26,6 +26,8 @@ std::vector<std::string> misuses();
 void raiseAt(const std::optional<std::string>& selector);
 /// What has been asked of the framework, by selector.
 std::vector<std::string> requests();
+/// The system does not know any device any more that it has not shown since.
+void forgetDevices();
 /// The options that the last central manager was made with, as Foundation describes them.
 std::string managerOptions();
 /// How many central managers, and how many devices, somebody keeps.

@@ -25,6 +25,7 @@ void use(std::shared_ptr<kestrin::Radio> radio, std::weak_ptr<kestrin::RunLoop> 
 
 std::vector<std::string> misuses() { return state().misuses; }
 std::vector<std::string> requests() { return state().requests; }
+void forgetDevices() { state().seen.clear(); }
 std::string managerOptions() { return state().managerOptions; }
 int liveManagers() { return state().liveManagers; }
 int livePeripherals() { return state().livePeripherals; }
