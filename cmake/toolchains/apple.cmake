@@ -10,8 +10,8 @@ if(KESTRIN_APPLE_TARGET MATCHES "ios")
 else()
   set(CMAKE_SYSTEM_NAME Darwin)
 endif()
-# One that knows @rpath.
-set(CMAKE_SYSTEM_VERSION 20.0)
+# CMake knows of @rpath from the version of the Mac that it runs on.
+set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")
 string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR ${KESTRIN_APPLE_TARGET})
 set(CMAKE_OSX_SYSROOT ${KESTRIN_APPLE_SDK})
 set(llvm /usr/lib/llvm-19/bin)
