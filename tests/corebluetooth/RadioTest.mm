@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -224,6 +225,119 @@ TEST_F(CoreBluetoothRadioTest, ALinkThatComesAfterItsEndWasTakenForGrantedIsCanc
   loop_->runFor(1s);
   EXPECT_FALSE(reader_->connected());
   EXPECT_EQ(recorder_->count(EventKind::connected), 0U);
+}
+
+TEST_F(CoreBluetoothRadioTest, ACancellationUnderWayWhenThePowerGoesIsReportedThen) {
+  use({.lingers = 1h});
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*central, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  central->cancelPeripheralConnection(peripheral);
+  air_->simulateState(CBManagerState::poweredOff);
+  loop_->runFor(1s);
+  ASSERT_EQ(recorder_->count(EventKind::disconnected), 1U);
+  EXPECT_EQ(recorder_->events(EventKind::disconnected)[0].error, std::nullopt);
+}
+
+TEST_F(CoreBluetoothRadioTest, AnAttemptThatIsCancelledWithoutPowerIsReportedSoon) {
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  air_->simulateState(CBManagerState::poweredOff);
+  loop_->runFor(1s);
+  connect(*central, peripheral);
+  central->cancelPeripheralConnection(peripheral);
+  EXPECT_EQ(recorder_->count(EventKind::disconnected), 0U);
+  loop_->runFor(1s);
+  EXPECT_EQ(recorder_->count(EventKind::disconnected), 1U);
+}
+
+TEST_F(CoreBluetoothRadioTest, ASecondCancellationTakesTheWishForANewLinkBack) {
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*central, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  central->cancelPeripheralConnection(peripheral);
+  connect(*central, peripheral);
+  central->cancelPeripheralConnection(peripheral);
+  loop_->runFor(1min);
+  EXPECT_EQ(recorder_->count(EventKind::connected), 1U);
+  EXPECT_EQ(recorder_->count(EventKind::disconnected), 1U);
+  EXPECT_FALSE(reader_->connected());
+}
+
+TEST_F(CoreBluetoothRadioTest, ALinkThatComesWhileItIsCancelledIsNotReported) {
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*central, peripheral);
+  standin::raiseAt("cancelPeripheralConnection:");
+  central->cancelPeripheralConnection(peripheral);
+  standin::raiseAt(std::nullopt);
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  EXPECT_EQ(recorder_->count(EventKind::connected), 0U);
+  EXPECT_EQ(recorder_->count(EventKind::disconnected), 1U);
+  loop_->runFor(1s);
+  EXPECT_FALSE(reader_->connected());
+}
+
+TEST_F(CoreBluetoothRadioTest, ACentralManagerThatGoesAwayStopsItsScan) {
+  auto central = makeCentral();
+  central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt);
+  central.reset();
+  EXPECT_EQ(asked("stopScan"), 1);
+  central = makeCentral();
+  central.reset();
+  EXPECT_EQ(asked("stopScan"), 1) << "there was no scan";
+}
+
+TEST_F(CoreBluetoothRadioTest, WhatAnotherThreadHasAskedIsCarriedOutBeforeACentralManagerGoesAway) {
+  auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*central, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  const auto command = findCommand(*peripheral);
+  ASSERT_NE(command, nullptr);
+  std::thread([&] {
+    peripheral->writeValue_forCharacteristic_type(
+        NSData{1}, command, CBCharacteristicWriteType::CBCharacteristicWriteWithResponse);
+  }).join();
+  EXPECT_EQ(asked("writeValue:forCharacteristic:type:"), 0);
+  central.reset();
+  EXPECT_EQ(asked("writeValue:forCharacteristic:type:"), 1);
+}
+
+TEST_F(CoreBluetoothRadioTest, WhatIsOnItsWayAtTheEndOfAScanIsNoSighting) {
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  standin::sightAgain("KVR-2");
+  EXPECT_EQ(recorder_->count(), 0U);
+  EXPECT_EQ(peripheral->name(), "KVR-1");
+  central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt);
+  standin::sightAgain("KVR-3");
+  EXPECT_EQ(recorder_->count(EventKind::sighting), 1U);
+  air_->simulateState(CBManagerState::poweredOff);
+  loop_->runFor(1s);
+  recorder_->clear();
+  standin::sightAgain("KVR-4");
+  EXPECT_EQ(recorder_->count(), 0U) << "the power's end is a scan's, too";
+}
+
+TEST_F(CoreBluetoothRadioTest, NothingIsAskedOfTheSystemWithoutPower) {
+  const auto central = makeCentral();
+  central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt);
+  air_->simulateState(CBManagerState::poweredOff);
+  loop_->runFor(1s);
+  const auto before = standin::requests().size();
+  central->stopScan();
+  central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt);
+  central->stopScan();
+  EXPECT_EQ(standin::requests().size(), before);
 }
 
 TEST_F(CoreBluetoothRadioTest, WhatTheSystemRefusesByAnExceptionIsALineInTheLog) {

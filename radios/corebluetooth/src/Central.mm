@@ -227,13 +227,13 @@ void Central::didConnect(::CBPeripheral* device) {
   const auto self = shared_from_this();
   const auto peripheral = core_->peripheralOf(device);
   const auto entry = entries_.find(peripheral);
-  if (entry == entries_.end()) {
-    // Its cancellation came too late, or was never reported.
+  if (entry == entries_.end() || entry->second.stage == Stage::cancelling) {
+    // Its cancellation came too late.
     guarded("cancelPeripheralConnection:",
             [&] { [manager_.get() cancelPeripheralConnection:device]; });
     return;
   }
-  if (entry->second.stage != Stage::connecting) return;
+  if (entry->second.stage == Stage::linked) return;
   entry->second.stage = Stage::linked;
   entry->second.wasLinked = true;
   peripheral->claim(this, device);

@@ -113,7 +113,7 @@ void CentralBridge::centralManager_didDisconnectPeripheral_error(
   if ((self = [super init])) {
     standin::request("initWithDelegate:queue:options:");
     parts = new CBCentralManagerParts();
-    ++standin::state().liveManagers;
+    standin::state().managers.insert(self);
     parts->delegate = delegate;
     parts->bridge = std::make_shared<standin::CentralBridge>();
     parts->bridge->manager = self;
@@ -127,7 +127,7 @@ void CentralBridge::centralManager_didDisconnectPeripheral_error(
   parts->bridge->manager = nil;
   for (const auto& [identifier, peripheral] : parts->peripherals) [peripheral managerIsGone];
   delete parts;
-  --standin::state().liveManagers;
+  standin::state().managers.erase(self);
   [super dealloc];
 }
 - (CBManagerState)state {

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,7 @@ struct State {
   std::vector<std::string> requests;
   std::optional<std::string> raisesAt;
   std::string managerOptions;
-  int liveManagers = 0;
+  std::set<CBCentralManager*> managers;  // Not kept.
   int livePeripherals = 0;
   /// Every device that any central manager has seen, by its identifier.
   std::map<std::string, std::shared_ptr<kestrin::CBPeripheral>> seen;

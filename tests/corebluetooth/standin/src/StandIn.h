@@ -26,6 +26,9 @@ std::vector<std::string> misuses();
 void raiseAt(const std::optional<std::string>& selector);
 /// What has been asked of the framework, by selector.
 std::vector<std::string> requests();
+/// Every device that a central manager keeps is seen once more, by this name: what was on its way
+/// when a scan was stopped still comes.
+void sightAgain(const std::string& name);
 /// The system does not know any device any more that it has not shown since.
 void forgetDevices();
 /// The options that the last central manager was made with, as Foundation describes them.
