@@ -22,6 +22,8 @@ NS_ASSUME_NONNULL_BEGIN
 
 @class NSString, NSData, NSDictionary, NSNotification;
 typedef NSString *NSNotificationName;
+typedef NSString *NSErrorDomain;
+typedef NSString *NSErrorUserInfoKey;
 typedef NSUInteger NSStringEncoding;
 enum { NSUTF8StringEncoding = 4 };
 typedef double NSTimeInterval;
@@ -70,17 +72,23 @@ typedef struct _NSZone NSZone;
 @end
 @interface NSNumber : NSObject <NSCopying>
 @property(readonly) int intValue;
+@property(readonly) double doubleValue;
 + (NSNumber *)numberWithBool:(BOOL)value;
++ (NSNumber *)numberWithDouble:(double)value;
 @end
 @interface NSUUID : NSObject <NSCopying>
 @property(readonly, copy) NSString *UUIDString;
 - (nullable instancetype)initWithUUIDString:(NSString *)string;
 @end
 @interface NSError : NSObject <NSCopying>
-@property(readonly, copy) NSString *domain;
+@property(readonly, copy) NSErrorDomain domain;
 @property(readonly) NSInteger code;
 @property(readonly, copy) NSString *localizedDescription;
++ (instancetype)errorWithDomain:(NSErrorDomain)domain
+                           code:(NSInteger)code
+                       userInfo:(nullable NSDictionary<NSErrorUserInfoKey, id> *)dict;
 @end
+FOUNDATION_EXPORT NSErrorUserInfoKey const NSLocalizedDescriptionKey;
 @interface NSException : NSObject <NSCopying>
 @property(readonly, copy) NSString *name;
 @property(nullable, readonly, copy) NSString *reason;
