@@ -7,14 +7,15 @@
 
 #include <memory>
 
+#include "KestrinBLESDK/platform/Export.h"
 #include "KestrinBLESDK/platform/Radio.h"
 #include "Values.h"
 
 namespace kestrin::corebluetooth {
 
 /// The library's object for a device that a central manager of `radio` has shown.
-std::shared_ptr<CBPeripheral> peripheralOf(Radio& radio, ::CBPeripheral* device);
+KESTRIN_EXPORT std::shared_ptr<CBPeripheral> peripheralOf(Radio& radio, ::CBPeripheral* device);
 /// The object that the central manager which saw it last has for it.
-::CBPeripheral* deviceOf(const std::shared_ptr<CBPeripheral>& peripheral);
+KESTRIN_EXPORT ::CBPeripheral* deviceOf(const std::shared_ptr<CBPeripheral>& peripheral);
 
 }  // namespace kestrin::corebluetooth

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "KestrinBLESDK/platform/CBUUID.h"
+#include "KestrinBLESDK/platform/Export.h"
 #include "KestrinBLESDK/platform/NSData.h"
 #include "KestrinBLESDK/platform/NSError.h"
 
@@ -22,14 +23,15 @@ typedef NSArray<CBUUID*> KestrinUUIDArray;
 typedef NSMutableArray<CBUUID*> KestrinMutableUUIDArray;
 typedef NSDictionary<NSString*, id> KestrinFields;
 
+// What is exported here is for bindings/objc, which is a library of its own.
 namespace kestrin::corebluetooth {
 
 /// Empty for an absent string, and for one that is no valid text.
-std::string text(::NSString* string);
+KESTRIN_EXPORT std::string text(::NSString* string);
 /// Never absent: bytes that are no UTF-8 are written as `\xNN`.
-::NSString* string(std::string_view text);
-std::optional<NSData> data(::NSData* bytes);
-::NSData* data(const NSData& bytes);
+KESTRIN_EXPORT ::NSString* string(std::string_view text);
+KESTRIN_EXPORT std::optional<NSData> data(::NSData* bytes);
+KESTRIN_EXPORT ::NSData* data(const NSData& bytes);
 CBUUID uuid(::CBUUID* value);
 /// Absent for an absent list, which asks for everything.
 ::KestrinUUIDArray* uuids(const std::optional<std::vector<CBUUID>>& values);
