@@ -4,6 +4,12 @@
 # Suites may run in lanes beside each other. Each writes its own line when it ends, and what counts
 # stands in a file that all lanes add to.
 
+# The suites of the core, of the simulated radio and of the interface for programs in C, which need nothing
+# else and run wherever the library does. A suite has the name of its target.
+portable_suites=(platform_test platform_threads_test rcp_test link_test link_shared_instance_test
+  recording_test reader_test blocking_reader_test simulated_contract_test simulated_radio_test
+  c_interface_test c_reader_test)
+
 results=$logs/results
 lanes=()
 
