@@ -108,8 +108,8 @@ bench_packages=(libbenchmark-dev qt6-connectivity-dev python3-bleak)
 # What the build with the preset apple-standin needs: clang, GNUstep's Foundation and the headers of gcc's
 # Objective-C runtime, which carry the version of the release's gcc in their package's name.
 case $(this_release) in
-  trixie) apple_packages=(clang libgnustep-base-dev libobjc-14-dev libblocksruntime-dev) ;;
-  *) apple_packages=(clang libgnustep-base-dev libobjc-12-dev libblocksruntime-dev) ;;
+  trixie) standin_packages=(clang libgnustep-base-dev libobjc-14-dev libblocksruntime-dev) ;;
+  *) standin_packages=(clang libgnustep-base-dev libobjc-12-dev libblocksruntime-dev) ;;
 esac
 # What scripts/abi needs.
 abi_packages=(abigail-tools)

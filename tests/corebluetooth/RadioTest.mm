@@ -228,7 +228,7 @@ TEST_F(CoreBluetoothRadioTest, ALinkThatComesAfterItsEndWasTakenForGrantedIsCanc
 }
 
 TEST_F(CoreBluetoothRadioTest, ACancellationUnderWayWhenThePowerGoesIsReportedThen) {
-  use({.lingers = 1h});
+  use({.reportsLinksAtPowerOff = false, .lingers = 1h});
   const auto central = makeCentral();
   const auto peripheral = find(*central);
   ASSERT_NE(peripheral, nullptr);

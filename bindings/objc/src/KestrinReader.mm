@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "Block.h"
+#include "KeptBlock.h"
 #include "KestrinBLESDK/Reader.h"
 #include "Shared.h"
 #include "Strong.h"

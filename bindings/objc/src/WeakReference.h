@@ -20,7 +20,7 @@ class WeakReference {
 
 }  // namespace kestrin::objc
 #else
-#include "ZeroingReference.h"
+#include <ZeroingReference.h>  // The tests bring it.
 namespace kestrin::objc {
 using WeakReference = ::ZeroingReference;
 }
