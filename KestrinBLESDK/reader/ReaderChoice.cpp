@@ -38,7 +38,7 @@ ReaderChoice::Match ReaderChoice::match(const SeenReader& reader) const {
 }
 
 std::vector<ReaderChoice::Seen> ReaderChoice::meant() const {
-  Match best = wanted_.empty() ? Match::part : Match::none;
+  Match best = Match::none;
   for (const Seen& seen : seen_) best = std::max(best, match(seen.reader));
   std::vector<Seen> readers;
   if (best == Match::none) return readers;
@@ -88,7 +88,6 @@ std::string ReaderChoice::ambiguous(const std::vector<Seen>& meant) const {
 }
 
 std::string ReaderChoice::held() const {
-  if (wanted_.empty()) return "";
   // A device that has a link is often not heard, so those that are held are looked through.
   for (const SeenReader& reader : Claim::heldOf(radio_)) {
     if (match(reader) < Match::name) continue;

@@ -124,7 +124,7 @@ void ReaderCore::radioIsOn() {
   if (!device_) {
     // The manager scans by itself from the radio's report on.
     enter(ReaderPhase::searching);
-    if (phase_ == ReaderPhase::searching) lookAround();
+    lookAround();
   } else if (link_ == Link::none) {
     connect();
   } else {
@@ -158,7 +158,6 @@ void ReaderCore::connect() {
 
 void ReaderCore::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept {
   if (device != device_ || link_ == Link::none) return;
-  const auto self = shared_from_this();
   link_ = Link::up;
   hadLink_ = true;
   if (phase_ == ReaderPhase::connecting || phase_ == ReaderPhase::radioOff) {
@@ -171,7 +170,6 @@ void ReaderCore::linkBegan(const std::shared_ptr<CBPeripheral>& device) noexcept
 void ReaderCore::plugChangedStatus(bool plugged) noexcept {
   // What has ended, the radio reports; this would also come of a mere `close`.
   if (!plugged || phase_ != ReaderPhase::linkingUp) return;
-  const auto self = shared_from_this();
   limit_.stop();
   attempts_ = 0;
   enter(ReaderPhase::pluggedIn);
@@ -179,7 +177,6 @@ void ReaderCore::plugChangedStatus(bool plugged) noexcept {
 
 void ReaderCore::linkEnded(const std::shared_ptr<CBPeripheral>& device) noexcept {
   if (device != device_) return;
-  const auto self = shared_from_this();
   link_ = Link::none;
   switch (phase_) {
     case ReaderPhase::connecting:
@@ -212,8 +209,9 @@ void ReaderCore::lose() {
 }
 
 void ReaderCore::connectAfterPause() {
+  assert(phase_ == ReaderPhase::lost);
   pause_.reset();
-  if (phase_ == ReaderPhase::lost) connect();
+  connect();
 }
 
 // Limits.
@@ -262,16 +260,17 @@ void ReaderCore::comeBackSoon() { later(&ReaderCore::comeBack); }
 
 void ReaderCore::leave(std::function<void()> done) {
   ++departures_;
-  const bool leaves = phase_ != ReaderPhase::closed && phase_ != ReaderPhase::away;
-  if (leaves) {
-    limit_.suspend();
-    disarm(pause_);
-    lookLater();
-    endFrames();
-    manager_->close();
+  if (phase_ == ReaderPhase::closed || phase_ == ReaderPhase::away) {
+    if (done) whenDown(std::move(done));
+    return;
   }
+  limit_.suspend();
+  disarm(pause_);
+  lookLater();
+  endFrames();
+  manager_->close();
   if (done) whenDown(std::move(done));
-  if (leaves) enter(ReaderPhase::away);
+  enter(ReaderPhase::away);
 }
 
 void ReaderCore::comeBack() {
@@ -291,7 +290,7 @@ void ReaderCore::goOn() {
   } else {
     manager_->scanBLE();
     enter(ReaderPhase::searching);
-    if (phase_ == ReaderPhase::searching) lookAround();
+    lookAround();
   }
 }
 

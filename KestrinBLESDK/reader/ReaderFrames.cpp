@@ -48,9 +48,7 @@ void ReaderCore::record(SendQueue::Frame& entry) {
     manager_->noteSend(frame);
     if (begun) begun();
   };
-  entry.ended = [this](bool taken) {
-    if (manager_) manager_->noteSent(taken);
-  };
+  entry.ended = [this](bool taken) { manager_->noteSent(taken); };
 }
 
 void ReaderCore::send(const NSData& frame, SendHandler done) {
@@ -74,18 +72,15 @@ Reader::ExchangeId ReaderCore::exchange(const NSData& frame, Time limit, AnswerH
     return id;
   }
   awaited_.push_back({.id = id, .code = command->code, .done = std::move(done), .limit = {}});
-  const auto begun = [weak = weak_from_this(), id] {
-    const auto self = weak.lock();
-    if (!self) return;
-    if (const auto each = self->awaited(id); each != self->awaited_.end()) each->begun = true;
+  // The queue calls nobody once this has dropped it.
+  const auto begun = [this, id] {
+    if (const auto each = awaited(id); each != awaited_.end()) each->begun = true;
   };
-  enqueue(frame, begun, [weak = weak_from_this(), id, limit](const auto& error) {
-    const auto self = weak.lock();
-    if (!self) return;
+  enqueue(frame, begun, [this, id, limit](const auto& error) {
     if (error) {
-      self->answer(id, std::nullopt, error);
+      answer(id, std::nullopt, error);
     } else {
-      self->startAnswerLimit(id, limit);
+      startAnswerLimit(id, limit);
     }
   });
   return id;
@@ -154,7 +149,6 @@ bool ReaderCore::takeAnswer(const RcpFrame& frame) {
 
 void ReaderCore::dispatchRcpFrmReader(const std::optional<NSData>& frame) noexcept {
   if (!frame || phase_ == ReaderPhase::closed) return;
-  const auto self = shared_from_this();
   const auto parsed = parseRcpFrame(frame->span());
   if (parsed && takeAnswer(*parsed)) return;
   if (device_ && hasPrefix(device_->name(), kKVRNamePrefix)) {

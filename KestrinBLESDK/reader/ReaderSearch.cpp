@@ -14,8 +14,7 @@ constexpr Time kSettling = std::chrono::milliseconds(500);
 }  // namespace
 
 void ReaderCore::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) noexcept {
-  const auto self = shared_from_this();
-  if (phase_ == ReaderPhase::away || phase_ == ReaderPhase::closed) return;
+  if (phase_ == ReaderPhase::closed) return;
   if (device_) {
     // A sighting that was under way when the scan ended has made the manager take that reader for
     // its own.
@@ -23,7 +22,7 @@ void ReaderCore::scanningBleDeive(const std::shared_ptr<CBPeripheral>& device) n
     return;
   }
   if (choice_.take(device)) tell(&ReaderHandlers::onSeen);
-  if (phase_ == ReaderPhase::searching) lookAround();
+  lookAround();
 }
 
 void ReaderCore::lookAround() {
@@ -94,7 +93,6 @@ void ReaderCore::take(const ReaderChoice::Seen& seen) {
   device_ = seen.device;
   name_ = seen.reader.name;
   identifier_ = seen.reader.identifier;
-  lookLater();
   limit_.stop();
   connect();
 }

@@ -21,7 +21,7 @@ SendQueue::~SendQueue() = default;
 
 void SendQueue::add(Frame frame) {
   frames_.push_back(std::move(frame));
-  if (!writing_ && !pause_) writeOn();
+  if (!writing_) writeOn();
 }
 
 void SendQueue::writeOn() {

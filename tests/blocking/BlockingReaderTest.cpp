@@ -209,6 +209,7 @@ TEST_F(BlockingReaderTest, TellsAReaderThatCanNotBeWrittenTo) {
   EXPECT_EQ(code(), BlockingError::notWritten);
   EXPECT_EQ(reader->exchange(command_, seconds(1), &error_), std::nullopt);
   EXPECT_EQ(code(), BlockingError::notWritten);
+  EXPECT_FALSE(reader->send(command_)) << "nobody need ask why";
 }
 
 TEST_F(BlockingReaderTest, EndsItsWaitWhenTheReaderIsUnplugged) {

@@ -133,6 +133,7 @@ TEST(ParseRcpFrame, NamesTheFieldThatIsMissingAtEveryLength) {
 TEST(ParseRcpFrame, SaysWhatIsWrongAndWhatWouldBeRight) {
   expectFault({}, RcpFrameField::preamble, 0, true, "it is empty");
   expectFault({0x00, 0xBB}, RcpFrameField::preamble, 0, false, "it does not begin with BB");
+  expectFault({0x00}, RcpFrameField::preamble, 0, false, "it does not begin with BB");
   expectFault({0xBB}, RcpFrameField::type, 1, true, "it has 1 byte, the shortest frame has 8");
   expectFault({0xBB, 0x00, 0x03, 0x00, 0x00, 0x7E, 0x65}, RcpFrameField::crc, 7, true,
               "it has 7 bytes, the shortest frame has 8");
@@ -150,6 +151,9 @@ TEST(ParseRcpFrame, NamesTheLengthWhenItDisagreesWithTheBytes) {
               true, "its length field says 257 bytes of payload, it has 1");
   expectFault({0xBB, 0x00, 0x03, 0x00, 0x02, 0xB1, 0x7E, 0x65, 0x97}, RcpFrameField::payloadLength,
               3, false, "its length field says 2 bytes of payload, it has 1");
+  // As long as the shortest frame, which is long enough for its length to be compared.
+  expectFault({0xBB, 0x00, 0x03, 0x00, 0x03, 0xB1, 0x7E, 0x65}, RcpFrameField::endMark, 8, true,
+              "its length field says 3 bytes of payload, it has 0");
 }
 
 TEST(ParseRcpFrame, TellsEveryFlippedBit) {

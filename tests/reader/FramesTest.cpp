@@ -265,6 +265,48 @@ TEST_F(Frames, OfAReaderThatRecordsAreEachASendAndWhatBecameOfIt) {
   EXPECT_EQ(sends->text, "send write pause ended ");
 }
 
+TEST_F(Frames, AreDeliveredToNobodyWhenItIsClosedBetweenTheirArrivalAndThat) {
+  class ClosingLog final : public NSLogSink {
+   public:
+    [[nodiscard]] bool isListening() const noexcept override { return true; }
+    void write(std::string_view line) noexcept override {
+      if (reader != nullptr && line.starts_with("[RX BLE]")) reader->close();
+    }
+    Reader* reader = nullptr;
+  };
+  const auto log = std::make_shared<ClosingLog>();
+  Platform platform = simulated_.platform();
+  platform.log = log;
+  const auto reader = Reader::create(platform, {}, heard_.handlers());
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  heard_.frames.clear();
+  log->reader = reader.get();
+  device_->simulateNotification(simulated::readerCharacteristics(ReaderFamily::standard).rx,
+                                answer_);
+  runFor(seconds(5));
+  EXPECT_EQ(reader->phase(), closed);
+  EXPECT_TRUE(heard_.frames.empty());
+}
+
+TEST_F(Frames, WhoseAnswersAreForgottenBeforeTheyAreSentAreSentAllTheSame) {
+  const auto reader = plugged();
+  const std::size_t before = device_->writes().size();
+  reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(20)));
+  const auto id = reader->exchange(command_, seconds(1),
+                                   [](const auto&, const auto&) { ADD_FAILURE() << "called"; });
+  reader->forget(id);
+  runFor(seconds(5));
+  EXPECT_EQ(device_->writes().size(), before + 3);
+}
+
+TEST_F(Frames, MayBeExchangedWithoutAHandlerAndTheLinkLost) {
+  const auto reader = plugged();
+  reader->exchange(command_, seconds(1), {});
+  device_->simulateLinkLoss();
+  EXPECT_TRUE(runUntil(*reader, lost));
+  EXPECT_TRUE(runUntil(*reader, pluggedIn));
+}
+
 TEST_F(Frames, AreDeliveredToNobodyOnceItIsClosed) {
   const auto reader = plugged();
   reader->send(command_);

@@ -42,6 +42,35 @@ TEST_F(Lifetime, ClosesTheLinkWhenItEndsAndCallsNobodyAgain) {
   EXPECT_EQ(heard_.frames, before.frames);
 }
 
+TEST_F(Lifetime, ClosesItsManagerAtItsEndUnlessThatIsClosedAlready) {
+  const auto requests = std::make_shared<Requests>();
+  const auto recorded = recordedPlatform(simulated_.platform(), requests);
+  auto reader = Reader::create(recorded.platform, {});
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  requests->words.clear();
+  reader.reset();
+  EXPECT_EQ(requests->words, "close cancel stopScan ");
+
+  device_->simulateConnectionNeverCompleting();
+  reader = Reader::create(recorded.platform, {});
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  power(false);
+  ASSERT_TRUE(runUntil(*reader, radioOff));
+  requests->words.clear();
+  reader.reset();
+  EXPECT_EQ(requests->words, "close cancel stopScan ") << "of an attempt that waits for the radio";
+
+  power(true);
+  reader = Reader::create(recorded.platform, {});
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  reader->close();
+  runFor(seconds(1));
+  requests->words.clear();
+  reader->close();
+  reader.reset();
+  EXPECT_EQ(requests->words, "");
+}
+
 TEST_F(Lifetime, EndsAtEveryMomentOfALinkUpWithoutACall) {
   for (Time moment{}; moment < seconds(3); moment += milliseconds(7)) {
     heard_ = {};
@@ -75,6 +104,30 @@ TEST_F(Lifetime, EndsFromInsideEachPhase) {
     power(true);
     runFor(seconds(1));
   }
+}
+
+TEST_F(Lifetime, EndsFromInsideThePhaseThatIsTheLast) {
+  Owned owned;
+  owned.reader = Reader::create(simulated_.platform(), {.reconnect = false},
+                                {.onPhase = [&](Reader&, ReaderPhase phase) {
+                                  if (phase == closed || owned.calls > 0) owned.drop();
+                                }});
+  ASSERT_TRUE(runUntil(*owned.reader, pluggedIn));
+  device_->simulateLinkLoss();
+  expectDroppedInside(owned);
+}
+
+TEST_F(Lifetime, EndsFromInsideAReturnToItsSearch) {
+  Owned owned;
+  owned.reader = Reader::create(simulated_.platform(), {.reader = "none"},
+                                {.onPhase = [&](Reader&, ReaderPhase phase) {
+                                  if (phase == searching || owned.calls > 0) owned.drop();
+                                }});
+  runFor(seconds(1));
+  owned.reader->leave();
+  ASSERT_TRUE(runUntil(*owned.reader, away));
+  owned.reader->comeBack();
+  expectDroppedInside(owned);
 }
 
 TEST_F(Lifetime, EndsFromInsideAFrame) {
@@ -152,6 +205,18 @@ TEST_F(Lifetime, EndsFromInsideTheEndOfASendOrAnExchange) {
   }
 }
 
+TEST_F(Lifetime, CallsNoDoneOfAnythingOnceItHasEnded) {
+  auto reader = plugged();
+  const auto called = [] { ADD_FAILURE() << "called"; };
+  reader->leave(called);
+  reader->close(called);
+  reader.reset();
+  reader = create({.reader = "none"});
+  reader->close(called);  // There is no link: it would be called in the next turn.
+  reader.reset();
+  runFor(seconds(10));
+}
+
 TEST_F(Lifetime, EndsFromInsideTheDoneOfItsClose) {
   Owned owned;
   owned.reader = Reader::create(simulated_.platform(), {});
@@ -166,12 +231,14 @@ class DroppingLog final : public NSLogSink {
  public:
   [[nodiscard]] bool isListening() const noexcept override { return true; }
   void write(std::string_view line) noexcept override {
-    if (reader != nullptr && *reader && line.starts_with(at)) {
-      ++drops;
-      reader->reset();
-    }
+    if (reader == nullptr || !*reader || !line.starts_with(at)) return;
+    if (passed-- > 0) return;
+    ++drops;
+    reader->reset();
   }
   std::unique_ptr<Reader>* reader = nullptr;
+  /// How many such lines pass first.
+  int passed = 0;
   std::string at;
   int drops = 0;
 };
@@ -198,6 +265,34 @@ TEST_F(Lifetime, EndsFromInsideEveryLineOfTheLog) {
     EXPECT_EQ(reader, nullptr);
     EXPECT_FALSE(device_->connected());
   }
+}
+
+TEST_F(Lifetime, EndsFromInsideTheLineAboutEachSlice) {
+  for (const int slice : {0, 1, 2}) {
+    const auto log = std::make_shared<DroppingLog>();
+    log->at = "[TX BLE]";
+    log->passed = slice;
+    Platform platform = simulated_.platform();
+    platform.log = log;
+    auto reader = Reader::create(platform, {});
+    ASSERT_TRUE(runUntil(*reader, pluggedIn));
+    log->reader = &reader;
+    reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(40)),
+                 [](const auto&) { ADD_FAILURE() << "called"; });
+    runFor(seconds(5));
+    EXPECT_EQ(log->drops, 1);
+    EXPECT_EQ(reader, nullptr);
+    EXPECT_FALSE(device_->connected());
+  }
+}
+
+TEST_F(Lifetime, OutlivesItsPlatformsRunLoopWithoutALinkToo) {
+  auto platform = std::make_unique<simulated::SimulatedPlatform>(options());
+  const auto reader = Reader::create(platform->platform(), {});
+  platform->runLoop().runFor(seconds(1));
+  platform.reset();
+  reader->close([] { ADD_FAILURE(); });
+  EXPECT_EQ(reader->phase(), closed);
 }
 
 TEST_F(Lifetime, OutlivesItsPlatformsRunLoop) {

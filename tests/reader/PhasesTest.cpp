@@ -1,7 +1,6 @@
 // The ways from one phase to another, and what each is for.
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <string_view>
 #include <utility>
 
@@ -123,6 +122,45 @@ TEST_F(Phase, IsRadioOffWhileTheRadioIsAndSaysWhyOnce) {
   EXPECT_EQ(heard_.phases, (Phases{radioOff, searching, connecting, linkingUp, pluggedIn}));
 }
 
+TEST_F(Phase, SaysOfARadioThatIsSwitchedOffTwiceWhyTwice) {
+  const auto reader = plugged();
+  for (std::size_t times = 1; times <= 2; ++times) {
+    power(false);
+    ASSERT_TRUE(runUntil(*reader, radioOff));
+    runFor(seconds(1));
+    EXPECT_EQ(heard_.troubles.size(), times);
+    power(true);
+    ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  }
+}
+
+TEST_F(Phase, SaysTheSameOfARadioOnceThoughItsStateChanges) {
+  Platform platform = simulated_.platform();
+  platform.radio = std::make_shared<OneReason>(platform.radio, "look at the switch");
+  const auto reader = Reader::create(platform, {}, heard_.handlers());
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  for (const auto state : {CBManagerState::poweredOff, CBManagerState::resetting}) {
+    simulated_.radio().simulateState(state);
+    runFor(seconds(1));
+    EXPECT_EQ(reader->phase(), radioOff);
+    EXPECT_EQ(heard_.troubles.size(), 1U);
+  }
+}
+
+TEST_F(Phase, SaysNothingOfTheRadioToWhomItsSwitchingOffWasReasonToClose) {
+  const auto reader = Reader::create(simulated_.platform(), {},
+                                     {.onPhase =
+                                          [](Reader& closing, ReaderPhase phase) {
+                                            if (phase == radioOff) closing.close();
+                                          },
+                                      .onTrouble = heard_.handlers().onTrouble});
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  power(false);
+  runFor(seconds(1));
+  EXPECT_EQ(reader->phase(), closed);
+  EXPECT_TRUE(heard_.troubles.empty());
+}
+
 TEST_F(Phase, SaysOfARadioThatIsNotThereThatItIsUnusable) {
   simulated_.radio().simulateState(CBManagerState::unsupported);
   const auto reader = create();
@@ -216,6 +254,23 @@ TEST_F(PhaseOfAnotherWatch, IsClosedWhenTheRadioIsOffBeforeTheLinkIsAndNobodyWan
   EXPECT_FALSE(device_->connected());
 }
 
+TEST_F(PhaseOfAnotherWatch, EndsWhatIsToBeSentAsSoonAsTheRadioIsOff) {
+  const auto reader = createOn();
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  std::vector<ReaderError> ends;
+  const auto end = [&](const std::optional<NSError>& error) {
+    ASSERT_TRUE(error);
+    ends.push_back(static_cast<ReaderError>(error->code));
+  };
+  reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(200)), end);
+  reader->exchange(command_, seconds(10),
+                   [&](const auto&, const std::optional<NSError>& error) { end(error); });
+  report(CBManagerState::poweredOff);
+  runFor(milliseconds(1));
+  EXPECT_EQ(ends, (std::vector<ReaderError>{ReaderError::unplugged, ReaderError::unplugged}));
+  EXPECT_TRUE(device_->connected());
+}
+
 TEST_F(PhaseOfAnotherWatch, IsClosedAlsoWhereTheLinkWasStillComingUp) {
   const auto reader = createOn(false);
   ASSERT_TRUE(runUntil(*reader, linkingUp));
@@ -242,6 +297,30 @@ TEST_F(PhaseOfAnotherWatch, OfALinkThatOutlivesItsRadioIsLostAndComesBack) {
   ASSERT_TRUE(runUntil(*reader, pluggedIn));
   EXPECT_EQ(heard_.phases, (Phases{radioOff, connecting, lost, connecting, linkingUp, pluggedIn}));
   EXPECT_EQ(device_->connectionAttempts(), 2U);
+}
+
+TEST_F(PhaseOfAnotherWatch, StaysAsItIsWhileTheRadiosStateIsNotKnown) {
+  const auto reader = createOn();
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  report(CBManagerState::unknown);
+  EXPECT_EQ(reader->phase(), pluggedIn);
+  reader->leave();
+  ASSERT_TRUE(runUntil(*reader, away));
+  heard_.phases.clear();
+  reader->comeBack();
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  EXPECT_EQ(heard_.phases, (Phases{connecting, linkingUp, pluggedIn}));
+  EXPECT_TRUE(heard_.troubles.empty());
+}
+
+TEST_F(PhaseOfAnotherWatch, IsRadioOffOnceBackToARadioThatResets) {
+  const auto reader = createOn();
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  reader->leave();
+  ASSERT_TRUE(runUntil(*reader, away));
+  report(CBManagerState::resetting);
+  reader->comeBack();
+  EXPECT_TRUE(runUntil(*reader, radioOff));
 }
 
 TEST_F(PhaseOfAnotherWatch, OfALinkThatComesBeforeTheRadiosReportIsLinkingUp) {
@@ -386,6 +465,67 @@ TEST_F(Phase, ScansForNobodyWhileAwayEvenWhenTheRadioComesBack) {
   EXPECT_EQ(heard_.seen, seen);
 }
 
+TEST_F(Phase, AsksForNoScanOnceClosedEvenWhenTheRadioComesBack) {
+  const auto requests = std::make_shared<Requests>();
+  const auto recorded = recordedPlatform(simulated_.platform(), requests);
+  const auto reader = Reader::create(
+      recorded.platform, {.reader = "KVR-0099", .findLimit = seconds(1), .reconnect = false});
+  ASSERT_TRUE(runUntil(*reader, closed));
+  power(false);
+  runFor(seconds(1));
+  requests->words.clear();
+  power(true);
+  runFor(seconds(1));
+  // A manager scans by itself whenever its radio is powered on.
+  EXPECT_EQ(requests->words, "scan stopScan ");
+}
+
+TEST_F(Phase, OfAnAttemptThatWaitsForTheRadioEndsWithClose) {
+  device_->simulateConnectionNeverCompleting();
+  const auto reader = create();
+  ASSERT_TRUE(runUntil(*reader, connecting));
+  power(false);
+  ASSERT_TRUE(runUntil(*reader, radioOff));
+  reader->close();
+  EXPECT_EQ(reader->phase(), closed);
+  device_->simulateConnectionNeverCompleting(false);
+  power(true);
+  runFor(seconds(10));
+  EXPECT_FALSE(device_->connected());
+}
+
+TEST_F(Phase, SaysNothingOfItsLimitOnceClosed) {
+  const auto reader = create({.reader = "none", .findLimit = seconds(1)});
+  reader->close();
+  runFor(seconds(5));
+  EXPECT_TRUE(heard_.troubles.empty());
+}
+
+TEST_F(Phase, OfALossThatIsClosedInItsPauseStaysClosed) {
+  const auto reader = create();
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(runUntil(*reader, linkingUp));
+    device_->simulateLinkLoss();
+    ASSERT_TRUE(runUntil(*reader, lost));
+  }
+  const std::size_t attempts = device_->connectionAttempts();
+  reader->close();
+  runFor(seconds(60));
+  EXPECT_EQ(reader->phase(), closed);
+  EXPECT_EQ(device_->connectionAttempts(), attempts);
+}
+
+TEST_F(Phase, OfAReaderThatIsAwayIsClosedByClose) {
+  const auto reader = plugged();
+  reader->leave();
+  ASSERT_TRUE(runUntil(*reader, away));
+  reader->close();
+  EXPECT_EQ(reader->phase(), closed);
+  reader->comeBack();
+  runFor(seconds(10));
+  EXPECT_EQ(reader->phase(), closed);
+}
+
 TEST_F(Phase, IsClosedFromCloseOnAndTheLinkIsDownWhenItsDoneIsCalled) {
   const auto reader = plugged();
   heard_.phases.clear();
@@ -409,6 +549,80 @@ TEST_F(Phase, IsClosedFromCloseOnAndTheLinkIsDownWhenItsDoneIsCalled) {
   EXPECT_EQ(reader->phase(), closed);
   EXPECT_TRUE(again);
   EXPECT_FALSE(device_->connected());
+}
+
+/// Reports the end of a link a second late.
+class LateRadio final : public Radio {
+ public:
+  explicit LateRadio(const Platform& platform)
+      : radio_(platform.radio), loop_(platform.mainRunLoop) {}
+  std::shared_ptr<CBCentralManager> initWithDelegate_queue(
+      std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<RunLoop> queue) override {
+    delegates_.push_back(std::make_shared<Delegate>(std::move(delegate), loop_));
+    return radio_->initWithDelegate_queue(delegates_.back(), std::move(queue));
+  }
+  [[nodiscard]] std::string stateReason() const override { return radio_->stateReason(); }
+
+ private:
+  class Delegate final : public CBCentralManagerDelegate {
+   public:
+    Delegate(std::weak_ptr<CBCentralManagerDelegate> delegate, std::weak_ptr<RunLoop> loop)
+        : delegate_(std::move(delegate)), loop_(std::move(loop)) {}
+    void centralManagerDidUpdateState(
+        const std::shared_ptr<CBCentralManager>& central) noexcept override {
+      if (const auto to = delegate_.lock()) to->centralManagerDidUpdateState(central);
+    }
+    void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+        const std::shared_ptr<CBCentralManager>& central,
+        const std::shared_ptr<CBPeripheral>& device, const CBAdvertisementData& data,
+        int RSSI) noexcept override {
+      if (const auto to = delegate_.lock()) {
+        to->centralManager_didDiscoverPeripheral_advertisementData_RSSI(central, device, data,
+                                                                        RSSI);
+      }
+    }
+    void centralManager_didConnectPeripheral(
+        const std::shared_ptr<CBCentralManager>& central,
+        const std::shared_ptr<CBPeripheral>& device) noexcept override {
+      if (const auto to = delegate_.lock())
+        to->centralManager_didConnectPeripheral(central, device);
+    }
+    void centralManager_didDisconnectPeripheral_error(
+        const std::shared_ptr<CBCentralManager>& central,
+        const std::shared_ptr<CBPeripheral>& device,
+        const std::optional<NSError>& error) noexcept override {
+      loop_.lock()->arm(seconds(1), [delegate = delegate_, central, device, error] {
+        if (const auto to = delegate.lock()) {
+          to->centralManager_didDisconnectPeripheral_error(central, device, error);
+        }
+      });
+    }
+
+   private:
+    const std::weak_ptr<CBCentralManagerDelegate> delegate_;
+    const std::weak_ptr<RunLoop> loop_;
+  };
+
+  const std::shared_ptr<Radio> radio_;
+  const std::weak_ptr<RunLoop> loop_;
+  std::vector<std::shared_ptr<Delegate>> delegates_;
+};
+
+TEST_F(Phase, OfALinkThatTakesItsTimeToEndIsWaitedForByDoneAndByOthers) {
+  Platform platform = simulated_.platform();
+  platform.radio = std::make_shared<LateRadio>(platform);
+  const auto reader = Reader::create(platform, {}, heard_.handlers());
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  const Time closing = now();
+  std::optional<Time> down;
+  reader->close([&] { down = now(); });
+  const auto other = Reader::create(platform, {.reader = device_->identifier()});
+  runFor(milliseconds(900));
+  EXPECT_FALSE(down);
+  EXPECT_EQ(other->phase(), searching) << "the device is not its own yet";
+  ASSERT_TRUE(runUntil(*other, pluggedIn));
+  ASSERT_TRUE(down);
+  EXPECT_EQ(*down - closing, seconds(1));
 }
 
 TEST_F(Phase, OfAnAttemptThatIsClosedEndsWithTheAttempt) {
@@ -448,10 +662,12 @@ TEST_F(Phase, MayFollowAnotherAsTheTableSays) {
 }
 
 TEST_F(Phase, HasANameEach) {
-  std::set<std::string_view> names;
-  for (const ReaderPhase phase : kAll) names.insert(nameOf(phase));
-  EXPECT_EQ(names.size(), std::size(kAll));
-  EXPECT_EQ(nameOf(pluggedIn), "pluggedIn");
+  std::vector<std::string_view> names;
+  for (const ReaderPhase phase : kAll) names.push_back(nameOf(phase));
+  EXPECT_EQ(names,
+            (std::vector<std::string_view>{"radioOff", "searching", "connecting", "linkingUp",
+                                           "pluggedIn", "lost", "away", "closed"}));
+  EXPECT_EQ(nameOf(static_cast<ReaderPhase>(99)), "unknown");
 }
 
 TEST_F(Phase, NeedsARunLoop) {

@@ -116,21 +116,21 @@ TEST_F(RadioWatchTest, MayBeOneOfYourOwn) {
   EXPECT_EQ(radio->made, 1U);
 }
 
-TEST_F(RadioWatchTest, SaysInWordsWhatARadioWithoutAReasonIs) {
-  class Wordless final : public Radio {
-   public:
-    explicit Wordless(std::shared_ptr<Radio> radio) : radio_(std::move(radio)) {}
-    std::shared_ptr<CBCentralManager> initWithDelegate_queue(
-        std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<RunLoop> queue) override {
-      return radio_->initWithDelegate_queue(std::move(delegate), std::move(queue));
-    }
-    [[nodiscard]] std::string stateReason() const override { return ""; }
-
-   private:
-    const std::shared_ptr<Radio> radio_;
-  };
+TEST_F(RadioWatchTest, SaysTheRadiosReasonUnlessItIsOn) {
   Platform platform = simulated_.platform();
-  platform.radio = std::make_shared<Wordless>(platform.radio);
+  platform.radio = std::make_shared<OneReason>(platform.radio, "look at the switch");
+  const auto watch = RadioWatch::of(platform);
+  EXPECT_EQ(watch->description(), "look at the switch") << "while nothing is known";
+  runFor(seconds(1));
+  EXPECT_EQ(watch->description(), "the radio is powered on");
+  power(false);
+  runFor(seconds(1));
+  EXPECT_EQ(watch->description(), "look at the switch");
+}
+
+TEST_F(RadioWatchTest, SaysInWordsWhatARadioWithoutAReasonIs) {
+  Platform platform = simulated_.platform();
+  platform.radio = std::make_shared<OneReason>(platform.radio, "");
   const auto watch = RadioWatch::of(platform);
   const std::pair<CBManagerState, const char*> kWords[] = {
       {CBManagerState::resetting, "the radio is resetting"},

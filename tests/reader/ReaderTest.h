@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KestrinBLESDK/Reader.h"
+#include "KestrinBLESDK/recording/RecordedPlatform.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 
 namespace kestrin::test {
@@ -66,6 +67,35 @@ struct Heard {
   }
 
   ReaderPhase last = ReaderPhase::searching;
+};
+
+/// What a reader asks of the radio and of its manager, a word each.
+class Requests final : public RecordingSink {
+ public:
+  void take(const RecordedEvent& event) noexcept override {
+    if (event.kind == RecordedKind::call && event.operation == "close") words += "close ";
+    if (event.kind == RecordedKind::scan) words += "scan ";
+    if (event.kind == RecordedKind::stopScan) words += "stopScan ";
+    if (event.kind == RecordedKind::connect) words += "connect ";
+    if (event.kind == RecordedKind::cancel) words += "cancel ";
+  }
+  std::string words;
+};
+
+/// A radio that gives one reason for every state.
+class OneReason final : public Radio {
+ public:
+  OneReason(std::shared_ptr<Radio> radio, std::string reason)
+      : radio_(std::move(radio)), reason_(std::move(reason)) {}
+  std::shared_ptr<CBCentralManager> initWithDelegate_queue(
+      std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<RunLoop> queue) override {
+    return radio_->initWithDelegate_queue(std::move(delegate), std::move(queue));
+  }
+  [[nodiscard]] std::string stateReason() const override { return reason_; }
+
+ private:
+  const std::shared_ptr<Radio> radio_;
+  const std::string reason_;
 };
 
 class ReaderTest : public testing::Test {

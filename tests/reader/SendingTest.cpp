@@ -226,6 +226,30 @@ TEST_F(Sending, GoesOnFromInsideADone) {
   EXPECT_EQ(order, (std::vector<std::string>{"first", "second"}));
 }
 
+TEST_F(Sending, FromInsideALineOfTheLogComesBehindWhatIsBeingWritten) {
+  class SendingLog final : public NSLogSink {
+   public:
+    [[nodiscard]] bool isListening() const noexcept override { return true; }
+    void write(std::string_view line) noexcept override {
+      if (!line.starts_with("[TX BLE]") || reader == nullptr) return;
+      std::exchange(reader, nullptr)->send(counting(5));
+    }
+    Reader* reader = nullptr;
+  };
+  const auto log = std::make_shared<SendingLog>();
+  Platform platform = simulated_.platform();
+  platform.log = log;
+  const auto reader = Reader::create(platform, {});
+  ASSERT_TRUE(runUntil(*reader, pluggedIn));
+  const std::size_t before = device_->writes().size();
+  log->reader = reader.get();
+  reader->send(counting(10));
+  runFor(seconds(1));
+  ASSERT_EQ(device_->writes().size(), before + 2);
+  EXPECT_EQ(device_->writes()[before].value, counting(10));
+  EXPECT_EQ(device_->writes()[before + 1].value, counting(5));
+}
+
 TEST_F(Sending, CarriesOnAtItsPaceWhenTheLoopWasLate) {
   const auto reader = plugged();
   std::string outcome;
