@@ -266,21 +266,13 @@ TEST_F(Frames, OfAReaderThatRecordsAreEachASendAndWhatBecameOfIt) {
 }
 
 TEST_F(Frames, AreDeliveredToNobodyWhenItIsClosedBetweenTheirArrivalAndThat) {
-  class ClosingLog final : public NSLogSink {
-   public:
-    [[nodiscard]] bool isListening() const noexcept override { return true; }
-    void write(std::string_view line) noexcept override {
-      if (reader != nullptr && line.starts_with("[RX BLE]")) reader->close();
-    }
-    Reader* reader = nullptr;
-  };
-  const auto log = std::make_shared<ClosingLog>();
+  const auto log = std::make_shared<CallingLog>("[RX BLE]");
   Platform platform = simulated_.platform();
   platform.log = log;
   const auto reader = Reader::create(platform, {}, heard_.handlers());
   ASSERT_TRUE(runUntil(*reader, pluggedIn));
   heard_.frames.clear();
-  log->reader = reader.get();
+  log->call = [&] { reader->close(); };
   device_->simulateNotification(simulated::readerCharacteristics(ReaderFamily::standard).rx,
                                 answer_);
   runFor(seconds(5));

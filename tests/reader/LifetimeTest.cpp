@@ -226,34 +226,16 @@ TEST_F(Lifetime, EndsFromInsideTheDoneOfItsClose) {
   expectDroppedInside(owned);
 }
 
-/// Drops what it is told to at a line of the log.
-class DroppingLog final : public NSLogSink {
- public:
-  [[nodiscard]] bool isListening() const noexcept override { return true; }
-  void write(std::string_view line) noexcept override {
-    if (reader == nullptr || !*reader || !line.starts_with(at)) return;
-    if (passed-- > 0) return;
-    ++drops;
-    reader->reset();
-  }
-  std::unique_ptr<Reader>* reader = nullptr;
-  /// How many such lines pass first.
-  int passed = 0;
-  std::string at;
-  int drops = 0;
-};
-
 TEST_F(Lifetime, EndsFromInsideEveryLineOfTheLog) {
   for (const char* at : {" CBManager is powered on", "DiscoverPeripheral", "BLE Connected",
                          "Found RX", "[TX BLE]", "[RX BLE]", "BLE Disconnected"}) {
     SCOPED_TRACE(at);
-    const auto log = std::make_shared<DroppingLog>();
+    const auto log = std::make_shared<CallingLog>(at);
     Platform platform = simulated_.platform();
     platform.log = log;
     Heard heard;
     auto reader = Reader::create(platform, {}, heard.handlers());
-    log->reader = &reader;
-    log->at = at;
+    log->call = [&] { reader.reset(); };
     runFor(seconds(3));
     if (reader) {
       reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(50)),
@@ -261,7 +243,7 @@ TEST_F(Lifetime, EndsFromInsideEveryLineOfTheLog) {
     }
     if (reader) device_->simulateLinkLoss();
     runFor(seconds(5));
-    EXPECT_EQ(log->drops, 1);
+    EXPECT_FALSE(log->call) << "there was no such line";
     EXPECT_EQ(reader, nullptr);
     EXPECT_FALSE(device_->connected());
   }
@@ -269,18 +251,16 @@ TEST_F(Lifetime, EndsFromInsideEveryLineOfTheLog) {
 
 TEST_F(Lifetime, EndsFromInsideTheLineAboutEachSlice) {
   for (const int slice : {0, 1, 2}) {
-    const auto log = std::make_shared<DroppingLog>();
-    log->at = "[TX BLE]";
-    log->passed = slice;
+    const auto log = std::make_shared<CallingLog>("[TX BLE]", slice);
     Platform platform = simulated_.platform();
     platform.log = log;
     auto reader = Reader::create(platform, {});
     ASSERT_TRUE(runUntil(*reader, pluggedIn));
-    log->reader = &reader;
+    log->call = [&] { reader.reset(); };
     reader->send(frameOf(0x00, 0x22, std::vector<std::uint8_t>(40)),
                  [](const auto&) { ADD_FAILURE() << "called"; });
     runFor(seconds(5));
-    EXPECT_EQ(log->drops, 1);
+    EXPECT_FALSE(log->call) << "there was no such line";
     EXPECT_EQ(reader, nullptr);
     EXPECT_FALSE(device_->connected());
   }

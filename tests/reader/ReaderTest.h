@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "KestrinBLESDK/Reader.h"
@@ -26,6 +27,22 @@ class SilentLog final : public NSLogSink {
  public:
   [[nodiscard]] bool isListening() const noexcept override { return false; }
   void write(std::string_view /*line*/) noexcept override {}
+};
+
+/// Makes its call, once, inside the line that begins with `at`.
+class CallingLog final : public NSLogSink {
+ public:
+  explicit CallingLog(std::string at, int passed = 0) : at_(std::move(at)), passed_(passed) {}
+  [[nodiscard]] bool isListening() const noexcept override { return true; }
+  void write(std::string_view line) noexcept override {
+    if (!call || !line.starts_with(at_) || passed_-- > 0) return;
+    std::exchange(call, nullptr)();
+  }
+  std::function<void()> call;
+
+ private:
+  const std::string at_;
+  int passed_;  // How many such lines pass first, once there is a call.
 };
 
 inline NSData frameOf(std::uint8_t type, std::uint8_t code,
@@ -136,5 +153,8 @@ class ReaderTest : public testing::Test {
   const NSData command_ = frameOf(0x00, 0x22, {1, 2, 3});
   const NSData answer_ = frameOf(0x01, 0x22, {1, 2, 3});
 };
+
+/// The ways from one phase to another.
+class Phase : public ReaderTest {};
 
 }  // namespace kestrin::test

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "reader/ForwardingRadio.h"
 #include "reader/ReaderTest.h"
 
 namespace kestrin::test {
@@ -157,100 +158,71 @@ TEST_F(Search, SaysNothingWhenWhatWasHeldIsGone) {
 }
 
 TEST_F(Search, TellsNoSightingOnceItIsClosed) {
-  class ClosingLog final : public NSLogSink {
-   public:
-    [[nodiscard]] bool isListening() const noexcept override { return true; }
-    void write(std::string_view line) noexcept override {
-      if (reader != nullptr && line.starts_with("DiscoverPeripheral")) reader->close();
-    }
-    Reader* reader = nullptr;
-  };
-  const auto log = std::make_shared<ClosingLog>();
+  const auto log = std::make_shared<CallingLog>("DiscoverPeripheral");
   Platform platform = simulated_.platform();
   platform.log = log;
   const auto reader = Reader::create(platform, {}, heard_.handlers());
-  log->reader = reader.get();
+  log->call = [&] { reader->close(); };
   runFor(seconds(2));
   EXPECT_EQ(reader->phase(), closed);
   EXPECT_EQ(heard_.seen, 0U);
 }
 
-/// Reports once more what was seen, though nobody scans: a sighting that was under way.
-class Straggling final : public Radio {
+/// Remembers what was seen, and its central manager.
+class StragglingDelegate final : public ForwardingDelegate {
  public:
-  explicit Straggling(std::shared_ptr<Radio> radio) : radio_(std::move(radio)) {}
-  std::shared_ptr<CBCentralManager> initWithDelegate_queue(
-      std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<RunLoop> queue) override {
-    delegates_.push_back(std::make_shared<Delegate>(std::move(delegate), seen_));
-    return radio_->initWithDelegate_queue(delegates_.back(), std::move(queue));
+  using Seen = std::vector<std::shared_ptr<CBPeripheral>>;
+
+  StragglingDelegate(std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<Seen> seen)
+      : ForwardingDelegate(std::move(delegate)), seen_(std::move(seen)) {}
+  /// Whether anybody was there to report it to.
+  bool report(const std::shared_ptr<CBPeripheral>& device) {
+    const auto central = central_.lock();
+    if (!central || !isHeard()) return false;
+    ForwardingDelegate::centralManager_didDiscoverPeripheral_advertisementData_RSSI(central, device,
+                                                                                    {}, -60);
+    return true;
   }
-  [[nodiscard]] std::string stateReason() const override { return radio_->stateReason(); }
+  void centralManagerDidUpdateState(
+      const std::shared_ptr<CBCentralManager>& central) noexcept override {
+    central_ = central;
+    ForwardingDelegate::centralManagerDidUpdateState(central);
+  }
+  void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
+      const std::shared_ptr<CBCentralManager>& central, const std::shared_ptr<CBPeripheral>& device,
+      const CBAdvertisementData& data, int RSSI) noexcept override {
+    if (std::find(seen_->begin(), seen_->end(), device) == seen_->end()) seen_->push_back(device);
+    ForwardingDelegate::centralManager_didDiscoverPeripheral_advertisementData_RSSI(central, device,
+                                                                                    data, RSSI);
+  }
+
+ private:
+  const std::shared_ptr<Seen> seen_;
+  std::weak_ptr<CBCentralManager> central_;
+};
+
+/// Reports once more what was seen, though nobody scans: a sighting that was under way.
+class Straggling final : public ForwardingRadio<StragglingDelegate> {
+ public:
+  using ForwardingRadio::ForwardingRadio;
   /// To every central manager that is there.
   void reportAgain(std::string_view name) {
     const auto seen = std::find_if(seen_->begin(), seen_->end(),
                                    [&](const auto& each) { return each->name() == name; });
     ASSERT_NE(seen, seen_->end()) << name;
     std::size_t reports = 0;
-    for (const auto& each : delegates_) reports += each->report(*seen) ? 1U : 0U;
+    for (const auto& each : delegates()) reports += each->report(*seen) ? 1U : 0U;
     ASSERT_GE(reports, 1U);
   }
 
  private:
-  using Seen = std::vector<std::shared_ptr<CBPeripheral>>;
+  std::shared_ptr<StragglingDelegate> wrap(
+      std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+    return std::make_shared<StragglingDelegate>(std::move(delegate), seen_);
+  }
 
-  class Delegate final : public CBCentralManagerDelegate {
-   public:
-    Delegate(std::weak_ptr<CBCentralManagerDelegate> delegate, std::shared_ptr<Seen> seen)
-        : delegate_(std::move(delegate)), seen_(std::move(seen)) {}
-    bool report(const std::shared_ptr<CBPeripheral>& device) {
-      const auto to = delegate_.lock();
-      const auto central = central_.lock();
-      if (!to || !central) return false;
-      to->centralManager_didDiscoverPeripheral_advertisementData_RSSI(central, device, {}, -60);
-      return true;
-    }
-    void centralManagerDidUpdateState(
-        const std::shared_ptr<CBCentralManager>& central) noexcept override {
-      central_ = central;
-      if (const auto to = delegate_.lock()) to->centralManagerDidUpdateState(central);
-    }
-    void centralManager_didDiscoverPeripheral_advertisementData_RSSI(
-        const std::shared_ptr<CBCentralManager>& central,
-        const std::shared_ptr<CBPeripheral>& device, const CBAdvertisementData& data,
-        int RSSI) noexcept override {
-      if (std::find(seen_->begin(), seen_->end(), device) == seen_->end()) {
-        seen_->push_back(device);
-      }
-      if (const auto to = delegate_.lock()) {
-        to->centralManager_didDiscoverPeripheral_advertisementData_RSSI(central, device, data,
-                                                                        RSSI);
-      }
-    }
-    void centralManager_didConnectPeripheral(
-        const std::shared_ptr<CBCentralManager>& central,
-        const std::shared_ptr<CBPeripheral>& device) noexcept override {
-      if (const auto to = delegate_.lock()) {
-        to->centralManager_didConnectPeripheral(central, device);
-      }
-    }
-    void centralManager_didDisconnectPeripheral_error(
-        const std::shared_ptr<CBCentralManager>& central,
-        const std::shared_ptr<CBPeripheral>& device,
-        const std::optional<NSError>& error) noexcept override {
-      if (const auto to = delegate_.lock()) {
-        to->centralManager_didDisconnectPeripheral_error(central, device, error);
-      }
-    }
-
-   private:
-    const std::weak_ptr<CBCentralManagerDelegate> delegate_;
-    const std::shared_ptr<Seen> seen_;
-    std::weak_ptr<CBCentralManager> central_;
-  };
-
-  const std::shared_ptr<Radio> radio_;
-  const std::shared_ptr<Seen> seen_ = std::make_shared<Seen>();
-  std::vector<std::shared_ptr<Delegate>> delegates_;
+  const std::shared_ptr<StragglingDelegate::Seen> seen_ =
+      std::make_shared<StragglingDelegate::Seen>();
 };
 
 class SearchWithStragglers : public Search {

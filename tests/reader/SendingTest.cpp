@@ -227,27 +227,37 @@ TEST_F(Sending, GoesOnFromInsideADone) {
 }
 
 TEST_F(Sending, FromInsideALineOfTheLogComesBehindWhatIsBeingWritten) {
-  class SendingLog final : public NSLogSink {
-   public:
-    [[nodiscard]] bool isListening() const noexcept override { return true; }
-    void write(std::string_view line) noexcept override {
-      if (!line.starts_with("[TX BLE]") || reader == nullptr) return;
-      std::exchange(reader, nullptr)->send(counting(5));
-    }
-    Reader* reader = nullptr;
-  };
-  const auto log = std::make_shared<SendingLog>();
+  const auto log = std::make_shared<CallingLog>("[TX BLE]");
   Platform platform = simulated_.platform();
   platform.log = log;
   const auto reader = Reader::create(platform, {});
   ASSERT_TRUE(runUntil(*reader, pluggedIn));
   const std::size_t before = device_->writes().size();
-  log->reader = reader.get();
+  log->call = [&] { reader->send(counting(5)); };
   reader->send(counting(10));
   runFor(seconds(1));
   ASSERT_EQ(device_->writes().size(), before + 2);
   EXPECT_EQ(device_->writes()[before].value, counting(10));
   EXPECT_EQ(device_->writes()[before + 1].value, counting(5));
+}
+
+TEST_F(Sending, EndsWithACloseFromInsideTheLineAboutASlice) {
+  const auto log = std::make_shared<CallingLog>("[TX BLE]");
+  Platform platform = simulated_.platform();
+  platform.log = log;
+  for (const std::size_t length : {25U, 45U}) {
+    const auto reader = Reader::create(platform, {});
+    ASSERT_TRUE(runUntil(*reader, pluggedIn));
+    std::vector<std::string> outcomes(2);
+    for (auto& outcome : outcomes) reader->send(counting(length), into(outcome));
+    // At the second slice, which is the last of 25 bytes.
+    log->call = [&] { reader->close(); };
+    runFor(seconds(1));
+    EXPECT_EQ(reader->phase(), closed);
+    for (const auto& outcome : outcomes) {
+      EXPECT_EQ(outcome, "the reader was unplugged before the frame was sent");
+    }
+  }
 }
 
 TEST_F(Sending, CarriesOnAtItsPaceWhenTheLoopWasLate) {
