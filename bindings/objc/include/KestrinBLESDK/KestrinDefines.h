@@ -16,3 +16,4 @@
 #define KESTRIN_UNAVAILABLE __attribute__((unavailable))
 
 #define KESTRIN_CLASS __attribute__((visibility("default")))
+#define KESTRIN_CONSTANT FOUNDATION_EXPORT __attribute__((visibility("default")))
