@@ -250,6 +250,33 @@ TEST_F(Sending, FromInsideALineOfTheLogComesBehindWhatIsBeingWritten) {
   EXPECT_EQ(device_->writes()[before + 1].value, counting(5));
 }
 
+TEST_F(Sending, EndsWithACloseFromInsideTheLineAboutASlice) {
+  class ClosingLog final : public NSLogSink {
+   public:
+    [[nodiscard]] bool isListening() const noexcept override { return true; }
+    void write(std::string_view line) noexcept override {
+      if (!line.starts_with("[TX BLE]") || reader == nullptr) return;
+      std::exchange(reader, nullptr)->close();
+    }
+    Reader* reader = nullptr;
+  };
+  const auto log = std::make_shared<ClosingLog>();
+  Platform platform = simulated_.platform();
+  platform.log = log;
+  for (const std::size_t length : {25U, 45U}) {
+    const auto reader = Reader::create(platform, {});
+    ASSERT_TRUE(runUntil(*reader, pluggedIn));
+    std::vector<std::string> outcomes(2);
+    for (auto& outcome : outcomes) reader->send(counting(length), into(outcome));
+    log->reader = reader.get();  // At the second slice, which is the last of 25 bytes.
+    runFor(seconds(1));
+    EXPECT_EQ(reader->phase(), closed);
+    for (const auto& outcome : outcomes) {
+      EXPECT_EQ(outcome, "the reader was unplugged before the frame was sent");
+    }
+  }
+}
+
 TEST_F(Sending, CarriesOnAtItsPaceWhenTheLoopWasLate) {
   const auto reader = plugged();
   std::string outcome;
