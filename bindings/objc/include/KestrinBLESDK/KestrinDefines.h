@@ -16,3 +16,8 @@
 #define KESTRIN_UNAVAILABLE __attribute__((unavailable))
 
 #define KESTRIN_CLASS __attribute__((visibility("default")))
+#ifdef __cplusplus
+#define KESTRIN_CONSTANT extern "C" __attribute__((visibility("default")))
+#else
+#define KESTRIN_CONSTANT extern __attribute__((visibility("default")))
+#endif

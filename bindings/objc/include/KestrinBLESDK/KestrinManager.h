@@ -18,9 +18,9 @@
 NS_ASSUME_NONNULL_BEGIN
 
 /// The version as a number, major and minor.
-FOUNDATION_EXPORT const double KestrinBLESDKVersionNumber;
+KESTRIN_CONSTANT const double KestrinBLESDKVersionNumber;
 /// The version as text, with a line feed and a terminating zero.
-FOUNDATION_EXPORT const unsigned char KestrinBLESDKVersionString[];
+KESTRIN_CONSTANT const unsigned char KestrinBLESDKVersionString[];
 
 /// The scan delegate.
 @protocol KestrinBLEProtocols <NSObject>

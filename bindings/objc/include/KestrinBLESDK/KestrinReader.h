@@ -14,7 +14,7 @@
 NS_ASSUME_NONNULL_BEGIN
 
 /// The domain of this library's own errors.
-FOUNDATION_EXPORT NSString* const KestrinErrorDomain;
+KESTRIN_CONSTANT NSString* const KestrinErrorDomain;
 
 /// Where a reader stands.
 typedef NS_ENUM(NSInteger, KestrinReaderPhase) {
