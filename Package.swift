@@ -23,7 +23,8 @@ let package = Package(
       cxxSettings: [
         .define("KESTRIN_VERSION_NUMBER", to: "1.0"),
         .define("KESTRIN_VERSION_MAJOR", to: "1"),
-      ]),
+      ],
+      linkerSettings: [.linkedLibrary("m", .when(platforms: [.linux]))]),
     .target(
       name: "KestrinSimulatedRadio",
       dependencies: ["KestrinCore"],

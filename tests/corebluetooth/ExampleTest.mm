@@ -73,6 +73,10 @@ TEST(ObjectiveCExample, FindsAReaderConnectsAsksItAndHearsItsAnswer) {
                             "no longer scanning"}));
     EXPECT_EQ(screen->lines.back(), "unplugged");
     EXPECT_EQ(reader->writes().size(), 2U);
+    [conversation comeBack];
+    ASSERT_TRUE(waitUntil([&] { return frames() == 4; }));
+    [conversation stop];
+    ASSERT_TRUE(waitUntil([&] { return !reader->connected(); }));
     EXPECT_EQ(standin::misuses(), Words());
     [[NSNotificationCenter defaultCenter] removeObserver:screen];
     [conversation release];

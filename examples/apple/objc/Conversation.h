@@ -16,6 +16,8 @@ FOUNDATION_EXPORT NSString *const ConversationLineKey;
 }
 /// Looks for a reader. The manager holds its delegates weakly: keep the conversation.
 - (void)start;
+/// Connects to the reader that was found last, whether it is in range or not yet.
+- (void)comeBack;
 /// Gives the reader up.
 - (void)stop;
 @end

@@ -23,6 +23,11 @@ static const uint8_t question[] = {0xBB, 0x00, 0x03, 0x00, 0x01, 0xB1, 0x7E, 0x6
   [_manager scanBLE];
 }
 
+- (void)comeBack {
+  CBPeripheral *last = [_manager pripheral];
+  if (last != nil) [_manager connectBLE:last];
+}
+
 - (void)stop {
   [_manager stopSacnBLE];
   [_manager close];

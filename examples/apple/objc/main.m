@@ -1,4 +1,4 @@
-// The application: one screen with what is said, and two buttons.
+// The application: one screen with what is said, and three buttons.
 #import <UIKit/UIKit.h>
 
 #import "Conversation.h"
@@ -18,14 +18,9 @@
   _lines.autoresizingMask = UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight;
   _lines.editable = NO;
   [self.view addSubview:_lines];
-  self.navigationItem.leftBarButtonItem = [[UIBarButtonItem alloc] initWithTitle:@"Scan"
-                                                                           style:UIBarButtonItemStylePlain
-                                                                          target:self
-                                                                          action:@selector(scan)];
-  self.navigationItem.rightBarButtonItem = [[UIBarButtonItem alloc] initWithTitle:@"Close"
-                                                                            style:UIBarButtonItemStylePlain
-                                                                           target:self
-                                                                           action:@selector(giveUp)];
+  self.navigationItem.leftBarButtonItem = [self button:@"Scan" action:@selector(scan)];
+  self.navigationItem.rightBarButtonItems =
+      @[ [self button:@"Close" action:@selector(giveUp)], [self button:@"Again" action:@selector(comeBack)] ];
   _conversation = [[Conversation alloc] init];
   [[NSNotificationCenter defaultCenter] addObserver:self
                                            selector:@selector(hear:)
@@ -33,8 +28,16 @@
                                              object:_conversation];
 }
 
+- (UIBarButtonItem *)button:(NSString *)title action:(SEL)action {
+  return [[UIBarButtonItem alloc] initWithTitle:title style:UIBarButtonItemStylePlain target:self action:action];
+}
+
 - (void)scan {
   [_conversation start];
+}
+
+- (void)comeBack {
+  [_conversation comeBack];
 }
 
 - (void)giveUp {

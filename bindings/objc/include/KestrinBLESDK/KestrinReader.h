@@ -157,11 +157,11 @@ KESTRIN_CLASS
 - (void)forgetExchange:(uint64_t)exchange NS_SWIFT_NAME(forget(exchange:));
 /// Gives the link up until `comeBack`; the block is called once it is down. Entering the background does the
 /// same.
-- (void)leaveWithCompletion:(nullable void (^)(void))completion NS_SWIFT_NAME(leave(completion:));
+- (void)leaveWithCompletion:(nullable void (^)(void))completion;
 /// Searches or connects again, in the next turn.
 - (void)comeBack;
 /// Ends everything; the block is called once the link is down.
-- (void)closeWithCompletion:(nullable void (^)(void))completion NS_SWIFT_NAME(close(completion:));
+- (void)closeWithCompletion:(nullable void (^)(void))completion;
 @end
 
 NS_ASSUME_NONNULL_END

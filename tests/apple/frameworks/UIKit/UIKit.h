@@ -48,7 +48,7 @@ typedef NS_ENUM(NSInteger, UIBarButtonItemStyle) {
 @end
 @interface UINavigationItem : NSObject
 @property(nullable, nonatomic, strong) UIBarButtonItem *leftBarButtonItem;
-@property(nullable, nonatomic, strong) UIBarButtonItem *rightBarButtonItem;
+@property(nullable, nonatomic, copy) NSArray<UIBarButtonItem *> *rightBarButtonItems;
 @end
 @interface UIScreen : NSObject
 @property(class, nonatomic, readonly) UIScreen *mainScreen;
