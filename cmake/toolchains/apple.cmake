@@ -10,8 +10,8 @@ if(KESTRIN_APPLE_TARGET MATCHES "ios")
 else()
   set(CMAKE_SYSTEM_NAME Darwin)
 endif()
-# CMake knows of @rpath from the version of the Mac that it runs on.
-set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")
+# CMake knows of @rpath from the version of the Mac that it runs on, after it has read this file.
+set(CMAKE_USER_MAKE_RULES_OVERRIDE ${CMAKE_CURRENT_LIST_DIR}/apple-rpath.cmake)
 string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR ${KESTRIN_APPLE_TARGET})
 set(CMAKE_OSX_SYSROOT ${KESTRIN_APPLE_SDK})
 set(llvm /usr/lib/llvm-19/bin)

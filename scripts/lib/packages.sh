@@ -118,3 +118,5 @@ docs_packages=(doxygen python3)
 # What scripts/apple needs besides npm, and what the preset libcxx needs.
 apple_packages=(clang-19 lld-19 llvm-19 libc++-19-dev cmake ninja-build binutils)
 libcxx_packages=(clang-19 libc++-19-dev libc++abi-19-dev googletest)
+# What scripts/swift needs, in a root of Debian 13.
+swift_packages=(swiftlang g++ libc6-dev git ca-certificates)

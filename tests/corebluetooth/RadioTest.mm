@@ -328,6 +328,88 @@ TEST_F(CoreBluetoothRadioTest, WhatIsOnItsWayAtTheEndOfAScanIsNoSighting) {
   EXPECT_EQ(recorder_->count(), 0U) << "the power's end is a scan's, too";
 }
 
+TEST_F(CoreBluetoothRadioTest, ANewNameIsASightingInAScanForAServiceToo) {
+  const auto central = makeCentral();
+  central->scanForPeripheralsWithServices_options({{kDataService}}, std::nullopt);
+  ASSERT_TRUE(waitFor(EventKind::sighting));
+  reader_->simulateName("KVR-2");
+  ASSERT_TRUE(waitFor(EventKind::sighting, 2));
+  EXPECT_EQ(recorder_->events(EventKind::sighting)[1].name, "KVR-2");
+  EXPECT_EQ(recorder_->count(EventKind::sighting), 2U);
+}
+
+TEST_F(CoreBluetoothRadioTest, ANameOnTheAirWaitsForTheEndOfALink) {
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*central, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt);
+  standin::sightAgain("KVR-2");
+  EXPECT_EQ(peripheral->name(), "KVR-1");
+  central->cancelPeripheralConnection(peripheral);
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  standin::sightAgain("KVR-2");
+  EXPECT_EQ(peripheral->name(), "KVR-2");
+}
+
+TEST_F(CoreBluetoothRadioTest, TheSystemReportsNothingOfALinkFromItsEndOn) {
+  use({.answersAtLinkEnd = false});
+  const auto central = makeCentral();
+  const auto peripheral = find(*central);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*central, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  ::CBPeripheral* const device = deviceOf(peripheral);
+  EXPECT_NE([device delegate], nil);
+  int answers = 0;
+  recorder_->onEvent = [&](const test::Event& event) {
+    if (event.kind != EventKind::services) return;
+    ++answers;
+    EXPECT_EQ([device delegate], nil);
+  };
+  reader_->simulateSilence();
+  peripheral->discoverServices(std::nullopt);
+  reader_->simulateLinkLoss();
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  EXPECT_EQ(answers, 1);
+}
+
+TEST_F(CoreBluetoothRadioTest, ASecondCentralManagersLinkGoesOnWhenTheFirstOnesEnds) {
+  const auto first = makeCentral();
+  const auto second = makeCentral();
+  const auto peripheral = find(*first);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*first, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  connect(*second, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected, 2));
+  first->cancelPeripheralConnection(peripheral);
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  EXPECT_TRUE(reader_->connected());
+  EXPECT_NE(findCommand(*peripheral), nullptr);
+}
+
+TEST_F(CoreBluetoothRadioTest, TheFirstCentralManagersLinkStaysWhenASecondOnesEnds) {
+  const auto first = makeCentral();
+  const auto second = makeCentral();
+  const auto peripheral = find(*first);
+  ASSERT_NE(peripheral, nullptr);
+  connect(*first, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected));
+  const auto command = findCommand(*peripheral);
+  ASSERT_NE(command, nullptr);
+  connect(*second, peripheral);
+  ASSERT_TRUE(waitFor(EventKind::connected, 2));
+  second->cancelPeripheralConnection(peripheral);
+  ASSERT_TRUE(waitFor(EventKind::disconnected));
+  peripheral->writeValue_forCharacteristic_type(
+      NSData{7}, command, CBCharacteristicWriteType::CBCharacteristicWriteWithResponse);
+  loop_->runFor(1s);
+  ASSERT_EQ(reader_->writes().size(), 1U);
+  EXPECT_EQ(reader_->writes()[0].value, NSData{7});
+}
+
 TEST_F(CoreBluetoothRadioTest, NothingIsAskedOfTheSystemWithoutPower) {
   const auto central = makeCentral();
   central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt);
@@ -466,6 +548,7 @@ TEST_F(CoreBluetoothRadioTest, ADeviceOfAnotherRadioOfThisKindIsIgnored) {
   recorder_->clear();
   connect(*other, peripheral);
   loop_->runFor(5s);
+  EXPECT_EQ(asked("connectPeripheral:options:"), 0);
   EXPECT_EQ(recorder_->count(), 0U);
   EXPECT_FALSE(reader_->connected());
 }

@@ -26,11 +26,10 @@ namespace {
 /// Made once, for the life of the process.
 struct Process {
   std::shared_ptr<Radio> radio = corebluetooth::makeRadio(MainRunLoop::main());
-  std::shared_ptr<NSLogSink> log = corebluetooth::systemLog();
   ::KestrinBackground* background = [[::KestrinBackground alloc] init];
 
   Process() {
-    setDefaultLogSink(log);
+    setDefaultLogSink(corebluetooth::systemLog());
     corebluetooth::hostMainRunLoop();
 #if KESTRIN_HAS_BACKGROUND
     [[::NSNotificationCenter defaultCenter]
@@ -55,7 +54,6 @@ Platform platform() {
   Platform platform;
   platform.radio = process().radio;
   platform.mainRunLoop = MainRunLoop::main();
-  platform.log = process().log;
   return platform;
 }
 

@@ -1,6 +1,5 @@
 #include "Guarded.h"
 #include "KestrinBLESDK/platform/MainRunLoop.h"
-#include "Strong.h"
 #include "kestrin/corebluetooth/CoreBluetooth.h"
 
 #include <dispatch/dispatch.h>
@@ -16,17 +15,17 @@ void turn(void* /*context*/) {
 
 // The main queue runs in all common modes. A delayed perform or a file handle's notification would
 // wait while a user scrolls.
-Strong<dispatch_source_t> makeSource() {
+dispatch_source_t makeSource() {
   const int descriptor = MainRunLoop::main()->fileDescriptor();
   if (descriptor < 0) {
     NSLog(*defaultLogSink(),
           "[ERROR]The main run loop is not hosted: the system has no descriptors left");
-    return {};
+    return nullptr;
   }
-  auto source = Strong<dispatch_source_t>::adopt(dispatch_source_create(
-      DISPATCH_SOURCE_TYPE_READ, static_cast<uintptr_t>(descriptor), 0, dispatch_get_main_queue()));
-  dispatch_source_set_event_handler_f(source.get(), turn);
-  dispatch_resume(source.get());
+  const dispatch_source_t source = dispatch_source_create(
+      DISPATCH_SOURCE_TYPE_READ, static_cast<uintptr_t>(descriptor), 0, dispatch_get_main_queue());
+  dispatch_source_set_event_handler_f(source, turn);
+  dispatch_resume(source);
   return source;
 }
 
@@ -34,7 +33,7 @@ Strong<dispatch_source_t> makeSource() {
 
 void hostMainRunLoop() {
   // For the life of the process, as the loop's own.
-  static const auto* const source = new Strong<dispatch_source_t>(makeSource());
+  static const dispatch_source_t source = makeSource();
   static_cast<void>(source);
 }
 

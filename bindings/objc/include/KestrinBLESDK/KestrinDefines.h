@@ -5,9 +5,14 @@
 #define KESTRIN_WEAK weak
 #define KESTRIN_PARTS(name)
 #else
-// The tests' runtime has no weak references of the compiler's, and wants instance variables in the interface.
+// The tests' runtime has no weak references of the compiler's, and wants instance variables in the
+// interface.
 #define KESTRIN_WEAK assign
-#define KESTRIN_PARTS(name) { @private struct name##Parts* parts; }
+#define KESTRIN_PARTS(name)    \
+  {                            \
+   @private                    \
+    struct name##Parts* parts; \
+  }
 #endif
 
 #ifndef NS_SWIFT_NAME
@@ -16,3 +21,8 @@
 #define KESTRIN_UNAVAILABLE __attribute__((unavailable))
 
 #define KESTRIN_CLASS __attribute__((visibility("default")))
+#ifdef __cplusplus
+#define KESTRIN_CONSTANT extern "C" __attribute__((visibility("default")))
+#else
+#define KESTRIN_CONSTANT extern __attribute__((visibility("default")))
+#endif

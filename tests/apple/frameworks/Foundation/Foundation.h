@@ -42,6 +42,12 @@ typedef struct _NSZone NSZone;
                               encoding:(NSStringEncoding)encoding;
 - (NSUInteger)lengthOfBytesUsingEncoding:(NSStringEncoding)enc;
 - (BOOL)isEqualToString:(NSString *)aString;
++ (instancetype)stringWithFormat:(NSString *)format, ...;
+- (NSString *)stringByAppendingFormat:(NSString *)format, ...;
+@end
+@interface NSMutableString : NSString
++ (instancetype)string;
+- (void)appendFormat:(NSString *)format, ...;
 @end
 @interface NSConstantString : NSString
 @end
@@ -68,6 +74,7 @@ typedef struct _NSZone NSZone;
 @end
 @interface NSDictionary<__covariant KeyType, __covariant ObjectType> : NSObject <NSCopying>
 - (nullable ObjectType)objectForKey:(KeyType)aKey;
+- (nullable ObjectType)objectForKeyedSubscript:(KeyType)key;
 + (instancetype)dictionaryWithObject:(ObjectType)object forKey:(KeyType <NSCopying>)key;
 @end
 @interface NSNumber : NSObject <NSCopying>
@@ -99,6 +106,7 @@ FOUNDATION_EXPORT NSErrorUserInfoKey const NSLocalizedDescriptionKey;
 @end
 @interface NSNotification : NSObject
 @property(readonly, copy) NSNotificationName name;
+@property(nullable, readonly, copy) NSDictionary *userInfo;
 @end
 @interface NSNotificationCenter : NSObject
 @property(class, readonly, strong) NSNotificationCenter *defaultCenter;
@@ -106,6 +114,9 @@ FOUNDATION_EXPORT NSErrorUserInfoKey const NSLocalizedDescriptionKey;
            selector:(SEL)aSelector
                name:(nullable NSNotificationName)aName
              object:(nullable id)anObject;
+- (void)postNotificationName:(NSNotificationName)aName
+                      object:(nullable id)anObject
+                    userInfo:(nullable NSDictionary *)aUserInfo;
 - (void)removeObserver:(id)observer;
 @end
 @interface NSFileHandle : NSObject
@@ -113,6 +124,7 @@ FOUNDATION_EXPORT NSErrorUserInfoKey const NSLocalizedDescriptionKey;
 - (void)waitForDataInBackgroundAndNotify;
 @end
 FOUNDATION_EXPORT NSNotificationName const NSFileHandleDataAvailableNotification;
+FOUNDATION_EXPORT NSString *NSStringFromClass(Class aClass);
 FOUNDATION_EXPORT void NSLog(NSString *format, ...);
 
 NS_ASSUME_NONNULL_END

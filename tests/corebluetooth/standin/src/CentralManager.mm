@@ -34,6 +34,8 @@ void CentralBridge::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
   @autoreleasepool {
     if (manager == nil) return;
     CBCentralManager* const kept = [[manager retain] autorelease];
+    const bool isFirst = kept->parts->reported.insert(device->identifier()).second;
+    if (!isFirst && !kept->parts->allowsDuplicates) return;
     NSMutableDictionary* fields = [NSMutableDictionary dictionary];
     if (advertisement.localName) {
       [fields setObject:string(*advertisement.localName) forKey:CBAdvertisementDataLocalNameKey];
@@ -42,7 +44,7 @@ void CentralBridge::centralManager_didDiscoverPeripheral_advertisementData_RSSI(
     for (const auto& each : advertisement.serviceUUIDs) [services addObject:uuid(each)];
     if ([services count] != 0)
       [fields setObject:services forKey:CBAdvertisementDataServiceUUIDsKey];
-    // The radio below reports a device once; a scan that allows duplicates gets every
+    // The radio below reports a device once for each name; a scan that allows duplicates gets every
     // advertisement.
     for (int i = 0; i < (kept->parts->allowsDuplicates ? 2 : 1); ++i) {
       [listener(kept, @selector(centralManager:didDiscoverPeripheral:advertisementData:RSSI:))
@@ -183,6 +185,7 @@ void CentralBridge::centralManager_didDisconnectPeripheral_error(
                                options:(NSDictionary<NSString*, id>*)options {
   if (![self mayAsk:"scanForPeripheralsWithServices:options:"]) return;
   parts->isScanning = YES;
+  parts->reported.clear();
   parts->allowsDuplicates =
       [[options objectForKey:CBCentralManagerScanOptionAllowDuplicatesKey] boolValue];
   parts->central->scanForPeripheralsWithServices_options(standin::uuids(serviceUUIDs),

@@ -131,6 +131,7 @@ struct CBCentralManagerParts {
   id<CBCentralManagerDelegate> delegate;             // Not kept.
   std::map<std::string, CBPeripheral*> peripherals;  // Not kept.
   std::map<std::string, int> attempts;
+  std::set<std::string> reported;  // In this scan, by the name that the radio below has for it.
   BOOL isScanning;
   BOOL allowsDuplicates;
 };
