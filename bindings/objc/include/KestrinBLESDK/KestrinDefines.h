@@ -5,9 +5,14 @@
 #define KESTRIN_WEAK weak
 #define KESTRIN_PARTS(name)
 #else
-// The tests' runtime has no weak references of the compiler's, and wants instance variables in the interface.
+// The tests' runtime has no weak references of the compiler's, and wants instance variables in the
+// interface.
 #define KESTRIN_WEAK assign
-#define KESTRIN_PARTS(name) { @private struct name##Parts* parts; }
+#define KESTRIN_PARTS(name)    \
+  {                            \
+   @private                    \
+    struct name##Parts* parts; \
+  }
 #endif
 
 #ifndef NS_SWIFT_NAME

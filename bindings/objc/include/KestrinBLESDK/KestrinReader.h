@@ -1,11 +1,12 @@
-/// A reader that is found, connected to and held against losses by itself, for applications in Objective-C and
-/// Swift.
+/// A reader that is found, connected to and held against losses by itself, for applications in
+/// Objective-C and Swift.
 ///
 /// Compiled for iOS and contract-tested on Linux; not yet run on a device.
 ///
 /// Threads: the main thread's, where every block is called.
 ///
-/// Lifetime: a reader keeps its blocks; one that ends closes its link and calls none of the handlers any more.
+/// Lifetime: a reader keeps its blocks; one that ends closes its link and calls none of the
+/// handlers any more.
 ///
 /// Errors: in `KestrinErrorDomain`, with a code of `KestrinReaderError`.
 #import <Foundation/Foundation.h>
@@ -66,7 +67,8 @@ typedef NS_ENUM(NSInteger, KestrinReaderError) {
 
 /// One whole frame, taken apart.
 KESTRIN_CLASS
-@interface KestrinFrame : NSObject KESTRIN_PARTS(KestrinFrame)
+@interface KestrinFrame : NSObject
+KESTRIN_PARTS(KestrinFrame)
 - (instancetype)init KESTRIN_UNAVAILABLE;
 /// The whole frame, from the preamble through the CRC.
 @property(nonatomic, readonly) NSData* data;
@@ -80,7 +82,8 @@ KESTRIN_CLASS
 
 /// A reader in range, as the search has seen it.
 KESTRIN_CLASS
-@interface KestrinSeenReader : NSObject KESTRIN_PARTS(KestrinSeenReader)
+@interface KestrinSeenReader : NSObject
+KESTRIN_PARTS(KestrinSeenReader)
 - (instancetype)init KESTRIN_UNAVAILABLE;
 /// As it came from the air.
 @property(nonatomic, readonly) NSString* name;
@@ -90,15 +93,18 @@ KESTRIN_CLASS
 
 /// What a reader is to hold, and how.
 KESTRIN_CLASS
-@interface KestrinReaderOptions : NSObject KESTRIN_PARTS(KestrinReaderOptions)
-/// The reader that is meant: its identifier, its whole name, or a part of its name; every reader when empty.
+@interface KestrinReaderOptions : NSObject
+KESTRIN_PARTS(KestrinReaderOptions)
+/// The reader that is meant: its identifier, its whole name, or a part of its name; every reader
+/// when empty.
 @property(nonatomic, copy) NSString* reader;
-/// How many seconds the search may take until `onTrouble` is called; absent: as long as it takes. 30 at first.
+/// How many seconds the search may take until `onTrouble` is called; absent: as long as it takes.
+/// 30 at first.
 @property(nonatomic, copy, nullable) NSNumber* findLimit;
 /// The same for each time from a connection request until the reader is plugged in.
 @property(nonatomic, copy, nullable) NSNumber* plugInLimit;
-/// Whether the first of several readers that are meant alike is taken. NO at first: none is, and `onTrouble` is
-/// called.
+/// Whether the first of several readers that are meant alike is taken. NO at first: none is, and
+/// `onTrouble` is called.
 @property(nonatomic) BOOL takesFirst;
 /// Whether the reader is connected to again after a loss, without end. YES at first.
 @property(nonatomic) BOOL reconnects;
@@ -108,7 +114,8 @@ KESTRIN_CLASS
 
 /// A reader. Set the handlers right after making it: they are called from the next turn on.
 KESTRIN_CLASS
-@interface KestrinReader : NSObject KESTRIN_PARTS(KestrinReader)
+@interface KestrinReader : NSObject
+KESTRIN_PARTS(KestrinReader)
 - (instancetype)init KESTRIN_UNAVAILABLE;
 /// A reader that begins to search at once.
 - (nullable instancetype)initWithOptions:(KestrinReaderOptions*)options
@@ -142,21 +149,22 @@ KESTRIN_CLASS
 
 /// Takes one of the seen readers in the next turn. NO when none of that identifier can be taken.
 - (BOOL)chooseIdentifier:(NSString*)identifier NS_SWIFT_NAME(choose(identifier:));
-/// Sends a frame without blocking. The block is called when the last slice was handed to the system, or with an
-/// error.
+/// Sends a frame without blocking. The block is called when the last slice was handed to the
+/// system, or with an error.
 - (void)sendFrame:(NSData*)frame
        completion:(nullable void (^)(NSError* _Nullable error))completion
     NS_SWIFT_NAME(send(_:completion:));
-/// Sends a whole frame; the block is called with the next frame of the same code, or with an error when none has
-/// come within so many seconds. Returns what `forgetExchange:` takes.
+/// Sends a whole frame; the block is called with the next frame of the same code, or with an error
+/// when none has come within so many seconds. Returns what `forgetExchange:` takes.
 - (uint64_t)exchangeFrame:(NSData*)frame
                     limit:(NSTimeInterval)limit
-               completion:(void (^)(KestrinFrame* _Nullable answer, NSError* _Nullable error))completion
+               completion:
+                   (void (^)(KestrinFrame* _Nullable answer, NSError* _Nullable error))completion
     NS_SWIFT_NAME(exchange(_:limit:completion:));
 /// Waits for an answer no longer; its block is not called.
 - (void)forgetExchange:(uint64_t)exchange NS_SWIFT_NAME(forget(exchange:));
-/// Gives the link up until `comeBack`; the block is called once it is down. Entering the background does the
-/// same.
+/// Gives the link up until `comeBack`; the block is called once it is down. Entering the background
+/// does the same.
 - (void)leaveWithCompletion:(nullable void (^)(void))completion;
 /// Searches or connects again, in the next turn.
 - (void)comeBack;

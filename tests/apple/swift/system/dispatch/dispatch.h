@@ -3,4 +3,4 @@
 #import <objc/NSObject.h>
 @protocol OS_dispatch_queue <NSObject>
 @end
-typedef NSObject<OS_dispatch_queue> *dispatch_queue_t;
+typedef NSObject<OS_dispatch_queue>* dispatch_queue_t;

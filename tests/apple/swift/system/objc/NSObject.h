@@ -1,5 +1,5 @@
-// The root class and the plain types, in this project's own words: what a compiler for another system needs
-// to read headers for Objective-C.
+// The root class and the plain types, in this project's own words: what a compiler for another
+// system needs to read headers for Objective-C.
 #pragma once
 #include <stdint.h>
 
@@ -15,7 +15,8 @@ typedef unsigned long NSUInteger;
 @property(readonly) NSUInteger hash;
 - (BOOL)respondsToSelector:(SEL)aSelector;
 @end
-__attribute__((objc_root_class)) @interface NSObject <NSObject>
+__attribute__((objc_root_class))
+@interface NSObject<NSObject>
 + (instancetype)alloc;
 - (instancetype)init __attribute__((objc_designated_initializer));
 @end
