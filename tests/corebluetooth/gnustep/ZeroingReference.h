@@ -1,7 +1,8 @@
-// A weak reference for a runtime that has none: a table of all of them, looked through whenever an object ends.
+// A weak reference for a runtime that has none: a table of all of them, looked through whenever an
+// object ends.
 //
-// Threads: any, but not safe against an object that ends on another thread meanwhile. Lifetime: keeps nothing;
-// what `get` returns is autoreleased. Errors: none.
+// Threads: any, but not safe against an object that ends on another thread meanwhile. Lifetime:
+// keeps nothing; what `get` returns is autoreleased. Errors: none.
 #pragma once
 
 #include <mutex>

@@ -1,5 +1,6 @@
-// What this project uses of libdispatch: a source that reads, on the main queue. As there, what is on the main
-// queue runs in all common modes of the main run loop, one at a time, and not from inside another.
+// What this project uses of libdispatch: a source that reads, on the main queue. As there, what is
+// on the main queue runs in all common modes of the main run loop, one at a time, and not from
+// inside another.
 #pragma once
 #import <Foundation/Foundation.h>
 
