@@ -20,6 +20,10 @@
 /// application learns about the link through `RcpReceiver::plugChangedStatus`.
 #pragma once
 
+#ifndef __cplusplus
+#error "This header is for C++. In Objective-C: #import <KestrinBLESDK/KestrinBLESDK.h>"
+#endif
+
 #include <array>
 #include <cstdint>
 #include <list>

@@ -78,7 +78,7 @@ foreach(component IN ITEMS simulated bluez c)
     kestrin_install_pc(kestrinblesdk-${component})
     get_target_property(folder KestrinBLESDK_${component} SOURCE_DIR)
     install(DIRECTORY ${folder}/include/
-      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
   endif()
 endforeach()
 

@@ -52,7 +52,10 @@ function(kestrin_harden target)
   endif()
   target_compile_options(${target} PRIVATE -fstack-protector-strong
     "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
-  target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)
+  # Apple's linkers have no such options.
+  if(NOT APPLE)
+    target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)
+  endif()
 endfunction()
 
 # A program says by itself what ThreadSanitizer is not to report in it.
@@ -75,8 +78,8 @@ function(kestrin_add_library name)
   kestrin_configure(${name})
   kestrin_harden(${name})
   target_link_libraries(${name} PUBLIC ${arg_LINK_PUBLIC} PRIVATE ${arg_LINK_PRIVATE})
-  if(NOT KESTRIN_SANITIZE)
-    # A library that forgets to name what it needs must not build.
+  if(NOT KESTRIN_SANITIZE AND NOT APPLE)
+    # A library that forgets to name what it needs must not build. Apple's linkers always refuse it.
     target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,--as-needed)
   endif()
   # What is promised of C++ is sources: programs are compiled again for each minor version, and those of

@@ -35,14 +35,30 @@ Readiness readinessOf(short events) {
   return found;
 }
 
-timespec timespecOf(Time limit) {
-  // A longer wait is made in parts, by whoever finds that nothing was ready.
-  static constexpr Time kLongest = std::chrono::hours(24);
-  const Time clipped = std::clamp(limit, Time::zero(), kLongest);
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(clipped);
-  return {.tv_sec = static_cast<time_t>(seconds.count()),
-          .tv_nsec = static_cast<long>((clipped - seconds).count())};
+// A longer wait is made in parts, by whoever finds that nothing was ready.
+constexpr Time kLongest = std::chrono::hours(24);
+
+#if defined(__APPLE__) || defined(KESTRIN_WITHOUT_PPOLL)
+/// What these systems have counts in milliseconds: a timer comes late by up to one, never early.
+int waitForAny(std::vector<pollfd>& polled, std::optional<Time> limit) {
+  int wait = -1;
+  if (limit) {
+    const Time clipped = std::clamp(*limit, Time::zero(), kLongest);
+    wait = static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(clipped).count());
+  }
+  return ::poll(polled.data(), static_cast<nfds_t>(polled.size()), wait);
 }
+#else
+/// Not `poll`, which counts in milliseconds: a timer would come late by up to one.
+int waitForAny(std::vector<pollfd>& polled, std::optional<Time> limit) {
+  const Time clipped = std::clamp(limit.value_or(Time::zero()), Time::zero(), kLongest);
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(clipped);
+  const timespec wait{.tv_sec = static_cast<time_t>(seconds.count()),
+                      .tv_nsec = static_cast<long>((clipped - seconds).count())};
+  return ::ppoll(polled.data(), static_cast<nfds_t>(polled.size()), limit ? &wait : nullptr,
+                 nullptr);
+}
+#endif
 
 }  // namespace
 
@@ -56,13 +72,8 @@ void Look::addWaker(int descriptor) {
 }
 
 bool Look::take(std::optional<Time> limit) {
-  // Not `poll`, which counts in milliseconds: a timer would come late by up to one. An interrupted
-  // wait is a short one: nothing was found.
-  const timespec wait = timespecOf(limit.value_or(Time::zero()));
-  if (::ppoll(polled_.data(), static_cast<nfds_t>(polled_.size()), limit ? &wait : nullptr,
-              nullptr) >= 0) {
-    return true;
-  }
+  if (waitForAny(polled_, limit) >= 0) return true;
+  // An interrupted wait is a short one: nothing was found.
   return errno == EINTR;
 }
 

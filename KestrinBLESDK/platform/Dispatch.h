@@ -23,14 +23,21 @@ namespace kestrin {
 using dispatch_once_t = std::once_flag;
 
 /// `dispatch_once` Runs `work` the first time it is called with `token`; concurrent callers wait
-/// until it is done.
+/// until it is done. Apple's headers make a macro of the name: a file that calls this and includes
+/// them includes them first.
 template <class Work>
 void dispatch_once(dispatch_once_t& token, Work&& work) {
   std::call_once(token, std::forward<Work>(work));
 }
 
-/// The priority of the queue that frames are delivered on.
+#ifdef DISPATCH_QUEUE_PRIORITY_HIGH
+// Apple's headers make a macro of it, with the same value.
+static_assert(DISPATCH_QUEUE_PRIORITY_HIGH == 2);
+#else
+/// The priority of the queue that frames are delivered on. Write it without `kestrin::` in front:
+/// where Apple's headers are included as well, the name is their macro.
 inline constexpr long DISPATCH_QUEUE_PRIORITY_HIGH = 2;
+#endif
 
 /// A global queue, by its priority.
 struct dispatch_queue_t {

@@ -1,7 +1,8 @@
 // The lines of a recording: JSON, written without a JSON library.
+#include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -107,14 +108,15 @@ std::string microsecondsText(Time time) {
   return std::to_string(count / 1000000) + '.' + std::string(6 - fraction.size(), '0') + fraction;
 }
 
-/// As few digits as tell the number from others, one behind the point at least.
+/// As few digits as the time has, one behind the point at least. Not with `std::to_chars`, which
+/// takes a `double` from iOS 16.5 on.
 std::string secondsText(Time time) {
-  std::array<char, 32> digits{};
-  const double seconds = std::chrono::duration<double>(time).count();
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), seconds).ptr;
-  std::string text(digits.data(), end);
-  if (text.find_first_of(".e") == std::string::npos) text += ".0";
-  return text;
+  static constexpr std::size_t kPlaces = 9;
+  const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+  std::string fraction = std::to_string((time - whole).count());
+  fraction.insert(0, kPlaces - fraction.size(), '0');
+  fraction.erase(std::max<std::size_t>(fraction.find_last_not_of('0') + 1, 1));
+  return std::to_string(whole.count()) + '.' + fraction;
 }
 
 }  // namespace

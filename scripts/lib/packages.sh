@@ -105,7 +105,18 @@ qt_packages=(qt6-base-dev)
 lint_packages=(clang-format clang-tidy)
 # What the benches need: those in the process, and the other clients on the real stack.
 bench_packages=(libbenchmark-dev qt6-connectivity-dev python3-bleak)
+# What the build with the preset apple-standin needs: clang, GNUstep's Foundation and the headers of gcc's
+# Objective-C runtime, which carry the version of the release's gcc in their package's name.
+case $(this_release) in
+  trixie) standin_packages=(clang libgnustep-base-dev libobjc-14-dev libblocksruntime-dev) ;;
+  *) standin_packages=(clang libgnustep-base-dev libobjc-12-dev libblocksruntime-dev) ;;
+esac
 # What scripts/abi needs.
 abi_packages=(abigail-tools)
 # What scripts/docs needs.
 docs_packages=(doxygen python3)
+# What scripts/apple needs besides npm, and what the preset libcxx needs.
+apple_packages=(clang-19 lld-19 llvm-19 libc++-19-dev cmake ninja-build binutils)
+libcxx_packages=(clang-19 libc++-19-dev libc++abi-19-dev googletest)
+# What scripts/swift needs, in a root of Debian 13.
+swift_packages=(swiftlang g++ libc6-dev git ca-certificates)

@@ -26,14 +26,14 @@ TEST(SharedInstance, IsOneObjectForManyThreadsThatCallFirstAtOnce) {
   constexpr std::size_t kThreads = 16;
   std::vector<std::shared_ptr<KestrinBleMgr>> seen(kThreads);
   std::barrier start(kThreads);
-  std::vector<std::jthread> threads;
+  std::vector<std::thread> threads;
   for (std::size_t i = 0; i < kThreads; ++i) {
     threads.emplace_back([&, i] {
       start.arrive_and_wait();
       seen[i] = KestrinBleMgr::sharedInstance();
     });
   }
-  threads.clear();
+  for (std::thread& thread : threads) thread.join();
   ASSERT_NE(seen.front(), nullptr);
   for (const auto& manager : seen) EXPECT_EQ(manager, seen.front());
 }

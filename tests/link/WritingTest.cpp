@@ -310,7 +310,7 @@ TEST_F(Writing, RunsWhollyOnTheThreadThatAsksForIt) {
   platform.onRequest = [&](const std::string&) { ranOn.push_back(std::this_thread::get_id()); };
   platform.onLog = platform.onRequest;
   bool sent = false;
-  std::jthread sender([&] { sent = manager->send(counting(21)); });
+  std::thread sender([&] { sent = manager->send(counting(21)); });
   const std::vector<std::thread::id> expected(6, sender.get_id());
   sender.join();
   EXPECT_TRUE(sent);

@@ -1,0 +1,3 @@
+/// The library for Objective-C and Swift.
+#import <KestrinBLESDK/KestrinManager.h>
+#import <KestrinBLESDK/KestrinReader.h>

@@ -1,0 +1,4 @@
+// What the declarations of Foundation need of the runtime, in this project's own words.
+#pragma once
+#import <objc/NSObject.h>
+struct __objcFastEnumerationState;
