@@ -115,7 +115,11 @@ void Promise::checkRefused(const ConsumerProcess& consumer, std::vector<std::str
   std::set<Key> lost;
   for (const Gap& gap : consumer.gaps) {
     for (RecordNumber each = gap.from; each <= gap.to; ++each) {
-      if (!taken_.contains({gap.log, each})) lost.emplace(gap.log, each);
+      // What a power cut has lost had numbers that are given again.
+      const auto [first, last] = taken_.equal_range({gap.log, each});
+      const bool isTaken =
+          std::any_of(first, last, [](const auto& taken) { return !taken.second.mayBeLost; });
+      if (!isTaken) lost.emplace(gap.log, each);
     }
   }
   const std::uint64_t reported = lost.size();
