@@ -423,9 +423,11 @@ struct Log::Inside {
       isStuck = failed && failed->number == ENOSPC;
       if (failed) return workThatFailed(std::move(*failed));
     }
-    std::optional<FileError> failed;
-    if (refused || !owed.empty()) failed = write(nullptr);
-    if (auto other = settle(); other && !failed) failed = std::move(other);
+    // On a full disk this makes the room for what comes next.
+    auto failed = settle();
+    if (refused || !owed.empty()) {
+      if (auto other = write(nullptr); other && !failed) failed = std::move(other);
+    }
     // A checkpoint may have failed to sync meanwhile.
     if (mustReopen) return workThatFailed(cannotSync());
     if (!failed) reserve.restore();
