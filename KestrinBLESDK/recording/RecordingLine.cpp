@@ -112,7 +112,8 @@ std::string microsecondsText(Time time) {
 /// takes a `double` from iOS 16.5 on.
 std::string secondsText(Time time) {
   static constexpr std::size_t kPlaces = 9;
-  const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+  if (time < Time::zero()) return '-' + secondsText(-time);
+  const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time);
   std::string fraction = std::to_string((time - whole).count());
   fraction.insert(0, kPlaces - fraction.size(), '0');
   fraction.erase(std::max<std::size_t>(fraction.find_last_not_of('0') + 1, 1));

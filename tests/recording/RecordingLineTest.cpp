@@ -61,6 +61,7 @@ TEST(RecordingLine, SecondsHaveTheDigitsThatTheyNeed) {
   };
   EXPECT_EQ(secondsIn(std::chrono::milliseconds(50)), "\"seconds\":0.05}");
   EXPECT_EQ(secondsIn(std::chrono::seconds(2)), "\"seconds\":2.0}");
+  EXPECT_EQ(secondsIn(std::chrono::milliseconds(-500)), "\"seconds\":-0.5}");
   EXPECT_EQ(secondsIn(Time::zero()), "\"seconds\":0.0}");
   EXPECT_EQ(secondsIn(Time(1)), "\"seconds\":0.000000001}");
   EXPECT_EQ(secondsIn(std::chrono::hours(24) - Time(1)), "\"seconds\":86399.999999999}");
