@@ -75,6 +75,17 @@ TEST_F(PosixFiles, AppendingGoesOnWhereAFileWasCut) {
   EXPECT_EQ(content(*written, 0, 10), (Bytes{1, 9}));
 }
 
+TEST_F(PosixFiles, AFileBeyondTwoGibibytesIsOpenedAndReadAtItsEnd) {
+  constexpr std::uint64_t kThreeGibibytes = 3ULL << 30U;
+  const auto made = file("a", true);
+  ASSERT_FALSE(made->truncate(kThreeGibibytes));  // A hole, which takes no room.
+  ASSERT_FALSE(made->append(Bytes{7, 8}));
+  const auto again = file("a", false);
+  ASSERT_TRUE(again) << error_.text;
+  EXPECT_EQ(again->size(), kThreeGibibytes + 2);
+  EXPECT_EQ(content(*again, kThreeGibibytes, 10), (Bytes{7, 8}));
+}
+
 TEST_F(PosixFiles, CreatingWhatIsThereFailsAndKeepsIt) {
   ASSERT_FALSE(file("a", true)->append(Bytes{7}));
   EXPECT_FALSE(file("a", true));
