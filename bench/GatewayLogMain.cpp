@@ -6,14 +6,15 @@
 // Usage: kestrin_bench_gateway_log [FOLDER [GROUPS [MEGABYTES]]]   (the temporary folder, 300, 64)
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,9 +30,7 @@ constexpr std::size_t kGroup = 10;
 constexpr std::size_t kTurns = 9;
 
 void require(bool holds, const std::string& claim) {
-  if (holds) return;
-  std::fprintf(stderr, "kestrin_bench_gateway_log: %s\n", claim.c_str());
-  std::exit(1);
+  if (!holds) throw std::runtime_error(claim);
 }
 
 double secondsSince(Clock::time_point start) {
@@ -241,11 +240,7 @@ void measureOpening(const std::string& folder, std::uint64_t megabytes) {
   measureOpenings(path, budget, true, "opening-seconds", "opening-over-reading");
 }
 
-}  // namespace
-}  // namespace kestrin::bench
-
-int main(int argumentCount, char** arguments) {
-  using namespace kestrin::bench;
+void measure(int argumentCount, char** arguments) {
   const auto number = [&](int place, std::size_t otherwise) {
     return argumentCount > place ? std::strtoul(arguments[place], nullptr, 10) : otherwise;
   };
@@ -257,5 +252,17 @@ int main(int argumentCount, char** arguments) {
   measureGroups(pattern, number(2, 300));
   measureOpening(pattern, number(3, 64));
   std::filesystem::remove_all(pattern);
-  return 0;
+}
+
+}  // namespace
+}  // namespace kestrin::bench
+
+int main(int argumentCount, char** arguments) {
+  try {
+    kestrin::bench::measure(argumentCount, arguments);
+    return 0;
+  } catch (const std::exception& failed) {
+    std::fprintf(stderr, "kestrin_bench_gateway_log: %s\n", failed.what());
+    return 1;
+  }
 }

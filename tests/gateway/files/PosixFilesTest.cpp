@@ -20,12 +20,14 @@ using Bytes = std::vector<std::uint8_t>;
 using testing::HasSubstr;
 
 class PosixFiles : public testing::Test {
+ public:
+  ~PosixFiles() override { std::filesystem::remove_all(folder_); }
+
  protected:
   PosixFiles() {
     std::string pattern = testing::TempDir() + "kestrin-files-XXXXXX";
     folder_ = ::mkdtemp(pattern.data());
   }
-  ~PosixFiles() override { std::filesystem::remove_all(folder_); }
 
   std::shared_ptr<LogFile> file(const std::string& name, bool create) {
     return files_->open(folder_ + "/" + name, create, error_);

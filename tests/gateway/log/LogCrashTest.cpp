@@ -20,7 +20,6 @@
 namespace kestrin::gateway {
 namespace {
 
-using test::DiskFaults;
 using test::ModelFiles;
 
 // Histories that fill the budget are long, and each of their cuts costs as much as fifty others.

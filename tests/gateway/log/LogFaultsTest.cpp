@@ -12,11 +12,8 @@
 namespace kestrin::gateway {
 namespace {
 
-using test::DiskFaults;
 using test::ModelFiles;
-using testing::Each;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 class GatewayLogFaults : public testing::Test {
  protected:

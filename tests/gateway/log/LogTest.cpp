@@ -3,9 +3,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -33,15 +33,17 @@ Record frame(std::size_t length = 20, std::uint8_t byte = 0xBB) {
 }
 
 class GatewayLog : public testing::Test {
+ public:
+  ~GatewayLog() override {
+    log_.reset();
+    std::filesystem::remove_all(options_.folder);
+  }
+
  protected:
   GatewayLog() {
     std::string pattern = testing::TempDir() + "kestrin-log-XXXXXX";
     options_.folder = ::mkdtemp(pattern.data());
     options_.budget = 4U << 20U;
-  }
-  ~GatewayLog() override {
-    log_.reset();
-    std::filesystem::remove_all(options_.folder);
   }
 
   void open() {

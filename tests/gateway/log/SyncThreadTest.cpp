@@ -3,10 +3,10 @@
 #include "tools/gateway/log/SyncThread.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -17,6 +17,12 @@ namespace kestrin::gateway {
 namespace {
 
 class GatewaySyncThread : public testing::Test {
+ public:
+  ~GatewaySyncThread() override {
+    log_.reset();
+    std::filesystem::remove_all(folder_);
+  }
+
  protected:
   GatewaySyncThread() {
     std::string pattern = testing::TempDir() + "kestrin-sync-XXXXXX";
@@ -26,10 +32,6 @@ class GatewaySyncThread : public testing::Test {
     std::string error;
     log_ = Log::open(systemFiles(), options, error);
     EXPECT_TRUE(log_) << error;
-  }
-  ~GatewaySyncThread() override {
-    log_.reset();
-    std::filesystem::remove_all(folder_);
   }
 
   void append() {

@@ -64,11 +64,11 @@ ModelContent ModelContent::afterCut(std::mt19937_64& random) const {
 
 /// The first changes, and a part of the next one.
 void ModelContent::applyFirst(Bytes& bytes, std::mt19937_64& random) const {
-  const std::size_t whole = random() % (unsynced_.size() + 1);
+  const auto whole = static_cast<std::size_t>(random() % (unsynced_.size() + 1));
   for (std::size_t i = 0; i < whole; ++i) apply(bytes, unsynced_[i]);
   if (whole == unsynced_.size() || unsynced_[whole].bytes.empty()) return;
   Change part = unsynced_[whole];
-  part.bytes.resize(random() % part.bytes.size() + 1);
+  part.bytes.resize(static_cast<std::size_t>(random() % part.bytes.size()) + 1);
   apply(bytes, part);
 }
 

@@ -118,7 +118,9 @@ std::optional<FileError> ModelFiles::File::write(std::uint64_t offset,
   if (bytes.empty()) return std::nullopt;
   if (disk_.chance(disk_.faults.write)) return failure(EIO, "write " + path_);
   const std::size_t all = bytes.size();
-  if (disk_.chance(disk_.faults.shortWrite)) bytes = bytes.first(disk_.random_() % bytes.size());
+  if (disk_.chance(disk_.faults.shortWrite)) {
+    bytes = bytes.first(static_cast<std::size_t>(disk_.random_() % bytes.size()));
+  }
   const std::uint64_t end = size();
   if (disk_.full && offset + bytes.size() > end) {
     const std::uint64_t more = offset + bytes.size() - end;
@@ -126,7 +128,8 @@ std::optional<FileError> ModelFiles::File::write(std::uint64_t offset,
     if (more <= disk_.freed_) {
       disk_.freed_ -= more;
     } else {
-      bytes = bytes.first(there + disk_.random_() % (bytes.size() - there));
+      bytes =
+          bytes.first(there + static_cast<std::size_t>(disk_.random_() % (bytes.size() - there)));
     }
   }
   if (!bytes.empty()) {
@@ -192,7 +195,7 @@ std::shared_ptr<ModelFiles> ModelFiles::afterCut(std::uint64_t seed) const {
   Copying copying;
   // Each change of a name by itself, or the first ones.
   const bool inOrder = disk->random_() % 2 == 0;
-  const std::size_t first = disk->random_() % (unsyncedNames_.size() + 1);
+  const auto first = static_cast<std::size_t>(disk->random_() % (unsyncedNames_.size() + 1));
   for (std::size_t i = 0; i < unsyncedNames_.size(); ++i) {
     if (inOrder ? i < first : disk->random_() % 2 == 0) copying.change(unsyncedNames_[i]);
   }

@@ -169,7 +169,7 @@ struct Log::Inside {
 
   /// An earlier process may have seen its sync fail, or may not have come to it.
   std::optional<FileError> makeCertain() {
-    const auto failed = database.checkpoint();
+    auto failed = database.checkpoint();
     changed = false;
     // A full disk takes nothing more, but what is in the write-ahead log can be synced there.
     if (failed && failed->number != ENOSPC && failed->number != EBUSY) {

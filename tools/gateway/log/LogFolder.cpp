@@ -198,7 +198,9 @@ class Opening {
       std::vector<std::string> leftovers;
       if (auto failed = files_.list(made, leftovers)) return failed;
       for (const std::string& name : leftovers) {
-        if (auto failed = files_.remove(made + "/" + name)) return failed;
+        std::string leftover = made;
+        leftover.append("/").append(name);
+        if (auto failed = files_.remove(leftover)) return failed;
       }
     }
     const std::string path = folder_.making() + "/" + kDatabaseName;

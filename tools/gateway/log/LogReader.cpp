@@ -91,8 +91,11 @@ struct LogReader::Inside {
       for (std::size_t i = 0; i < kReadAtOnce && step != Step::end && step != Step::failed; ++i) {
         Record record;
         step = table.next(record);
-        if (step == Step::record) take(std::move(record));
-        if (step == Step::unreadable) number = std::max(number, record.number + 1);
+        if (step == Step::record) {
+          take(std::move(record));
+        } else if (step == Step::unreadable) {
+          number = std::max(number, record.number + 1);
+        }
       }
       table.rest();
       if (step == Step::failed) passDamage();
