@@ -20,6 +20,7 @@ RandomSource always(double value) {
 TEST(ReconnectPause, DoublesFromHalfASecondToAMinute) {
   ReconnectPause pause({}, always(0.5));
   std::vector<double> found;
+  found.reserve(9);
   for (int i = 0; i < 9; ++i)
     found.push_back(std::chrono::duration<double>(pause.after({})).count());
   EXPECT_EQ(found, (std::vector<double>{0.5, 1, 2, 4, 8, 16, 32, 60, 60}));

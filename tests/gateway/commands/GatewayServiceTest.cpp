@@ -1,8 +1,8 @@
 // The built program in service: gateway and consumer against a real broker.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <algorithm>
+#include <csignal>
 #include <memory>
 #include <set>
 #include <sstream>

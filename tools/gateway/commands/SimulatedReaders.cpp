@@ -64,7 +64,8 @@ std::optional<std::vector<SimulatedReaderPlan>> simulatedReadersOf(std::string_v
     std::string why;
     const auto plan = planOf(line, why);
     if (!plan) {
-      error = file + ":" + std::to_string(number) + ": " + why;
+      error = file;
+      error.append(":").append(std::to_string(number)).append(": ").append(why);
       return std::nullopt;
     }
     plans.push_back(*plan);
@@ -74,9 +75,10 @@ std::optional<std::vector<SimulatedReaderPlan>> simulatedReadersOf(std::string_v
   return std::nullopt;
 }
 
-SimulatedReaders::SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::SimulatedRadio& radio,
+SimulatedReaders::SimulatedReaders(const std::weak_ptr<RunLoop>& loop,
+                                   simulated::SimulatedRadio& radio,
                                    const std::vector<SimulatedReaderPlan>& plans, std::uint32_t run,
-                                   Sent sent) {
+                                   const Sent& sent) {
   for (const SimulatedReaderPlan& plan : plans) {
     const auto reader = std::make_shared<Reader>();
     reader->plan = plan;
@@ -94,7 +96,7 @@ SimulatedReaders::SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::Simul
 simulated::ReaderScript SimulatedReaders::answersOf(const Reader& reader) {
   return [name = reader.plan.name, family = reader.family, sent = reader.sent,
           answers = simulated::defaultReaderScript()](const NSData& command) {
-    const std::vector<NSData> frames = answers(command);
+    std::vector<NSData> frames = answers(command);
     if (!sent) return frames;
     for (const NSData& frame : frames) {
       const bool whole = family == ReaderFamily::standard;

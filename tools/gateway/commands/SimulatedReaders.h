@@ -41,8 +41,9 @@ class SimulatedReaders {
   using Sent = std::function<void(const std::string& name, const NSData& bytes)>;
 
   /// `run` is in everything that is sent, so that no run sends what another one has sent.
-  SimulatedReaders(std::weak_ptr<RunLoop> loop, simulated::SimulatedRadio& radio,
-                   const std::vector<SimulatedReaderPlan>& plans, std::uint32_t run, Sent sent);
+  SimulatedReaders(const std::weak_ptr<RunLoop>& loop, simulated::SimulatedRadio& radio,
+                   const std::vector<SimulatedReaderPlan>& plans, std::uint32_t run,
+                   const Sent& sent);
 
  private:
   struct Reader {

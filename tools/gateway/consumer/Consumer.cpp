@@ -84,12 +84,12 @@ std::map<LogIdentity, RecordNumber> Consumer::saved() const {
   return saved;
 }
 
-void Consumer::restore(std::map<LogIdentity, RecordNumber> saved) {
+void Consumer::restore(const std::map<LogIdentity, RecordNumber>& saved) {
   logs_.clear();
   current_.reset();
   stated_ = false;
   for (const auto& [log, next] : saved) {
-    logs_.emplace(log, Known{Stream(log, limits_.waiting, next), 0});
+    logs_.emplace(log, Known{Stream(log, limits_.waiting, next)});
   }
 }
 
@@ -97,7 +97,7 @@ Consumer::Known& Consumer::known(const LogIdentity& log) {
   auto found = logs_.find(log);
   if (found == logs_.end()) {
     makeRoom();
-    found = logs_.emplace(log, Known{Stream(log, limits_.waiting, std::nullopt), 0}).first;
+    found = logs_.emplace(log, Known{Stream(log, limits_.waiting, std::nullopt)}).first;
   }
   found->second.used = ++uses_;
   return found->second;

@@ -60,12 +60,12 @@ class Consumer {
   [[nodiscard]] std::uint64_t lost() const { return lost_; }
   /// The next number of each log, to be kept with what was taken.
   [[nodiscard]] std::map<LogIdentity, RecordNumber> saved() const;
-  void restore(std::map<LogIdentity, RecordNumber> saved);
+  void restore(const std::map<LogIdentity, RecordNumber>& saved);
 
  private:
   struct Known {
     Stream stream;
-    std::uint64_t used;  // Counts up with each use of any log.
+    std::uint64_t used = 0;  // Counts up with each use of any log.
   };
 
   Known& known(const LogIdentity& log);
