@@ -68,8 +68,8 @@ class WatchedBroker final : public gateway::Broker {
     };
     inner_->start(std::move(filters), std::move(will), std::move(handlers));
   }
-  std::optional<gateway::PublishId> publish(const gateway::Message& message) override {
-    return inner_->publish(message);
+  std::optional<gateway::PublishId> publish(gateway::Message message) override {
+    return inner_->publish(std::move(message));
   }
   void stop(double limitSeconds, std::function<void()> done) override {
     inner_->stop(limitSeconds, std::move(done));

@@ -25,10 +25,14 @@ std::vector<LinkEvent> acknowledgements(std::size_t count) {
 TEST(MosquittoMailbox, WakesTheThreadOnceHoweverMuchIsHanded) {
   const auto mailbox = MosquittoMailbox::create([] {});
   mailbox->hand({1, {}});
+  mailbox->wake();
   EXPECT_FALSE(isReadable(*mailbox)) << "the thread does not wait, so it looks by itself";
   EXPECT_EQ(mailbox->takeOrders().messages.size(), 1U);
   mailbox->hand({2, {}});
   mailbox->hand({3, {}});
+  EXPECT_FALSE(isReadable(*mailbox)) << "more may come";
+  mailbox->wake();
+  mailbox->wake();
   EXPECT_TRUE(isReadable(*mailbox));
   mailbox->awake();
   EXPECT_FALSE(isReadable(*mailbox));
@@ -107,7 +111,10 @@ TEST(MosquittoMailbox, NothingIsLostBetweenTwoThreads) {
   });
   std::vector<PublishId> back;
   for (PublishId next = 1; back.size() < kCount;) {
-    if (next <= kCount) mailbox->hand({next++, {}});
+    if (next <= kCount) {
+      mailbox->hand({next++, {}});
+      mailbox->wake();
+    }
     for (const LinkEvent& event : mailbox->take()) {
       back.push_back(std::get<LinkAcknowledged>(event).id);
     }

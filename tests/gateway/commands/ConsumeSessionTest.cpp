@@ -25,7 +25,7 @@ class StandInBroker final : public Broker {
     EXPECT_FALSE(will);
     handlers = std::move(given);
   }
-  std::optional<PublishId> publish(const Message& message) override {
+  std::optional<PublishId> publish(Message message) override {
     if (full) return std::nullopt;
     if (onPublish) onPublish(message);
     published.push_back(message);

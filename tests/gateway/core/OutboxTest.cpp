@@ -14,7 +14,7 @@ class PaperBroker final : public Broker {
  public:
   void start(std::vector<std::string> /*filters*/, std::optional<Message> /*will*/,
              BrokerHandlers /*handlers*/) override {}
-  std::optional<PublishId> publish(const Message& message) override {
+  std::optional<PublishId> publish(Message message) override {
     published.push_back(message);
     return published.size();
   }

@@ -317,6 +317,30 @@ TEST_F(GatewayLog, StaysWithinItsBudgetThoughNothingIsSynced) {
   EXPECT_THAT(log_->takeFindings(), testing::Contains(HasSubstr("made room for new records")));
 }
 
+TEST_F(GatewayLog, TheWriteAheadLogIsFilledFromItsBeginningAgainOnceASyncHasEmptiedIt) {
+  open();
+  constexpr std::uintmax_t kLongest = (4U << 20U) / 16;
+  for (int i = 0; i < 500; ++i) {
+    for (int k = 0; k < 5; ++k) append();
+    sync();
+    ASSERT_LE(std::filesystem::file_size(database() + "-wal"), kLongest) << "after sync " << i;
+  }
+  EXPECT_THAT(records(), SizeIs(2500));
+}
+
+TEST_F(GatewayLog, ARecordIsThereForOtherProgramsAsSoonAsItIsAppended) {
+  open();
+  for (RecordNumber number = 1; number <= 20; ++number) {
+    append();
+    std::string error;
+    const auto reader = LogReader::open(systemFiles(), options_.folder, error);
+    ASSERT_TRUE(reader) << error;
+    RecordNumber last = 0;
+    for (Record record; reader->next(record);) last = record.number;
+    ASSERT_EQ(last, number);
+  }
+}
+
 TEST_F(GatewayLog, RefusesARecordThatIsTooLongAndReportsItsNumber) {
   open();
   FileError error;

@@ -60,6 +60,23 @@ TEST(Payload, ANameThatIsNotUtf8IsMendedAndItsBytesStandBeside) {
       << text;
 }
 
+TEST(Payload, WhatJsonCannotHaveAsItIsIsEscapedAndNothingElse) {
+  Record record = frameRecord();
+  record.kind = RecordKind::value;
+  record.number = std::numeric_limits<RecordNumber>::max();
+  record.reader = std::string("\b\f\n\r\t\"\\/\0\x1F\x7F", 11);
+  record.name = "Z\xC3\xBC \xF0\x9F\x98\x80";
+  record.link = std::numeric_limits<std::uint64_t>::max();
+  record.wallMs = -1;
+  record.monoMs = std::numeric_limits<std::int64_t>::min();
+  record.bytes.clear();
+  EXPECT_EQ(payloadOf(record, "\"\xFF", FrameFormat::json),
+            "{\"v\":1,\"log\":\"\\\"\xEF\xBF\xBD\",\"n\":18446744073709551615,\"kind\":\"value\","
+            "\"reader\":\"\\b\\f\\n\\r\\t\\\"\\\\/\\u0000\\u001f\x7F\","
+            "\"name\":\"Z\xC3\xBC \xF0\x9F\x98\x80\",\"link\":18446744073709551615,"
+            "\"at\":\"1969-12-31T23:59:59.999Z\",\"mono\":-9223372036854775808,\"bytes\":\"\"}");
+}
+
 TEST(Payload, StatesAreWrittenAsTheyAreWrittenDown) {
   EXPECT_EQ(textOf(GatewayState{true, "b1"}), R"({"v":1,"online":true,"boot":"b1"})");
   EXPECT_EQ(textOf(GatewayState{false, "b1"}), R"({"v":1,"online":false,"boot":"b1"})");

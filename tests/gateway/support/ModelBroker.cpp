@@ -107,7 +107,7 @@ class ModelClient final : public Broker {
     attemptIn(std::chrono::milliseconds(1));
   }
 
-  std::optional<PublishId> publish(const Message& message) override {
+  std::optional<PublishId> publish(Message message) override {
     if (!isUp_ || waiting_.size() >= core_->options.receiveMaximum) return std::nullopt;
     const PublishId id = ++ids_;
     waiting_.insert(id);

@@ -61,7 +61,7 @@ class Broker {
                      BrokerHandlers handlers) = 0;
   /// Absent when there is no connection or the window is full. QoS 1; a message with QoS 0 is
   /// acknowledged when it was handed to the system, and counts for the window until then.
-  virtual std::optional<PublishId> publish(const Message& message) = 0;
+  virtual std::optional<PublishId> publish(Message message) = 0;
   /// Says farewell once everything handed over is acknowledged or `limit` has passed; then calls
   /// `done`.
   virtual void stop(double limitSeconds, std::function<void()> done) = 0;

@@ -30,7 +30,7 @@ class MosquittoBroker::Inside : public std::enable_shared_from_this<Inside> {
 
   void start(std::vector<std::string> filters, std::optional<Message> will,
              BrokerHandlers handlers);
-  std::optional<PublishId> publish(const Message& message);
+  std::optional<PublishId> publish(Message message);
   void stop(Time limit, std::function<void()> done);
   void reload();
   void drop();
@@ -54,6 +54,8 @@ class MosquittoBroker::Inside : public std::enable_shared_from_this<Inside> {
   [[nodiscard]] bool triesOlderProtocol(const LinkDown& down) const;
   void tryAgain(const LinkDown& down);
   [[nodiscard]] std::string textOf(const LinkDown& down) const;
+  /// Once for all that is handed over in a turn of the loop: a wake costs more than a message.
+  void wakeSoon();
   void sayFarewellIfDone();
   void stopLimitHasPassed();
   void finish();
@@ -80,7 +82,8 @@ class MosquittoBroker::Inside : public std::enable_shared_from_this<Inside> {
   bool stopping_ = false;
   bool farewell_ = false;
   bool reloading_ = false;
-  bool over_ = false;  // Dropped, or stopped to the end.
+  bool wakes_ = false;  // It is on its way.
+  bool over_ = false;   // Dropped, or stopped to the end.
 };
 
 void MosquittoBroker::Inside::arm(Timer& timer, Time delay, void (Inside::*what)()) {
@@ -232,12 +235,23 @@ void MosquittoBroker::Inside::tryAgain(const LinkDown& down) {
   arm(pauseTimer_, atOnce ? Time::zero() : pause, &Inside::attempt);
 }
 
-std::optional<PublishId> MosquittoBroker::Inside::publish(const Message& message) {
+std::optional<PublishId> MosquittoBroker::Inside::publish(Message message) {
   if (!up_ || stopping_ || reloading_ || over_) return std::nullopt;
   if (unacknowledged_ >= up_->window) return std::nullopt;
   ++unacknowledged_;
-  mailbox_->hand({++lastId_, message});
+  mailbox_->hand({++lastId_, std::move(message)});
+  wakeSoon();
   return lastId_;
+}
+
+void MosquittoBroker::Inside::wakeSoon() {
+  if (std::exchange(wakes_, true)) return;
+  loop_->post([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->wakes_ = false;
+    if (self->mailbox_) self->mailbox_->wake();
+  });
 }
 
 void MosquittoBroker::Inside::reload() {
@@ -298,8 +312,8 @@ void MosquittoBroker::start(std::vector<std::string> filters, std::optional<Mess
   inside_->start(std::move(filters), std::move(will), std::move(handlers));
 }
 
-std::optional<PublishId> MosquittoBroker::publish(const Message& message) {
-  return inside_->publish(message);
+std::optional<PublishId> MosquittoBroker::publish(Message message) {
+  return inside_->publish(std::move(message));
 }
 
 void MosquittoBroker::stop(double limitSeconds, std::function<void()> done) {

@@ -40,7 +40,7 @@ class MosquittoBroker final : public Broker {
 
   void start(std::vector<std::string> filters, std::optional<Message> will,
              BrokerHandlers handlers) override;
-  std::optional<PublishId> publish(const Message& message) override;
+  std::optional<PublishId> publish(Message message) override;
   void stop(double limitSeconds, std::function<void()> done) override;
   void reloadCertificates() override;
 

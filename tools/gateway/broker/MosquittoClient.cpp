@@ -94,7 +94,8 @@ bool MosquittoClient::prepareOptions() {
   mosquitto_publish_v5_callback_set(client_, Callbacks::published);
   mosquitto_subscribe_v5_callback_set(client_, Callbacks::subscribed);
   mosquitto_message_v5_callback_set(client_, Callbacks::arrived);
-  mosquitto_log_callback_set(client_, Callbacks::logged);
+  // Only what the library says of TLS is wanted, and it writes lines for every message.
+  if (settings_.config.tls.on) mosquitto_log_callback_set(client_, Callbacks::logged);
   return true;
 }
 
@@ -290,16 +291,26 @@ void MosquittoClient::arrived(const mosquitto_message& message, const mqtt5__pro
   events_.emplace_back(std::move(came));
 }
 
+const mqtt5__property* MosquittoClient::listFor(const Message& message,
+                                                std::optional<std::string>& error) {
+  const bool isPlain =
+      message.responseTopic.empty() && !message.correlationData && !message.expirySeconds;
+  if (isPlain && list_ && listType_ == message.contentType) return list_.get();
+  list_ = propertiesOf(message, error);
+  listType_ = isPlain ? std::optional(message.contentType) : std::nullopt;
+  return list_.get();
+}
+
 void MosquittoClient::publish(const HandedMessage& handed) {
   const Message& message = handed.message;
   std::optional<std::string> error;
-  PropertyList properties = settings_.protocol == 5 ? propertiesOf(message, error) : PropertyList();
+  const auto* const properties = settings_.protocol == 5 ? listFor(message, error) : nullptr;
   if (!error && !fits(message.payload)) error = "it is too long";
   if (!error) {
     int messageId = 0;
     const int result = mosquitto_publish_v5(
         client_, &messageId, message.topic.c_str(), static_cast<int>(message.payload.size()),
-        message.payload.data(), message.qos, message.retain, properties.get());
+        message.payload.data(), message.qos, message.retain, properties);
     if (result == MOSQ_ERR_SUCCESS) {
       inFlight_.emplace(messageId, handed.id);
       return;

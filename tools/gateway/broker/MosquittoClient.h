@@ -76,6 +76,8 @@ class MosquittoClient {
   void published(int messageId, int reason);
   void subscribed(const std::vector<int>& granted);
   void arrived(const mosquitto_message& message, const mqtt5__property* properties);
+  /// What the message brings along, good until the next call.
+  const mqtt5__property* listFor(const Message& message, std::optional<std::string>& error);
 
   const LinkSettings settings_;
   mosquitto* client_ = nullptr;
@@ -83,6 +85,8 @@ class MosquittoClient {
   std::unordered_map<int, PublishId> inFlight_;
   std::optional<LinkDown> ended_;
   std::string libraryLine_;  // The last one of trouble that the library logged.
+  PropertyList list_;        // Of the last message; most that follow bring the same along.
+  std::optional<std::string> listType_;  // Its content type; absent where there is more in it.
   BrokerUp up_{};
   bool accepted_ = false;  // By the broker.
   bool farewell_ = false;

@@ -40,6 +40,10 @@ void MosquittoMailbox::wakeLocked() {
 void MosquittoMailbox::hand(HandedMessage message) {
   const std::scoped_lock lock(mutex_);
   orders_.messages.push_back(std::move(message));
+}
+
+void MosquittoMailbox::wake() {
+  const std::scoped_lock lock(mutex_);
   wakeLocked();
 }
 

@@ -58,7 +58,9 @@ class MosquittoMailbox {
   MosquittoMailbox& operator=(const MosquittoMailbox&) = delete;
 
   // For the gateway's thread.
+  /// The thread may not see it before `wake`.
   void hand(HandedMessage message);
+  void wake();
   void sayFarewell();
   /// Asks the thread to end. False: it is held up in the system and ends by itself, later; it
   /// announces nothing any more.
@@ -66,7 +68,8 @@ class MosquittoMailbox {
   std::vector<LinkEvent> take();
 
   // For the connection's thread.
-  /// What there is to do. Afterwards the thread waits: whatever comes makes `readable` readable.
+  /// What there is to do. Afterwards the thread waits: `wake` and other orders make `readable`
+  /// readable.
   LinkOrders takeOrders();
   /// Whether the thread has been asked to end.
   [[nodiscard]] bool mustEnd() const;

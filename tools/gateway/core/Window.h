@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <utility>
 
 namespace kestrin::gateway {
 
@@ -27,9 +28,9 @@ class Window {
   [[nodiscard]] std::size_t waiting() const noexcept { return waiting_; }
 
   /// Absent when there is no room or no connection.
-  std::optional<PublishId> publish(const Message& message) {
+  std::optional<PublishId> publish(Message message) {
     if (!hasRoom()) return std::nullopt;
-    const auto id = broker_.publish(message);
+    const auto id = broker_.publish(std::move(message));
     if (id) ++waiting_;
     return id;
   }

@@ -103,6 +103,7 @@ struct Log::Inside {
 
   ~Inside() {
     if (!isReady || mustReopen || side->failed) return;
+    table.leave();
     // Everything gets into the database, where nothing but itself is needed to read it.
     const auto failed = database.checkpoint();
     if (failed && failed->number != ENOSPC && failed->number != EBUSY) doubt();
@@ -193,6 +194,7 @@ struct Log::Inside {
     log.writeAheadFile = std::max(log.writeAheadFile, log.writeAheadPages);
     // The sync thread sees to it long before; where it does not come to it, this must.
     if (log.writeAheadSize() >= 2 * log.writeAheadLimit && !log.mustReopen && !log.side->failed) {
+      log.table.leave();
       const auto failed = log.database.checkpoint();
       if (failed && failed->number != ENOSPC && failed->number != EBUSY) log.doubt();
     }
@@ -236,7 +238,13 @@ struct Log::Inside {
   std::optional<FileError> writeAlone(const Record& record) {
     Record numbered = record;
     numbered.number = facts.next;
-    if (auto failed = table.insert(numbered)) return failed;
+    if (auto failed = table.insert(numbered)) {
+      // SQLite takes an error back only when nobody reads any more.
+      table.leave();
+      return failed;
+    }
+    // What the sync thread is about to get into the database should all get there.
+    if (!inFlight || !inFlight->checkpoints) table.stay();
     took(numbered.number, recordSize(numbered));
     remember(std::move(numbered));
     return std::nullopt;
@@ -256,6 +264,7 @@ struct Log::Inside {
   }
 
   std::optional<FileError> writeWithGaps(const Record* record, bool isOver) {
+    table.leave();
     Transaction all(database);
     if (auto failed = all.begin()) return failed;
     RecordNumber number = facts.next;
@@ -377,6 +386,7 @@ struct Log::Inside {
     auto failed = settleOnce();
     // A full disk may still have room within the database and its write-ahead log.
     if (failed && failed->number == ENOSPC && reserve.release()) {
+      table.leave();
       const auto left = database.checkpoint();
       if (left && left->number != ENOSPC && left->number != EBUSY) doubt();
       failed = settleOnce();
@@ -388,6 +398,7 @@ struct Log::Inside {
     const RecordNumber to = std::min({facts.forgotten, written, first + kRemovedAtOnce - 1});
     LogFacts now = facts;
     now.next = written + 1;
+    table.leave();
     Transaction all(database);
     if (auto failed = all.begin()) return failed;
     if (to >= first) {
@@ -433,6 +444,7 @@ struct Log::Inside {
     if (!failed) reserve.restore();
     if (!changed && !failed) return nullptr;
     inFlight = newWork();
+    if (inFlight->checkpoints) table.leave();
     inFlight->stateError = std::move(failed);
     changed = false;
     return inFlight;

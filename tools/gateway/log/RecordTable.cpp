@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <limits>
+#include <utility>
 
 #include "tools/gateway/log/Crc32c.h"
 #include "tools/gateway/log/LittleEndian.h"
@@ -64,7 +66,9 @@ class Fields {
   }
   std::string text() {
     const auto bytes = take(number<std::uint16_t>());
-    return {bytes.begin(), bytes.end()};
+    std::string text(bytes.size(), '\0');
+    if (!bytes.empty()) std::memcpy(text.data(), bytes.data(), bytes.size());
+    return text;
   }
   std::vector<std::uint8_t> others() {
     const auto bytes = take(rest_.size());
@@ -190,10 +194,13 @@ std::optional<FileError> RecordTable::prepare(bool readOnly) {
   if (auto failed = database_.prepare("DELETE FROM records WHERE number <= ?", remove_)) {
     return failed;
   }
+  if (auto failed = database_.prepare("SELECT next FROM facts", stay_)) return failed;
   return database_.prepare("INSERT INTO records VALUES (?, ?)", insert_);
 }
 
 void RecordTable::finish() {
+  leave();
+  stay_ = {};
   insert_ = {};
   remove_ = {};
   select_ = {};
@@ -204,6 +211,17 @@ std::optional<FileError> RecordTable::insert(const Record& record) {
   insert_.bind(1, stored(record.number));
   insert_.bind(2, std::span<const std::uint8_t>(encoded_));
   return insert_.run();
+}
+
+void RecordTable::stay() {
+  if (stays_) return;
+  // A statement that stands on a row keeps the transaction open that reads it.
+  stays_ = stay_.step();
+  if (!stays_) stay_.reset();
+}
+
+void RecordTable::leave() {
+  if (std::exchange(stays_, false)) stay_.reset();
 }
 
 std::optional<FileError> RecordTable::removeUpTo(RecordNumber number) {

@@ -55,6 +55,11 @@ class RecordTable {
   void finish();
 
   std::optional<FileError> insert(const Record& record);
+  /// From now on the connection keeps its place as a reader, which each insert would take and give
+  /// back again. Until `leave`, no checkpoint gets behind what is there now, and this connection
+  /// makes none.
+  void stay();
+  void leave();
   /// Removes the records up to `number`, included.
   std::optional<FileError> removeUpTo(RecordNumber number);
   std::optional<FileError> writeFacts(const LogFacts& facts);
@@ -87,6 +92,8 @@ class RecordTable {
   Statement insert_;
   Statement remove_;
   Statement select_;
+  Statement stay_;
+  bool stays_ = false;
   std::vector<std::uint8_t> encoded_;
   FileError error_;
 };

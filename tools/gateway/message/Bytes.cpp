@@ -50,13 +50,18 @@ std::size_t characterLength(std::string_view text) {
 
 }  // namespace
 
+void addHexOf(std::span<const std::uint8_t> bytes, std::string& text) {
+  std::size_t at = text.size();
+  text.resize(at + bytes.size() * 2);
+  for (const std::uint8_t byte : bytes) {
+    text[at++] = kDigits[byte >> 4U];
+    text[at++] = kDigits[byte & 0x0FU];
+  }
+}
+
 std::string hexOf(std::span<const std::uint8_t> bytes) {
   std::string text;
-  text.reserve(bytes.size() * 2);
-  for (const std::uint8_t byte : bytes) {
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0x0FU];
-  }
+  addHexOf(bytes, text);
   return text;
 }
 
@@ -83,6 +88,8 @@ std::optional<std::vector<std::uint8_t>> bytesOfHex(std::string_view text, std::
 }
 
 std::optional<std::string> mendedUtf8(std::string_view text) {
+  const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+  if (std::ranges::all_of(text, isAscii)) return std::nullopt;
   std::string mended;
   bool wrong = false;
   for (std::size_t at = 0; at < text.size();) {

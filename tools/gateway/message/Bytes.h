@@ -14,6 +14,8 @@ namespace kestrin::gateway {
 
 /// `bb0003`.
 std::string hexOf(std::span<const std::uint8_t> bytes);
+/// The same, behind what `text` has.
+void addHexOf(std::span<const std::uint8_t> bytes, std::string& text);
 /// Two digits for each byte, in either case; blanks may stand between bytes.
 std::optional<std::vector<std::uint8_t>> bytesOfHex(std::string_view text, std::string& error);
 

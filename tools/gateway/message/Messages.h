@@ -41,6 +41,8 @@ class Topics {
   [[nodiscard]] std::optional<std::string> committingConsumer(std::string_view topic) const;
 
  private:
+  [[nodiscard]] std::string ofReader(std::string_view reader, std::string_view what) const;
+
   std::string base_;
 };
 

@@ -28,6 +28,7 @@ std::optional<std::string_view> levelBetween(std::string_view topic, std::string
 std::string topicPart(std::string_view reader) {
   if (reader.empty()) return std::string(kEmptyPart);
   std::string part;
+  part.reserve(reader.size());
   for (const char c : reader) {
     if (standsForItself(c)) {
       part += c;
@@ -68,16 +69,24 @@ std::string Topics::gap() const { return base_ + "gap"; }
 std::string Topics::health() const { return base_ + "health"; }
 std::string Topics::replay() const { return base_ + "replay"; }
 
+std::string Topics::ofReader(std::string_view reader, std::string_view what) const {
+  constexpr std::string_view kReaders = "reader/";
+  const std::string part = topicPart(reader);
+  std::string topic;
+  topic.reserve(base_.size() + kReaders.size() + part.size() + what.size());
+  return topic.append(base_).append(kReaders).append(part).append(what);
+}
+
 std::string Topics::readerState(std::string_view reader) const {
-  return base_ + "reader/" + topicPart(reader) + "/state";
+  return ofReader(reader, "/state");
 }
 
 std::string Topics::readerFrame(std::string_view reader) const {
-  return base_ + "reader/" + topicPart(reader) + "/frame";
+  return ofReader(reader, "/frame");
 }
 
 std::string Topics::readerCommand(std::string_view reader) const {
-  return base_ + "reader/" + topicPart(reader) + "/command";
+  return ofReader(reader, "/command");
 }
 
 std::string Topics::commit(std::string_view consumer) const {

@@ -1,3 +1,4 @@
+#include <array>
 #include <charconv>
 
 #include "tools/gateway/message/Messages.h"
@@ -45,17 +46,17 @@ std::int64_t daysOf(const Date& date) {
 }
 
 void appendNumber(std::int64_t number, std::size_t digits, std::string& text) {
-  const std::string written = std::to_string(number);
-  if (written.size() < digits) text.append(digits - written.size(), '0');
-  text += written;
+  std::array<char, 20> written;
+  const auto end = std::to_chars(written.data(), written.data() + written.size(), number).ptr;
+  const auto count = static_cast<std::size_t>(end - written.data());
+  if (count < digits) text.append(digits - count, '0');
+  text.append(written.data(), count);
 }
 
-std::string yearText(std::int64_t year) {
-  std::string text;
+void appendYear(std::int64_t year, std::string& text) {
   const bool plain = year >= 0 && year <= 9999;
   if (!plain) text += year < 0 ? '-' : '+';
   appendNumber(year < 0 ? -year : year, plain ? 4 : 6, text);
-  return text;
 }
 
 /// Takes what follows a year apart: a letter stands for itself, and 0 for a digit.
@@ -81,7 +82,10 @@ std::string utcText(std::int64_t wallMs) {
   const std::int64_t days = floorOf(wallMs, kMsOfDay);
   const std::int64_t ms = wallMs % kMsOfDay < 0 ? wallMs % kMsOfDay + kMsOfDay : wallMs % kMsOfDay;
   const Date date = dateOf(days);
-  std::string text = yearText(date.year);
+  std::string text;
+  constexpr std::size_t kUsual = 24;
+  text.reserve(kUsual);
+  appendYear(date.year, text);
   const auto append = [&text](char before, std::int64_t number, std::size_t digits) {
     text += before;
     appendNumber(number, digits, text);
@@ -92,7 +96,8 @@ std::string utcText(std::int64_t wallMs) {
   append(':', ms / 60'000 % 60, 2);
   append(':', ms / 1000 % 60, 2);
   append('.', ms % 1000, 3);
-  return text + 'Z';
+  text += 'Z';
+  return text;
 }
 
 std::optional<std::int64_t> wallMsOf(std::string_view utcText) {

@@ -1,6 +1,10 @@
 // What the gateway publishes.
 #include <KestrinBLESDK/RcpFrame.h>
 
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <span>
 
@@ -34,9 +38,80 @@ void putUnlessEmpty(const char* name, const std::string& text, OrderedJson& json
   if (!text.empty()) json[name] = text;
 }
 
-OrderedJson bytesJson(std::span<const std::uint8_t> bytes, FrameFormat format) {
-  if (format == FrameFormat::json) return hexOf(bytes);
+OrderedJson bytesJson(std::span<const std::uint8_t> bytes) {
   return OrderedJson::binary({bytes.begin(), bytes.end()});
+}
+
+// Frames are what a gateway writes all day, and a tree for each would cost more than all else that
+// is done for it. So their JSON is put together as text, in the same words as the tree's.
+
+void addText(std::string_view text, std::string& json) {
+  const bool isPlain = std::ranges::all_of(
+      text, [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+  if (!isPlain) {
+    json += written(std::string(text));
+    return;
+  }
+  json += '"';
+  json += text;
+  json += '"';
+}
+
+template <class Number>
+void addNumber(Number number, std::string& json) {
+  std::array<char, std::numeric_limits<Number>::digits10 + 2> digits;
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+  json.append(digits.data(), end);
+}
+
+void addHex(std::span<const std::uint8_t> bytes, std::string& json) {
+  json += '"';
+  addHexOf(bytes, json);
+  json += '"';
+}
+
+void addAirText(std::string_view name, const std::string& text, std::string& json) {
+  const auto mended = mendedUtf8(text);
+  json.append(",\"").append(name).append("\":");
+  addText(mended ? *mended : text, json);
+  if (!mended) return;
+  json.append(",\"").append(name).append("Hex\":");
+  addHex(std::vector<std::uint8_t>(text.begin(), text.end()), json);
+}
+
+void addRcp(std::span<const std::uint8_t> bytes, std::string& json) {
+  const auto frame = parseRcpFrame(bytes);
+  if (!frame) return;
+  json += ",\"type\":";
+  addNumber(unsigned{frame->type}, json);
+  json += ",\"code\":";
+  addNumber(unsigned{frame->code}, json);
+  json += ",\"payload\":";
+  addHex(frame->payload, json);
+}
+
+std::string frameText(const Record& record, const LogIdentity& log) {
+  constexpr std::size_t kMostElse = 256;  // What is usually around names and bytes.
+  std::string json;
+  json.reserve(kMostElse + record.reader.size() + record.name.size() + 4 * record.bytes.size());
+  json += "{\"v\":1,\"log\":";
+  addText(log, json);
+  json += ",\"n\":";
+  addNumber(record.number, json);
+  if (record.kind == RecordKind::value) json += ",\"kind\":\"value\"";
+  addAirText("reader", record.reader, json);
+  addAirText("name", record.name, json);
+  json += ",\"link\":";
+  addNumber(record.link, json);
+  json += ",\"at\":\"";
+  json += utcText(record.wallMs);
+  json += "\",\"mono\":";
+  addNumber(record.monoMs, json);
+  json += ",\"bytes\":";
+  addHex(record.bytes, json);
+  if (record.kind == RecordKind::frame) addRcp(record.bytes, json);
+  json += '}';
+  return json;
 }
 
 void putGap(const Record& record, OrderedJson& json) {
@@ -49,20 +124,20 @@ void putGap(const Record& record, OrderedJson& json) {
   json["gap"] = std::move(inner);
 }
 
-void putFrame(const Record& record, FrameFormat format, OrderedJson& json) {
+void putFrame(const Record& record, OrderedJson& json) {
   if (record.kind == RecordKind::value) json["kind"] = "value";
   putAirText("reader", record.reader, json);
   putAirText("name", record.name, json);
   json["link"] = record.link;
   json["at"] = utcText(record.wallMs);
   json["mono"] = record.monoMs;
-  json["bytes"] = bytesJson(record.bytes, format);
+  json["bytes"] = bytesJson(record.bytes);
   if (record.kind == RecordKind::value) return;
   const auto frame = parseRcpFrame(record.bytes);
   if (!frame) return;
   json["type"] = frame->type;
   json["code"] = frame->code;
-  json["payload"] = bytesJson(frame->payload, format);
+  json["payload"] = bytesJson(frame->payload);
 }
 
 }  // namespace
@@ -116,13 +191,15 @@ std::string textOf(const Health& health) {
 }
 
 std::string payloadOf(const Record& record, const LogIdentity& log, FrameFormat format) {
+  const bool isGap = record.kind == RecordKind::gap;
+  if (!isGap && format == FrameFormat::json) return frameText(record, log);
   OrderedJson json = begun();
   json["log"] = log;
   json["n"] = record.number;
-  if (record.kind == RecordKind::gap) {
+  if (isGap) {
     putGap(record, json);
   } else {
-    putFrame(record, format, json);
+    putFrame(record, json);
   }
   if (format == FrameFormat::json) return written(json);
   std::string payload;
