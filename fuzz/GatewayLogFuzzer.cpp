@@ -162,7 +162,7 @@ Record anyRecord(ByteSource& source, RecordNumber number) {
   const bool isGap = source.below(4) == 0;
   record.kind =
       isGap ? gateway::RecordKind::gap : static_cast<gateway::RecordKind>(source.below(8));
-  if (isGap || source.below(16) == 0) {
+  if (record.kind == gateway::RecordKind::gap) {
     record.gap =
         gateway::Gap{source.flag() ? kIdentity : std::string(32, 'b'), anyNumber(source),
                      number - source.below(3), static_cast<gateway::GapReason>(source.below(6))};

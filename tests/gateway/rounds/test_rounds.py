@@ -85,8 +85,11 @@ class Rounds:
         """The gateway leaves its readers, and the consumer gets what is left."""
         assert self.gateway.end() == 0
         self.gateway.settings.readers = []
+        mark = self.gateway.mark()
         self.gateway.start()
         self.gateway.settings.readers = self.readers
+        # Asked to end before it watches for that, it would be killed.
+        self.gateway.wait_for_line("the promise in force", mark)
         last = max(number for _, number in self.gateway.taken())
         wait_for(f"the consumer to have number {last}", lambda: self.consumer.last_number() >= last)
 

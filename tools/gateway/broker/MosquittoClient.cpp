@@ -176,9 +176,12 @@ std::string MosquittoClient::tlsText() const {
     return "no TLS is spoken on this port; use the broker's port for TLS, or leave TLS out";
   }
   if (!libraryLine_.empty() && !says("alert")) return "TLS fails: " + libraryLine_;
+  // Newer versions of the library do not say whether TLS had begun.
   return settings_.config.tls.certificateFile
-             ? "it ends the encrypted connection; it may not accept the client certificate"
-             : "it ends the encrypted connection; it may want a client certificate";
+             ? "it ends the encrypted connection; it may not accept the client certificate, or "
+               "this is not its port for TLS"
+             : "it ends the encrypted connection; it may want a client certificate, or this is "
+               "not its port for TLS";
 }
 
 std::string MosquittoClient::connectText(int error) const {
@@ -260,6 +263,9 @@ void MosquittoClient::disconnected(int reason) {
                                 " has connected; give each gateway a name of its own");
   } else if (reason >= kFirstRefusal) {
     end(LinkEnd::failed, "it ends the connection: " + reasonText(reason));
+  } else if (!accepted_ && settings_.protocol == 5 && reason == MOSQ_ERR_MALFORMED_PACKET) {
+    // An older broker's refusal, which newer versions of the library do not read.
+    end(LinkEnd::protocolRefused, "it does not speak MQTT 5");
   } else if (reason == MOSQ_ERR_KEEPALIVE) {
     end(LinkEnd::failed, "it has been silent for longer than the keep alive");
   } else if (reason == MOSQ_ERR_TLS || (settings_.config.tls.on && !accepted_)) {
