@@ -175,8 +175,9 @@ std::string MosquittoClient::tlsText() const {
   if (says("wrong version number") || says("packet length too long")) {
     return "no TLS is spoken on this port; use the broker's port for TLS, or leave TLS out";
   }
-  if (!libraryLine_.empty() && !says("alert")) return "TLS fails: " + libraryLine_;
-  // Newer versions of the library do not say whether TLS had begun.
+  const bool otherEnded = says("alert") || says("system library") || says("unexpected eof");
+  if (!libraryLine_.empty() && !otherEnded) return "TLS fails: " + libraryLine_;
+  // Nothing says whether TLS had begun.
   return settings_.config.tls.certificateFile
              ? "it ends the encrypted connection; it may not accept the client certificate, or "
                "this is not its port for TLS"
