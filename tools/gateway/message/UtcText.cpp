@@ -46,7 +46,7 @@ std::int64_t daysOf(const Date& date) {
 }
 
 void appendNumber(std::int64_t number, std::size_t digits, std::string& text) {
-  std::array<char, 20> written;
+  std::array<char, 20> written{};
   const auto end = std::to_chars(written.data(), written.data() + written.size(), number).ptr;
   const auto count = static_cast<std::size_t>(end - written.data());
   if (count < digits) text.append(digits - count, '0');

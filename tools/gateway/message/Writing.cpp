@@ -59,7 +59,7 @@ void addText(std::string_view text, std::string& json) {
 
 template <class Number>
 void addNumber(Number number, std::string& json) {
-  std::array<char, std::numeric_limits<Number>::digits10 + 2> digits;
+  std::array<char, std::numeric_limits<Number>::digits10 + 2> digits{};
   const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
   json.append(digits.data(), end);
 }
