@@ -11,6 +11,7 @@
 #include <string>
 
 #include "tools/gateway/log/LogReader.h"
+#include "tools/gateway/log/RecordTable.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -448,6 +449,44 @@ TEST_F(GatewayLog, BeginsAnotherLogWhateverHasBecomeOfTheDatabase) {
     sync();
     EXPECT_EQ(log_->synced(), before) << place;
   }
+}
+
+TEST_F(GatewayLog, TakesNumbersThatNoLogComesToForDamage) {
+  for (const RecordNumber next : {RecordNumber{0}, kHighestNumber + 1, ~RecordNumber{0} - 1}) {
+    open();
+    const LogIdentity old = log_->identity();
+    append();
+    sync();
+    close();
+    Database database;
+    ASSERT_FALSE(database.open(this->database(), SQLITE_OPEN_READWRITE, systemFiles()->vfs()));
+    RecordTable table(database);
+    ASSERT_FALSE(table.writeFacts({old, 0, next}));
+    database.close();
+    found_.clear();
+    open();
+    EXPECT_NE(log_->identity(), old) << next;
+    EXPECT_THAT(found_, ElementsAre(HasSubstr("what it says of itself cannot be read")));
+  }
+}
+
+TEST_F(GatewayLog, TakesARecordBeyondWhatAnyLogComesToForDamage) {
+  open();
+  const LogIdentity old = log_->identity();
+  append();
+  sync();
+  close();
+  Database database;
+  ASSERT_FALSE(database.open(this->database(), SQLITE_OPEN_READWRITE, systemFiles()->vfs()));
+  RecordTable table(database);
+  ASSERT_FALSE(table.prepare(false));
+  Record record = frame();
+  record.number = kHighestNumber + 1;
+  ASSERT_FALSE(table.insert(record));
+  table.finish();
+  database.close();
+  open();
+  EXPECT_NE(log_->identity(), old);
 }
 
 TEST_F(GatewayLog, LeavesANewerFormatAlone) {

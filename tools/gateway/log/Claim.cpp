@@ -53,9 +53,11 @@ std::optional<Claim> readClaim(FileLayer& files, const std::string& path) {
   const std::uint32_t crc = get32(bytes.data() + kLength);
   bytes.resize(kLength);
   if (crc32c(bytes) != crc) return std::nullopt;
-  return Claim{LogIdentity(bytes.begin(), bytes.begin() + kIdentityLength),
-               get64(bytes.data() + kIdentityLength), get64(bytes.data() + kIdentityLength + 8),
-               bytes[kDoubtPlace] != 0};
+  Claim claim{LogIdentity(bytes.begin(), bytes.begin() + kIdentityLength),
+              get64(bytes.data() + kIdentityLength), get64(bytes.data() + kIdentityLength + 8),
+              bytes[kDoubtPlace] != 0};
+  const bool isPossible = claim.synced <= kHighestNumber && claim.forgotten <= kHighestNumber;
+  return isPossible ? std::optional(std::move(claim)) : std::nullopt;
 }
 
 }  // namespace kestrin::gateway

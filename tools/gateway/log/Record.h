@@ -32,6 +32,10 @@ struct Gap {
   friend bool operator==(const Gap&, const Gap&) = default;
 };
 
+/// Above every number that a log comes to: at a million records a second that takes 146,000 years.
+/// A higher one is not a log's.
+inline constexpr RecordNumber kHighestNumber = std::uint64_t{1} << 62U;
+
 struct Record {
   RecordNumber number = 0;
   RecordKind kind = RecordKind::frame;

@@ -267,7 +267,9 @@ std::optional<FileError> RecordTable::readFacts(LogFacts& facts) {
                           : FileError{kDamaged, database_.path() + ": its identity is missing"};
   }
   facts = {select.text(0), loaded(select.number(1)), loaded(select.number(2))};
-  if (checksum(facts) == select.number(3)) return std::nullopt;
+  const bool isPossible =
+      facts.forgotten <= kHighestNumber && facts.next > 0 && facts.next <= kHighestNumber;
+  if (isPossible && checksum(facts) == select.number(3)) return std::nullopt;
   return FileError{kDamaged, database_.path() + ": what it says of itself cannot be read"};
 }
 
@@ -295,7 +297,8 @@ std::optional<FileError> RecordTable::readEnds(
   if (auto failed = database_.ask(kFirst, first)) return failed;
   if (auto failed = database_.ask(kLast, last)) return failed;
   ends.reset();
-  if (first < 0 || last < first) return FileError{kDamaged, database_.path() + ": bad numbers"};
+  if (first < 0 || last < first || loaded(last) > kHighestNumber)
+    return FileError{kDamaged, database_.path() + ": bad numbers"};
   if (first > 0) ends = {loaded(first), loaded(last)};
   return std::nullopt;
 }
