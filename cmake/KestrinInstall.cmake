@@ -98,6 +98,11 @@ foreach(command IN ITEMS kestrin kestrin-vreader)
   endif()
 endforeach()
 
+# In no package yet.
+if(TARGET kestrin-gateway)
+  install(TARGETS kestrin-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
+endif()
+
 # Where Debian's Python looks for what a package has brought, below /usr, and for what the system's owner
 # has, below /usr/local.
 set(kestrin_components library c development tools)

@@ -69,6 +69,8 @@ if(TARGET kestrin_python)
   set(next_python "python3 (<< ${kestrin_PYTHON_MAJOR}.${next_minor})")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kestrinblesdk)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  # What only a gateway's consumer needs.
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-paho-mqtt)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${this_library}, ${this_python}, ${next_python}")
   # Compiled Python comes with the package and goes with it.
   set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA

@@ -95,10 +95,10 @@ use_compiler_cache() {
 
 # What a release build needs, and what the tests need besides.
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev
-  libutf8proc-dev libncurses-dev)
-test_packages=(clang libclang-rt-dev libgtest-dev librapidcheck-dev
+  libutf8proc-dev libncurses-dev libmosquitto-dev libtomlplusplus-dev libsqlite3-dev)
+test_packages=(clang libclang-rt-dev libgtest-dev libgmock-dev librapidcheck-dev
   binutils dbus libsystemd-dev libglib2.0-dev libasio-dev python3
-  python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev)
+  python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev mosquitto mount openssl python3-paho-mqtt)
 # What the examples with other event loops need besides: the one with Qt.
 qt_packages=(qt6-base-dev)
 # What scripts/lint needs besides.
