@@ -5,12 +5,17 @@
 #include "BluezRadio.h"
 #include "KestrinBLESDK/platform/MainRunLoop.h"
 #include "KestrinBLESDK/platform/Platform.h"
+#include "RadioCore.h"
 #include "Session.h"
 
 namespace kestrin::bluez {
 
 std::shared_ptr<Radio> makeRadio(std::weak_ptr<RunLoop> mainRunLoop, Options options) {
-  return std::make_shared<BluezRadio>(Session::forBus(options.busAddress), std::move(mainRunLoop),
+  auto session = Session::forBus(options.busAddress);
+  if (options.linkNames) {
+    session->post([file = *options.linkNames](RadioCore& core) { core.keepLinkNames(file); });
+  }
+  return std::make_shared<BluezRadio>(std::move(session), std::move(mainRunLoop),
                                       std::move(options.adapter));
 }
 

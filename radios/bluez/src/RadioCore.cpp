@@ -98,7 +98,7 @@ void RadioCore::sweep(const std::string& adapter) {
   if (!centrals_.scansOn(adapter)) return;
   for (const auto& [path, device] : daemon_.tree().devices()) {
     if (parentPath(path) != adapter) continue;
-    if (device.rssi) centrals_.sighted(path, names_[path], true);
+    if (device.rssi) centrals_.sighted(path, advertisedName(path), true);
     sightLeftOver(path);
   }
 }
@@ -135,6 +135,7 @@ void RadioCore::connect(std::uint64_t central, const std::shared_ptr<Peripheral>
   }
   const auto link = entry;
   link->addHolder(*holder);
+  writeLinkNames();
 }
 
 void RadioCore::cancel(std::uint64_t central, const std::string& device) {
@@ -156,7 +157,39 @@ void RadioCore::refused(const std::string& device) {
 
 void RadioCore::linkEnded(const std::string& device, std::uint64_t link) {
   const auto found = links_.find(device);
-  if (found != links_.end() && found->second->number() == link) links_.erase(found);
+  if (found == links_.end() || found->second->number() != link) return;
+  links_.erase(found);
+  writeLinkNames();
+}
+
+std::optional<std::string> RadioCore::advertisedName(const std::string& device) const {
+  const auto found = names_.find(device);
+  return found == names_.end() ? std::nullopt : found->second;
+}
+
+void RadioCore::keepLinkNames(const std::string& file) {
+  linkNames_.use(file);
+  recallLinkNames();
+}
+
+void RadioCore::recallLinkNames() {
+  for (const auto& [device, name] : linkNames_.left()) {
+    const auto* object = daemon_.tree().device(device);
+    if (object != nullptr && object->connected) names_.try_emplace(device, name);
+  }
+}
+
+void RadioCore::writeLinkNames() {
+  LinkNames::Names names;
+  for (const auto& [device, link] : links_) {
+    if (const auto name = advertisedName(device)) names.emplace(device, *name);
+  }
+  // Those that nobody has taken over yet may be left once more.
+  for (const auto& [device, name] : linkNames_.left()) {
+    const auto* object = daemon_.tree().device(device);
+    if (object != nullptr && object->connected) names.try_emplace(device, name);
+  }
+  linkNames_.keep(names);
 }
 
 void RadioCore::disconnect(const std::string& device, std::function<void()> report) {

@@ -19,6 +19,7 @@
 #include "Discovery.h"
 #include "Link.h"
 #include "LinkHost.h"
+#include "LinkNames.h"
 
 namespace kestrin::bluez {
 
@@ -40,6 +41,9 @@ class RadioCore final : public DaemonListener, private LinkHost {
   void connect(std::uint64_t central, const std::shared_ptr<Peripheral>& peripheral);
   void cancel(std::uint64_t central, const std::string& device);
   [[nodiscard]] Daemon& daemon() noexcept { return daemon_; }
+  /// Keeps the names of linked readers in that file, and takes those that a killed process has left
+  /// there.
+  void keepLinkNames(const std::string& file);
 
   // What the daemon says.
   void daemonChanged() override;
@@ -72,6 +76,11 @@ class RadioCore final : public DaemonListener, private LinkHost {
   void updateScans();
   void sweep(const std::string& adapter);
   void updateName(const std::string& device, const DeviceChange& change);
+  /// The name under which the device was seen; absent if it was not, or without one.
+  [[nodiscard]] std::optional<std::string> advertisedName(const std::string& device) const;
+  /// Gives links that were up before this process the names that a killed one has left.
+  void recallLinkNames();
+  void writeLinkNames();
   /// Whether the daemon shows a link, other than a classic one, that nobody uses: a killed program
   /// leaves such.
   [[nodiscard]] bool isLeftOver(const std::string& device) const;
@@ -92,6 +101,7 @@ class RadioCore final : public DaemonListener, private LinkHost {
   std::map<std::string, std::shared_ptr<Link>> links_;             // By device.
   std::map<std::string, Disconnection> disconnections_;            // By device.
   std::map<std::string, std::optional<std::string>> names_;        // As advertised, by device.
+  LinkNames linkNames_;
 };
 
 }  // namespace kestrin::bluez

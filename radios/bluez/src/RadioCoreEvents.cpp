@@ -12,6 +12,7 @@ void RadioCore::daemonChanged() {
     for (const auto& [path, device] : daemon_.tree().devices()) {
       if (!device.connected) names_.try_emplace(path, device.name);
     }
+    recallLinkNames();
     centrals_.daemonChanged();
     forEachLink([](Link& link) { link.resume(); });
     return;
@@ -50,13 +51,14 @@ void RadioCore::updateName(const std::string& device, const DeviceChange& change
   // After a link the daemon still has the name that it read from the device; the next advertisement
   // brings the advertised one back.
   if (change.seen || change.named || !names_.contains(device)) names_[device] = object->name;
+  if (links_.contains(device)) writeLinkNames();
 }
 
 void RadioCore::deviceChanged(const std::string& path, const DeviceChange& change) {
   updateName(path, change);
   if (change.connected == false) disconnected(path);
   if (const auto held = link(path)) held->deviceChanged(change);
-  if (change.seen || change.named) centrals_.sighted(path, names_[path], change.seen);
+  if (change.seen || change.named) centrals_.sighted(path, advertisedName(path), change.seen);
   if (change.servicesResolved == true) sightLeftOver(path);
 }
 

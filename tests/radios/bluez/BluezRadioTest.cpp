@@ -22,6 +22,9 @@ void BluezRadioTest::startDaemon(const std::function<void(BusService&)>& prepare
 
 void BluezRadioTest::startRadio(std::optional<std::string> adapter) {
   session = std::make_shared<Session>(bus.address(), clock);
+  if (linkNames) {
+    session->post([file = *linkNames](RadioCore& core) { core.keepLinkNames(file); });
+  }
   radio = std::make_shared<BluezRadio>(session, loop, std::move(adapter));
 }
 

@@ -86,6 +86,8 @@ class BluezRadioTest : public testing::Test {
   std::shared_ptr<MainRunLoop> loop = std::make_shared<MainRunLoop>();
   std::shared_ptr<EventRecorder> recorder = std::make_shared<EventRecorder>();
   std::unique_ptr<StandInDaemon> daemon;
+  /// As `Options::linkNames`; before the radio is started.
+  std::optional<std::string> linkNames;
   std::shared_ptr<Session> session;
   std::shared_ptr<Radio> radio;
   std::shared_ptr<CBCentralManager> central;

@@ -1,9 +1,16 @@
 // Links that the daemon shows and that this process has not made.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
 
+#include "LinkNames.h"
 #include "radios/bluez/BluezRadioTest.h"
 
 namespace kestrin::bluez::test {
@@ -132,6 +139,7 @@ class BluezLeftOver : public BluezRadioTest {
       Properties attribute{{"UUID", Variant(std::string("ba821002-3b5b-4654-85fe-e998b123adea"))}};
       for (const auto& [name, value] : characteristic) attribute[name] = value;
       service.putQuietly(kRxPath, {{kCharacteristicInterface, attribute}});
+      if (prepareMore) prepareMore(service);
     });
     startRadio();
     central = makeCentral();
@@ -140,6 +148,11 @@ class BluezLeftOver : public BluezRadioTest {
     settle();
   }
   void scan() { central->scanForPeripheralsWithServices_options(std::nullopt, std::nullopt); }
+  [[nodiscard]] bool hasSighting(const std::string& name) const {
+    return std::ranges::any_of(recorder->events(EventKind::sighting),
+                               [&](const Event& each) { return each.name == name; });
+  }
+  std::function<void(BusService&)> prepareMore;
 };
 
 TEST_F(BluezLeftOver, IsReportedOnceByAScanAndTakenOver) {
@@ -203,6 +216,122 @@ TEST_F(BluezLeftOver, IsNeverALinkOfThisProcess) {
   scan();
   settle();
   EXPECT_EQ(count(EventKind::sighting), 0U) << "in use, then being ended";
+}
+
+TEST_F(BluezLeftOver, HasItsNameAlsoWhereTheDaemonStillKnowsItsSignal) {
+  ASSERT_NO_FATAL_FAILURE(startLinked({{"RSSI", Variant(std::int16_t{-50})}}, {}));
+  ASSERT_TRUE(waitFor([&] { return hasSighting("KVR-0001"); }));
+}
+
+/// With a file for names, as a process that was killed has left it.
+class BluezLinkNames : public BluezLeftOver {
+ protected:
+  BluezLinkNames()
+      : folder_(testing::TempDir() + "kestrin-link-names-" + std::to_string(::getpid())) {
+    std::filesystem::create_directories(folder_);
+    linkNames = folder_ / "links";
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+  void leave(const std::string& lines) const { std::ofstream(*linkNames) << lines; }
+  [[nodiscard]] std::string kept() const {
+    std::ostringstream text;
+    text << std::ifstream(*linkNames).rdbuf();
+    return text.str();
+  }
+
+ private:
+  const std::filesystem::path folder_;
+};
+
+const std::string kReaderLine = std::string(kReaderPath) + " 4b56522d30303031\n";  // KVR-0001.
+
+TEST_F(BluezLinkNames, ALeftOverLinkIsReportedUnderTheNameThatWasLeft) {
+  leave(kReaderLine);
+  ASSERT_NO_FATAL_FAILURE(startLinked({{"Name", Variant(std::string("Virtual"))}}, {}));
+  ASSERT_TRUE(waitForCount(EventKind::sighting, 1));
+  settle();
+  EXPECT_TRUE(hasSighting("KVR-0001"));
+  EXPECT_EQ(count(EventKind::sighting), 1U);
+}
+
+TEST_F(BluezLinkNames, ALeftOverLinkOfWhichNothingWasLeftHasItsOwnName) {
+  leave("/org/bluez/hci0/dev_OF_ANOTHER 4b56522d30303031\n");
+  ASSERT_NO_FATAL_FAILURE(startLinked({{"Name", Variant(std::string("Virtual"))}}, {}));
+  ASSERT_TRUE(waitForCount(EventKind::sighting, 1));
+  EXPECT_TRUE(hasSighting("Virtual"));
+}
+
+TEST_F(BluezLinkNames, WhatWasLeftOfAReaderThatIsNotLinkedSaysNothing) {
+  leave(kReaderLine);
+  ASSERT_NO_FATAL_FAILURE(startLinked({{"Name", Variant(std::string("Renamed"))},
+                                       {"Connected", Variant(false)},
+                                       {"RSSI", Variant(std::int16_t{-50})}},
+                                      {}));
+  ASSERT_TRUE(waitForCount(EventKind::sighting, 1));
+  EXPECT_TRUE(hasSighting("Renamed"));
+}
+
+TEST_F(BluezLinkNames, TheNameOfALinkedReaderIsKeptForAsLongAsTheLinkLasts) {
+  ASSERT_NO_FATAL_FAILURE(linkUp());
+  EXPECT_EQ(kept(), kReaderLine);
+  daemon->changeDevice({{"Name", Variant(std::string("Virtual"))}});
+  settle();
+  EXPECT_EQ(kept(), kReaderLine);
+  daemon->dropLink();
+  ASSERT_TRUE(waitForCount(EventKind::disconnected, 1));
+  settle();
+  EXPECT_FALSE(std::ifstream(*linkNames).is_open());
+}
+
+TEST_F(BluezLinkNames, WhatIsNotTakenOverYetIsKept) {
+  const std::string other = "/org/bluez/hci0/dev_C0_DE_00_00_00_02 4b56522d30303032\n";
+  leave(kReaderLine + other + "/org/bluez/hci0/dev_C0_DE_00_00_00_03 4b56522d30303033\n");
+  prepareMore = [](BusService& service) {
+    service.putQuietly(
+        "/org/bluez/hci0/dev_C0_DE_00_00_00_02",
+        {{kDeviceInterface,
+          {{"Address", Variant(std::string("C0:DE:00:00:00:02"))}, {"Connected", Variant(true)}}}});
+  };
+  ASSERT_NO_FATAL_FAILURE(startLinked({{"Name", Variant(std::string("Virtual"))}}, {}));
+  ASSERT_TRUE(waitForCount(EventKind::sighting, 1));
+  peripheral = recorder->events(EventKind::sighting)[0].peripheral;
+  central->connectPeripheral_options(peripheral, std::nullopt);
+  ASSERT_TRUE(waitForCount(EventKind::connected, 1));
+  EXPECT_EQ(kept(), kReaderLine + other) << "the third has no link any more";
+}
+
+TEST_F(BluezLinkNames, LinesThatSayNothingArePassedOver) {
+  leave("\n" + std::string(kReaderPath) + "\n" + kReaderPath + " 4\n" + kReaderPath + " 4g\n" +
+        kReaderPath + " " + std::string(498, '6') + "\n" + kReaderLine + "\xff\n");
+  LinkNames names;
+  names.use(*linkNames);
+  names.use("/proc/another");
+  EXPECT_EQ(names.left(), (LinkNames::Names{{kReaderPath, "KVR-0001"}}));
+}
+
+TEST_F(BluezLinkNames, OfMoreThanAnyControllerLinksTheFirstAreTaken) {
+  std::string lines;
+  for (int i = 0; i < 300; ++i) lines += "/device" + std::to_string(i) + " 41\n";
+  leave(lines);
+  LinkNames names;
+  names.use(*linkNames);
+  EXPECT_EQ(names.left().size(), 256U);
+}
+
+TEST_F(BluezLinkNames, ANameOfAnyBytesComesBack) {
+  std::string every;
+  for (int byte = 1; byte < 249; ++byte) every += static_cast<char>(byte);
+  LinkNames names;
+  names.use(*linkNames);
+  names.keep({{kReaderPath, every}});
+  LinkNames next;
+  next.use(*linkNames);
+  EXPECT_EQ(next.left(), (LinkNames::Names{{kReaderPath, every}}));
+}
+
+TEST_F(BluezLinkNames, AFileThatCannotBeWrittenCostsOnlyTheNames) {
+  linkNames = "/proc/no-such-folder/links";
+  ASSERT_NO_FATAL_FAILURE(linkUp());
 }
 
 }  // namespace

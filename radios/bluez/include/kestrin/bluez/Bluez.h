@@ -35,6 +35,13 @@ struct Options {
   /// The address of the message bus, for example `unix:path=/run/dbus/system_bus_socket`. Absent:
   /// the system bus.
   std::optional<std::string> busAddress;
+  /// A file in which the radio keeps, for as long as a link lasts, the name under which the reader
+  /// advertised. A process that is killed leaves its links up at the daemon, and over a link the
+  /// daemon knows a reader by the name in its own attributes only. The next radio that is made with
+  /// this file reports such a reader under the name that was advertised. All radios of a process on
+  /// one bus share the file that was named first; programs that run beside each other take one
+  /// each. A file that cannot be read or written is as good as none. Absent: no name is kept.
+  std::optional<std::string> linkNames{};
 };
 
 /// A radio that reports on `mainRunLoop`. When that loop has ended its events go nowhere.
