@@ -121,7 +121,7 @@ TEST(MosquittoMailbox, NothingIsLostBetweenTwoThreads) {
   }
   EXPECT_TRUE(mailbox->end());
   thread.join();
-  for (PublishId i = 0; i < kCount; ++i) ASSERT_EQ(back[i], i + 1);
+  for (PublishId i = 0; i < kCount; ++i) ASSERT_EQ(back[static_cast<std::size_t>(i)], i + 1);
   EXPECT_GT(announced, 0);
 }
 

@@ -1,6 +1,8 @@
 // The built program on files: what it prints and how it ends.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 
 #include "gateway/commands/GatewayProgram.h"
@@ -23,7 +25,8 @@ bool isOneLine(const std::string& text) { return text.find('\n') + 1 == text.siz
 TEST(GatewayProgram, HelpAndVersionAreResults) {
   const ProgramOutcome help = runProgram({"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const std::string command : {"run", "check-config", "log", "export", "consume"}) {
+  for (const std::string command :
+       {"run", "check-config", "log", "tail", "export", "consume", "status"}) {
     EXPECT_TRUE(has(help.output, "\n  " + command)) << command;
     const ProgramOutcome own = runProgram({command, "--help"});
     EXPECT_EQ(own.status, 0);
@@ -39,6 +42,10 @@ TEST(GatewayProgram, WrongUsageIsOneLineAndStatusTwo) {
       {"run"},
       {"run", ""},
       {"run", "a", "b"},
+      {"tail"},
+      {"tail", "log", "--from", "0"},
+      {"tail", "log", "--from", "-1"},
+      {"tail", "log", "--count", "many"},
       {"export", "log"},
       {"export", "log", "--csv", "a", "--jsonl", "b"},
       {"consume"},
@@ -75,9 +82,12 @@ TEST(GatewayProgram, CheckConfigSaysHowDurableAGatewayWithoutAConsumerIs) {
   const TestFolder folder;
   std::string text = kConfig;
   text.replace(text.find("[\"wms\"]"), 7, "[]");
-  const ProgramOutcome run = runProgram({"check-config", folder.write("gateway.toml", text)});
+  ProgramOutcome run = runProgram({"check-config", folder.write("gateway.toml", text)});
   EXPECT_EQ(run.status, 0) << run.output;
-  EXPECT_TRUE(has(run.errors, "as durable as your broker")) << run.errors;
+  EXPECT_TRUE(has(run.errors, "declared: the gateway is as durable as your broker")) << run.errors;
+  text += "[[webhook]]\nname = \"erp\"\nurl = \"https://erp.example/\"\n";
+  run = runProgram({"check-config", folder.write("gateway.toml", text)});
+  EXPECT_TRUE(has(run.errors, "declared: but for its webhooks the gateway is")) << run.errors;
 }
 
 TEST(GatewayProgram, CheckConfigNamesFileLineAndKeyOfEachComplaint) {
@@ -149,7 +159,8 @@ TEST_F(LogFolderTest, LogPrintsALineForEachRecord) {
 }
 
 TEST_F(LogFolderTest, AFolderWithoutALogIsSaid) {
-  for (const std::string command : {"log", "export"}) {
+  std::filesystem::create_directory(folder.pathOf("nothing"));
+  for (const std::string command : {"log", "tail", "export"}) {
     std::vector<std::string> arguments{command, folder.pathOf("nothing")};
     if (command == "export") arguments.insert(arguments.end(), {"--csv", folder.pathOf("out")});
     const ProgramOutcome run = runProgram(arguments);
@@ -158,6 +169,142 @@ TEST_F(LogFolderTest, AFolderWithoutALogIsSaid) {
     EXPECT_TRUE(has(run.errors, folder.pathOf("nothing"))) << run.errors;
     EXPECT_FALSE(std::filesystem::exists(folder.pathOf("out")));
   }
+}
+
+TEST_F(LogFolderTest, TailPrintsWhatThereIsAndEndsWhenItHasPrintedSoMuch) {
+  const ProgramOutcome json = runProgram({"tail", log, "--from", "2", "--count", "1"});
+  EXPECT_EQ(json.status, 0) << json.errors;
+  EXPECT_EQ(json.output.find("{\"v\":1,\"log\":\"" + identity + "\",\"n\":2,"), 0U) << json.output;
+  EXPECT_TRUE(isOneLine(json.output));
+  EXPECT_EQ(json.errors, "");
+  const ProgramOutcome text = runProgram({"tail", log, "--count", "3", "--text"});
+  EXPECT_EQ(text.status, 0);
+  EXPECT_TRUE(has(text.output,
+                  "\n3 2026-11-22T13:05:09.123Z C0:00:00:00:00:01 KVR\\x1b[2J link 0 "
+                  "frame bb01\n"))
+      << text.output;
+}
+
+TEST_F(LogFolderTest, TailTakesAConfigurationForItsLog) {
+  const ProgramOutcome run =
+      runProgram({"tail", folder.write("gateway.toml", kConfig), "--count", "3"});
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_TRUE(has(run.output, "\"n\":3,")) << run.output;
+  EXPECT_EQ(runProgram({"tail", folder.write("wrong.toml", "[gateway]\n")}).status, 2);
+  EXPECT_EQ(runProgram({"tail", folder.pathOf("nothing")}).status, 2);
+}
+
+TEST_F(LogFolderTest, TailFollowsUntilItIsAskedToEnd) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    const TestFolder place;
+    GatewayProgram tail(place, "tail", {"tail", log});
+    ASSERT_TRUE(comesTrue([&] { return has(tail.output(), "\"n\":3,"); })) << tail.errors();
+    tail.signal(number);
+    EXPECT_EQ(tail.finish(), 0);
+    EXPECT_EQ(tail.errors(), "");
+  }
+}
+
+TEST_F(LogFolderTest, TailEndsInSilenceWhenNobodyReadsItAnyMore) {
+  ChildProcess process;
+  // `head` ends after one line; that there is nothing more to write must not matter.
+  const std::string command = std::string("set -o pipefail; ") + GATEWAY_PROGRAM + " tail " + log +
+                              " | head -n 1 >" + folder.pathOf("one");
+  ASSERT_TRUE(process.start({"/bin/bash", "-c", command}, folder.pathOf("said")));
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_EQ(contentsOf(folder.pathOf("said")), "");
+  EXPECT_TRUE(isOneLine(contentsOf(folder.pathOf("one"))));
+}
+
+TEST_F(LogFolderTest, TailEndsThoughItsReaderDoesNotRead) {
+  {
+    LogOptions options;
+    options.folder = log;
+    std::string error;
+    const auto opened = Log::open(systemFiles(), options, error);
+    ASSERT_TRUE(opened) << error;
+    Record record;
+    record.bytes.resize(1000, 1);
+    FileError failed;
+    for (int i = 0; i < 500; ++i) ASSERT_TRUE(opened->append(record, failed)) << failed.text;
+  }
+  ChildProcess process;
+  // The pipe is full soon, and stays so.
+  const std::string command =
+      "{ " + std::string(GATEWAY_PROGRAM) + " tail " + log + " --from 1 & echo $! >" +
+      folder.pathOf("pid") + "; wait $!; echo $? >" + folder.pathOf("status") +
+      "; } | { while [ ! -e " + folder.pathOf("status") + " ]; do read -r line <" +
+      folder.pathOf("pid") + "; sleep 0.1; done; }";
+  ASSERT_TRUE(process.start({"/bin/bash", "-c", command}, folder.pathOf("said")));
+  ASSERT_TRUE(comesTrue([&] { return contentsOf(folder.pathOf("pid")).ends_with('\n'); }));
+  const pid_t tail = std::stoi(contentsOf(folder.pathOf("pid")));
+  // It has taken what the pipe has room for.
+  ASSERT_TRUE(comesTrue([&] {
+    const std::string io = contentsOf("/proc/" + std::to_string(tail) + "/io");
+    const auto at = io.find("wchar: ");
+    return at != std::string::npos && std::stoul(io.substr(at + 7)) >= 60'000;
+  }));
+  ASSERT_EQ(::kill(tail, SIGTERM), 0);
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_EQ(contentsOf(folder.pathOf("status")), "0\n") << contentsOf(folder.pathOf("said"));
+}
+
+/// Whether a terminal shows it and does nothing else: printable, and UTF-8 without controls.
+::testing::AssertionResult isHarmless(const std::string& text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<std::uint8_t>(text[i]);
+    const auto next = i + 1 < text.size() ? static_cast<std::uint8_t>(text[i + 1]) : 0U;
+    const bool isControl = (byte < ' ' && byte != '\n') || byte == 0x7F;
+    if (isControl || (byte == 0xC2 && next < 0xA0) || byte >= 0xF8 ||
+        text.find("\u202E") != std::string::npos) {
+      return ::testing::AssertionFailure() << "byte " << int{byte} << " in " << text;
+    }
+  }
+  return ::testing::AssertionSuccess();
+}
+
+TEST_F(LogFolderTest, NothingFromTheAirSteersATerminal) {
+  const std::vector<std::string> names{"\x1b[31mred\x1b[0m",
+                                       "\x1b]0;title\x07",
+                                       "a\nforged line",
+                                       "\xC2\x9B\063\061m",
+                                       "\xff\xfe\x80",
+                                       std::string("nul\0nul", 7),
+                                       "<script>alert(1)</script>",
+                                       "\x7f\x08\x08",
+                                       "\xE2\x80\xAEgnp.exe",
+                                       "\xF0\x9F\x98"};
+  {
+    LogOptions options;
+    options.folder = log;
+    std::string error;
+    const auto opened = Log::open(systemFiles(), options, error);
+    ASSERT_TRUE(opened) << error;
+    FileError failed;
+    for (const std::string& name : names) {
+      Record record;
+      record.reader = name;
+      record.name = name;
+      record.bytes = {0x1B, 0x5B, 0x32, 0x4A};
+      ASSERT_TRUE(opened->append(record, failed)) << failed.text;
+    }
+  }
+  const std::string count = std::to_string(3 + names.size());
+  const auto lines = static_cast<std::ptrdiff_t>(3 + names.size());
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"log", log},
+           {"tail", log, "--from", "1", "--count", count},
+           {"tail", log, "--from", "1", "--count", count, "--text"}}) {
+    const ProgramOutcome run = runProgram(arguments);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_TRUE(isHarmless(run.output)) << arguments.front();
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'),
+              lines + (arguments.front() == "log" ? 1 : 0))
+        << run.output;
+  }
+  EXPECT_TRUE(has(runProgram({"tail", log, "--from", "4", "--count", "1"}).output,
+                  R"("name":"\u001b[31mred\u001b[0m")"));
 }
 
 TEST_F(LogFolderTest, ExportWritesANewFile) {

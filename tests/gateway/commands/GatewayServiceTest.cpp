@@ -3,13 +3,18 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 
 #include "gateway/commands/GatewayProgram.h"
+#include "gateway/service/NotifySocket.h"
+#include "gateway/support/LoopbackSockets.h"
 #include "gateway/support/MosquittoProcess.h"
 #include "gateway/support/TestCertificates.h"
+#include "gateway/support/TestEnvironment.h"
 
 namespace kestrin::gateway {
 namespace {
@@ -18,7 +23,7 @@ class GatewayServiceTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(broker.start(), std::nullopt); }
 
-  void configure(const std::string& readers) {
+  void configure(const std::string& readers, std::optional<std::uint16_t> port = std::nullopt) {
     config =
         folder.write("gateway.toml",
                      readers +
@@ -26,7 +31,8 @@ class GatewayServiceTest : public testing::Test {
                          "[radio]\nkind = \"simulated\"\nscript = \"" +
                          folder.write("readers.txt", "0.02 KVR-0417\n0.03 KVR-Q62T 0012\n") +
                          "\"\n[log]\ndirectory = \"log\"\n[broker]\nhost = \"127.0.0.1\"\nport = " +
-                         std::to_string(broker.port()) + "\n" + (readers.empty() ? kReaders : ""));
+                         std::to_string(port.value_or(broker.port())) + "\n" +
+                         (readers.empty() ? kReaders : ""));
   }
   void startGateway() {
     gateway = std::make_unique<GatewayProgram>(
@@ -210,6 +216,55 @@ TEST_F(GatewayServiceTest, AConfigurationThatHasGoneWrongLeavesTheGatewayAsItWas
   gateway->signal(SIGHUP);
   EXPECT_TRUE(comesTrue([this] { return said(*gateway, "stays as it was"); }));
   EXPECT_TRUE(hasTaken(5)) << gateway->errors();
+}
+
+TEST_F(GatewayServiceTest, ALogThatAnEarlierReleaseLeftIsPublishedAndGoneOnWith) {
+  std::filesystem::copy(KESTRIN_STORED_LOGS "/1/killed", folder.pathOf("log"),
+                        std::filesystem::copy_options::recursive);
+  configure("");
+  startConsumer();
+  startGateway();
+  ASSERT_TRUE(hasTaken(20)) << gateway->errors();
+  takeReadersAway();
+  EXPECT_TRUE(everythingArrives()) << consumer->errors();
+  const auto printed = printedNumbers();
+  std::set<std::string> expected = takenNumbers();
+  EXPECT_EQ(expected.count("28"), 0U);
+  EXPECT_EQ(expected.count("29"), 1U);
+  // Up to 4 everything was forgotten, and 15 was never taken.
+  for (int number = 5; number <= 28; ++number) {
+    if (number != 15) expected.insert(std::to_string(number));
+  }
+  EXPECT_EQ(std::set<std::string>(printed.begin(), printed.end()), expected);
+}
+
+TEST_F(GatewayServiceTest, TheServiceManagerHearsOfItAndOfItsLoopThoughTheBrokerSaysNothing) {
+  // Whoever connects is never answered.
+  const Socket listener = listenOnLoopback();
+  NotifySocket manager(folder.pathOf("notify"));
+  setVariable("WATCHDOG_USEC", "200000");
+  configure("", portOf(listener));
+  startGateway();
+  std::string heard;
+  const auto hears = [&](const std::string& text, int times) {
+    return comesTrue([&] {
+      heard += manager.all();
+      int count = 0;
+      for (auto at = heard.find(text); at != std::string::npos; at = heard.find(text, at + 1)) {
+        ++count;
+      }
+      return count >= times;
+    });
+  };
+  EXPECT_TRUE(hears("READY=1\n", 1)) << heard;
+  EXPECT_TRUE(hears("WATCHDOG=1\n", 20)) << heard;
+  EXPECT_TRUE(hears("STATUS=2 of 2 readers plugged in, no broker, ", 1)) << heard;
+  gateway->signal(SIGHUP);
+  EXPECT_TRUE(hears("RELOADING=1\n", 1)) << heard;
+  EXPECT_TRUE(hears("READY=1\n", 2)) << heard;
+  gateway->signal(SIGTERM);
+  EXPECT_EQ(gateway->finish(), 0) << gateway->errors();
+  EXPECT_TRUE(hears("STOPPING=1\n", 1)) << heard;
 }
 
 TEST_F(GatewayServiceTest, WithoutABrokerTheGatewayStillTakesAndStillEndsCleanly) {

@@ -28,5 +28,18 @@ TEST(SafeText, HexTextHasTwoDigitsForEachByte) {
   EXPECT_EQ(hexText({}), "");
 }
 
+TEST(SafeText, WhatTurnsALinesDirectionIsShownByItsNumber) {
+  EXPECT_EQ(lineText("a\u202Eb\u2066c\u2028d\u200Fe\u061Cf"),
+            "a\\u202eb\\u2066c\\u2028d\\u200fe\\u061cf");
+  EXPECT_EQ(lineText("\u2013 \u20AC \u2070 \u0618"), "\u2013 \u20AC \u2070 \u0618");
+}
+
+TEST(SafeText, JsonSaysTheSameWithoutWhatATerminalObeys) {
+  EXPECT_EQ(safeJson("{\"name\":\"\x7F\xC2\x9B"
+                     "31m\u202E\u00E9\"}"),
+            "{\"name\":\"\\u007f\\u009b31m\\u202e\u00E9\"}");
+  EXPECT_EQ(safeJson("\xC2"), "\\u0000");
+}
+
 }  // namespace
 }  // namespace kestrin::gateway

@@ -48,6 +48,17 @@ key = "/key"
 address = "c0:00:00:00:00:0a"
 [[reader]]
 name = "Lager Süd"
+[[webhook]]
+name = "erp"
+url = "https://erp.example:8443/frames?site=4"
+token_file = "/token"
+headers_file = "/headers"
+ca = "/erp-ca"
+batch = 20
+timeout = "5 s"
+[[webhook]]
+name = "local"
+url = "http://[::1]:80"
 )");
   Config whole;
   whole.name = "Dock_4-b";
@@ -59,6 +70,9 @@ name = "Lager Süd"
   whole.broker = {"broker.example", 1234, 4, "me",
                   "/password",      120s, 7, {true, "/ca", "/certificate", "/key"}};
   whole.readers = {{"C0:00:00:00:00:0A", true}, {"Lager Süd", false}};
+  whole.webhooks = {
+      {"erp", "https://erp.example:8443/frames?site=4", "/token", "/headers", "/erp-ca", 20, 5s},
+      {"local", "http://[::1]:80"}};
   EXPECT_EQ(config, whole);
 }
 
@@ -68,18 +82,23 @@ TEST(Config, TheExampleIsRightAsItStandsAndWithEveryCommentedKey) {
   const Config config = configOf(text);
   EXPECT_EQ(config.name, "warehouse-3");
   EXPECT_EQ(config.readers.size(), 2U);
-  // What is commented out says what holds without it, but for the adapter and the simulated radio's
-  // script.
+  // What is commented out says what holds without it, but for the adapter, the simulated radio's
+  // script, the page's names and token, and the webhook.
   std::size_t keys = 0;
   for (std::size_t at = text.find("\n#"); at != std::string::npos; at = text.find("\n#", at + 1)) {
     const bool key = at + 2 < text.size() && text[at + 2] >= 'a' && text[at + 2] <= 'z';
-    if (!key || text.compare(at + 2, 6, "script") == 0) continue;
+    const bool isSection = text.compare(at + 2, 2, "[[") == 0;
+    if (!(key || isSection) || text.compare(at + 2, 6, "script") == 0) continue;
     text.erase(at + 1, 1);
     ++keys;
   }
-  EXPECT_EQ(keys, 10U);
+  EXPECT_EQ(keys, 24U);
   Config adapted = config;
   adapted.adapter = "hci0";
+  adapted.page.names = {"gateway.example"};
+  adapted.page.tokenFile = "page.token";
+  adapted.webhooks = {
+      {"erp", "https://erp.example/frames", "webhook.token", "webhook.headers", "ca.pem"}};
   EXPECT_EQ(configOf(text), adapted);
 }
 
@@ -139,11 +158,12 @@ TEST(Config, ReadersMayBeNone) {
   EXPECT_TRUE(configOf(text.text()).readers.empty());
 }
 
-TEST(Config, AReloadTakesReadersAndConsumersUp) {
+TEST(Config, AReloadTakesReadersConsumersAndWebhooksUp) {
   const Config before = configOf(ConfigText{}.text());
   Config after = before;
   after.readers = {{"C0:00:00:00:00:01", true}};
   after.consumers = {"stock"};
+  after.webhooks = {{"erp", "https://erp.example"}};
   EXPECT_EQ(needsRestart(before, after), Names());
 }
 

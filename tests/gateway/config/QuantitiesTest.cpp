@@ -52,9 +52,9 @@ TEST(Quantities, LoopbackIsThisMachineOnly) {
   for (const char* const host : {"localhost", "LocalHost", "127.0.0.1", "127.255.0.255", "::1"}) {
     EXPECT_TRUE(isLoopback(host)) << host;
   }
-  for (const char* const host :
-       {"", "localhost.example", "128.0.0.1", "127.0.0", "127.0.0.1.1", "127.0.0.256", "127.0.0.1.",
-        "127..0.1", "127.0.0.1.example", "::2", "0.0.0.0", "10.0.0.1"}) {
+  for (const char* const host : {"", "localhost.example", "128.0.0.1", "127.0.0", "127.0.0.1.1",
+                                 "127.0.0.256", "127.0.0.1.", "127..0.1", "127.0.0.1.example",
+                                 "::2", "0.0.0.0", "10.0.0.1", "0127.0.0.1", "127.0.0.01"}) {
     EXPECT_FALSE(isLoopback(host)) << host;
   }
 }

@@ -31,7 +31,7 @@ class History {
       publishSome();
       consumer_->tick();
     }
-    std::vector<RecordNumber> all(records_);
+    std::vector<RecordNumber> all(static_cast<std::size_t>(records_));
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = i + 1;
     EXPECT_EQ(handedOut_, all);
     consumer_->tick();

@@ -29,6 +29,9 @@ class Disk {
   [[nodiscard]] bool isFull() const { return files_->full; }
   /// Nothing can be written.
   void setBroken(bool broken) { files_->faults.write = broken ? 1 : 0; }
+  [[nodiscard]] bool isBroken() const { return files_->faults.write > 0; }
+  /// Nothing can be read.
+  void setUnreadable(bool unreadable) { files_->faults.read = unreadable ? 1 : 0; }
   /// Syncing does nothing and reports success.
   void setLying(bool lying) { files_->lying = lying; }
 

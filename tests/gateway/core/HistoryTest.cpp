@@ -1,36 +1,40 @@
 // The gateway's promise over random histories in virtual time: connections are lost, the broker
 // forgets, gateway and consumers are killed, the power is cut, the disk is full. Then everything
-// comes to rest, and every consumer has what was taken, or was told by number what is lost.
+// comes to rest, and every consumer has what was taken, or was told by number what is lost. So has
+// the server of a webhook, which refuses, is late, and whose answers are lost.
 //
 // Repeatable: KESTRIN_GATEWAY_SEED (1 if not given) and KESTRIN_GATEWAY_HISTORIES (100) settle
 // everything.
 #include "gateway/core/Promise.h"
+#include "gateway/core/Rest.h"
 #include "gateway/core/Scene.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <random>
 
 namespace kestrin::gateway::test {
 namespace {
 
-std::uint32_t environmentNumber(const char* name, std::uint32_t usual) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): before there is any other thread.
-  const char* const given = std::getenv(name);
-  return given == nullptr ? usual : static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10));
-}
-
 /// What is wrong on purpose, so that the check has something to find.
 struct Flaw {
   bool forgetsAtTheAcknowledgement = false;
   bool leavesTheSyncOut = false;
   bool comparesContent = false;
+  [[nodiscard]] bool isAny() const {
+    return forgetsAtTheAcknowledgement || leavesTheSyncOut || comparesContent;
+  }
 };
 
 class History {
  public:
-  explicit History(std::uint32_t seed, Flaw flaw = {}) : random_(seed), flaw_(flaw), scene_(seed) {
+  explicit History(std::uint32_t seed, Flaw flaw = {})
+      : random_(seed),
+        webRandom_(~std::uint64_t{seed}),
+        // Whoever else is declared would mend some of the flaws.
+        hasWebhook_(seed % 2 == 0 && !flaw.isAny()),
+        flaw_(flaw),
+        scene_(seed) {
     scene_.disk.setLying(flaw.leavesTheSyncOut);
     scene_.syncDelay = milliseconds(below(40));
     scene_.config.log.syncInterval = milliseconds(below(3) == 0 ? 0 : below(100));
@@ -45,6 +49,7 @@ class History {
     };
     addReaders(1 + below(3));
     addConsumers(1 + below(2));
+    if (hasWebhook_) addWebhook();
   }
 
   /// Every breach of the promise.
@@ -62,6 +67,7 @@ class History {
   struct Count {
     std::size_t frames = 0, kills = 0, cuts = 0, mayBeLost = 0, refused = 0, gaps = 0, repeats = 0;
     std::size_t budgetGaps = 0;
+    std::size_t posted = 0, postedAgain = 0;
   };
   void addTo(Count& count) {
     count.frames += promise_.frames();
@@ -69,6 +75,8 @@ class History {
     count.cuts += cuts_;
     count.mayBeLost += promise_.mayBeLost();
     count.refused += promise_.refused();
+    count.posted += scene_.web.taken.size();
+    count.postedAgain += webRepeats_;
     for (const auto& each : consumers_) {
       each->kill(true);
       count.gaps += each->gaps.size();
@@ -165,9 +173,54 @@ class History {
     return *consumers_[below(static_cast<std::uint32_t>(consumers_.size()))];
   }
   void pause() {
+    if (hasWebhook_) disturbWeb();
     const Time kSpans[] = {Time::zero(), milliseconds(below(30)), milliseconds(below(1000)),
                            seconds(below(8))};
     scene_.runFor(kSpans[below(4)]);
+  }
+
+  void addWebhook() {
+    WebhookConfig webhook;
+    webhook.name = "erp";
+    webhook.url = "https://erp.example";
+    webhook.batch = static_cast<std::uint16_t>(1 + webRandom_() % 40);
+    scene_.config.webhooks = {webhook};
+  }
+  void disturbWeb() {
+    scene_.web.delay = milliseconds(1 + webRandom_() % 500);
+    scene_.web.losses = static_cast<unsigned>(webRandom_() % 60);
+    constexpr int kAnswers[] = {0, 404, 429, 503};
+    const auto chance = webRandom_() % 12;
+    scene_.web.answers = nullptr;
+    if (chance >= std::size(kAnswers)) return;
+    scene_.web.answers = [status = kAnswers[chance]](const HttpPost&) {
+      return HttpAnswer{.status = status, .why = status == 0 ? "nobody listens there" : ""};
+    };
+  }
+  /// What the server has taken, as a consumer has it.
+  [[nodiscard]] std::vector<std::string> webBreaches() {
+    ConsumerProcess server(scene_.simulated.platform().mainRunLoop, scene_.broker,
+                           {.gateway = scene_.config.name, .name = "erp"});
+    server.wrong = scene_.web.wrong;
+    for (const Delivery& each : scene_.web.taken) {
+      const ConsumerProcess::Key key(each.log, each.record.number);
+      if (each.record.gap) {
+        server.gaps.push_back(*each.record.gap);
+      } else if (const auto [place, isNew] = server.kept.emplace(key, each.record); isNew) {
+        server.order.push_back(key);
+      } else {
+        ++webRepeats_;
+        if (place->second != each.record) server.wrong.push_back("one number, two contents");
+      }
+    }
+    return promise_.breaches(server);
+  }
+  [[nodiscard]] bool webHasAll() const {
+    const Log& log = scene_.gateway->log();
+    const auto& taken = scene_.web.taken;
+    if (!hasWebhook_ || log.next() == 1) return true;
+    return !taken.empty() && taken.back().log == log.identity() &&
+           taken.back().record.number + 1 == log.next();
   }
 
   void slowDown() {
@@ -231,33 +284,31 @@ class History {
     scene_.broker.comeBack();
     scene_.broker.setDelays(milliseconds(1), milliseconds(20));
     scene_.broker.setDuplicates(0);
+    scene_.web.answers = nullptr;
+    scene_.web.losses = 0;
+    scene_.web.delay = milliseconds(1);
     for (const auto& each : consumers_) {
       each->setBusy(false);
       startConsumer(*each);
     }
     startGateway();
     scene_.runFor(seconds(45));
-    if (!scene_.runUntil([this] { return isAtRest(); }, minutes(30))) notAtRest();
+    const auto isDone = [this] {
+      return webHasAll() && isAtRest(scene_.gateway->log(), consumers_);
+    };
+    if (!scene_.runUntil(isDone, minutes(30))) {
+      breaches_.push_back("not everything has come: " + standOf(*scene_.gateway, consumers_) +
+                          (webHasAll() ? "" : "; the webhook has not got all"));
+    }
     for (const auto& each : consumers_) {
       const auto found = promise_.breaches(*each);
       breaches_.insert(breaches_.end(), found.begin(), found.end());
     }
+    if (hasWebhook_) {
+      const auto found = webBreaches();
+      breaches_.insert(breaches_.end(), found.begin(), found.end());
+    }
     return breaches_;
-  }
-  [[nodiscard]] bool isAtRest() const {
-    const Log& log = scene_.gateway->log();
-    return log.synced() + 1 == log.next() &&
-           std::all_of(consumers_.begin(), consumers_.end(),
-                       [&](const auto& each) { return each->hasAll(log.identity(), log.next()); });
-  }
-  void notAtRest() {
-    const Log& log = scene_.gateway->log();
-    std::string text = "not everything has come: the log " + log.identity().substr(0, 4) + ":" +
-                       std::to_string(log.next()) + ", on the disk up to " +
-                       std::to_string(log.synced());
-    for (const auto& each : consumers_) text += "; " + each->stand();
-    for (const auto& each : scene_.gateway->troubles()) text += "; trouble: " + each;
-    breaches_.push_back(text);
   }
 
   struct Reader {
@@ -266,16 +317,19 @@ class History {
     std::uint32_t sent = 0;
   };
   std::mt19937_64 random_;
+  std::mt19937_64 webRandom_;
+  const bool hasWebhook_;
   std::size_t payloadSize_ = 4;
   const Flaw flaw_;
   Scene scene_;
   Promise promise_;
   std::vector<Reader> readers_;
-  std::vector<std::unique_ptr<ConsumerProcess>> consumers_;
+  Consumers consumers_;
   std::vector<std::string> breaches_;
   Time begin_{};
   std::size_t kills_ = 0;
   std::size_t cuts_ = 0;
+  std::size_t webRepeats_ = 0;
 };
 
 TEST(History, KeepsThePromise) {
@@ -293,7 +347,8 @@ TEST(History, KeepsThePromise) {
   std::cout << histories << " histories: " << count.frames << " frames, " << count.kills
             << " kills, " << count.cuts << " power cuts, which may have cost " << count.mayBeLost
             << ", " << count.refused << " refused by the disk, " << count.gaps << " gaps, "
-            << count.budgetGaps << " of which by the budget, " << count.repeats << " repeats\n";
+            << count.budgetGaps << " of which by the budget, " << count.repeats << " repeats, "
+            << count.posted << " posted, " << count.postedAgain << " of which again\n";
   if (histories < 100) return;
   EXPECT_GT(count.frames, histories * 30);
   EXPECT_GT(count.repeats, histories * 30);
@@ -303,6 +358,7 @@ TEST(History, KeepsThePromise) {
   EXPECT_GT(count.refused, 0U);
   EXPECT_GT(count.gaps, count.budgetGaps);
   EXPECT_GT(count.budgetGaps, 0U);
+  EXPECT_GT(count.postedAgain, histories);
 }
 
 /// How many histories it takes until the check finds the flaw; absent: it does not.

@@ -7,6 +7,7 @@
 
 #include "gateway/core/Disk.h"
 #include "gateway/support/ModelBroker.h"
+#include "gateway/support/ModelHttp.h"
 #include "kestrin/simulated/SimulatedPlatform.h"
 #include "tools/gateway/core/Gateway.h"
 
@@ -15,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -66,7 +68,8 @@ class Scene {
   explicit Scene(std::uint64_t seed = 1)
       : simulated(options(seed)),
         disk(seed),
-        broker(simulated.platform().mainRunLoop, {.seed = seed}) {
+        broker(simulated.platform().mainRunLoop, {.seed = seed}),
+        web(simulated.platform().mainRunLoop, seed) {
     config.name = "g1";
     config.log.folder = "log";
     config.broker.host = "broker";
@@ -97,11 +100,19 @@ class Scene {
       return;
     }
     const auto loop = simulated.platform().mainRunLoop;
+    Platform platform = simulated.platform();
+    if (radio) platform.radio = radio;
+    if (gatewayLoop) platform.mainRunLoop = gatewayLoop;
     gateway = std::make_unique<Gateway>(
-        Parts{.platform = simulated.platform(),
+        Parts{.platform = std::move(platform),
               .log = std::move(log),
               .broker = broker.client(config.name, false),
               .syncing = std::make_shared<DelayedSyncing>(loop, syncDelay),
+              .http = std::shared_ptr<HttpClient>(&web, [](HttpClient*) {}),
+              .random =
+                  [engine = std::make_shared<std::mt19937>(static_cast<unsigned>(boots))] {
+                    return std::uniform_real_distribution<double>(0, 1)(*engine);
+                  },
               .clocks = {.wallMs = [this] { return wallBegin + monoMs(); },
                          .monoMs = [this] { return monoMs(); }},
               .identity = {.boot = "boot" + std::to_string(++boots),
@@ -113,7 +124,8 @@ class Scene {
               .onAppended =
                   [this](const Record& record, const auto& number) {
                     if (onAppended) onAppended(record, number);
-                  }},
+                  },
+              .hearing = hearing},
         config);
   }
   /// What a kill of the process is.
@@ -161,12 +173,17 @@ class Scene {
   simulated::SimulatedPlatform simulated;
   Disk disk;
   ModelBroker broker;
+  ModelHttp web;
   Config config;
   Time syncDelay = milliseconds(5);
+  /// Stands between the gateway and the loop, if given.
+  std::shared_ptr<RunLoop> gatewayLoop;
   std::int64_t wallBegin = 1'800'000'000'000;
   int boots = 0;
   std::vector<std::string> said;
   std::function<void(const Record&, std::optional<RecordNumber>)> onAppended;
+  std::shared_ptr<Radio> radio{};  // In place of the simulated platform's.
+  std::shared_ptr<const Hearing> hearing{};
   std::unique_ptr<Gateway> gateway;
 
  private:

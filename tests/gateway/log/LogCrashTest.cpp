@@ -357,7 +357,8 @@ class History {
 
   void forget() {
     if (truth_.synced == 0) return;
-    truth_.forgotten = std::max(truth_.forgotten, below(truth_.synced) + 1);
+    truth_.forgotten = std::max<RecordNumber>(truth_.forgotten,
+                                              below(static_cast<std::size_t>(truth_.synced)) + 1);
     log_->forget(truth_.forgotten);
   }
 

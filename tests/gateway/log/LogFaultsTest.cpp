@@ -55,6 +55,11 @@ class GatewayLogFaults : public testing::Test {
     }
     return std::nullopt;
   }
+  [[nodiscard]] std::uint64_t writeAheadBytes() const {
+    FileError error;
+    const auto file = files_->open("/log/current/records.sqlite-wal", false, error);
+    return file ? file->size() : 0;
+  }
   [[nodiscard]] std::vector<Record> records() {
     std::vector<Record> records;
     EXPECT_FALSE(log_->read(1, 100000, 1U << 30U, records));
@@ -160,6 +165,81 @@ TEST_F(GatewayLogFaults, NothingIsSyncedWhileSyncingFailsAndNothingPilesUp) {
   cutPower();
   open();
   EXPECT_EQ(frames(), numbersFromTo(1, 70));
+}
+
+TEST_F(GatewayLogFaults, StaysWithinItsBudgetWhileASyncThatHasFailedIsUnderWay) {
+  open();
+  append(100);
+  ASSERT_FALSE(sync());
+  append(10);
+  breakSyncing();
+  const auto work = log_->beginSync();
+  ASSERT_TRUE(work);
+  run(*work);
+  mendDisk();
+  // Nobody has handed the work back yet, so that nothing gets out of the write-ahead log.
+  RecordNumber last = 110;
+  while (const auto number = append()) {
+    last = *number;
+    ASSERT_LE(log_->size(), kSmallestBudget);
+    ASSERT_LE(files_->used(), kSmallestBudget);
+  }
+  EXPECT_GT(last, 150U);
+  for (int i = 0; i < 9; ++i) EXPECT_FALSE(append());
+  EXPECT_TRUE(log_->endSync(work));
+  ASSERT_FALSE(sync());
+  const auto all = records();
+  EXPECT_EQ(frames(), numbersFromTo(1, last));
+  ASSERT_TRUE(all.back().gap);
+  EXPECT_EQ(*all.back().gap, (Gap{log_->identity(), last + 1, last + 10, GapReason::refused}));
+}
+
+TEST_F(GatewayLogFaults, StaysWithinItsBudgetWhileSyncingGoesOnFailing) {
+  open();
+  append(100);
+  ASSERT_FALSE(sync());
+  append(10);
+  breakSyncing();
+  std::size_t refused = 0;
+  for (int i = 0; i < 1000; ++i) {
+    refused += append() ? 0U : 1U;
+    if (i % 10 == 0) {
+      EXPECT_TRUE(sync());
+    }
+    ASSERT_LE(log_->size(), kSmallestBudget);
+  }
+  EXPECT_GT(refused, 0U);
+  EXPECT_GT(frames().size(), 150U);
+  mendDisk();
+  ASSERT_FALSE(sync());
+  std::size_t named = 0;
+  for (const Record& record : records()) {
+    if (record.gap) named += static_cast<std::size_t>(record.gap->to + 1 - record.gap->from);
+  }
+  EXPECT_EQ(named, refused);
+  EXPECT_EQ(frames().size(), 1110 - refused);
+}
+
+TEST_F(GatewayLogFaults, TheFileOfAWriteAheadLogThatHadToGrowIsCutAgain) {
+  open();
+  append(100);
+  ASSERT_FALSE(sync());
+  append(10);
+  breakSyncing();
+  EXPECT_TRUE(sync());
+  while (append()) {
+  }
+  const auto most = writeAheadBytes();
+  EXPECT_GT(most, kSmallestBudget / 2);
+  mendDisk();
+  ASSERT_FALSE(sync());
+  for (int i = 0; i < 50; ++i) {
+    append(10);
+    ASSERT_FALSE(sync());
+    ASSERT_LE(log_->size(), kSmallestBudget);
+  }
+  EXPECT_LE(writeAheadBytes(), 3U * (96U << 10U));
+  EXPECT_LE(files_->used(), kSmallestBudget);
 }
 
 TEST_F(GatewayLogFaults, WhatASyncThatFailedHasLostIsNamed) {

@@ -193,7 +193,7 @@ TEST_F(GatewayLog, ReadsFromAnyNumberInPiecesOfAnySize) {
   for (const RecordNumber from : {1U, 7U, 80U, 81U, 250U, 499U, 500U, 12U}) {
     std::vector<Record> got;
     for (RecordNumber at = from; at <= 500; at = got.back().number + 1) {
-      ASSERT_FALSE(log_->read(at, 1 + at % 13, 2000, got));
+      ASSERT_FALSE(log_->read(at, 1 + static_cast<std::size_t>(at % 13), 2000, got));
     }
     EXPECT_EQ(got,
               std::vector<Record>(all.begin() + static_cast<std::ptrdiff_t>(from) - 1, all.end()));

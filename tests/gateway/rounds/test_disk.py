@@ -14,6 +14,7 @@ import pytest
 from faults import Faults
 from judge import expect_all, judge
 from machines import Broker, Gateway, Json, Room, Watch, wait_for
+from privileges import skip_unless_root
 from steps import drain, made_with_an_observer, wait_until_further
 
 REFUSED = "the disk refuses records"
@@ -96,7 +97,7 @@ def small_disk(room: Room) -> Iterator[Path]:
     done = subprocess.run(mount, capture_output=True, text=True, check=False)
     if done.returncode != 0:
         # The same with a disk that only says that it is full is proven above.
-        pytest.skip(f"a small disk cannot be mounted here: {done.stderr.strip()}")
+        skip_unless_root(f"a small disk cannot be mounted here: {done.stderr.strip()}")
     yield folder
     room.close()
     subprocess.run(["umount", str(folder)], check=True)

@@ -145,6 +145,7 @@ std::optional<FileError> ModelFiles::File::append(std::span<const std::uint8_t> 
 
 std::optional<FileError> ModelFiles::File::read(std::uint64_t offset, std::span<std::uint8_t> into,
                                                 std::size_t& count) const {
+  if (disk_.chance(disk_.faults.read)) return failure(EIO, "read " + path_);
   const auto& content = node_->content.bytes();
   const auto from = static_cast<std::size_t>(std::min<std::uint64_t>(offset, content.size()));
   count = std::min(into.size(), content.size() - from);

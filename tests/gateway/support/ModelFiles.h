@@ -34,6 +34,7 @@ struct DiskFaults {
   double shortWrite = 0;  ///< Some of the bytes are written, then ENOSPC.
   double write = 0;       ///< None is, EIO.
   double truncate = 0;    ///< EIO.
+  double read = 0;        ///< EIO.
   double sync = 0;  ///< EIO. What was not on the disk may never get there; nobody says so again.
   double forgetPages =
       0;             ///< With a sync that fails: the file reads as it is on the disk from then on.

@@ -325,7 +325,7 @@ class Transactions {
   [[nodiscard]] std::size_t cuts() const { return cuts_; }
 
  private:
-  std::size_t below(std::size_t bound) { return random_() % bound; }
+  std::size_t below(std::size_t bound) { return static_cast<std::size_t>(random_() % bound); }
 
   void open() {
     base_ = std::make_unique<Database>(*disk_);
@@ -355,7 +355,7 @@ class Transactions {
               std::to_string(below(3000)) + "));";
     }
     if (below(3) == 0) {
-      first += below(last - first + 1);
+      first += below(static_cast<std::size_t>(last - first + 1));
       text += "DELETE FROM r WHERE n<" + std::to_string(first) + ";";
     }
     states_.emplace_back(first, last);

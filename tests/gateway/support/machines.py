@@ -48,6 +48,16 @@ def free_port() -> int:
         return int(probe.getsockname()[1])
 
 
+def last_line(file: Path) -> bytes:
+    """The newest whole one near the end of a file that grows; empty: there is none."""
+    if not file.exists():
+        return b""
+    with file.open("rb") as output:
+        output.seek(max(0, file.stat().st_size - 8192))
+        lines = output.read().split(b"\n")[:-1]
+    return lines[-1] if lines else b""
+
+
 class Room:
     """A folder with what runs in it. What is left running is killed at the end."""
 
@@ -209,7 +219,10 @@ class Settings:
     log: dict[str, Any] = field(default_factory=dict)
     broker: dict[str, Any] = field(default_factory=dict)
     tls: dict[str, Any] | None = None
+    page: dict[str, Any] | None = None
+    page_tls: dict[str, Any] | None = None
     format: str | None = None
+    webhooks: list[dict[str, Any]] = field(default_factory=list)
 
     def text(self) -> str:
         gateway = {"name": self.name, "consumers": self.consumers, "format": self.format}
@@ -222,9 +235,14 @@ class Settings:
         ]
         if self.tls is not None:
             parts.append(section("[broker.tls]", self.tls))
+        if self.page is not None:
+            parts.append(section("[page]", self.page))
+        if self.page_tls is not None:
+            parts.append(section("[page.tls]", self.page_tls))
         for reader in self.readers:
             key = "address" if reader.count(":") == 5 else "name"
             parts.append(section("[[reader]]", {key: reader}))
+        parts += [section("[[webhook]]", webhook) for webhook in self.webhooks]
         return "\n".join(parts)
 
 
@@ -292,6 +310,11 @@ class Gateway(Process):
         lines = (line.split() for line in text[: text.rfind("\n") + 1].splitlines())
         return {(log, int(number)): digits for log, number, digits in lines}
 
+    def last_taken(self) -> int:
+        """The newest number of those; 0: none."""
+        line = last_line(self._taken)
+        return int(line.split()[1]) if line else 0
+
     def clear_taken(self) -> None:
         """Between two lives."""
         self._taken.unlink(missing_ok=True)
@@ -341,11 +364,8 @@ class ConsumerProcess(Process):
 
     def last_number(self) -> int:
         """Of the newest thing that it has printed in this life; 0: nothing."""
-        file = self.life(self.lives)
-        with file.open("rb") as output:
-            output.seek(max(0, file.stat().st_size - 8192))
-            lines = output.read().split(b"\n")[:-1]
-        return int(json.loads(lines[-1])["n"]) if lines else 0
+        line = last_line(self.life(self.lives))
+        return int(json.loads(line)["n"]) if line else 0
 
 
 def new_client(name: str) -> Any:

@@ -22,14 +22,22 @@ struct Requests {
   RunRequest run;
   std::string config;
   LogRequest log;
+  TailRequest tail;
   ExportRequest exporting;
   ConsumeRequest consume;
+  StatusRequest status;
   std::uint32_t port = 0;
 };
 
 /// An empty word is most often a variable that a script forgot to set.
 std::string checkFilled(const std::string& text) {
   return text.empty() ? "is empty; name a file or folder" : "";
+}
+
+std::string checkNumber(const std::string& text) {
+  const bool isNumber = !text.empty() && text.size() <= 18 && text.front() != '0' &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+  return isNumber ? "" : "'" + safeText(text) + "' is not a number from 1 on";
 }
 
 std::string checkPort(const std::string& text) {
@@ -80,6 +88,26 @@ void addLog(CLI::App& app, Requests& requests) {
       "Changes nothing, and may be used while the gateway runs. What is wrong with the log is "
       "said\n"
       "on standard error.\n\nExample:\n  kestrin-gateway log /var/lib/kestrin-gateway/log");
+}
+
+void addTail(CLI::App& app, Requests& requests) {
+  CLI::App* const command =
+      app.add_subcommand("tail", "Print a log's records as they come, a line each");
+  TailRequest& request = requests.tail;
+  command->add_option("FOLDER", request.place, "The log's folder, or the gateway's configuration")
+      ->required()
+      ->check(checkFilled);
+  command->add_option("--from", request.from, "Begin with this number, and not with the last ten")
+      ->check(checkNumber)
+      ->type_name("NUMBER");
+  command->add_option("--count", request.count, "End after so many records")
+      ->check(checkNumber)
+      ->type_name("NUMBER");
+  command->add_flag("--text", request.text, "Lines as `log` prints them, and not JSON");
+  command->footer(
+      "Changes nothing, and follows the log while the gateway runs. What is not in the log any\n"
+      "more is said by number on standard error. SIGTERM, SIGINT and a reader of its output that\n"
+      "goes away end it.\n\nExample:\n  kestrin-gateway tail /var/lib/kestrin-gateway/log");
 }
 
 void addExport(CLI::App& app, Requests& requests) {
@@ -149,11 +177,33 @@ void addConsume(CLI::App& app, Requests& requests) {
       "  kestrin-gateway consume --gateway hall-1 --name wms --state wms.state >>frames.jsonl");
 }
 
+void addStatus(CLI::App& app, Requests& requests) {
+  CLI::App* const command = app.add_subcommand("status", "Say how a gateway is");
+  StatusRequest& request = requests.status;
+  auto* const places = command->add_option_group("places", "One of them");
+  places->require_option(1);
+  places->add_option("CONFIG", request.config, "The configuration of a gateway on this machine")
+      ->check(checkFilled);
+  places->add_option("--url", request.url, "Where its page is, as in https://gateway.example:8417")
+      ->type_name("URL");
+  command->add_option("--token-file", request.tokenFile, "A file with the page's token; with --url")
+      ->type_name("FILE");
+  command->add_option("--ca", request.caFile, "Whom to trust, instead of the system's; with --url")
+      ->type_name("FILE");
+  command->add_flag("--json", request.json, "Print it as JSON, for programs");
+  command->footer(
+      "It asks the gateway's page, which [page] in the configuration turns on. The exit status is\n"
+      "0 when nothing is wrong, 3 when something is, 1 when the gateway cannot be asked.\n\n"
+      "Example:\n  kestrin-gateway status /etc/kestrin-gateway/gateway.toml");
+}
+
 int run(const std::string& command, Requests& requests, Output& output) {
   if (command == "run") return runGateway(requests.run, output);
   if (command == "check-config") return checkConfig(requests.config, output);
   if (command == "log") return printLog(requests.log, output);
+  if (command == "tail") return tailLog(requests.tail, output);
   if (command == "export") return exportLog(requests.exporting, output);
+  if (command == "status") return printStatus(requests.status, output);
   BrokerConfig& broker = requests.consume.broker;
   const std::uint16_t usual = broker.tls.on ? kTlsPort : kPlainPort;
   broker.port = requests.port == 0 ? usual : static_cast<std::uint16_t>(requests.port);
@@ -222,8 +272,10 @@ int runCommandLine(int argumentCount, const char* const* arguments, Output& outp
   addRun(app, requests);
   addCheckConfig(app, requests);
   addLog(app, requests);
+  addTail(app, requests);
   addExport(app, requests);
   addConsume(app, requests);
+  addStatus(app, requests);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong usage or configuration.");
   try {
     app.parse(argumentCount, arguments);

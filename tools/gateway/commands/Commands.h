@@ -1,6 +1,6 @@
 // The commands of `kestrin-gateway`, one function each.
 //
-// Threads: one at a time; `run` and `consume` turn a run loop.
+// Threads: one at a time; `run`, `tail` and `consume` turn a run loop.
 // Lifetime: everything ends with the call.
 // Errors: said in one line each; the exit status says which kind.
 #pragma once
@@ -34,6 +34,14 @@ struct LogRequest {
 };
 int printLog(const LogRequest& request, Output& output);
 
+struct TailRequest {
+  std::string place;  ///< The log's folder, or the gateway's configuration.
+  std::optional<RecordNumber> from{};
+  std::optional<std::uint64_t> count{};
+  bool text = false;  ///< As `log` prints it, instead of JSON.
+};
+int tailLog(const TailRequest& request, Output& output);
+
 struct ExportRequest {
   std::string folder;
   ExportForm form = ExportForm::csv;
@@ -49,6 +57,18 @@ struct ConsumeRequest {
   BrokerConfig broker{};
 };
 int consume(const ConsumeRequest& request, Output& output);
+
+/// Something is wrong with the gateway that the status is of.
+inline constexpr int kTrouble = 3;
+
+struct StatusRequest {
+  std::optional<std::string> config{};  ///< Whose page is asked; else `url` is.
+  std::optional<std::string> url{};     ///< Without a path.
+  std::optional<std::string> tokenFile{};
+  std::optional<std::string> caFile{};
+  bool json = false;
+};
+int printStatus(const StatusRequest& request, Output& output);
 
 /// Flushes; the exit status of a command whose work is done.
 int finishOutput(Output& output);

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <utility>
 
+#include "tools/gateway/commands/SafeText.h"
+
 namespace kestrin::gateway {
 namespace {
 
@@ -35,7 +37,7 @@ Consumer::Handlers ConsumeSession::handlers() {
   Consumer::Handlers handlers;
   handlers.onRecord = [this](const LogIdentity& log, const Record& record) {
     if (failed_) return false;
-    output_.line(payloadOf(record, log, FrameFormat::json));
+    output_.line(safeJson(payloadOf(record, log, FrameFormat::json)));
     return true;
   };
   handlers.onGap = [this](const LogIdentity&, const Gap& gap) { output_.note(lossText(gap)); };

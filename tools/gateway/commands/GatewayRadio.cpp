@@ -96,7 +96,8 @@ class BluezRadio final : public GatewayRadio {
  public:
   BluezRadio(const std::shared_ptr<MainRunLoop>& loop, const RadioRequest& request) {
     platform_ = platformOn(loop, request.log);
-    platform_.radio = bluez::makeRadio(loop, {.adapter = request.adapter, .busAddress = {}});
+    platform_.radio = bluez::makeRadio(
+        loop, {.adapter = request.adapter, .busAddress = {}, .linkNames = request.linkNames});
   }
   [[nodiscard]] Platform platform() const override { return platform_; }
 

@@ -29,6 +29,8 @@ class GatewayRadio {
 struct RadioRequest {
   RadioChoice choice = RadioChoice::bluez;
   std::optional<std::string> adapter{};
+  /// Where the real radio keeps the names of linked readers for the next start.
+  std::optional<std::string> linkNames{};
   std::optional<std::string> script{};
   std::vector<ReaderConfig> readers{};
   /// Where the simulated readers write down what they have sent, a line each: name, tab, bytes.

@@ -12,6 +12,13 @@ namespace {
 
 constexpr std::size_t kLargeWrite = 65536;
 constexpr int kPatienceMs = 1000;
+// A pipe that has room has room for so much.
+constexpr std::size_t kPiece = 4096;
+
+bool hasRoom(int descriptor, int patienceMs) {
+  pollfd room{descriptor, POLLOUT, 0};
+  return ::poll(&room, 1, patienceMs) != 0;
+}
 
 }  // namespace
 
@@ -51,20 +58,30 @@ void Output::sync() {
   }
 }
 
-void Output::note(std::string_view text) {
-  std::string whole = "kestrin-gateway: " + lineText(text) + "\n";
+void Output::note(const Line& line) {
+  Line safe = line;
+  safe.text = lineText(line.text);
+  safe.reader = lineText(line.reader);
+  if (!journal_ || !journal_(safe)) noteOnErrors(safe.text);
+}
+
+void Output::noteOnErrors(const std::string& text) {
+  std::string whole = "kestrin-gateway: " + text + "\n";
   if (unwritten_ > 0) {
-    whole.insert(0, "kestrin-gateway: nobody has read, so " + std::to_string(unwritten_) +
+    whole.insert(0, (isTorn_ ? "\nkestrin-gateway: " : "kestrin-gateway: ") +
+                        ("nobody has read, so " + std::to_string(unwritten_)) +
                         " lines are missing here\n");
   }
   // Who does not read holds up nothing but the first line, and that not for long.
-  pollfd room{errors_, POLLOUT, 0};
-  if (::poll(&room, 1, unwritten_ > 0 ? 0 : kPatienceMs) == 0) {
-    ++unwritten_;
-    return;
+  const int patienceMs = unwritten_ > 0 ? 0 : kPatienceMs;
+  std::string_view rest = whole;
+  while (!rest.empty() && hasRoom(errors_, patienceMs)) {
+    const auto piece = rest.substr(0, kPiece);
+    writeAll(errors_, piece);
+    rest.remove_prefix(piece.size());
   }
-  unwritten_ = 0;
-  writeAll(errors_, whole);
+  isTorn_ = !rest.empty() && (isTorn_ || rest.size() < whole.size());
+  unwritten_ = rest.empty() ? 0 : unwritten_ + 1;
 }
 
 }  // namespace kestrin::gateway

@@ -7,10 +7,14 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "tools/gateway/core/Line.h"
 
 namespace kestrin::gateway {
 
@@ -31,15 +35,22 @@ class Output {
   void sync();
   /// One line for a person, "kestrin-gateway: " in front. Where nobody reads the lines of a pipe,
   /// they are dropped once it is full, and counted in the next one that can be written.
-  void note(std::string_view text);
+  void note(const Line& line);
+  /// Takes the lines for a person in place of standard error; false: it could not.
+  using Journal = std::function<bool(const Line&)>;
+  void noteIn(Journal journal) { journal_ = std::move(journal); }
   /// Why standard output could not be written; absent while it could.
   [[nodiscard]] const std::optional<std::error_code>& error() const noexcept { return error_; }
 
  private:
+  void noteOnErrors(const std::string& text);
+
   const int output_;
   const int errors_;
+  Journal journal_;
   std::string held_;
   std::size_t unwritten_ = 0;
+  bool isTorn_ = false;  // Whether the last line ends in its middle.
   std::optional<std::error_code> error_;
 };
 

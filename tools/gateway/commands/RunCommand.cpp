@@ -10,20 +10,30 @@
 #include "tools/gateway/broker/BrokerAccess.h"
 #include "tools/gateway/broker/MosquittoBroker.h"
 #include "tools/gateway/commands/Commands.h"
+#include "tools/gateway/commands/GatewayPage.h"
 #include "tools/gateway/commands/GatewayRadio.h"
 #include "tools/gateway/commands/LineFile.h"
 #include "tools/gateway/commands/SafeText.h"
 #include "tools/gateway/commands/Signals.h"
 #include "tools/gateway/commands/ThreadSyncing.h"
 #include "tools/gateway/core/Gateway.h"
+#include "tools/gateway/http/CurlClient.h"
+#include "tools/gateway/service/ServiceManager.h"
 
 namespace kestrin::gateway {
 namespace {
 
+/// What has to be mended.
+Line errorLine(const std::string& text) {
+  Line line(text);
+  line.weight = Weight::error;
+  return line;
+}
+
 std::optional<Config> configOf(const std::string& file, Output& output) {
   std::vector<ConfigComplaint> complaints;
   auto config = readConfig(file, complaints);
-  for (const ConfigComplaint& each : complaints) output.note(each.printed());
+  for (const ConfigComplaint& each : complaints) output.note(errorLine(each.printed()));
   if (!complaints.empty()) return std::nullopt;
   return config;
 }
@@ -55,6 +65,8 @@ RadioRequest radioOf(const Config& config, const RunRequest& request) {
   RadioRequest radio;
   radio.choice = config.radio;
   radio.adapter = config.adapter;
+  // The log holds the folder, so that no other gateway writes there.
+  radio.linkNames = config.log.folder + "/links";
   radio.script = config.simulatedScript;
   radio.readers = config.readers;
   radio.sent = request.sent;
@@ -81,18 +93,24 @@ class Run {
                  brokerText(config_.broker));
     if (const auto why = writeDown(*parts)) return failed(*why);
     gateway_ = std::make_unique<Gateway>(std::move(*parts), config_);
+    GatewayPage page(loop_, *gateway_, config_.page,
+                     [this](const auto& line) { output_.note(line); });
+    page_ = &page;
+    manager_.started();
     loop_->run();
+    page_ = nullptr;
+    page.close();
     gateway_.reset();
     return kSuccess;
   }
 
  private:
   int failed(const std::string& why) {
-    output_.note(why);
+    output_.note(errorLine(why));
     return kFailure;
   }
   int wrong(const std::string& why) {
-    output_.note(why);
+    output_.note(errorLine(why));
     return kWrongUsage;
   }
 
@@ -104,13 +122,17 @@ class Run {
     parts.log = Log::open(systemFiles(), std::move(options), error, &parts.findings);
     if (!parts.log) return std::nullopt;
     parts.platform = radio.platform();
+    const auto hearing = std::make_shared<Hearing>();
+    parts.platform.radio = listened(parts.platform.radio, hearing);
+    parts.hearing = hearing;
     parts.broker = std::make_unique<MosquittoBroker>(
         loop_, BrokerSettings{.config = config_.broker, .clientId = clientIdOf(config_.name)});
     parts.syncing = std::make_shared<ThreadSyncing>(loop_);
+    parts.http = std::make_shared<CurlClient>(loop_, "kestrin-gateway/" KESTRIN_VERSION);
     parts.clocks = {.wallMs = [] { return millisecondsOf(CLOCK_REALTIME); },
                     .monoMs = [] { return millisecondsOf(CLOCK_BOOTTIME); }};
     parts.identity = identityOf(config_);
-    parts.say = [this](const std::string& line) { output_.note(line); };
+    parts.say = [this](const Line& line) { output_.note(line); };
     return parts;
   }
 
@@ -128,17 +150,25 @@ class Run {
     // Before the gateway stands there is nothing to leave.
     if (!gateway_) return loop_->stop();
     output_.note("asked to end: leaving the readers");
+    manager_.stopping();
     gateway_->stop([this] { loop_->stop(); });
   }
 
   void reload() {
     if (!gateway_) return;
+    manager_.reloading();
+    takeConfig();
+    manager_.reloaded();
+  }
+
+  void takeConfig() {
     const auto config = configOf(request_.config, output_);
     if (!config) {
       output_.note("the configuration stays as it was");
       return;
     }
     const auto restart = gateway_->reload(*config);
+    if (page_ != nullptr) page_->reload();
     output_.note("the configuration was read again");
     for (const std::string& key : restart) {
       output_.note(key + " has changed, which takes a restart; it stays as it was until then");
@@ -151,6 +181,8 @@ class Run {
   LineFile taken_;
   const std::shared_ptr<MainRunLoop> loop_ = std::make_shared<MainRunLoop>();
   std::unique_ptr<Gateway> gateway_;
+  GatewayPage* page_ = nullptr;
+  ServiceManager manager_{loop_, [this] { return gateway_->standing(); }};
 };
 
 }  // namespace

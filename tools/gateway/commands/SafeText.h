@@ -14,9 +14,13 @@ namespace kestrin::gateway {
 /// steer a terminal and the bytes can be had back.
 std::string safeText(std::string_view text);
 
-/// Text that may have any characters, on one line: what could steer a terminal or end the line, and
-/// what is no UTF-8, does not stay as it is.
+/// Text that may have any characters, on one line: what could steer a terminal, end the line or
+/// turn its direction, and what is no UTF-8, does not stay as it is.
 std::string lineText(std::string_view text);
+
+/// A text of JSON, which says the same afterwards: what a terminal would obey is written as
+/// `\uNNNN`.
+std::string safeJson(std::string_view json);
 
 /// Two lower-case digits for each byte.
 std::string hexText(std::span<const std::uint8_t> bytes);

@@ -46,6 +46,15 @@ std::vector<std::string> needsRestart(const Config& before, const Config& after)
   compare(was.tls.caFile, is.tls.caFile, "broker.tls.ca");
   compare(was.tls.certificateFile, is.tls.certificateFile, "broker.tls.certificate");
   compare(was.tls.keyFile, is.tls.keyFile, "broker.tls.key");
+  const PageConfig& page = before.page;
+  compare(page.on, after.page.on, "page.on");
+  compare(page.address, after.page.address, "page.address");
+  compare(page.port, after.page.port, "page.port");
+  compare(page.names, after.page.names, "page.names");
+  compare(page.tokenFile, after.page.tokenFile, "page.token_file");
+  compare(page.commands, after.page.commands, "page.commands");
+  compare(page.certificateFile, after.page.certificateFile, "page.tls.certificate");
+  compare(page.keyFile, after.page.keyFile, "page.tls.key");
   return keys;
 }
 

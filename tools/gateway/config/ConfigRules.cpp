@@ -18,17 +18,21 @@ constexpr std::uint64_t kLeastBudget = 1ULL << 20U;
 constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 constexpr std::string_view kNameRight = "1 to 64 of the characters A-Z, a-z, 0-9, _ and -";
 constexpr std::string_view kFileRight = "the name of a file";
+constexpr std::size_t kLongestCredential = 200;
 constexpr std::string_view kReaderRight = "name = \"KVR-0417\" or address = \"C0:00:00:00:00:01\"";
 
 // Every key, by its section. What is mistyped or stands in the wrong section is looked up here.
-const Words kTop{"gateway", "radio", "log", "broker", "reader"};
+const Words kTop{"gateway", "radio", "log", "broker", "page", "reader", "webhook"};
 const Words kGateway{"name", "format", "consumers"};
 const Words kRadio{"kind", "adapter", "script"};
 const Words kLog{"directory", "budget", "sync"};
 const Words kBroker{"host",          "port",       "protocol", "user",
                     "password_file", "keep_alive", "window",   "tls"};
 const Words kTls{"on", "ca", "certificate", "key"};
+const Words kPage{"on", "address", "port", "names", "token_file", "commands", "tls"};
+const Words kPageTls{"certificate", "key"};
 const Words kReader{"name", "address"};
+const Words kWebhook{"name", "url", "token_file", "headers_file", "ca", "batch", "timeout"};
 
 Words allPaths() {
   Words paths;
@@ -40,7 +44,10 @@ Words allPaths() {
   add("log", kLog);
   add("broker", kBroker);
   add("broker.tls", kTls);
+  add("page", kPage);
+  add("page.tls", kPageTls);
   add("[reader]", {"address"});
+  add("[webhook]", {"url", "token_file", "headers_file", "batch", "timeout"});
   return paths;
 }
 
@@ -58,7 +65,9 @@ class Judge {
     inSection("radio", kRadio, &Judge::radio);
     inSection("log", kLog, &Judge::log);
     inSection("broker", kBroker, &Judge::broker);
+    inSection("page", kPage, &Judge::page);
     readers();
+    webhooks();
   }
 
  private:
@@ -76,14 +85,26 @@ class Judge {
   void tls(ConfigSection& broker);
   void certificate(ConfigSection& section);
   void secrets(ConfigSection& section);
+  void page(ConfigSection& section);
+  void pageAddress(ConfigSection& section);
+  void pageNames(ConfigSection& section);
+  void pageTls(ConfigSection& page);
+  void pageAccess(ConfigSection& section);
   void readers();
   void reader(const ConfigNode& node, std::size_t index);
   void readerName(ConfigSection& section, ReaderConfig& reader);
   void readerAddress(ConfigSection& section, ReaderConfig& reader);
   void keepReader(const ConfigNode& node, ConfigSection& section, ReaderConfig reader);
+  void webhooks();
+  void webhook(const ConfigNode& node, std::size_t index);
+  void webhookName(ConfigSection& section, WebhookConfig& webhook);
+  void webhookUrl(ConfigSection& section, WebhookConfig& webhook);
+  void webhookTimeout(ConfigSection& section, WebhookConfig& webhook);
 
   std::optional<std::string> path(ConfigSection& section, std::string_view key,
                                   std::string_view right);
+  static std::optional<std::string> credential(ConfigSection& section, std::string_view key,
+                                               const std::string& text);
   std::optional<std::chrono::milliseconds> duration(ConfigSection& section, std::string_view key,
                                                     std::string_view right);
 
@@ -284,6 +305,77 @@ void Judge::secrets(ConfigSection& section) {
                      " could read the password; [broker.tls] with on = true would be right");
 }
 
+void Judge::page(ConfigSection& section) {
+  PageConfig& page = config_.page;
+  const bool isThere = top_.has("page");
+  page.on = section.truth("on").value_or(isThere);
+  pageAddress(section);
+  page.port = static_cast<std::uint16_t>(
+      section.whole("port", 1, 65'535, "a port from 1 to 65535").value_or(page.port));
+  pageNames(section);
+  page.tokenFile = path(section, "token_file", kFileRight);
+  page.commands = section.truth("commands").value_or(false);
+  pageTls(section);
+  pageAccess(section);
+}
+
+void Judge::pageAddress(ConfigSection& section) {
+  constexpr std::string_view kRight =
+      "an address of this machine in digits, as in \"127.0.0.1\", or \"0.0.0.0\" for all of them,";
+  const auto address = section.text("address", kRight);
+  if (!address) return;
+  config_.page.address = *address;
+  if (isIpAddress(*address)) return;
+  section.refuse("address", '"' + shownText(*address) + "\" is not an address; " +
+                                std::string(kRight) + " would be right");
+}
+
+void Judge::pageNames(ConfigSection& section) {
+  constexpr std::string_view kRight = "a list of host names, as in [\"gateway.example\"],";
+  const ConfigNode* const list = section.find("names");
+  if (list == nullptr) return;
+  if (list->kind != ConfigKind::list) return section.refuseKind(*list, "names", kRight);
+  for (const ConfigNode& each : list->children) {
+    if (each.kind != ConfigKind::text) {
+      section.refuseKind(each, "names", "a host's name in quotation marks");
+    } else if (!isHostName(each.text)) {
+      section.refuseAt(each.place, "names",
+                       '"' + shownText(each.text) + "\" is not a host's name; " +
+                           std::string(kRight) + " would be right");
+    } else {
+      config_.page.names.push_back(each.text);
+    }
+  }
+}
+
+void Judge::pageTls(ConfigSection& page) {
+  const ConfigNode* const node = page.find("tls");
+  if (node == nullptr) return;
+  if (node->kind != ConfigKind::table) {
+    return page.refuseKind(*node, "tls", "a section, [page.tls],");
+  }
+  ConfigSection section(*node, "page.tls", file_, judged_.complaints);
+  known(section, kPageTls);
+  section.require("certificate", kFileRight);
+  section.require("key", kFileRight);
+  config_.page.certificateFile = path(section, "certificate", kFileRight);
+  config_.page.keyFile = path(section, "key", kFileRight);
+}
+
+void Judge::pageAccess(ConfigSection& section) {
+  const PageConfig& page = config_.page;
+  if (page.commands && !section.has("token_file")) {
+    section.refuse("commands",
+                   "commands need a token; token_file = \"FILE\" beside it would be right");
+  }
+  if (!page.on || isLoopback(page.address) || !isIpAddress(page.address)) return;
+  if (section.has("tls") && section.has("token_file")) return;
+  section.refuse("address",
+                 shownText(page.address) +
+                     " can be reached by other machines; [page.tls] with certificate "
+                     "and key, and token_file, or address = \"127.0.0.1\" would be right");
+}
+
 void Judge::readers() {
   const ConfigNode* const list = top_.find("reader");
   if (list == nullptr) {
@@ -358,6 +450,85 @@ void Judge::keepReader(const ConfigNode& node, ConfigSection& section, ReaderCon
   readerLines_.push_back(node.place.line);
 }
 
+void Judge::webhooks() {
+  const ConfigNode* const list = top_.find("webhook");
+  if (list == nullptr) return;
+  if (list->kind != ConfigKind::list) {
+    return top_.refuseKind(*list, "webhook", "[[webhook]], in two pairs of brackets,");
+  }
+  for (std::size_t i = 0; i < list->children.size(); ++i) webhook(list->children[i], i + 1);
+}
+
+void Judge::webhook(const ConfigNode& node, std::size_t index) {
+  const std::string at = "webhook[" + std::to_string(index) + ']';
+  if (node.kind != ConfigKind::table) {
+    return top_.refuseKind(node, at, "[[webhook]] with name and url");
+  }
+  ConfigSection section(node, at, file_, judged_.complaints);
+  known(section, kWebhook);
+  WebhookConfig webhook;
+  webhookName(section, webhook);
+  webhookUrl(section, webhook);
+  webhook.tokenFile = path(section, "token_file", kFileRight);
+  webhook.headersFile = path(section, "headers_file", kFileRight);
+  webhook.caFile = path(section, "ca", kFileRight);
+  if (const auto batch = section.whole("batch", 1, 1000, "a whole number from 1 to 1000")) {
+    webhook.batch = static_cast<std::uint16_t>(*batch);
+  }
+  webhookTimeout(section, webhook);
+  config_.webhooks.push_back(std::move(webhook));
+}
+
+void Judge::webhookName(ConfigSection& section, WebhookConfig& webhook) {
+  section.require("name", kNameRight);
+  webhook.name = section.text("name", kNameRight).value_or("");
+  const std::string shown = '"' + shownText(webhook.name) + '"';
+  if (!webhook.name.empty() && !isPlainName(webhook.name)) {
+    section.refuse("name", shown + " is not a name for a consumer; " + std::string(kNameRight) +
+                               " would be right");
+  }
+  const auto& consumers = config_.consumers;
+  const auto& known = config_.webhooks;
+  if (std::find(consumers.begin(), consumers.end(), webhook.name) != consumers.end()) {
+    section.refuse("name", shown +
+                               " is in gateway.consumers, who commit by the broker; a name of "
+                               "its own would be right");
+  } else if (!webhook.name.empty() &&
+             std::any_of(known.begin(), known.end(),
+                         [&](const auto& each) { return each.name == webhook.name; })) {
+    section.refuse("name", shown + " is another webhook's already; once would be right");
+  }
+}
+
+void Judge::webhookUrl(ConfigSection& section, WebhookConfig& webhook) {
+  constexpr std::string_view kRight = "an address as in \"https://host.example/frames\"";
+  section.require("url", kRight);
+  const auto url = section.text("url", kRight);
+  if (!url) return;
+  const auto address = webAddressOf(*url);
+  // It is not repeated: many have a secret in their path.
+  if (!address) {
+    return section.refuse("url", "it is not the address of a web service; " + std::string(kRight) +
+                                     ", without a user and a fragment, would be right");
+  }
+  if (!address->isSecure && !isLoopback(address->host)) {
+    return section.refuse("url", "with http everybody on the way to " + shownText(address->host) +
+                                     " could read and change it; https would be right");
+  }
+  webhook.url = *url;
+}
+
+void Judge::webhookTimeout(ConfigSection& section, WebhookConfig& webhook) {
+  constexpr std::string_view kRight = "a time from 1 s to 5 min, as in \"30 s\",";
+  const auto timeout = duration(section, "timeout", kRight);
+  if (!timeout) return;
+  if (*timeout < 1s || *timeout > 5min) {
+    return section.refuse("timeout",
+                          "it is out of range; " + std::string(kRight) + " would be right");
+  }
+  webhook.timeout = *timeout;
+}
+
 std::optional<std::string> Judge::path(ConfigSection& section, std::string_view key,
                                        std::string_view right) {
   auto name = section.text(key, right);
@@ -368,9 +539,26 @@ std::optional<std::string> Judge::path(ConfigSection& section, std::string_view 
                    "its content does not belong here; " + std::string(right) + " would be right");
     return std::nullopt;
   }
+  if (right == kFileRight && name->starts_with(kCredential)) return credential(section, key, *name);
   const auto slash = file_.rfind('/');
   if (name->starts_with('/') || slash == std::string::npos) return name;
   return file_.substr(0, slash + 1) + *name;
+}
+
+std::optional<std::string> Judge::credential(ConfigSection& section, std::string_view key,
+                                             const std::string& text) {
+  const auto name = std::string_view(text).substr(kCredential.size());
+  const bool isPlain = std::all_of(name.begin(), name.end(), [](char c) {
+    return isPlainName(std::string_view(&c, 1)) || c == '.';
+  });
+  if (isPlain && !name.empty() && name.front() != '.' && name.size() <= kLongestCredential) {
+    return text;
+  }
+  section.refuse(key,
+                 '"' + shownText(text) +
+                     "\" is not a credential; \"credential:NAME\" would be right, with a name of"
+                     " A-Z a-z 0-9 _ . -");
+  return std::nullopt;
 }
 
 std::optional<std::chrono::milliseconds> Judge::duration(ConfigSection& section,
@@ -386,6 +574,15 @@ std::optional<std::chrono::milliseconds> Judge::duration(ConfigSection& section,
                             " would be right");
   }
   return time;
+}
+
+/// What stands in the brackets of "[2]"; 0 where there are none.
+std::size_t wholeIn(std::string_view brackets) {
+  std::size_t number = 0;
+  for (const char c : brackets) {
+    if (c >= '0' && c <= '9') number = number * 10 + static_cast<std::size_t>(c - '0');
+  }
+  return number;
 }
 
 }  // namespace
@@ -408,12 +605,15 @@ ConfigPlace placeOfKey(const ConfigNode& tree, std::string_view path) {
   const ConfigNode* node = &tree;
   while (!path.empty()) {
     const auto end = std::min(path.find('.'), path.size());
-    const auto key = path.substr(0, end);
+    auto key = path.substr(0, end);
+    const auto bracket = std::min(key.find('['), key.size());
+    const auto index = wholeIn(key.substr(bracket));
+    key = key.substr(0, bracket);
     const auto& children = node->children;
     const auto child = std::find_if(children.begin(), children.end(),
                                     [key](const auto& each) { return each.key == key; });
-    if (child == children.end()) return {};
-    node = &*child;
+    if (child == children.end() || index > child->children.size()) return {};
+    node = index == 0 ? &*child : &child->children[index - 1];
     path.remove_prefix(std::min(end + 1, path.size()));
   }
   return node->place;

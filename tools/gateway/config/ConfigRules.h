@@ -20,7 +20,8 @@ struct JudgedConfig {
 /// Relative names of files count from the folder of `file`.
 JudgedConfig judgedText(const std::string& text, const std::string& file);
 
-/// Where the value of a key stands, for example of "broker.tls.ca"; the first line without one.
+/// Where the value of a key stands, for example of "broker.tls.ca" or "webhook[2].ca"; the first
+/// line without one.
 ConfigPlace placeOfKey(const ConfigNode& tree, std::string_view path);
 
 void sortByPlace(std::vector<ConfigComplaint>& complaints);

@@ -1,5 +1,9 @@
 #include "tools/gateway/config/Quantities.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <charconv>
 #include <limits>
@@ -50,11 +54,28 @@ std::optional<std::uint64_t> quantityOf(std::string_view text, std::span<const U
 
 char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
+constexpr std::size_t kLongestWebAddress = 900;
+constexpr const char* kHostLetters =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
+
+/// Neither blanks nor controls, and nothing that programs read in different ways.
+bool isOfWebAddress(char c) {
+  return c > ' ' && c <= '~' && std::string_view("\"<>\\^`{|}#@").find(c) == std::string_view::npos;
+}
+
+bool isPort(std::string_view digits) {
+  const auto port = wholeOf(digits);
+  return port && *port > 0 && *port <= 65'535;
+}
+
 bool isLoopbackAddress(std::string_view host) {
   for (int part = 0; part < 4; ++part) {
     const auto end = std::min(host.find('.'), host.size());
-    const auto number = wholeOf(host.substr(0, end));
+    const auto digits = host.substr(0, end);
+    const auto number = wholeOf(digits);
     if (!number || *number > 255 || (part == 0 && *number != 127)) return false;
+    // Some read such digits as octal ones, and find another machine.
+    if (digits.size() > 1 && digits.starts_with('0')) return false;
     if ((end == host.size()) != (part == 3)) return false;
     host.remove_prefix(std::min(end + 1, host.size()));
   }
@@ -84,11 +105,49 @@ std::optional<std::string> addressOf(std::string_view text) {
   return address;
 }
 
+std::optional<WebAddress> webAddressOf(std::string_view text) {
+  WebAddress address;
+  address.isSecure = text.starts_with("https://");
+  if (!address.isSecure && !text.starts_with("http://")) return std::nullopt;
+  if (text.size() > kLongestWebAddress || !std::ranges::all_of(text, isOfWebAddress)) {
+    return std::nullopt;
+  }
+  text.remove_prefix(text.find("//") + 2);
+  text = text.substr(0, text.find_first_of("/?"));
+  const auto bracket = text.starts_with('[') ? text.find(']') : 0;
+  if (bracket == std::string_view::npos) return std::nullopt;
+  const auto colon = text.find(':', bracket);
+  const auto host = text.substr(0, colon);
+  if (colon != std::string_view::npos && !isPort(text.substr(colon + 1))) return std::nullopt;
+  address.host = bracket > 0 ? host.substr(1, bracket - 1) : host;
+  const char* const letters = bracket > 0 ? "0123456789abcdefABCDEF:." : kHostLetters;
+  const bool isWhole = bracket == 0 || bracket + 1 == host.size();
+  const bool isHost = address.host.find_first_not_of(letters) == std::string::npos;
+  if (address.host.empty() || !isWhole || !isHost) return std::nullopt;
+  return address;
+}
+
 bool isLoopback(std::string_view host) {
   constexpr std::string_view kName = "LOCALHOST";
   const bool named = std::equal(host.begin(), host.end(), kName.begin(), kName.end(),
                                 [](char a, char b) { return upper(a) == b; });
   return named || host == "::1" || isLoopbackAddress(host);
+}
+
+bool isIpAddress(const std::string& text) {
+  in6_addr address{};
+  return text.find('\0') == std::string::npos &&
+         (::inet_pton(AF_INET, text.c_str(), &address) == 1 ||
+          ::inet_pton(AF_INET6, text.c_str(), &address) == 1);
+}
+
+bool isHostName(std::string_view text) {
+  constexpr std::size_t kLongest = 253;
+  return !text.empty() && text.size() <= kLongest &&
+         std::all_of(text.begin(), text.end(), [](char c) {
+           return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+                  c == '-' || c == '.';
+         });
 }
 
 std::string shownText(std::string_view text, std::size_t most) {

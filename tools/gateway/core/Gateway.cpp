@@ -15,6 +15,9 @@ constexpr Time kLimitToLeave = std::chrono::seconds(5);
 constexpr double kLimitOfBrokerSeconds = 5;
 // No consumer has a stroke in its name.
 constexpr std::string_view kKeptReader = "reader/";
+// A topic that comes from a broker is UTF-8, which has no such byte.
+constexpr char kNoTopic = '\xFF';
+constexpr std::uint32_t kSecondsOfAsked = 10;
 
 std::string joined(const std::vector<std::string>& words) {
   std::string text;
@@ -41,7 +44,11 @@ Gateway::Gateway(Parts parts, Config config)
       outbox_(window_, troubles_, [this](const std::string& topic) { removed(topic); }),
       publisher_(parts_.platform.mainRunLoop, *parts_.log, window_, troubles_,
                  {.gateway = config_.name, .format = config_.format}),
-      commits_(*parts_.log, troubles_, config_.consumers),
+      commits_(*parts_.log, troubles_, config_.consumers, namesOf(config_.webhooks)),
+      webhooks_(parts_.platform.mainRunLoop, *parts_.log, troubles_, commits_, parts_.http,
+                webhookHow()),
+      brokerSinceMs_(parts_.clocks.wallMs()),
+      startedMs_(brokerSinceMs_),
       syncer_(parts_.platform.mainRunLoop, *parts_.log, parts_.syncing, config_.log.syncInterval,
               syncHandlers()),
       recorder_(*parts_.log, parts_.clocks, troubles_,
@@ -60,13 +67,16 @@ Gateway::Gateway(Parts parts, Config config)
   // What an earlier run has appended last may not be on the disk yet.
   syncer_.finish([] {});
   parts_.broker->start(topics_.filters(), willOf(topics_, parts_.identity.boot), brokerHandlers());
+  webhooks_.configure(config_.webhooks);
   readers_.configure(config_.readers);
   pulse_.start();
+  // An earlier run may have been killed between the last commit and what follows from it.
+  forgetSoon();
 }
 
 Troubles::Handlers Gateway::troubleHandlers() {
   return {.now = [this] { return now(); },
-          .say = [this](const std::string& line) { say(line); },
+          .say = [this](const Line& line) { say(line); },
           .onChange = [this] { pulse_.changed(); }};
 }
 
@@ -104,31 +114,43 @@ Commands::Handlers Gateway::commandHandlers() {
                   sent(error ? std::optional(error->text) : std::nullopt);
                 });
               },
-          .answer =
-              [this](Message message) {
-                outbox_.send(std::move(message));
-                pump();
-              },
+          .answer = [this](Message message) { answer(std::move(message)); },
           .complain = [this](const std::string& line) { troubles_.note("command", line); }};
 }
 
+Webhooks::How Gateway::webhookHow() {
+  return {.gateway = config_.name,
+          .random = parts_.random ? parts_.random : systemRandom(),
+          .onCommit = [this] { forgetSoon(); }};
+}
+
 HeldReaders::Handlers Gateway::readerHandlers() {
-  return {.onData =
-              [this](const HeldReader& reader, RecordKind kind,
-                     std::span<const std::uint8_t> bytes) { recorder_.take(reader, kind, bytes); },
-          .onState =
-              [this](const std::string& identifier, const std::optional<ReaderState>& state) {
-                sayReader(identifier, state);
-                pump();
-              },
-          .onTrouble =
-              [this](const std::string& key, const std::string& trouble) {
-                const std::string what = "reader " + key;
-                trouble.empty() ? troubles_.clear(what) : troubles_.set(what, trouble);
-              },
-          .onPluggedIn = [this](const std::string& key) { commands_.readerChanged(key); },
-          .onRemoved = [this](const std::string& key) { commands_.readerRemoved(key); },
-          .wallMs = parts_.clocks.wallMs};
+  return {
+      .onData =
+          [this](const HeldReader& reader, RecordKind kind, std::span<const std::uint8_t> bytes) {
+            activity_.count(reader.key(), now());
+            recorder_.take(reader, kind, bytes);
+          },
+      .onState =
+          [this](const std::string& identifier, const std::optional<ReaderState>& state) {
+            sayReader(identifier, state);
+            pump();
+          },
+      .onTrouble =
+          [this](const std::string& key, const std::string& trouble) {
+            const std::string what = "reader " + key;
+            if (trouble.empty()) return troubles_.clear(what);
+            Line line(trouble);
+            line.reader = key;
+            troubles_.set(what, std::move(line));
+          },
+      .onPluggedIn = [this](const std::string& key) { commands_.readerChanged(key); },
+      .onRemoved =
+          [this](const std::string& key) {
+            activity_.forget(key);
+            commands_.readerRemoved(key);
+          },
+      .wallMs = parts_.clocks.wallMs};
 }
 
 BrokerHandlers Gateway::brokerHandlers() {
@@ -143,6 +165,7 @@ void Gateway::up(const BrokerUp& broker) {
   const std::size_t configured = config_.broker.window;
   window_.open(std::min({kLargestWindow, configured, broker.window}));
   troubles_.clear("broker");
+  brokerSinceMs_ = parts_.clocks.wallMs();
   heardOfBroker_ = now();
   say("the broker is there, with MQTT " + std::string(broker.protocol == 5 ? "5" : "3.1.1"));
   sayInfo();
@@ -153,6 +176,8 @@ void Gateway::up(const BrokerUp& broker) {
 }
 
 void Gateway::down(const std::string& why) {
+  // An attempt that has failed changes nothing.
+  if (window_.isOpen()) brokerSinceMs_ = parts_.clocks.wallMs();
   window_.close();
   troubles_.clear("silence");
   outbox_.disconnected();
@@ -209,10 +234,12 @@ void Gateway::beginAgain(RecordNumber from) {
 
 void Gateway::appended(const Record& record, std::optional<RecordNumber> number) {
   number ? syncer_.appended() : syncer_.touched();
+  if (number) activity_.keep(record, *number);
   if (parts_.onAppended) parts_.onAppended(record, number);
 }
 
 void Gateway::pump() {
+  webhooks_.pump();
   if (window_.isOpen() && outbox_.pump()) publisher_.pump();
 }
 
@@ -221,7 +248,8 @@ void Gateway::forgetSoon() {
 }
 
 void Gateway::forget() {
-  parts_.log->forget(commits_.lowest().value_or(publisher_.settled()));
+  const RecordNumber atBroker = commits_.lowest().value_or(publisher_.settled());
+  parts_.log->forget(std::min(atBroker, commits_.lowestOfWebhooks().value_or(atBroker)));
   // What was forgotten and committed gets onto the disk like records do.
   syncer_.touched();
   takeFindings(parts_.log->takeFindings());
@@ -248,14 +276,15 @@ void Gateway::lookForSilence() {
 void Gateway::lookForStalls() {
   // Whoever waits for what is still to come in this pass has not been passed over.
   if (!window_.isOpen() || !publisher_.hasCaughtUp()) return;
-  auto where = commits_.all();
+  auto where = commits_.ofConsumers();
   // Without a consumer it is the broker that has to come on.
   if (where.empty()) where.emplace_back("", publisher_.settled());
   const auto behind = stalls_.look(where, publisher_.answered(), now());
   if (!behind) return;
-  say((config_.consumers.empty() ? "the broker has not taken what is behind number "
-                                 : "a consumer has not committed behind number ") +
-      std::to_string(*behind) + " though there is more; it is published again from there");
+  say({(config_.consumers.empty() ? "the broker has not taken what is behind number "
+                                  : "a consumer has not committed behind number ") +
+           std::to_string(*behind) + " though there is more; it is published again from there",
+       *behind});
   publisher_.restart(*behind + 1);
 }
 
@@ -316,8 +345,13 @@ void Gateway::sayInfo() {
 }
 
 std::string Gateway::promise() const {
-  if (config_.consumers.empty()) return "as durable as your broker";
-  return "at least once to each declared consumer: " + joined(config_.consumers);
+  const std::string hooks = joined(namesOf(config_.webhooks));
+  if (config_.consumers.empty() && hooks.empty()) return "as durable as your broker";
+  if (config_.consumers.empty()) {
+    return "at least once to each webhook: " + hooks + "; else as durable as your broker";
+  }
+  return "at least once to each declared consumer: " + joined(config_.consumers) +
+         (hooks.empty() ? "" : "; and to each webhook: " + hooks);
 }
 
 void Gateway::sayPromise() {
@@ -343,17 +377,92 @@ Health Gateway::health() {
   return health;
 }
 
+Status Gateway::status() {
+  const Log& log = *parts_.log;
+  Health is = health();
+  Status status;
+  status.gateway = config_.name;
+  status.boot = parts_.identity.boot;
+  status.version = parts_.identity.version;
+  status.radio = parts_.identity.radio;
+  status.adapter = parts_.identity.adapter;
+  status.promise = promise();
+  status.atUtc = utcText(parts_.clocks.wallMs());
+  status.startedUtc = utcText(startedMs_);
+  status.broker = {window_.isOpen(),
+                   config_.broker.host + ':' + std::to_string(config_.broker.port),
+                   utcText(brokerSinceMs_), window_.isOpen() ? window_.waiting() : 0};
+  status.log = log.identity();
+  status.first = is.first;
+  status.last = is.last;
+  status.synced = is.synced;
+  status.published = is.published;
+  status.forgotten = is.forgotten;
+  status.bytes = is.bytes;
+  status.budget = is.budget;
+  status.commits = std::move(is.commits);
+  status.readers = readerStatus();
+  status.frames.assign(activity_.lastFrames().begin(), activity_.lastFrames().end());
+  status.gapCount = publisher_.gapCount();
+  status.gaps.assign(publisher_.lastGaps().begin(), publisher_.lastGaps().end());
+  status.trouble = std::move(is.trouble);
+  return status;
+}
+
+std::vector<ReaderStatus> Gateway::readerStatus() const {
+  auto readers = readers_.status();
+  for (ReaderStatus& each : readers) {
+    each.frames = activity_.total(each.key);
+    each.minutes = activity_.minutes(each.key, now());
+    if (parts_.hearing) each.signal = parts_.hearing->signalOf(each.reader);
+  }
+  return readers;
+}
+
+void Gateway::command(const std::string& reader, const std::string& payload, Answered answered) {
+  if (stand_ != Stand::runs) return answered(commandAnswer(false, "the gateway stops"));
+  Message message;
+  message.topic = topics_.readerCommand(reader);
+  message.payload = payload;
+  message.responseTopic = kNoTopic + std::to_string(++asks_);
+  message.expirySeconds = kSecondsOfAsked;
+  asked_.emplace(message.responseTopic, std::move(answered));
+  commands_.take(reader, message);
+}
+
+void Gateway::answer(Message message) {
+  const auto asked = asked_.extract(message.topic);
+  if (asked) {
+    asked.mapped()(message.payload);
+    return;
+  }
+  outbox_.send(std::move(message));
+  pump();
+}
+
+std::string Gateway::standing() const {
+  const RecordNumber waiting = parts_.log->next() - 1 - parts_.log->forgotten();
+  return std::to_string(readers_.pluggedIn()) + " of " + std::to_string(config_.readers.size()) +
+         " readers plugged in, " + (window_.isOpen() ? "the broker is there" : "no broker") + ", " +
+         std::to_string(waiting) + " records wait";
+}
+
 std::vector<std::string> Gateway::reload(const Config& config) {
   if (stand_ != Stand::runs) return {};
   auto lines = needsRestart(config_, config);
   const bool hasOtherConsumers = config.consumers != config_.consumers;
+  const bool hasOtherWebhooks = config.webhooks != config_.webhooks;
   config_.readers = config.readers;
   config_.consumers = config.consumers;
-  if (hasOtherConsumers) {
-    commits_.declare(config_.consumers);
+  config_.webhooks = config.webhooks;
+  if (hasOtherConsumers || hasOtherWebhooks) {
+    commits_.declare(config_.consumers, namesOf(config_.webhooks));
+    webhooks_.configure(config_.webhooks);
     sayPromise();
     sayInfo();
     forgetSoon();
+  }
+  if (hasOtherConsumers) {
     // Nobody knows what a new one has seen.
     publisher_.restart(commits_.lowest().value_or(publisher_.settled()) + 1);
   }
@@ -387,6 +496,7 @@ void Gateway::logSynced() {
   pulse_.stop();
   forget();
   publisher_.stop();
+  webhooks_.stop();
   sayState(false);
   if (!window_.isOpen()) return farewellSaid();
   limit_.arm(kLimitToLeave, [this] { farewellSaid(); });
@@ -412,7 +522,7 @@ Time Gateway::now() const {
   return loop ? loop->now() : Time::zero();
 }
 
-void Gateway::say(const std::string& line) const {
+void Gateway::say(const Line& line) const {
   if (parts_.say) parts_.say(line);
 }
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "tools/gateway/config/Config.h"
+#include "tools/gateway/core/Activity.h"
 #include "tools/gateway/core/Commands.h"
 #include "tools/gateway/core/Commits.h"
 #include "tools/gateway/core/HeldReaders.h"
@@ -19,8 +20,10 @@
 #include "tools/gateway/core/Replays.h"
 #include "tools/gateway/core/Stalls.h"
 #include "tools/gateway/core/Syncer.h"
+#include "tools/gateway/core/Webhooks.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +33,8 @@ namespace kestrin::gateway {
 
 class Gateway {
  public:
+  using Answered = std::function<void(const std::string& answer)>;
+
   /// Begins at once.
   Gateway(Parts parts, Config config);
   ~Gateway() = default;
@@ -43,9 +48,17 @@ class Gateway {
   void stop(std::function<void()> done);
 
   [[nodiscard]] const Log& log() const noexcept { return *parts_.log; }
+  [[nodiscard]] const Activity& activity() const noexcept { return activity_; }
   [[nodiscard]] const Publisher& publisher() const noexcept { return publisher_; }
+  /// How everything is at the moment.
+  [[nodiscard]] Status status();
+  /// Gives a reader a command, as a message on its topic does; `answered` is called once, perhaps
+  /// from inside, with what would be published to the response topic.
+  void command(const std::string& reader, const std::string& payload, Answered answered);
   /// What is wrong at the moment, a line each.
   [[nodiscard]] std::vector<std::string> troubles() { return troubles_.lines(); }
+  /// How it stands, in one line.
+  [[nodiscard]] std::string standing() const;
 
  private:
   enum class Stand : std::uint8_t { runs, leavesReaders, syncs, saysFarewell, ended };
@@ -53,11 +66,14 @@ class Gateway {
   Troubles::Handlers troubleHandlers();
   Syncer::Handlers syncHandlers();
   Commands::Handlers commandHandlers();
+  Webhooks::How webhookHow();
   HeldReaders::Handlers readerHandlers();
   BrokerHandlers brokerHandlers();
 
   void up(const BrokerUp& broker);
   void down(const std::string& why);
+  void answer(Message message);
+  [[nodiscard]] std::vector<ReaderStatus> readerStatus() const;
   void acknowledged(PublishId id, const std::optional<std::string>& refused);
   void took(const Message& message);
   void tookReplay(const Message& message);
@@ -84,7 +100,7 @@ class Gateway {
   void farewellSaid();
   void ended();
   [[nodiscard]] Time now() const;
-  void say(const std::string& line) const;
+  void say(const Line& line) const;
 
   Parts parts_;
   Config config_;
@@ -94,7 +110,13 @@ class Gateway {
   Outbox outbox_;
   Publisher publisher_;
   Commits commits_;
+  Webhooks webhooks_;
   Stalls stalls_;
+  std::int64_t brokerSinceMs_ = 0;  // When its connection came or went.
+  const std::int64_t startedMs_;
+  Activity activity_;
+  std::map<std::string, Answered> asked_;  // By what stands for a response topic.
+  std::uint64_t asks_ = 0;
   Time heardOfBroker_{};  // When it last answered, or had nothing to answer.
   Syncer syncer_;
   Recorder recorder_;

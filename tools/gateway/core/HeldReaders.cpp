@@ -61,11 +61,31 @@ void HeldReaders::show(Held& held, const std::string& sinceUtc) {
   handlers_.onState(held.identifier, held.state);
 }
 
+std::size_t HeldReaders::pluggedIn() const {
+  return static_cast<std::size_t>(std::count_if(
+      readers_.begin(), readers_.end(),
+      [](const auto& each) { return each.second.reader->phase() == ReaderPhase::pluggedIn; }));
+}
+
 HeldReader* HeldReaders::find(const std::string& part) {
   const auto found = std::find_if(readers_.begin(), readers_.end(), [&](const auto& each) {
     return each.second.reader->isMeant(part);
   });
   return found == readers_.end() ? nullptr : found->second.reader.get();
+}
+
+std::vector<ReaderStatus> HeldReaders::status() const {
+  std::vector<ReaderStatus> all;
+  for (const auto& [key, held] : readers_) {
+    ReaderStatus& reader = all.emplace_back();
+    reader.key = key;
+    reader.reader = held.state.reader;
+    reader.name = held.state.name;
+    reader.phase = held.state.phase;
+    reader.sinceUtc = held.state.sinceUtc;
+    reader.trouble = held.state.trouble;
+  }
+  return all;
 }
 
 void HeldReaders::close(std::function<void()> done) {

@@ -7,7 +7,9 @@
 
 #include "tools/gateway/core/HeldReader.h"
 #include "tools/gateway/message/Messages.h"
+#include "tools/gateway/message/Status.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -35,8 +37,12 @@ class HeldReaders {
 
   /// From now on these are held. Those that stay are not disturbed.
   void configure(const std::vector<ReaderConfig>& readers);
+  /// How many can be used.
+  [[nodiscard]] std::size_t pluggedIn() const;
   /// Null: none is meant by that.
   [[nodiscard]] HeldReader* find(const std::string& part);
+  /// Each as it is, without what it has sent.
+  [[nodiscard]] std::vector<ReaderStatus> status() const;
   /// Ends everything; `done` is called once all links are down.
   void close(std::function<void()> done);
 

@@ -7,7 +7,11 @@
 
 #include "KestrinBLESDK/platform/Platform.h"
 #include "tools/gateway/broker/Broker.h"
+#include "tools/gateway/broker/ReconnectPause.h"
+#include "tools/gateway/core/Hearing.h"
+#include "tools/gateway/core/Line.h"
 #include "tools/gateway/core/Syncing.h"
+#include "tools/gateway/http/HttpClient.h"
 #include "tools/gateway/log/Log.h"
 
 #include <cstdint>
@@ -38,15 +42,21 @@ struct Parts {
   std::unique_ptr<Log> log;
   std::unique_ptr<Broker> broker;
   std::shared_ptr<Syncing> syncing;
+  /// For webhooks; null: there are none, whatever the configuration says.
+  std::shared_ptr<HttpClient> http{};
+  /// For pauses; the system's when empty.
+  RandomSource random{};
   Clocks clocks;
   Identity identity;
   /// What the log has found at its opening.
   std::vector<std::string> findings{};
   /// Takes one line for a person: the gateway's own log of what happens.
-  std::function<void(const std::string&)> say{};
+  std::function<void(const Line&)> say{};
   /// Called behind each record that a reader's callback has handed to the log, with the number that
   /// it got; absent: the disk refused it.
   std::function<void(const Record&, std::optional<RecordNumber>)> onAppended{};
+  /// What the radio of the platform is heard by; null where nobody asks.
+  std::shared_ptr<const Hearing> hearing{};
 };
 
 }  // namespace kestrin::gateway

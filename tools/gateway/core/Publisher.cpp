@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::size_t kBatch = 100;
 constexpr std::size_t kBatchBytes = 256U << 10U;
+constexpr std::size_t kLastGaps = 20;
 constexpr Time kPauseAfterReadError = std::chrono::seconds(5);
 
 }  // namespace
@@ -62,11 +63,19 @@ bool Publisher::publishNext() {
   const Record& record = batch_.front();
   const auto id = window_.publish(messageOf(record));
   if (!id) return false;
+  if (record.kind == RecordKind::gap) noteGap(record);
   waiting_.push_back({*id, record.number});
   cursor_ = record.number + 1;
   published_ = std::max(published_, record.number);
   batch_.pop_front();
   return true;
+}
+
+void Publisher::noteGap(const Record& record) {
+  if (!lastGaps_.empty() && record.number <= lastGaps_.back().number) return;
+  ++gapCount_;
+  lastGaps_.push_back(record);
+  if (lastGaps_.size() > kLastGaps) lastGaps_.pop_front();
 }
 
 bool Publisher::fillBatch() {
@@ -88,8 +97,9 @@ bool Publisher::fillBatch() {
 }
 
 void Publisher::readFailed(const std::string& why) {
-  troubles_.note("read", "the log cannot be read from number " + std::to_string(cursor_) +
-                             " on; it is tried again: " + why);
+  troubles_.note("read", {"the log cannot be read from number " + std::to_string(cursor_) +
+                              " on; it is tried again: " + why,
+                          cursor_});
   readAgain_.arm(kPauseAfterReadError, [this] { pump(); });
 }
 
@@ -122,9 +132,10 @@ void Publisher::takeRefusal(RecordNumber number, const std::string& why) {
   ++refusedInARow_;
   // One line for all of them: a number of its own would make each of them news.
   refusedFrom_ = std::min(refusedFrom_.value_or(number), number);
-  troubles_.note("refused records", "the broker refuses records, from number " +
-                                        std::to_string(*refusedFrom_) +
-                                        " on; they are kept and published again: " + why);
+  troubles_.note("refused records",
+                 {"the broker refuses records, from number " + std::to_string(*refusedFrom_) +
+                      " on; they are kept and published again: " + why,
+                  *refusedFrom_});
 }
 
 void Publisher::takeAcceptance(RecordNumber number) {

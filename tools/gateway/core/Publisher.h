@@ -15,6 +15,7 @@
 #include "tools/gateway/message/Messages.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -52,6 +53,9 @@ class Publisher {
   /// Whether everything that there was at the last restart has been handed over since, or nothing
   /// more is, because everything is refused.
   [[nodiscard]] bool hasCaughtUp() const noexcept;
+  /// Gaps that were handed over for the first time, and the last of them, oldest first.
+  [[nodiscard]] std::uint64_t gapCount() const noexcept { return gapCount_; }
+  [[nodiscard]] const std::deque<Record>& lastGaps() const noexcept { return lastGaps_; }
   /// What of the records is in memory.
   [[nodiscard]] std::size_t held() const noexcept { return batch_.size() + waiting_.size(); }
 
@@ -69,6 +73,7 @@ class Publisher {
   void takeRefusal(RecordNumber number, const std::string& why);
   void takeAcceptance(RecordNumber number);
   void settle();
+  void noteGap(const Record& record);
 
   Log& log_;
   Window& window_;
@@ -82,6 +87,8 @@ class Publisher {
   RecordNumber answered_ = 0;
   RecordNumber settled_;
   std::deque<Record> batch_;
+  std::uint64_t gapCount_ = 0;
+  std::deque<Record> lastGaps_;
   std::deque<Waiting> waiting_;
   bool heldBack_ = false;  // Something before what is published now is not settled.
   std::size_t refusedInARow_ = 0;

@@ -16,18 +16,19 @@ constexpr std::size_t kLongestLine = 1024;
 
 }  // namespace
 
-void Troubles::set(const std::string& what, const std::string& line) { put(what, {line}); }
+void Troubles::set(const std::string& what, Line line) { put(what, std::move(line), std::nullopt); }
 
-void Troubles::note(const std::string& what, const std::string& line) {
-  put(what, {line, timeAfter(handlers_.now(), kNoteIsShown)});
+void Troubles::note(const std::string& what, Line line) {
+  put(what, std::move(line), timeAfter(handlers_.now(), kNoteIsShown));
 }
 
-void Troubles::put(const std::string& what, Trouble trouble) {
+void Troubles::put(const std::string& what, Line line, std::optional<Time> until) {
+  line.weight = Weight::warning;
+  line.reason = what.substr(0, what.find(' '));
   const auto found = all_.find(what);
-  const bool isNews = found == all_.end() || found->second.line != trouble.line;
+  const bool isNews = found == all_.end() || found->second.line != line.text;
   if (found == all_.end()) makeRoom();
-  const std::string line = trouble.line;
-  all_.insert_or_assign(what, std::move(trouble));
+  all_.insert_or_assign(what, Trouble{line.text, until});
   if (!isNews) return;
   if (handlers_.say) handlers_.say(line);
   if (handlers_.onChange) handlers_.onChange();

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "KestrinBLESDK/platform/Clock.h"
+#include "tools/gateway/core/Line.h"
 
 #include <functional>
 #include <map>
@@ -20,15 +21,16 @@ class Troubles {
   struct Handlers {
     std::function<Time()> now;
     /// A line for a person, said once for each change.
-    std::function<void(const std::string&)> say{};
+    std::function<void(const Line&)> say{};
     std::function<void()> onChange{};
   };
   explicit Troubles(Handlers handlers) : handlers_(std::move(handlers)) {}
 
-  /// Something is wrong until it is cleared. `what` tells it from others, for example "broker".
-  void set(const std::string& what, const std::string& line);
+  /// Something is wrong until it is cleared. `what` tells it from others, for example "broker"; its
+  /// first word is the reason in the line.
+  void set(const std::string& what, Line line);
   /// Something was wrong: shown for ten minutes.
-  void note(const std::string& what, const std::string& line);
+  void note(const std::string& what, Line line);
   void clear(const std::string& what);
   /// The lines, oldest notes left out; at most as many as a message can hold well.
   [[nodiscard]] std::vector<std::string> lines();
@@ -38,7 +40,7 @@ class Troubles {
     std::string line;
     std::optional<Time> until{};
   };
-  void put(const std::string& what, Trouble trouble);
+  void put(const std::string& what, Line line, std::optional<Time> until);
   void makeRoom();
 
   const Handlers handlers_;

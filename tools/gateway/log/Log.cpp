@@ -18,6 +18,11 @@ namespace {
 constexpr std::size_t kLargestRecord = std::size_t{64} << 10U;
 constexpr std::uint64_t kSmallestWriteAhead = 96ULL << 10U;
 constexpr std::uint64_t kLargestWriteAhead = 8ULL << 20U;
+/// How much the write-ahead log may take before its file is cut, in parts of its limit.
+constexpr std::uint64_t kLongestWriteAhead = 3;
+/// Pages that a transaction changes besides those of its record: a branch of the tree, and what the
+/// database knows of free pages.
+constexpr std::uint64_t kPagesBesideARecord = 8;
 /// The budget is looked at whenever so much has been appended.
 constexpr std::uint64_t kBytesPerLook = 16ULL << 10U;
 /// Removed at most at once, so that nothing else waits long.
@@ -96,7 +101,7 @@ struct Log::Inside {
   // --- How much there is.
   std::uint64_t databaseSize = 0;  // Of pages that hold something.
   std::uint64_t writeAheadPages = 0;
-  std::uint64_t writeAheadFile = 0;  // Pages; the file does not shrink.
+  std::uint64_t writeAheadFile = 0;  // Pages; what the file has behind the others is used again.
   std::uint64_t bytesSinceLook = 0;
 
   std::vector<std::string> findings;
@@ -117,9 +122,10 @@ struct Log::Inside {
     lock = files->lock(options.folder, error);
     if (!lock) return error;
     folder.path = options.folder;
+    if (auto newer = refuseNewer(*files, folder)) return newer;
     writeAheadLimit = std::clamp(options.budget / 16, kSmallestWriteAhead, kLargestWriteAhead);
     // As much as the write-ahead log ever takes, so that it can be copied.
-    reserve.begin(files, folder.reserve(), 3 * writeAheadLimit);
+    reserve.begin(files, folder.reserve(), longestWriteAhead());
     databaseLimit = options.budget - 7 * writeAheadLimit;
     OpenedLog opened;
     auto failed = openFolder(opened, found);
@@ -157,6 +163,8 @@ struct Log::Inside {
 
   std::optional<FileError> connect() {
     if (auto failed = connectTo(*files, folder.database(), database)) return failed;
+    const std::string longest = std::to_string(longestWriteAhead());
+    if (auto failed = database.run(("PRAGMA journal_size_limit=" + longest).c_str())) return failed;
     if (auto failed = table.prepare(false)) return failed;
     sqlite3_wal_hook(database.connection(), &Inside::committed, this);
     side = std::make_shared<SyncSide>();
@@ -165,6 +173,7 @@ struct Log::Inside {
     side->databasePath = folder.database();
     side->claimPath = folder.claim();
     isReady = true;
+    measureWriteAhead();
     return look();
   }
 
@@ -190,7 +199,9 @@ struct Log::Inside {
   static int committed(void* self, sqlite3* /*connection*/, const char* /*name*/, int pages) {
     auto& log = *static_cast<Inside*>(self);
     log.changed = true;
-    log.writeAheadPages = static_cast<std::uint64_t>(pages);
+    const auto before = std::exchange(log.writeAheadPages, static_cast<std::uint64_t>(pages));
+    // Begun again, it may have been cut.
+    if (log.writeAheadPages <= before) log.measureWriteAhead();
     log.writeAheadFile = std::max(log.writeAheadFile, log.writeAheadPages);
     // The sync thread sees to it long before; where it does not come to it, this must.
     if (log.writeAheadSize() >= 2 * log.writeAheadLimit && !log.mustReopen && !log.side->failed) {
@@ -230,6 +241,7 @@ struct Log::Inside {
     if (bytesSinceLook >= kBytesPerLook) {
       if (auto failed = look()) return failed;
     }
+    if (auto failed = holdBudget(record != nullptr ? recordSize(*record) : 0)) return failed;
     const bool isOver = databaseSize > databaseLimit;
     if (record != nullptr && !isOver && !refused && owed.empty()) return writeAlone(*record);
     return writeWithGaps(record, isOver);
@@ -357,6 +369,26 @@ struct Log::Inside {
   // --- The budget.
 
   std::uint64_t writeAheadSize() const { return writeAheadPages * kPageSize; }
+  std::uint64_t longestWriteAhead() const { return kLongestWriteAhead * writeAheadLimit; }
+
+  void measureWriteAhead() {
+    FileError error;
+    const auto file = files->open(folder.database() + "-wal", false, error);
+    writeAheadFile = file ? (file->size() + kPageSize - 1) / kPageSize : 0;
+  }
+
+  /// The write-ahead log grows while it cannot be emptied: a sync has failed, or somebody else is
+  /// about to empty it, or reads. Nothing is written that would take it beyond the budget then.
+  std::optional<FileError> holdBudget(std::size_t bytes) {
+    const std::uint64_t pages = writeAheadPages + bytes / kPageSize + kPagesBesideARecord;
+    const std::uint64_t others = databaseSize + longestWriteAhead();  // The reserve has that.
+    if (others + std::max(pages, writeAheadFile) * kPageSize <= options.budget) return std::nullopt;
+    if (mustReopen || side->failed) return cannotSync();
+    table.leave();
+    auto failed = database.checkpoint();
+    if (failed && failed->number != ENOSPC && failed->number != EBUSY) doubt();
+    return failed;
+  }
 
   std::optional<FileError> look() {
     std::int64_t pages = 0;
@@ -396,6 +428,7 @@ struct Log::Inside {
 
   std::optional<FileError> settleOnce() {
     const RecordNumber to = std::min({facts.forgotten, written, first + kRemovedAtOnce - 1});
+    if (auto failed = holdBudget(0)) return failed;
     LogFacts now = facts;
     now.next = written + 1;
     table.leave();

@@ -53,10 +53,6 @@ class Opening {
     if (!has(files_, folder_.current(), kDatabaseName)) {
       return FileError{kDamaged, folder_.database() + " is missing"};
     }
-    // Nothing is touched of a log that a newer program has left.
-    std::optional<std::int64_t> format;
-    if (auto failed = readFormat(files_, folder_.database(), format)) return failed;
-    if (format && *format > kFormat) return newerFormat(folder_.database());
     const bool isDoubtful = claim_ ? claim_->isDoubtful : !isClaimTorn(files_, folder_.claim());
     if (isDoubtful) {
       if (auto failed = copyWriteAheadLog(files_, folder_)) {
@@ -288,6 +284,18 @@ std::optional<FileError> takeCopiedWriteAheadLog(FileLayer& files, const LogFold
   const std::string path = folder.database() + "-wal";
   if (auto failed = files.rename(path + ".new", path)) return failed;
   return files.syncFolder(folder.current());
+}
+
+std::optional<FileError> refuseNewer(FileLayer& files, const LogFolder& folder) {
+  for (const std::string& made : {folder.current(), folder.fresh()}) {
+    const std::string path = std::string(made).append("/").append(kDatabaseName);
+    FileError none;
+    if (!files.open(path, false, none)) continue;
+    std::optional<std::int64_t> format;
+    if (auto failed = readFormat(files, path, format)) return failed;
+    if (format && *format > kFormat) return newerFormat(path);
+  }
+  return std::nullopt;
 }
 
 std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder,

@@ -51,6 +51,9 @@ struct OpenedLog {
   std::vector<SaidGap> gaps;  ///< The gap records that are kept.
 };
 
+/// Why the folder has to stay as it is: a newer program has made the log in it.
+std::optional<FileError> refuseNewer(FileLayer& files, const LogFolder& folder);
+
 /// Opens the log in use, and makes one where there is none. All records are looked at; where one is
 /// damaged or missing, the log is set aside and another one begins.
 std::optional<FileError> openLogFolder(FileLayer& files, const LogFolder& folder,

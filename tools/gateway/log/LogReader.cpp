@@ -31,10 +31,12 @@ struct LogReader::Inside {
   using Step = RecordTable::Step;
 
   std::shared_ptr<FileLayer> files;
+  std::string folder;
   Database database;
   RecordTable table{database};
   LogFacts facts;
   KeptValues kept;
+  RecordNumber first = 1;
   RecordNumber last = 0;  // The highest number that there is, as far as anything says it.
   std::vector<std::string> findings;
 
@@ -62,7 +64,12 @@ struct LogReader::Inside {
     return table.prepare(true);
   }
 
-  void prepare(const std::string& folder) {
+  void prepare(const std::string& inner) {
+    folder = inner;
+    look();
+  }
+
+  void look() {
     const auto claim = readClaim(*files, folder + "/claim");
     if (const auto failed = table.readFacts(facts)) {
       findings.push_back(failed->text);
@@ -72,8 +79,17 @@ struct LogReader::Inside {
     if (const auto failed = table.readKept(kept)) findings.push_back(failed->text);
     std::optional<std::pair<RecordNumber, RecordNumber>> ends;
     if (const auto failed = table.readEnds(ends)) findings.push_back(failed->text);
+    first = ends ? ends->first : facts.next;
     last = std::max(facts.next - 1, ends ? ends->second : 0);
     if (claim && claim->identity == facts.identity) last = std::max(last, claim->synced);
+  }
+
+  void begin(RecordNumber from) {
+    // What it reads first settles the moment.
+    if (const auto failed = database.run("BEGIN")) findings.push_back(failed->text);
+    look();
+    number = std::max(from, first);
+    expected = number;
   }
 
   bool next(Record& record) {
@@ -165,6 +181,10 @@ const std::vector<std::pair<std::string, RecordNumber>>& LogReader::kept() const
   return inside_->kept;
 }
 
+RecordNumber LogReader::first() const { return inside_->first; }
+RecordNumber LogReader::behind() const { return inside_->last + 1; }
+
+void LogReader::begin(RecordNumber number) { inside_->begin(number); }
 bool LogReader::next(Record& record) { return inside_->next(record); }
 std::vector<std::string> LogReader::takeFindings() { return std::exchange(inside_->findings, {}); }
 

@@ -32,6 +32,13 @@ class LogReader {
   /// What consumers have committed; as far as the disk says.
   [[nodiscard]] const std::vector<std::pair<std::string, RecordNumber>>& kept() const;
 
+  /// The lowest number that there is, and the one behind the highest.
+  [[nodiscard]] RecordNumber first() const;
+  [[nodiscard]] RecordNumber behind() const;
+
+  /// From now on all is of this moment; the records come from `number` on, and those before it are
+  /// not missed. For a glance: the gateway's write-ahead log cannot begin again meanwhile.
+  void begin(RecordNumber number);
   /// The next record, in the order of the numbers; false when there is none.
   bool next(Record& record);
   /// What was noticed since the last call, one line each.
