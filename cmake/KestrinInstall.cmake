@@ -1,6 +1,6 @@
 # What `cmake --install` lays out: libraries, headers, package files for CMake and pkg-config, the
 # commands with their manual pages and completions. Components, each of which is a Debian package:
-# library, c, development, tools, and python where it is built.
+# library, c, development, tools, and gateway and python where they are built.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -47,17 +47,18 @@ function(kestrin_install_pc name)
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endfunction()
 
-# kestrin_install_command(TARGET): the program, its manual page and its completions.
-function(kestrin_install_command target)
-  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+# kestrin_install_command(TARGET COMPONENT): the program, its manual page and its completions.
+function(kestrin_install_command target component)
+  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
   configure_file(${PROJECT_SOURCE_DIR}/packaging/man/${target}.1.in ${PROJECT_BINARY_DIR}/${target}.1
     @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${target}.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/${target}.bash
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${target} COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${target}
+    COMPONENT ${component})
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/completions/_${target}
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT ${component})
 endfunction()
 
 kestrin_install_library(KestrinBLESDK KestrinBLESDKTargets library)
@@ -94,18 +95,24 @@ install(FILES ${PROJECT_BINARY_DIR}/KestrinBLESDKConfig.cmake
 
 foreach(command IN ITEMS kestrin kestrin-vreader)
   if(TARGET ${command})
-    kestrin_install_command(${command})
+    kestrin_install_command(${command} tools)
   endif()
 endforeach()
-
-# In no package yet.
-if(TARGET kestrin-gateway)
-  install(TARGETS kestrin-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
-endif()
 
 # Where Debian's Python looks for what a package has brought, below /usr, and for what the system's owner
 # has, below /usr/local.
 set(kestrin_components library c development tools)
+if(TARGET kestrin-gateway)
+  list(APPEND kestrin_components gateway)
+  kestrin_install_command(kestrin-gateway gateway)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/gateway/kestrin-gateway.service.in
+    ${PROJECT_BINARY_DIR}/kestrin-gateway.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/kestrin-gateway.service
+    DESTINATION lib/systemd/system COMPONENT gateway)
+  # What the package copies to /etc. The folder for documents may be left out of a small system.
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/gateway/gateway.toml
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrin-gateway COMPONENT gateway)
+endif()
 if(TARGET kestrin_python)
   list(APPEND kestrin_components python)
   foreach(fact IN ITEMS FILES PYTHON_MAJOR PYTHON_MINOR)
@@ -128,6 +135,7 @@ foreach(component IN LISTS kestrin_components)
   set(name_c libkestrinblesdk-c${PROJECT_VERSION_MAJOR})
   set(name_development libkestrinblesdk-dev)
   set(name_tools kestrin-tools)
+  set(name_gateway kestrin-gateway)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/SECURITY.md
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name_${component}} COMPONENT ${component})
 endforeach()

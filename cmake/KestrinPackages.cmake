@@ -62,6 +62,22 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
  kestrin scans for readers, listens to one and sends it frames. kestrin-vreader puts virtual readers in
  range of the system's Bluetooth stack.")
 
+if(TARGET kestrin-gateway)
+  set(CPACK_DEBIAN_GATEWAY_PACKAGE_NAME kestrin-gateway)
+  set(CPACK_DEBIAN_GATEWAY_PACKAGE_SECTION net)
+  # The unit needs the group that comes with bluez.
+  set(CPACK_DEBIAN_GATEWAY_PACKAGE_DEPENDS "${this_library}, adduser, bluez, init-system-helpers (>= 1.52)")
+  set(CPACK_DEBIAN_GATEWAY_PACKAGE_RECOMMENDS ca-certificates)
+  set(CPACK_DEBIAN_GATEWAY_PACKAGE_SUGGESTS mosquitto)
+  set(CPACK_DEBIAN_GATEWAY_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/packaging/gateway/postinst ${PROJECT_SOURCE_DIR}/packaging/gateway/prerm
+    ${PROJECT_SOURCE_DIR}/packaging/gateway/postrm)
+  set(CPACK_COMPONENT_GATEWAY_DESCRIPTION
+    "gateway between RFID readers and an MQTT broker
+ Holds the handheld RFID readers of one machine over Bluetooth LE, keeps what they send safe on disk, and
+ hands it to an MQTT broker, for a system behind it that wants every frame. Comes as a service.")
+endif()
+
 if(TARGET kestrin_python)
   # The module is for this version of Python only.
   math(EXPR next_minor "${kestrin_PYTHON_MINOR} + 1")

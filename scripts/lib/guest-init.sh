@@ -1,6 +1,7 @@
 #!/bin/busybox sh
 # The first program in the virtual machine: makes the files that it is given this machine's root, runs
-# the job and switches the machine off. The job's exit status goes out on the second serial port.
+# the job and switches the machine off. The job's exit status goes out on the second serial port. Where the
+# job is for a service manager, it makes room for that, which does the same with the job as a unit.
 
 PATH=/bin
 /bin/busybox --install -s /bin
@@ -44,6 +45,41 @@ done
 ip link set lo up
 
 cp /job /newroot/run/job
+if [ "$(cat /manager)" = systemd ]; then
+  [ -x /newroot/lib/systemd/systemd ] || give_up "its files have no service manager"
+  units=/newroot/run/systemd/system
+  mkdir -p "$units"
+  cat >"$units/kestrin-job.target" <<'END'
+[Unit]
+Requires=basic.target
+After=basic.target
+Wants=kestrin-job.service
+AllowIsolate=yes
+END
+  cat >"$units/kestrin-job.service" <<'END'
+[Unit]
+SuccessAction=poweroff-immediate
+FailureAction=poweroff-immediate
+[Service]
+Type=oneshot
+Environment=HOME=/root TERM=dumb
+ExecStart=/bin/bash /run/job
+ExecStopPost=/bin/sh -c 'echo "$EXIT_STATUS" >/dev/ttyS1'
+StandardOutput=tty
+StandardError=tty
+TTYPath=/dev/ttyS0
+END
+  # A service manager of a container does without much, and this machine is none, whatever its host is.
+  rm -f /newroot/.dockerenv
+  # Nothing here is plugged in later, modules are loaded already, nothing is to be cleaned, and daily work can
+  # wait.
+  for unit in systemd-udevd.service systemd-udevd-control.socket systemd-udevd-kernel.socket \
+    systemd-udev-trigger.service systemd-modules-load.service \
+    systemd-tmpfiles-setup.service systemd-timesyncd.service timers.target; do
+    ln -s /dev/null "$units/$unit"
+  done
+  exec switch_root /newroot /lib/systemd/systemd --unit=kestrin-job.target
+fi
 chroot /newroot /usr/bin/env -i HOME=/root TERM=dumb \
   PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin /bin/bash /run/job
 echo $? >/dev/ttyS1

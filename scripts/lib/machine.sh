@@ -197,9 +197,13 @@ make_initial_files() {
   (cd "$root" && find . | cpio -o -H newc --quiet) >"$dir/initial.cpio"
 }
 
+# The host's disks are not the machine's.
+machine_words="fstab=no systemd.gpt_auto=no systemd.show_status=no"
+
 # boot_machine DIR ROOT LIMIT COMMAND...: runs a command as root in the machine, on that root file
 # system, and ends with its exit status; its output is this one's output. 124 when it takes longer
-# than LIMIT seconds.
+# than LIMIT seconds. With machine_manager=systemd the command runs as a unit of the release's service
+# manager, and else it is all that runs.
 boot_machine() {
   local dir=$1 machine_root=$2 limit=$3 run status shares=()
   shift 3
@@ -209,11 +213,12 @@ boot_machine() {
   printf '%q ' "$@" >"$run/job"
   # The host's root has the repository already.
   : >"$run/repository-path"
+  printf '%s' "${machine_manager:-}" >"$run/manager"
   if [ "$machine_root" != / ]; then
     printf '%s' "$project_root" >"$run/repository-path"
     shares+=(-virtfs "local,path=$project_root,mount_tag=repository,security_model=none,readonly=on,multidevs=remap")
   fi
-  (cd "$run" && printf '%s\n' job repository-path | cpio -o -H newc --quiet) | cat "$dir/initial.cpio" - >"$run/initrd"
+  (cd "$run" && printf '%s\n' job repository-path manager | cpio -o -H newc --quiet) | cat "$dir/initial.cpio" - >"$run/initrd"
   # Software emulation, because the machine is to run where there is no other. One instruction is
   # one nanosecond of the machine's time, and time that it would idle away is skipped, by one tick of
   # its timer at a time: in longer skips limits would be over while the host still reads a file.
@@ -222,7 +227,7 @@ boot_machine() {
     -nodefaults -display none -monitor none -no-reboot \
     -serial stdio -serial "file:$run/status" \
     -kernel "$dir/vmlinux" -initrd "$run/initrd" \
-    -append "console=ttyS0 quiet loglevel=1 panic=-1 mitigations=off nohz=off rdinit=/init" \
+    -append "console=ttyS0 quiet loglevel=1 panic=-1 mitigations=off nohz=off rdinit=/init $machine_words" \
     -virtfs "local,path=$machine_root,mount_tag=host,security_model=none,readonly=on,multidevs=remap" \
     "${shares[@]}" \
     </dev/null | sed -u -e 's/\r$//' -e '/reboot: Power down$/d'

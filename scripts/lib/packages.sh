@@ -95,10 +95,14 @@ use_compiler_cache() {
 
 # What a release build needs, and what the tests need besides.
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libsdbus-c++-dev
-  libutf8proc-dev libncurses-dev libmosquitto-dev libtomlplusplus-dev libsqlite3-dev)
+  libutf8proc-dev libncurses-dev libmosquitto-dev libtomlplusplus-dev libsqlite3-dev libmicrohttpd-dev
+  libcurl4-openssl-dev libsystemd-dev)
 test_packages=(clang libclang-rt-dev libgtest-dev libgmock-dev librapidcheck-dev
-  binutils dbus libsystemd-dev libglib2.0-dev libasio-dev python3
-  python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev mosquitto mount openssl python3-paho-mqtt)
+  binutils dbus systemd libglib2.0-dev libasio-dev python3
+  python3-dev pybind11-dev python3-pytest mypy libbenchmark-dev mosquitto mount openssl ca-certificates
+  python3-paho-mqtt)
+# What the gateway's page and the examples for other programs are tried in.
+page_packages=(chromium prometheus nodejs python3-yaml)
 # What the examples with other event loops need besides: the one with Qt.
 qt_packages=(qt6-base-dev)
 # What scripts/lint needs besides.

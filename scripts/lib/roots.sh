@@ -45,10 +45,11 @@ make_root() {
   echo "$list" >"$dir.packages"
 }
 
-# What a cross compiler takes from a root of libraries: what the library, the command line, the Python
-# package and the tests need.
+# What a cross compiler takes from a root of libraries: what the library, the command line, the gateway, the
+# Python package and the tests need.
 libraries_packages=(libc6-dev libsdbus-c++-dev libcli11-dev nlohmann-json3-dev libutf8proc-dev
-  libncurses-dev libgtest-dev librapidcheck-dev python3-dev pybind11-dev)
+  libncurses-dev libmosquitto-dev libtomlplusplus-dev libsqlite3-dev libmicrohttpd-dev libcurl4-openssl-dev
+  libsystemd-dev libgtest-dev libgmock-dev librapidcheck-dev python3-dev pybind11-dev)
 
 # libraries_of ARCHITECTURE: where the libraries of this machine's release for that architecture are.
 libraries_of() {
@@ -89,7 +90,7 @@ make_libraries() {
 
 # What packages are made of.
 package_targets=(KestrinBLESDK KestrinBLESDK_simulated KestrinBLESDK_bluez KestrinBLESDK_c kestrin
-  kestrin-vreader kestrin_python)
+  kestrin-vreader kestrin-gateway kestrin_python)
 
 # compiler_of ARCHITECTURE: the command of the cross compiler.
 compiler_of() {

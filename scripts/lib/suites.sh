@@ -59,6 +59,13 @@ steps() {
   fi
 }
 
+# skipped_in LOG: the lines of ctest's own log, which has what passing suites print, that say what was left out.
+skipped_in() {
+  local folder
+  folder=$(sed -nE 's/^Test project (.*)/\1/p' "$1" | head -n 1)
+  [ -z "$folder" ] || grep -hE '^(SKIPPED \[|\[  SKIPPED \] .*\()' "$folder/Testing/Temporary/LastTest.log" | sed 's/^/Left out: /'
+}
+
 # suites GROUP PRESET CTEST-ARGUMENTS...: a line per suite of a build.
 suites() {
   local group=$1 preset=$2 log=$logs/$1-suites.log count=0 status name result seconds
@@ -72,6 +79,7 @@ suites() {
     -e 's/^ *[0-9]+\/[0-9]+ Test +#[0-9]+: ([^ ]+) \.* +Passed +([0-9.]+) sec.*/\1 ok \2/p' \
     -e 's/^ *[0-9]+\/[0-9]+ Test +#[0-9]+: ([^ ]+) \.*\*\*\*[^0-9]* +([0-9.]+) sec.*/\1 FAILED \2/p' \
     "$log")
+  skipped_in "$log"
   if [ "$status" -ne 0 ]; then
     cat "$log"
     # A run that failed without a failed suite (none found, say) must not pass.
