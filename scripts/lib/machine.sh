@@ -203,7 +203,7 @@ machine_words="fstab=no systemd.gpt_auto=no systemd.show_status=no"
 # boot_machine DIR ROOT LIMIT COMMAND...: runs a command as root in the machine, on that root file
 # system, and ends with its exit status; its output is this one's output. 124 when it takes longer
 # than LIMIT seconds. With machine_manager=systemd the command runs as a unit of the release's service
-# manager, and else it is all that runs.
+# manager, and else it is all that runs. It has machine_memory MiB, 768 without it.
 boot_machine() {
   local dir=$1 machine_root=$2 limit=$3 run status shares=()
   shift 3
@@ -223,7 +223,7 @@ boot_machine() {
   # one nanosecond of the machine's time, and time that it would idle away is skipped, by one tick of
   # its timer at a time: in longer skips limits would be over while the host still reads a file.
   timeout -k 5 "$limit" qemu-system-x86_64 \
-    -machine q35,accel=tcg -cpu Nehalem -m 768 -smp 1 -icount shift=0,sleep=off \
+    -machine q35,accel=tcg -cpu Nehalem -m "${machine_memory:-768}" -smp 1 -icount shift=0,sleep=off \
     -nodefaults -display none -monitor none -no-reboot \
     -serial stdio -serial "file:$run/status" \
     -kernel "$dir/vmlinux" -initrd "$run/initrd" \

@@ -42,6 +42,7 @@ class Stack:
         self._devices = devices
         self._readers = LOGS / "kestrin-vreader.log"
         self._orders = LOGS / "orders"
+        self._forget_lines()
         self._programs: dict[str, subprocess.Popen[bytes]] = {}
         self._all.append(self)
 
@@ -61,6 +62,7 @@ class Stack:
         with them; so do their lines."""
         self._orders.unlink(missing_ok=True)
         self._readers.write_bytes(b"")
+        self._forget_lines()
         command = [str(BUILD / "bin/kestrin-vreader"), "--orders", str(self._orders)]
         self._run("readers", self._readers, *command, *(devices or self._devices))
         wait_for(20, "the virtual readers", lambda: self.has_line(0, "READY hci[0-9]+"))
@@ -182,8 +184,19 @@ class Stack:
     def _orders_answered(self) -> list[str]:
         return [line for line in self._lines() if re.match("ORDER(-REFUSED)? ", line)]
 
+    def _forget_lines(self) -> None:
+        self._seen: list[str] = []
+        self._seen_bytes = 0
+
     def _lines(self) -> list[str]:
-        return self._readers.read_text().splitlines()
+        """What has been read once is not read again: in an hour there is much of it."""
+        with self._readers.open("rb") as file:
+            file.seek(self._seen_bytes)
+            more = file.read()
+        more = more[: more.rfind(b"\n") + 1]
+        self._seen += more.decode().splitlines()
+        self._seen_bytes += len(more)
+        return self._seen
 
     def _run(self, name: str, log: Path, *command: str) -> None:
         with log.open("ab") as output:

@@ -38,6 +38,11 @@ def own_frame(number: int, count: int) -> bytes:
     return build_frame(0x02, 0x22, bytes([number]) + count.to_bytes(4, "big"))
 
 
+def sending_by(name: str) -> re.Pattern[str]:
+    """A line in which that reader says what it has sent."""
+    return re.compile(rf"NOTIFY {IDS[name]} \S+ \d+ (bb02\S+)")
+
+
 class Sending(threading.Thread):
     """Has every reader send, as long as it has a host that listens; what it sends is in its lines."""
 
@@ -121,8 +126,8 @@ class Work:
 
     def settle(self) -> None:
         """What was sent last has come, gets to the consumer, and everybody ends."""
-        newest = {name: self.sent(name)[-1][1] for name in IDS}
-        wait_for("what was sent last", lambda: set(newest.values()) <= set(self.gateway.taken().values()))
+        newest = {self.newest_sent(name) for name in IDS}
+        wait_for("what was sent last", lambda: newest <= set(self.gateway.taken().values()))
         last = max(number for _, number in self.gateway.taken())
         wait_for(f"the consumer to have number {last}", lambda: self.consumer.last_number() >= last)
         self.statuses = [each.end() for each in (self.consumer, self.gateway, self.broker)]
@@ -132,9 +137,14 @@ class Work:
     def sent(self, name: str) -> list[tuple[int, str]]:
         """What the reader says that it has sent, and at which of its lines. Its answer to the question that the
         library itself asks of a new link is the library's, and comes in two pieces."""
-        pattern = re.compile(rf"NOTIFY {IDS[name]} \S+ \d+ (bb02\S+)")
+        pattern = sending_by(name)
         lines = enumerate(self.stack.lines())
         return [(at, found[1]) for at, line in lines if (found := pattern.fullmatch(line))]
+
+    def newest_sent(self, name: str) -> str:
+        """The last of that, which stands near the end."""
+        pattern = sending_by(name)
+        return next(found[1] for line in reversed(self.stack.lines()) if (found := pattern.fullmatch(line)))
 
     def got(self, name: str) -> list[Json]:
         """What the consumer has of what that reader sent by itself, once each, in its order."""
